@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "kelvo/host_abi.h"
+
+namespace qvsvr::kelvo {
+
+// The face of the host. Any thread. The order of the operations is part of the interface.
+class ICoreEventer {
+ public:
+  virtual ~ICoreEventer() = default;
+
+  // Forwards both blocks to the host; 0 without a host function. Blocks are borrowed for the call.
+  virtual std::uint32_t SendHostMessage(const KelvoHostRequest& request, KelvoHostReply& reply) = 0;
+
+  // Sends XML text with KELVO_CLASS_EVENT or KELVO_CLASS_BROADCAST. A failure is logged.
+  virtual void SendXmlEvent(const std::string& text, std::uint32_t eventClass) = 0;
+
+  // Gives one counted buffer back to the host. A failure is logged.
+  virtual void DecrementReference(void* buffer) = 0;
+
+  // The wall clock: seconds since 1970 UTC, truncated to 32 bits, and milliseconds. Returns 0.
+  virtual std::uint32_t GetCoreTime(std::int64_t& seconds, std::uint16_t& milliseconds) = 0;
+
+  // True once Close was called.
+  [[nodiscard]] virtual bool IsStopping() const = 0;
+};
+
+}  // namespace qvsvr::kelvo

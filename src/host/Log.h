@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+
+#include "kelvo/host_abi.h"
+
+namespace qvsvr::kelvo {
+
+inline constexpr int LogTrace = KELVO_LOG_TRACE;
+inline constexpr int LogInfo = KELVO_LOG_INFO;
+inline constexpr int LogWarning = KELVO_LOG_WARNING;
+inline constexpr int LogError = KELVO_LOG_ERROR;
+inline constexpr int LogCritical = KELVO_LOG_CRITICAL;
+
+#if defined(__MINGW_PRINTF_FORMAT)
+#define KELVO_PRINTF(format, first) __attribute__((format(__MINGW_PRINTF_FORMAT, format, first)))
+#elif defined(__GNUC__)
+#define KELVO_PRINTF(format, first) __attribute__((format(printf, format, first)))
+#else
+#define KELVO_PRINTF(format, first)
+#endif
+
+// The host's message function: one of the process-wide objects (docs/host-interface.md). Null before
+// Load. Any thread.
+void SetHostFunction(KelvoHostFunction function);
+[[nodiscard]] KelvoHostFunction HostFunction();
+
+// Sends one line to the host if its threshold lets it pass. Above level 0 a text is cut to 511
+// characters. Costs one host call when the level is off. Any thread; does nothing before Load.
+void LogPrintf(int level, const char* format, ...) KELVO_PRINTF(2, 3);
+
+// Whether a line of this level would be shown; ask before assembling an expensive argument.
+[[nodiscard]] bool LogLevelEnabled(int level);
+
+// The host's threshold as it answers it; KELVO_LOG_NO_THRESHOLD shows every line.
+[[nodiscard]] std::uint32_t QueryLogLevel();
+
+// Decimal text with the digit grouping of "en-US": 1,234,567.
+class CountText {
+ public:
+  explicit CountText(std::uint64_t value);
+  [[nodiscard]] const char* c_str() const { return text + start; }
+
+ private:
+  char text[27];
+  int start;
+};
+inline CountText FormatCount(std::uint64_t value) { return CountText(value); }
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <tinyxml.h>
+
+namespace qvsvr::kelvo {
+
+inline constexpr char kRootName[] = "qDVR";
+
+// A document that survives hostile input: before TinyXML sees a text its nesting, the attributes
+// of each element and its size are checked, so that parsing neither recurses deeper than
+// `maxParseDepth` nor takes more than linear time. Error(), ErrorId(), ErrorDesc(), ErrorRow() and
+// ErrorCol() shadow the library's and tell these errors too.
+class XmlDocument : public TiXmlDocument {
+ public:
+  // The library's table of errors continued.
+  static constexpr int kErrorNestedTooDeeply = 17;
+  static constexpr int kErrorTooManyAttributes = 18;
+
+  // Levels of elements, the root being level 1. Copied with the document.
+  int maxParseDepth = 100;
+
+  // Parses `text`, which needs no terminator and ends at its first NUL if it has one. Returns
+  // whether the whole text parsed; after false the tree may hold a part and must not be used.
+  bool ParseText(std::string_view text);
+
+  [[nodiscard]] bool Error() const { return ownError != 0 || TiXmlDocument::Error(); }
+  [[nodiscard]] int ErrorId() const { return ownError != 0 ? ownError : TiXmlDocument::ErrorId(); }
+  [[nodiscard]] const char* ErrorDesc() const;
+  [[nodiscard]] int ErrorRow() const { return ownError != 0 ? -1 : TiXmlDocument::ErrorRow(); }
+  [[nodiscard]] int ErrorCol() const { return ownError != 0 ? -1 : TiXmlDocument::ErrorCol(); }
+
+ private:
+  int ownError = 0;
+};
+
+// Starts an outgoing document: a declaration of empty strings and the root `qDVR`, which is
+// returned and belongs to `document`.
+TiXmlElement* BeginXml(TiXmlDocument& document);
+
+// The document's text with an empty indent and an empty line break.
+[[nodiscard]] std::string PrintXml(const TiXmlDocument& document);
+
+// Attribute by the library's query; false, with `value` as it was, when missing or not a number.
+[[nodiscard]] bool ReadInt(const TiXmlElement& element, const char* name, int& value);
+
+// Attribute by stream extraction, as `std::istringstream >> value` does it: leading blanks and
+// trailing text are allowed. False, with `value` as it was, when missing, not a number or out of
+// range.
+[[nodiscard]] bool ExtractInt(const TiXmlElement& element, const char* name, std::int32_t& value);
+[[nodiscard]] bool ExtractUnsigned(const TiXmlElement& element, const char* name,
+                                   std::uint32_t& value);
+
+// Attribute text, or "" when missing. Borrowed from the element.
+[[nodiscard]] const char* ReadText(const TiXmlElement& element, const char* name);
+
+// Children of one name, for range-based loops: for (const TiXmlElement& e : Children(p, "Device")).
+class ElementRange {
+ public:
+  ElementRange(const TiXmlElement* first, const char* name) : first(first), name(name) {}
+  class Iterator {
+   public:
+    Iterator(const TiXmlElement* at, const char* name) : at(at), name(name) {}
+    const TiXmlElement& operator*() const { return *at; }
+    Iterator& operator++() {
+      at = at->NextSiblingElement(name);
+      return *this;
+    }
+    bool operator!=(const Iterator& other) const { return at != other.at; }
+
+   private:
+    const TiXmlElement* at;
+    const char* name;
+  };
+  [[nodiscard]] Iterator begin() const { return {first, name}; }
+  [[nodiscard]] Iterator end() const { return {nullptr, name}; }
+
+ private:
+  const TiXmlElement* first;
+  const char* name;
+};
+[[nodiscard]] inline ElementRange Children(const TiXmlElement& parent, const char* name) {
+  return {parent.FirstChildElement(name), name};
+}
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "media/PsFormat.h"
+#include "media/PsiFormat.h"
+#include "platform/MediaFile.h"
+
+namespace qv::kelvo {
+
+// Results of PSFile operations.
+inline constexpr int kPsOk = 0;
+inline constexpr int kPsBadArgument = -1;
+inline constexpr int kPsOpenFailed = -2;
+inline constexpr int kPsSeekFailed = -3;
+inline constexpr int kPsReadFailed = -4;
+inline constexpr int kPsWriteFailed = -5;
+
+// One frame on its way to the writer. All pointers are borrowed for the call.
+struct PSFrame {
+  std::uint16_t stream = 0;     // 0 to 15 video, 16 to 31 audio
+  std::uint16_t frameType = 0;  // 0 audio, 1 I, 2 P, 3 B
+  std::uint32_t size = 0;       // bytes of `packet`
+  std::uint16_t year = 0, month = 0, day = 0;  // UTC, month from 1
+  std::uint32_t hour = 0, minute = 0, second = 0, millisecond = 0;
+  const std::byte* packet = nullptr;  // a ready-made PES packet instead of the parts below
+  std::uint8_t channel = 0;           // low four bits
+  std::uint8_t flags = 0;             // bits 7 to 5
+  std::uint16_t presentationOffset = 0;  // milliseconds added to the PTS
+  const std::byte* userData = nullptr;
+  std::uint64_t userDataSize = 0;  // at most 87
+  const std::byte* payload = nullptr;
+  std::uint32_t payloadSize = 0;
+  std::uint8_t encoder = 0;  // low two bits
+};
+
+// One recording: a `.ps` media file and its `.psi` index (docs/media-format.md). One thread at a
+// time; readers use their own object on the same files. A writer that dies leaves a pair that a
+// reader can use, short of the frame that was being written.
+class PSFile {
+ public:
+  // Borrows `files` for its life.
+  explicit PSFile(MediaFiles& files);
+  ~PSFile();  // closes
+  PSFile(const PSFile&) = delete;
+  PSFile& operator=(const PSFile&) = delete;
+
+  // Opens a new pair, emptying files that exist, and writes the fixed parts. `descriptors` are one
+  // per stream number. `preallocateBytes` sizes both files in advance; 0 doesn't. After a failure
+  // the object is closed, except after -1 for a non-zero `fileInfo.level`, where the files stay open
+  // until Close.
+  [[nodiscard]] int Create(const std::string& path, const PsFileInfo& fileInfo,
+                           std::span<const PsStreamDescriptor, kStreamCount> descriptors,
+                           std::uint64_t preallocateBytes);
+
+  // Appends one frame: index record first, then the media bytes. Returns 0; -1 for a bad frame,
+  // with nothing written; or -3 to -5, after which the caller closes the file.
+  [[nodiscard]] int WriteFrame(const PSFrame& frame);
+
+  // Appends a complete, final packet of a multiple of 32 bytes; only its previous-size field is
+  // filled in, in place. Returns as WriteFrame.
+  [[nodiscard]] int WritePacket(MutableBytes packet);
+
+  // Writes the run table and the final index head, and resets the object. Harmless when closed.
+  void Close();
+
+  // Open for writing.
+  [[nodiscard]] bool IsWriting() const;
+
+  // Frames of one stream, or of the whole file for kWholeFile.
+  [[nodiscard]] std::uint32_t GetFrameCount(std::uint16_t stream) const;
+
+  // Runs that have ended, and those with a frame that are still open.
+  [[nodiscard]] std::size_t ClipCount() const;
+
+  // Bytes of both files on disk and of runs not yet written.
+  [[nodiscard]] std::uint64_t GetDiskSize();
+
+  // Access mode of the media and of the index file, for systems that have one; they return 0 and do
+  // nothing here, since Create gives the mode.
+  [[nodiscard]] int SetMediaAccessMode(unsigned mode) const;
+  [[nodiscard]] int SetIndexAccessMode(unsigned mode) const;
+
+ private:
+  // (the media helper fills this in)
+};
+
+}  // namespace qv::kelvo

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qv::kelvo {
+
+// File steps of a save that must survive a crash between any two of them. Each returns 0 or the
+// system's error number. One thread at a time per path; paths are UTF-8.
+class DurableFiles {
+ public:
+  virtual ~DurableFiles() = default;
+
+  // Where WriteNew stopped.
+  enum class WriteStep { Done, Create, Write, Close };
+  struct WriteResult {
+    WriteStep step = WriteStep::Done;
+    int error = 0;          // of the failed step
+    std::size_t written = 0;  // bytes that reached the file
+  };
+
+  // Creates `path` anew (replacing what is there), unshared, and writes `content` in one call; the
+  // data is on disk when it returns.
+  [[nodiscard]] virtual WriteResult WriteNew(const std::string& path, std::string_view content) = 0;
+
+  // Renames and makes the new name durable. Fails if `to` exists.
+  [[nodiscard]] virtual int Rename(const std::string& from, const std::string& to) = 0;
+
+  [[nodiscard]] virtual int Remove(const std::string& path) = 0;
+
+  // True if `error` says that the file doesn't exist.
+  [[nodiscard]] virtual bool IsMissing(int error) const = 0;
+};
+
+}  // namespace qv::kelvo

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+namespace qv::kelvo {
+
+using ConstBytes = std::span<const std::byte>;
+using MutableBytes = std::span<std::byte>;
+
+// Outcome of a read or write. `bytes` is what was moved; `error` is 0 or the system's error number.
+// A transfer may run short without an error (end of file, disk full): compare `bytes`.
+struct IoResult {
+  std::size_t bytes = 0;
+  int error = 0;
+};
+
+// One open media or index file. One thread at a time. All offsets are bytes from the file's start.
+// The destructor closes.
+class MediaFile {
+ public:
+  virtual ~MediaFile() = default;
+
+  // Reads at `offset` until `buffer` is full, the file ends or an error occurs.
+  [[nodiscard]] virtual IoResult ReadAt(std::uint64_t offset, MutableBytes buffer) = 0;
+
+  // Writes `parts` one behind the other at `offset`, in one system call where the platform has one.
+  // At most 8 parts; empty parts are allowed. Stops at the first error or short write, which it
+  // doesn't retry. `bytes` counts over all parts.
+  [[nodiscard]] virtual IoResult WriteAt(std::uint64_t offset, std::span<const ConstBytes> parts) = 0;
+
+  // Current size in bytes; returns 0 or the system's error number.
+  [[nodiscard]] virtual int Size(std::uint64_t& bytes) = 0;
+
+  // Creation time in seconds since 1970 UTC (the last change where the file system keeps no
+  // creation time); returns 0 or the system's error number.
+  [[nodiscard]] virtual int CreationTime(std::int64_t& seconds) = 0;
+
+  // Cuts or extends the file; new bytes read as 0. Returns 0 or the system's error number.
+  [[nodiscard]] virtual int SetSize(std::uint64_t bytes) = 0;
+
+  // Closes early to learn the outcome: 0 or the system's error number. Later calls return 0.
+  virtual int Close() = 0;
+};
+
+enum class OpenMode {
+  Read,           // must exist, read only
+  CreateOrTruncate  // read and write, emptied if it exists, mode 0644
+};
+
+// Opens media files shared: others may read and write the same file meanwhile.
+class MediaFiles {
+ public:
+  virtual ~MediaFiles() = default;
+
+  // On success fills `file` and returns 0; otherwise leaves it null and returns the system's error
+  // number. `path` is UTF-8.
+  [[nodiscard]] virtual int Open(const std::string& path, OpenMode mode,
+                                 std::unique_ptr<MediaFile>& file) = 0;
+};
+
+}  // namespace qv::kelvo

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "host/ICoreEventer.h"
+#include "record/ProviderTuple.h"
+
+namespace qvsvr::kelvo {
+
+// Tells the host, by RecordIdle events, whether each configured channel is being recorded. Worker
+// thread only.
+class CRecordAlarms {
+ public:
+  explicit CRecordAlarms(ICoreEventer& core) : Core(core) {}
+  virtual ~CRecordAlarms() = default;
+
+  // Adds the channels that aren't known yet; each announces itself as idle.
+  void AddProviders(const ProviderTuples& seen);
+
+  // Removes every channel of owner `id`, and every channel of another owner that isn't in `seen`.
+  // An idle one is told as recording before it goes.
+  void RemoveProviders(std::uint32_t id, const ProviderTuples& seen);
+
+  // A frame of `provider` reached the file `path` of stream `streamId` (never 0).
+  void NoteWrite(std::uint32_t provider, std::uint32_t streamId, std::int64_t seconds,
+                 std::uint16_t milliseconds, const std::string& path);
+
+  // The file of `streamId` ended; 0 stands for all streams.
+  void NoteFileEnd(std::uint32_t streamId, const std::string& path);
+
+ private:
+  struct SAlarm : SProviderTuple {
+    std::uint32_t ActiveStream = 0;  // the stream that records this channel, 0 while idle
+    std::int64_t Time = 0;           // of the last frame written, 0 before the first
+    std::uint16_t Milliseconds = 0;
+  };
+  void SendRecordIdle(const SAlarm& alarm, const std::string& path);
+
+  ICoreEventer& Core;
+  std::map<std::int32_t, SAlarm> Alarms;
+};
+
+}  // namespace qvsvr::kelvo

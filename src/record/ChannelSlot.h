@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "platform/Clock.h"
+#include "storage/Schedule.h"
+
+namespace qvsvr::kelvo {
+
+inline constexpr int kSlots = 32;       // of a stream: 0 to 15 video, 16 to 31 audio
+inline constexpr int kVideoSlots = 16;
+
+// Configuration and state of one channel of a record stream. Times are capture times, UTC.
+struct ChannelSlot {
+  std::int32_t Standard = 0;
+  std::int32_t Width = 0, Height = 0;                // video, pixels
+  std::int32_t BufSizeSamples = 0, SampleRate = 0;   // audio
+  std::int32_t Encoder = -1;                         // -1 when the slot is empty
+  std::int32_t Input = -1;                           // -1 when the slot is empty
+  std::string Name;
+  qvsvr::kelvo::Schedule Schedule;
+  qvsvr::kelvo::Schedule LapseSchedule;
+  std::int32_t PostMotion = 0;  // milliseconds
+  std::int32_t PreMotion = 0;   // milliseconds
+  std::int32_t PreAlarm = 0;    // seconds
+  // Running alarms by action number, and their end; nothing while no end is known.
+  std::map<std::int32_t, std::optional<qv::kelvo::UtcMs>> ActiveAlarms;
+  std::optional<qv::kelvo::UtcMs> MotionTime;   // last motion frame, while motion runs
+  std::optional<qv::kelvo::UtcMs> LastWritten;  // last frame written
+};
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <set>
+
+#include "host/Xml.h"
+#include "record/RecordServices.h"
+#include "record/StreamSet.h"
+
+namespace qvsvr::kelvo {
+
+// Seconds kept ahead of an alarm, per input key (StreamID of an input; audio inputs add 32).
+using PreAlarmTable = std::map<std::uint32_t, std::int32_t>;
+
+// Inputs whose camera is moving.
+class PtzInputs {
+ public:
+  // Applies one opcode to an input key; unknown opcodes change nothing.
+  void Apply(std::uint32_t inputKey, int opcode);
+  [[nodiscard]] bool IsMoving(std::uint32_t inputKey) const;
+
+ private:
+  std::set<std::uint32_t> PtzGroupA, PtzGroupB, PtzGroupC;
+};
+
+// What configuration messages work on. Borrowed.
+struct ConfigTarget {
+  RecordServices& Services;
+  StreamSet& Streams;
+  PreAlarmTable& PreAlarmSeconds;
+  PtzInputs& Ptz;
+};
+
+// Turns the host's description of its cameras into record streams and slots. Each takes the root of
+// a message. Bad elements are logged and skipped. Worker thread only.
+void ApplyDevices(const ConfigTarget& target, const TiXmlElement& root);
+void ApplyEvents(const ConfigTarget& target, const TiXmlElement& root);
+void ApplyPtz(const ConfigTarget& target, const TiXmlElement& root);
+// Alarms of an action message: its Devices children.
+void ApplyActionDevices(const ConfigTarget& target, const TiXmlElement& root);
+// Disk preparation: Storage children of a full configuration.
+void ApplyStorage(const ConfigTarget& target, const TiXmlElement& root);
+
+// Takes over time-lapse settings after a storage message; optionally ends all files first.
+void UpdateStreams(const ConfigTarget& target, bool closeFiles, bool reloadLapse);
+
+// Moves audio between parent and channel streams after PreserveExpirationAudioWithVideo changed.
+void PlaceAudio(const ConfigTarget& target, bool withVideo);
+
+// Removes the streams of owner `id` that are not in `seenStreams` and brings the alarm registry in
+// line with `seenTuples`.
+void RemoveStaleStreams(const ConfigTarget& target, std::uint32_t id,
+                        const std::set<std::uint32_t>& seenStreams,
+                        const ProviderTuples& seenTuples);
+
+}  // namespace qvsvr::kelvo

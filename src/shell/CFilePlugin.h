@@ -1,0 +1,31 @@
+#pragma once
+
+#include "host/ICoreEventer.h"
+#include "record/CRecordMgr.h"
+#include "storage/CFileSystem.h"
+
+namespace qvsvr::kelvo {
+
+// The plug-in between Load and Unload: the host's face for the rest, and the owner of the rest. The
+// record manager is destroyed first.
+class CFilePlugin : public ICoreEventer {
+ public:
+  explicit CFilePlugin(qv::kelvo::Platform& platform);
+
+  std::uint32_t SendHostMessage(const KelvoHostRequest& request, KelvoHostReply& reply) override;
+  void SendXmlEvent(const std::string& text, std::uint32_t eventClass) override;
+  void DecrementReference(void* buffer) override;
+  std::uint32_t GetCoreTime(std::int64_t& seconds, std::uint16_t& milliseconds) override;
+  [[nodiscard]] bool IsStopping() const override;
+
+  // Announces the module, finds the drives and starts the worker.
+  void Open(const char* version);
+
+  CFileSystem FileSystem;
+  CRecordMgr RecordMgr;
+
+ private:
+  qv::kelvo::Platform& Platform;
+};
+
+}  // namespace qvsvr::kelvo

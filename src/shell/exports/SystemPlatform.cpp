@@ -1,0 +1,7 @@
+#include "shell/PluginPlatform.h"
+
+namespace qvsvr::kelvo {
+
+qv::kelvo::Platform& PluginPlatform() { return qv::kelvo::SystemPlatform(); }
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "host/ICoreEventer.h"
+#include "host/Xml.h"
+#include "media/FileSystemBase.h"
+#include "media/StreamId.h"
+#include "storage/IRecordManager.h"
+#include "storage/Schedule.h"
+
+namespace qvsvr::kelvo {
+
+// The storage manager: drives, retention settings, time-lapse table, archive targets. A face over
+// the parts in this folder. All operations belong to the record worker (or to Open, before the
+// worker starts), except GetVolumes and GetTargets, which any thread may call at any time: they read
+// an immutable snapshot that the worker replaces after each change.
+class CFileSystem : public qv::kelvo::FileSystemBase {
+ public:
+  // Borrows both for its life.
+  CFileSystem(ICoreEventer& eventSink, qv::kelvo::Platform& platform);
+  ~CFileSystem() override;
+
+  // Finds the drives. False when there is none. Once, before the worker starts.
+  bool LoadStorage();
+
+  void GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
+                  const qv::kelvo::ArchiveFilter* filter) override;
+  void GetTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
+                  const qv::kelvo::ArchiveFilter* filter) override;
+
+  // Name of the drive with the most usable space, at least `desiredGB`; empty when there is none,
+  // when `manager` is null or stopping, or `desiredGB` is below 1.
+  [[nodiscard]] virtual std::string GetRecordVolume(const IRecordManager* manager,
+                                                    std::int64_t desiredGB);
+
+  // Removes a recording with its companions and the directories that this empties. Returns whether
+  // it is gone; a file that doesn't exist counts as gone.
+  virtual bool RemoveFile(const std::string& path, bool force);
+
+  // False only for a network drive whose target isn't writable.
+  [[nodiscard]] virtual bool IsVolumeWritable(const std::string& name) const;
+
+  // Whole GiB, rounded down. False, with a line in the log, when the system can't tell.
+  [[nodiscard]] virtual bool GetDiskSpace(const std::string& name, std::uint32_t& totalGB,
+                                          std::uint32_t& freeGB);
+
+  // Names of the drives that are enabled and writable; and of those without a fault. Table order.
+  [[nodiscard]] std::vector<std::string> ListUsableVolumes() const;
+  [[nodiscard]] std::vector<std::string> ListRecordableVolumes() const;
+
+  // Takes the drives of a disk-preparation message (a Storage element). True when one was new.
+  bool ApplyDiskPrep(const TiXmlElement& storage);
+
+  // Applies the Storage children of `parent` that carry this module's id. `drivesGiven` tells
+  // whether the last of them named a known drive; answers for unknown drives are added to `reply`.
+  // Returns true.
+  bool ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven, TiXmlElement& reply);
+
+  // Sends a copy of `element`, with this module's id, as an event.
+  void SendStorageXml(const TiXmlElement& element);
+
+  // Copies the time-lapse schedule of an input; false, with `list` as it was, when it has none.
+  [[nodiscard]] bool GetTimeLapseSchedule(std::uint32_t context, std::uint32_t provider,
+                                          std::uint32_t device, std::uint32_t input,
+                                          Schedule& list) const;
+
+  // Retention of one input: days to keep (`type` below 2) or to expire after.
+  void SetCameraExpiration(std::uint32_t context, std::uint32_t provider, std::uint32_t device,
+                           std::uint32_t input, int type, int days);
+  // Brackets the configuration of one provider (the ID of a Devices element).
+  void ForgetDevice(std::uint32_t provider);
+  void AddKnownDevice(std::uint32_t provider);
+
+  // Interval of the global time-lapse in milliseconds; below 1 is off.
+  [[nodiscard]] std::int32_t TimeLapse() const;
+  [[nodiscard]] bool PreserveExpirationAudioWithVideo() const;
+  // Counts the changes of that flag; the record manager polls it.
+  [[nodiscard]] std::uint32_t PreserveAudioChanges() const;
+  // Megabits per second, for the status report.
+  void SetRecordingMbps(double value);
+
+ private:
+  // (parts: drive table, retention rules, time-lapse table, published snapshot)
+};
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Checks what the compiler doesn't: includes between layers go down only, and nothing outside
+# src/platform touches the operating system. Prints each offence; fails if there is one.
+set -u
+root=${1:?source folder}
+cd "$root" || exit 2
+layers=(platform host archiving media storage record search shell)
+bad=0
+offence() { echo "$1"; bad=1; }
+
+rank() { # position of a layer in the list, or nothing
+  local i
+  for i in "${!layers[@]}"; do [ "${layers[$i]}" = "$1" ] && echo "$i"; done
+}
+
+while IFS=: read -r file line text; do
+  layer=${file#src/}; layer=${layer%%/*}
+  target=$(sed -E 's/.*"([a-z]+)\/.*/\1/' <<<"$text")
+  from=$(rank "$layer"); to=$(rank "$target")
+  [ -z "$to" ] && continue
+  if [ "$to" -gt "$from" ] || { [ "$layer" = search ] && [ "$target" = record ]; }; then
+    offence "$file:$line: $layer must not include $target"
+  fi
+done < <(grep -rnE '#include "[a-z]+/' src)
+
+system='#[[:space:]]*(if|ifdef|ifndef|elif).*(_WIN32|__linux__|__unix__|_MSC_VER)|#include <(windows|winsock2?|io|direct|unistd|fcntl|dirent|sys/.*|pthread|dlfcn|poll)\.h>'
+clock='system_clock|steady_clock|high_resolution_clock|[^A-Za-z_:>.]time\(|gettimeofday|clock_gettime|wxDateTime::(U?Now|Today)'
+while IFS=: read -r file line text; do
+  offence "$file:$line: belongs to src/platform: $text"
+done < <(grep -rnE "$system|$clock" src --include='*.cpp' --include='*.h' | grep -v '^src/platform/')
+
+[ "$bad" = 0 ] && echo "layers and seams: clean"
+exit $bad
