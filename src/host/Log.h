@@ -13,15 +13,15 @@ inline constexpr int LogError = KELVO_LOG_ERROR;
 inline constexpr int LogCritical = KELVO_LOG_CRITICAL;
 
 #if defined(__MINGW_PRINTF_FORMAT)
-#define KELVO_PRINTF(format, first) __attribute__((format(__MINGW_PRINTF_FORMAT, format, first)))
+#define KELVO_PRINTF(text, first) __attribute__((format(__MINGW_PRINTF_FORMAT, text, first)))
 #elif defined(__GNUC__)
-#define KELVO_PRINTF(format, first) __attribute__((format(printf, format, first)))
+#define KELVO_PRINTF(text, first) __attribute__((format(printf, text, first)))
 #else
-#define KELVO_PRINTF(format, first)
+#define KELVO_PRINTF(text, first)
 #endif
 
-// The host's message function: one of the process-wide objects (docs/host-interface.md). Null before
-// Load. Any thread.
+// The host's message function: one of the process-wide objects (docs/host-interface.md). Null
+// before Load. Any thread.
 void SetHostFunction(KelvoHostFunction function);
 [[nodiscard]] KelvoHostFunction HostFunction();
 
@@ -45,6 +45,8 @@ class CountText {
   char text[27];
   int start;
 };
-inline CountText FormatCount(std::uint64_t value) { return CountText(value); }
+inline CountText FormatCount(std::uint64_t value) {
+  return CountText(value);
+}
 
 }  // namespace qvsvr::kelvo

@@ -19,6 +19,7 @@ class XmlDocument : public TiXmlDocument {
   // The library's table of errors continued.
   static constexpr int kErrorNestedTooDeeply = 17;
   static constexpr int kErrorTooManyAttributes = 18;
+  static constexpr int kErrorTooLarge = 19;
 
   // Levels of elements, the root being level 1. Copied with the document.
   int maxParseDepth = 100;
@@ -44,7 +45,8 @@ TiXmlElement* BeginXml(TiXmlDocument& document);
 // The document's text with an empty indent and an empty line break.
 [[nodiscard]] std::string PrintXml(const TiXmlDocument& document);
 
-// Attribute by the library's query; false, with `value` as it was, when missing or not a number.
+// Attribute as the library's query reads it, with the rules of ExtractInt: the library leaves open
+// what becomes of a number that is out of range.
 [[nodiscard]] bool ReadInt(const TiXmlElement& element, const char* name, int& value);
 
 // Attribute by stream extraction, as `std::istringstream >> value` does it: leading blanks and
@@ -60,10 +62,12 @@ TiXmlElement* BeginXml(TiXmlDocument& document);
 // Children of one name, for range-based loops: for (const TiXmlElement& e : Children(p, "Device")).
 class ElementRange {
  public:
-  ElementRange(const TiXmlElement* first, const char* name) : first(first), name(name) {}
+  ElementRange(const TiXmlElement* firstChild, const char* childName)
+      : first(firstChild), name(childName) {}
   class Iterator {
    public:
-    Iterator(const TiXmlElement* at, const char* name) : at(at), name(name) {}
+    Iterator(const TiXmlElement* element, const char* siblingName)
+        : at(element), name(siblingName) {}
     const TiXmlElement& operator*() const { return *at; }
     Iterator& operator++() {
       at = at->NextSiblingElement(name);

@@ -22,7 +22,7 @@ using TargetList = std::vector<std::shared_ptr<qvArchiving::IScanner>>;
 // Knows where recordings lie.
 class FileSystemBase {
  public:
-  explicit FileSystemBase(Platform& platform) : platform(platform) {}
+  explicit FileSystemBase(Platform& system) : platform(system) {}
   virtual ~FileSystemBase() = default;
 
   // Replaces `list` by volume roots, each ending in the separator. The base version gives the

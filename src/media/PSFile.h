@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
-#include <vector>
 
 #include "media/PsFormat.h"
 #include "media/PsiFormat.h"
@@ -22,20 +22,24 @@ inline constexpr int kPsWriteFailed = -5;
 
 // One frame on its way to the writer. All pointers are borrowed for the call.
 struct PSFrame {
-  std::uint16_t stream = 0;     // 0 to 15 video, 16 to 31 audio
-  std::uint16_t frameType = 0;  // 0 audio, 1 I, 2 P, 3 B
-  std::uint32_t size = 0;       // bytes of `packet`
+  std::uint16_t stream = 0;                    // 0 to 15 video, 16 to 31 audio
+  std::uint16_t frameType = 0;                 // 0 audio, 1 I, 2 P, 3 B
+  std::uint32_t size = 0;                      // bytes of `packet`
   std::uint16_t year = 0, month = 0, day = 0;  // UTC, month from 1
   std::uint32_t hour = 0, minute = 0, second = 0, millisecond = 0;
-  const std::byte* packet = nullptr;  // a ready-made PES packet instead of the parts below
-  std::uint8_t channel = 0;           // low four bits
-  std::uint8_t flags = 0;             // bits 7 to 5
+  const std::byte* packet = nullptr;     // a ready-made PES packet instead of the parts below
+  std::uint8_t channel = 0;              // low four bits
+  std::uint8_t flags = 0;                // bits 7 to 5
   std::uint16_t presentationOffset = 0;  // milliseconds added to the PTS
   const std::byte* userData = nullptr;
-  std::uint64_t userDataSize = 0;  // at most 87
+  std::uint64_t userDataSize = 0;  // at most 87; whole triples are kept
   const std::byte* payload = nullptr;
   std::uint32_t payloadSize = 0;
   std::uint8_t encoder = 0;  // low two bits
+
+  // Sets `year` to `millisecond`. A moment that the format can't hold makes a frame that is
+  // refused.
+  void SetTime(UtcMs time);
 };
 
 // One recording: a `.ps` media file and its `.psi` index (docs/media-format.md). One thread at a
@@ -43,16 +47,16 @@ struct PSFrame {
 // reader can use, short of the frame that was being written.
 class PSFile {
  public:
-  // Borrows `files` for its life.
-  explicit PSFile(MediaFiles& files);
+  // Borrows `mediaFiles` for its life.
+  explicit PSFile(MediaFiles& mediaFiles);
   ~PSFile();  // closes
   PSFile(const PSFile&) = delete;
   PSFile& operator=(const PSFile&) = delete;
 
   // Opens a new pair, emptying files that exist, and writes the fixed parts. `descriptors` are one
   // per stream number. `preallocateBytes` sizes both files in advance; 0 doesn't. After a failure
-  // the object is closed, except after -1 for a non-zero `fileInfo.level`, where the files stay open
-  // until Close.
+  // the object is closed, except after -1 for a non-zero `fileInfo.level`, where the files stay
+  // open until Close.
   [[nodiscard]] int Create(const std::string& path, const PsFileInfo& fileInfo,
                            std::span<const PsStreamDescriptor, kStreamCount> descriptors,
                            std::uint64_t preallocateBytes);
@@ -86,7 +90,38 @@ class PSFile {
   [[nodiscard]] int SetIndexAccessMode(unsigned mode) const;
 
  private:
-  // (the media helper fills this in)
+  [[nodiscard]] int OpenPair(const std::string& path, std::uint64_t preallocateBytes);
+  [[nodiscard]] int WriteFixedParts(const PsFileInfo& fileInfo,
+                                    std::span<const PsStreamDescriptor, kStreamCount> descriptors);
+  [[nodiscard]] bool ReadyForFrame() const;
+  [[nodiscard]] int WriteParts(const PSFrame& frame);
+  [[nodiscard]] int WriteReadyPacket(const PSFrame& frame);
+  [[nodiscard]] int AddIndexEntry(PesHeaderBytes pesHeader, std::uint64_t size);
+  [[nodiscard]] int WriteRecord(const PsiFrameRecord& record);
+  void RestoreLastRecord(std::uint8_t stream);
+  [[nodiscard]] int WriteMedia(std::span<const ConstBytes> parts);
+  [[nodiscard]] bool WriteIndexAt(std::uint64_t offset, ConstBytes bytes);
+  [[nodiscard]] bool WriteIndexHead();
+  [[nodiscard]] std::uint64_t WriteRuns();
+  void FinishIndex();
+  void Reset();
+
+  MediaFiles& files;
+  std::unique_ptr<MediaFile> indexFile;
+  std::unique_ptr<MediaFile> mediaFile;
+  std::uint64_t dataStart = 0;  // of the first frame in the media file; 0 until the map is written
+  std::uint64_t indexBase = 0;  // of the index in its file
+  std::uint64_t writePos = 0;   // of the next frame in the media file
+  bool writable = false;
+  bool failed = false;        // a write failed: nothing may follow
+  bool preallocated = false;  // sized in advance: the end is cut at close
+  PsiTables tables;
+  // Writer: the last record of each stream, as it is on disk.
+  std::array<PsiFrameRecord, kStreamCount> cursorRecords{};
+  std::array<std::uint16_t, kStreamCount> groupFrame{};
+  std::array<std::uint8_t, kStreamCount> streamIds{};
+  std::uint8_t fileInput = 0;
+  std::uint32_t previousSize = kNoPreviousFrame;  // of the last frame written
 };
 
 }  // namespace qv::kelvo

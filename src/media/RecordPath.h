@@ -45,9 +45,11 @@ struct ParsedName {
 struct PathFields {
   std::uint32_t year = 0, month = 0, day = 0, hour = 0, minute = 0, second = 0;
   StreamID id = 0;
+
+  bool operator==(const PathFields&) const = default;
 };
-// Fills the fields in order and returns whether the three fields of the name all parsed. Fields that
-// don't parse stay as they were; with three or fewer directories the date is left alone.
+// Fills the fields in order and returns whether the three fields of the name all parsed. Fields
+// that don't parse stay as they were; with three or fewer directories the date is left alone.
 [[nodiscard]] bool ParsePath(std::string_view path, PathFields& fields);
 
 }  // namespace qv::kelvo

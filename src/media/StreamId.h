@@ -15,9 +15,17 @@ inline constexpr std::uint32_t kProviderMask = 0x0FFF0000u;
                                               std::uint32_t device, std::uint32_t input) {
   return (context & 15u) << 28 | (provider & kProviderMask) | (device & 255u) << 8 | (input & 255u);
 }
-[[nodiscard]] constexpr std::uint32_t ContextOf(StreamID id) { return id >> 28; }
-[[nodiscard]] constexpr std::uint32_t ProviderOf(StreamID id) { return id & kProviderMask; }
-[[nodiscard]] constexpr std::uint32_t DeviceOf(StreamID id) { return (id >> 8) & 255u; }
-[[nodiscard]] constexpr std::uint32_t InputOf(StreamID id) { return id & 255u; }
+[[nodiscard]] constexpr std::uint32_t ContextOf(StreamID id) {
+  return id >> 28;
+}
+[[nodiscard]] constexpr std::uint32_t ProviderOf(StreamID id) {
+  return id & kProviderMask;
+}
+[[nodiscard]] constexpr std::uint32_t DeviceOf(StreamID id) {
+  return (id >> 8) & 255u;
+}
+[[nodiscard]] constexpr std::uint32_t InputOf(StreamID id) {
+  return id & 255u;
+}
 
 }  // namespace qv::kelvo

@@ -15,7 +15,7 @@ class DurableFiles {
   enum class WriteStep { Done, Create, Write, Close };
   struct WriteResult {
     WriteStep step = WriteStep::Done;
-    int error = 0;          // of the failed step
+    int error = 0;            // of the failed step
     std::size_t written = 0;  // bytes that reached the file
   };
 

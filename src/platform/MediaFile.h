@@ -30,7 +30,8 @@ class MediaFile {
   // Writes `parts` one behind the other at `offset`, in one system call where the platform has one.
   // At most 8 parts; empty parts are allowed. Stops at the first error or short write, which it
   // doesn't retry. `bytes` counts over all parts.
-  [[nodiscard]] virtual IoResult WriteAt(std::uint64_t offset, std::span<const ConstBytes> parts) = 0;
+  [[nodiscard]] virtual IoResult WriteAt(std::uint64_t offset,
+                                         std::span<const ConstBytes> parts) = 0;
 
   // Current size in bytes; returns 0 or the system's error number.
   [[nodiscard]] virtual int Size(std::uint64_t& bytes) = 0;
@@ -47,7 +48,7 @@ class MediaFile {
 };
 
 enum class OpenMode {
-  Read,           // must exist, read only
+  Read,             // must exist, read only
   CreateOrTruncate  // read and write, emptied if it exists, mode 0644
 };
 

@@ -4,12 +4,15 @@
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
-#include <set>
+#include <string>
 #include <thread>
 
+#include "host/Xml.h"
+#include "record/CRecordAlarms.h"
 #include "record/DeviceConfig.h"
 #include "record/MessageQueue.h"
 #include "record/RecordServices.h"
+#include "record/Reservations.h"
 #include "record/StreamSet.h"
 
 namespace qvsvr::kelvo {
@@ -20,10 +23,13 @@ class CRecordMgr : public IRecordManager {
  public:
   // Borrows all for its life.
   CRecordMgr(CFileSystem& fileSystem, ICoreEventer& core, qv::kelvo::Platform& platform);
-  // Joins the worker, ends all files and releases every buffer left in the queue.
+  // Stops and joins the worker, ends all files and releases every buffer left in the queue.
   ~CRecordMgr() override;
+  CRecordMgr(const CRecordMgr&) = delete;
+  CRecordMgr& operator=(const CRecordMgr&) = delete;
 
   // False when stopping, with no reference taken; otherwise the queue owns the payload's reference.
+  // Throws std::bad_alloc, with no reference taken, when memory runs out.
   bool Enqueue(const RecordMessage& message);
 
   // Starts the worker; a second start throws std::logic_error.
@@ -32,17 +38,55 @@ class CRecordMgr : public IRecordManager {
   // Makes the worker end; doesn't wait.
   void RequestStop();
 
-  // Handles one message on the calling thread: the worker's step, callable without a thread.
+  // Handles one message on the calling thread: the worker's step, callable without a thread. Takes
+  // over the payload's reference, also when it throws.
   void HandleMessage(const RecordMessage& message);
 
-  // What the worker does after each message.
+  // What the worker does after each message. `sinceStatsNs` is the age of the minute's statistics
+  // when the message was taken.
   void AfterMessage(std::int64_t sinceStatsNs);
 
   [[nodiscard]] std::int64_t ReservedGB(const std::string& volume) const override;
   [[nodiscard]] bool IsStopping() const override { return Stopping.load(); }
 
  private:
-  // (see the worker's description in the source)
+  void Run();
+  // Waits for the next message; false when the worker has to end.
+  [[nodiscard]] bool Next(RecordMessage& message, std::int64_t& sinceStatsNs);
+  void Process(const RecordMessage& message, std::int64_t sinceStatsNs);
+
+  void HandleXml(const RecordMessage& message);
+  void ApplyAction(const TiXmlElement& root);
+  void ApplyConfiguration(const TiXmlElement& root);
+  void ApplyDelta(const TiXmlElement& root);
+  void ApplySystem(const TiXmlElement& root);
+
+  void EndMinute(std::int64_t elapsedNs);
+  [[nodiscard]] double RecordingRate(std::int64_t elapsedMicroseconds);
+  void FollowAudioSetting();
+  void OpenDueFiles();
+
+  CFileSystem& FileSystem;
+  ICoreEventer& Core;
+  qv::kelvo::Platform& Platform;
+  CRecordAlarms Alarms;
+  ReservationList Reservations;
+  RecordServices Services;
+  StreamSet Streams;
+  PreAlarmTable PreAlarmSeconds;
+  PtzInputs Ptz;
+  ConfigTarget Config;
+
+  std::mutex QueueLock;  // guards Queue
+  std::condition_variable QueueSignal;
+  MessageQueue Queue;
+  std::thread Worker;
+  std::atomic<bool> Stopping{false};
+
+  std::int64_t StatsStartNs = 0;
+  // The state of CFileSystem's counter that the audio placement follows. It starts with that
+  // counter at 0, so that a plug-in loaded anew finds no change before there is one.
+  std::uint32_t PlacedAudioChanges = 0;
 };
 
 }  // namespace qvsvr::kelvo

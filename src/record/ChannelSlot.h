@@ -10,16 +10,16 @@
 
 namespace qvsvr::kelvo {
 
-inline constexpr int kSlots = 32;       // of a stream: 0 to 15 video, 16 to 31 audio
+inline constexpr int kSlots = 32;  // of a stream: 0 to 15 video, 16 to 31 audio
 inline constexpr int kVideoSlots = 16;
 
 // Configuration and state of one channel of a record stream. Times are capture times, UTC.
 struct ChannelSlot {
   std::int32_t Standard = 0;
-  std::int32_t Width = 0, Height = 0;                // video, pixels
-  std::int32_t BufSizeSamples = 0, SampleRate = 0;   // audio
-  std::int32_t Encoder = -1;                         // -1 when the slot is empty
-  std::int32_t Input = -1;                           // -1 when the slot is empty
+  std::int32_t Width = 0, Height = 0;               // video, pixels
+  std::int32_t BufSizeSamples = 0, SampleRate = 0;  // audio
+  std::int32_t Encoder = -1;                        // -1 when the slot is empty
+  std::int32_t Input = -1;                          // -1 when the slot is empty
   std::string Name;
   qvsvr::kelvo::Schedule Schedule;
   qvsvr::kelvo::Schedule LapseSchedule;

@@ -1,9 +1,9 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <vector>
+#include <utility>
 
 #include "kelvo/host_abi.h"
 
@@ -21,29 +21,56 @@ struct RecordMessage {
 };
 static_assert(sizeof(RecordMessage) == 184);
 
-// A first-in first-out queue of messages by value, unbounded. Grows by blocks, so that a push never
-// moves what is queued. Not locked.
+// A first-in first-out queue of messages by value, unbounded. It lives in a chain of blocks, so
+// that a push never moves what is queued; emptied blocks are kept for later pushes. Not locked.
 class MessageQueue {
+  struct Block;
+
  public:
+  // Memory that Shrink took out of the queue; the destructor frees it.
+  class SpareBlocks {
+   public:
+    SpareBlocks() = default;
+    SpareBlocks(SpareBlocks&& other) noexcept : First(other.First) { other.First = nullptr; }
+    SpareBlocks& operator=(SpareBlocks&& other) noexcept {
+      std::swap(First, other.First);
+      return *this;
+    }
+    ~SpareBlocks();
+
+   private:
+    friend class MessageQueue;
+    Block* First = nullptr;
+  };
+
   MessageQueue();
   ~MessageQueue();
   MessageQueue(const MessageQueue&) = delete;
   MessageQueue& operator=(const MessageQueue&) = delete;
 
+  // Throws std::bad_alloc, with nothing queued, when it needs a block and can't get one.
   void Push(const RecordMessage& message);
   // Only when not Empty.
   [[nodiscard]] RecordMessage Pop();
   [[nodiscard]] bool Empty() const { return Count == 0; }
   [[nodiscard]] std::size_t Size() const { return Count; }
-  // Messages that fit without another allocation.
+  // Messages that the blocks at hand can take, the queued ones included.
   [[nodiscard]] std::size_t Capacity() const;
 
   // Gives memory back after a burst: when no more than the larger of half the capacity and 8
-  // messages are queued, and that is under the capacity, the queue moves to one of that size.
-  void Shrink();
+  // messages are queued, and that is under the capacity, the queue keeps only the blocks that its
+  // messages need (one at least). The rest is returned, to be freed where nobody waits for it.
+  [[nodiscard]] SpareBlocks Shrink();
 
  private:
-  // (ring of blocks)
+  static constexpr std::size_t kBlockMessages = 32;
+
+  Block* Head;               // holds the oldest message, from HeadUsed on
+  Block* Tail;               // takes the next message, at TailUsed
+  Block* Spare = nullptr;    // emptied blocks
+  std::size_t HeadUsed = 0;  // places of Head that were popped
+  std::size_t TailUsed = 0;  // places of Tail that were pushed
+  std::size_t Blocks = 1;    // all, spare ones included
   std::size_t Count = 0;
 };
 

@@ -3,8 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <vector>
+#include <list>
 
 #include "platform/Clock.h"
 #include "record/ChannelSlot.h"
@@ -14,35 +13,41 @@ namespace qvsvr::kelvo {
 inline constexpr std::uint8_t kFlagMotion = 0x80;
 inline constexpr std::uint8_t kFlagAlarm = 0x40;
 
-// A frame whose fate is open. Owns one reference to `Buffer`, which whoever removes the frame
-// releases. The links belong to PendingFrames.
-struct PendingFrame {
-  qv::kelvo::UtcMs Time = 0;  // capture time
-  void* Buffer = nullptr;     // the host's counted buffer
-  std::uint32_t Provider = 0;
-  std::uint32_t Size = 0;  // payload bytes
-  std::uint8_t Slot = 0;   // below kSlots
-  std::uint8_t Type = 0;   // 0 audio, 1 I, 2 P, 3 B
-  std::uint8_t Flags = 0;
-  std::uint8_t ExtensionLength = 0;
-  bool IsPes = false;  // Buffer holds a PES packet
-  bool Ptz = false;    // the camera was moving
+inline constexpr std::uint8_t kTypeAudio = 0;
+inline constexpr std::uint8_t kTypeI = 1;
+inline constexpr std::uint8_t kTypeP = 2;
+inline constexpr std::uint8_t kTypeB = 3;
 
+// A frame whose fate is open. Owns one reference to `Buffer`, which whoever removes the frame
+// releases. The links belong to PendingFrames. What every look at a waiting frame needs lies in its
+// first 64 bytes.
+struct alignas(64) PendingFrame {
+  qv::kelvo::UtcMs Time = 0;      // capture time
   PendingFrame* Older = nullptr;  // arrival order over all slots
   PendingFrame* Newer = nullptr;
   PendingFrame* SlotOlder = nullptr;  // arrival order within the slot
   PendingFrame* SlotNewer = nullptr;
   PendingFrame* NextKey = nullptr;  // on types 0 and 1: the next such frame of the slot
+  void* Buffer = nullptr;           // the host's counted buffer
+  std::uint32_t Size = 0;           // payload bytes
+  std::uint8_t Slot = 0;            // below kSlots
+  std::uint8_t Type = 0;            // 0 audio, 1 I, 2 P, 3 B
+  std::uint8_t Flags = 0;
+  bool Ptz = false;  // the camera was moving
 
+  std::uint32_t Provider = 0;
+  std::uint8_t ExtensionLength = 0;
+  bool IsPes = false;                       // Buffer holds a PES packet
+  std::uint16_t Home = 0;                   // place within its slab
   std::array<std::uint8_t, 128> Extension;  // ExtensionLength bytes (at most 128) are set
 
   // Types 0 and 1 stand alone; the others depend on what came before.
-  [[nodiscard]] bool IsKey() const { return Type < 2; }
+  [[nodiscard]] bool IsKey() const { return Type < kTypeP; }
 };
 
 // The undecided frames of a stream in arrival order, with each slot's own order beside it, so that
-// no operation here costs more than what it touches. Frames come from a pool that keeps its memory
-// while frames are pending. One thread.
+// no operation here costs more than what it touches. Frames come from a pool that grows by slabs
+// and gives slabs back once it is mostly unused. One thread.
 class PendingFrames {
  public:
   PendingFrames();
@@ -60,14 +65,33 @@ class PendingFrames {
   // Unlinks and recycles; `frame` is invalid afterwards.
   void Erase(PendingFrame* frame);
 
-  [[nodiscard]] PendingFrame* Front() const;
-  [[nodiscard]] PendingFrame* Back() const;
-  [[nodiscard]] PendingFrame* SlotFront(int slot) const;
-  [[nodiscard]] PendingFrame* SlotBack(int slot) const;
-  [[nodiscard]] std::size_t Size() const;
+  [[nodiscard]] PendingFrame* Front() const { return Oldest; }
+  [[nodiscard]] PendingFrame* Back() const { return Newest; }
+  [[nodiscard]] PendingFrame* SlotFront(int slot) const { return At(slot).Oldest; }
+  [[nodiscard]] PendingFrame* SlotBack(int slot) const { return At(slot).Newest; }
+  [[nodiscard]] std::size_t Size() const { return Count; }
+  // Frames that the pool has memory for.
+  [[nodiscard]] std::size_t Capacity() const;
 
  private:
-  // (pool and ends)
+  struct Slab;
+  struct SlotEnds {
+    PendingFrame* Oldest = nullptr;
+    PendingFrame* Newest = nullptr;
+    PendingFrame* NewestKey = nullptr;
+  };
+  [[nodiscard]] const SlotEnds& At(int slot) const { return Ends[static_cast<std::size_t>(slot)]; }
+  [[nodiscard]] static Slab& SlabOf(PendingFrame* frame);
+  void AddSlab();
+  void UnlinkKey(PendingFrame* frame, SlotEnds& ends);
+
+  // Slabs with room: the one used last in front, unused ones at the back; and those without.
+  std::list<Slab> Open, Full;
+  std::size_t InUse = 0;  // frames handed out
+  std::size_t Count = 0;  // frames pending
+  PendingFrame* Oldest = nullptr;
+  PendingFrame* Newest = nullptr;
+  std::array<SlotEnds, kSlots> Ends;
 };
 
 }  // namespace qvsvr::kelvo

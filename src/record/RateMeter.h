@@ -2,12 +2,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <vector>
 
 namespace qvsvr::kelvo {
 
 // Sums bytes in buckets of `periodSeconds`, keeping the `limit` newest (0: all). With a period of 0
-// there is one bucket, a plain sum. Times are steady nanoseconds.
+// there is one bucket, a plain sum. Times are steady nanoseconds. One thread.
 class RateMeter {
  public:
   explicit RateMeter(std::uint32_t periodSeconds = 0, std::size_t limit = 0)
@@ -15,8 +15,8 @@ class RateMeter {
 
   void Add(std::uint64_t bytes, std::int64_t nowNs);
 
-  // False when nothing was added since the last clear. `milliseconds` is the time covered, up to
-  // the last Add.
+  // False, with the outputs as they were, when nothing was added since the last clear.
+  // `milliseconds` is the time covered, up to the last Add.
   [[nodiscard]] bool Read(std::uint64_t& bytes, std::uint64_t& milliseconds, bool clear);
 
  private:
@@ -26,7 +26,7 @@ class RateMeter {
   };
   std::uint32_t Period;
   std::size_t Limit;
-  std::deque<Bucket> Buckets;
+  std::vector<Bucket> Buckets;  // oldest first
   std::int64_t LastUpdate = 0;
 };
 

@@ -14,6 +14,9 @@
 
 namespace qvsvr::kelvo {
 
+// A file lives this long, in milliseconds.
+inline constexpr std::int64_t kFileLifeMs = 5 * 60 * 1000;
+
 // One media file being written, with up to 32 channels, and the frames that wait for their fate.
 // Worker thread only. Configuration code sets the public members; frames come through
 // StreamAddFrame, files through OpenFile and CloseFile.
@@ -21,21 +24,23 @@ class RecordStream {
  public:
   // Borrows `services` for its life.
   RecordStream(RecordServices& services, std::uint32_t id);
-  // Ends the file as CloseFile does, but without removing an empty one, and releases all pending
-  // buffers.
+  // Ends the file as CloseFile does, but without writing what is pending and without removing an
+  // empty file, and releases all pending buffers.
   ~RecordStream();
   RecordStream(const RecordStream&) = delete;
   RecordStream& operator=(const RecordStream&) = delete;
 
   // Takes one frame. True: the stream owns the buffer's reference now. False: the caller releases.
-  // First flushes what earlier frames have settled. `header` is borrowed for the call.
+  // First flushes what earlier frames have settled. `header` is borrowed for the call. A frame
+  // without a buffer is refused; one of length 0 is an empty payload.
   bool StreamAddFrame(std::uint32_t provider, void* buffer, std::uint32_t length,
                       std::uint32_t subCode, const KelvoFrameHeader& header, bool ptz);
 
   // Writes or drops the frames whose waiting time is over.
   void FlushPending();
 
-  // Sets `flagBit` on the slot's pending frames captured at `since` or later.
+  // Sets `flagBit` on the slot's pending frames from the newest back to the first one captured
+  // before `since`.
   void MarkPending(qv::kelvo::UtcMs since, int slot, std::uint8_t flagBit);
 
   // Releases and forgets the slot's pending frames.
@@ -45,9 +50,16 @@ class RecordStream {
 
   // Opens the next file on a volume with room, closing the one before. Logs changes of state only.
   void OpenFile();
-  // Ends the file, if one is open; one without frames is removed.
+  // Ends the file, if one is open; one without frames is removed. Pending frames that continue a
+  // group of the file go into it first.
   void CloseFile();
   [[nodiscard]] bool HasFile() const { return OpenTime.has_value(); }
+  // When the file was opened, wall clock; nothing when none is open. Stays after a write error.
+  [[nodiscard]] std::optional<qv::kelvo::UtcMs> GetOpenTime() const { return OpenTime; }
+  // Whether the worker has to open a file: there is none, or its age is over or negative.
+  [[nodiscard]] bool FileDue(qv::kelvo::UtcMs now) const;
+  // From now on each change of the open time sets `*flag`, which outlives the stream.
+  void ReportFileChangesTo(bool* flag) { FileChanged = flag; }
 
   // Takes over CFileSystem's global time-lapse interval.
   void RefreshDefaultLapse();
@@ -58,24 +70,53 @@ class RecordStream {
   // Bytes written since the last call, over all slots.
   [[nodiscard]] std::uint64_t TakeWrittenBytes();
 
-  const std::uint32_t OwnId;      // the id at creation
-  std::uint32_t StreamId;         // key of all lookups
-  std::uint32_t AltId = 0;        // a second provider id routed here; 0 if none
-  std::uint32_t ParentId = 0;     // the stream this one split from; 0 if none
-  std::uint8_t Layout = 0xFF;     // low byte of an encoder stream's id
-  std::int64_t ActiveChannels = 0;  // slots that record here; at 0 no file is opened
-  std::int32_t DefaultLapse = 0;  // milliseconds; below 1 is off
+  const std::uint32_t OwnId;                 // the id at creation
+  std::uint32_t StreamId;                    // key of all lookups; not changed once in a StreamSet
+  std::uint32_t AltId = 0;                   // a second provider id routed here; 0 if none
+  std::uint32_t ParentId = 0;                // the stream this one split from; 0 if none
+  std::uint8_t Layout = 0xFF;                // low byte of an encoder stream's id
+  std::int64_t ActiveChannels = 0;           // slots that record here; at 0 no file is opened
+  std::int32_t DefaultLapse = 0;             // milliseconds; below 1 is off
   std::array<std::int32_t, 256> ChannelMap;  // low byte of a provider id to slot, -1 unknown
   std::array<ChannelSlot, kSlots> Slots;
-  // When the file was opened, wall clock; nothing when none is open.
-  std::optional<qv::kelvo::UtcMs> OpenTime;
 
-  [[nodiscard]] const PendingFrames& PendingForTest() const { return Pending; }
+  // What is undecided, for looking at.
+  [[nodiscard]] const PendingFrames& Undecided() const { return Pending; }
 
  private:
+  enum class Fate { Open, Write, Drop };
+
+  // RecordStream.cpp: intake and flush.
+  [[nodiscard]] static bool FillFrame(PendingFrame& frame, const KelvoFrameHeader& header);
+  void ApplyAlarmAndMotion(PendingFrame& frame);
+  [[nodiscard]] Fate DecideFront(const PendingFrame& front, qv::kelvo::UtcMs newest);
+  [[nodiscard]] bool ThinGroup(const PendingFrame& front, const PendingFrame& next);
+  [[nodiscard]] int HourOf(const PendingFrame& frame);
+  void WriteFront(PendingFrame* front);
+  void Drop(PendingFrame* frame);
+  void Release(PendingFrame* frame);
+
+  // RecordFile.cpp: the file's life.
+  [[nodiscard]] int OpenWriter(const std::string& path);
+  bool CloseWriter();
+  void EndWriter();
+  void WriteContinuedGroups();
+  void ForgetFile();
+  bool WriteStreamFrame(const PendingFrame& frame);
+  [[nodiscard]] std::int64_t FlushNs();
+
   RecordServices& Services;
   PendingFrames Pending;
-  // (decision, file members)
+  qv::kelvo::PSFile Writer;
+  std::string CurrentPath;  // while the writer is open
+  std::string FileName;     // while OpenTime is set
+  std::optional<qv::kelvo::UtcMs> OpenTime;
+  bool NoVolume = false;    // the last attempt found no record volume
+  bool OpenFailed = false;  // the last attempt to open failed
+  bool* FileChanged = nullptr;
+  std::array<qv::kelvo::HourOfWeekClock, kSlots> Hours;  // per slot: cameras' clocks may differ
+  std::array<RateMeter, kSlots> Rates;
+  std::optional<std::int64_t> SteadyOfFlush;  // read once per flush that writes
 };
 
 }  // namespace qvsvr::kelvo

@@ -10,6 +10,7 @@ namespace qvsvr::kelvo {
 // record manager is destroyed first.
 class CFilePlugin : public ICoreEventer {
  public:
+  // Borrows `platform` for its life.
   explicit CFilePlugin(qv::kelvo::Platform& platform);
 
   std::uint32_t SendHostMessage(const KelvoHostRequest& request, KelvoHostReply& reply) override;
@@ -18,14 +19,18 @@ class CFilePlugin : public ICoreEventer {
   std::uint32_t GetCoreTime(std::int64_t& seconds, std::uint16_t& milliseconds) override;
   [[nodiscard]] bool IsStopping() const override;
 
-  // Announces the module, finds the drives and starts the worker.
+  // Announces the module, finds the drives and starts the worker. A second call throws
+  // std::logic_error.
   void Open(const char* version);
 
   CFileSystem FileSystem;
   CRecordMgr RecordMgr;
 
  private:
+  void Announce(const char* version);
+
   qv::kelvo::Platform& Platform;
+  bool Opened = false;
 };
 
 }  // namespace qvsvr::kelvo

@@ -1,9 +1,7 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <map>
-#include <memory>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -11,19 +9,26 @@
 #include "host/Xml.h"
 #include "media/FileSystemBase.h"
 #include "media/StreamId.h"
+#include "storage/DriveTable.h"
 #include "storage/IRecordManager.h"
+#include "storage/LicenceState.h"
+#include "storage/NetworkTargets.h"
+#include "storage/RecordVolume.h"
+#include "storage/RetentionRules.h"
 #include "storage/Schedule.h"
+#include "storage/TimeLapseTable.h"
+#include "storage/VolumeSnapshot.h"
 
 namespace qvsvr::kelvo {
 
 // The storage manager: drives, retention settings, time-lapse table, archive targets. A face over
 // the parts in this folder. All operations belong to the record worker (or to Open, before the
-// worker starts), except GetVolumes and GetTargets, which any thread may call at any time: they read
-// an immutable snapshot that the worker replaces after each change.
+// worker starts), except GetVolumes and GetTargets, which any thread may call at any time: they
+// read an immutable snapshot that the worker replaces after each change.
 class CFileSystem : public qv::kelvo::FileSystemBase {
  public:
   // Borrows both for its life.
-  CFileSystem(ICoreEventer& eventSink, qv::kelvo::Platform& platform);
+  CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system);
   ~CFileSystem() override;
 
   // Finds the drives. False when there is none. Once, before the worker starts.
@@ -40,7 +45,8 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
                                                     std::int64_t desiredGB);
 
   // Removes a recording with its companions and the directories that this empties. Returns whether
-  // it is gone; a file that doesn't exist counts as gone.
+  // it is gone; a file that doesn't exist counts as gone. Without `force` nothing is removed: no
+  // recording is known to be free for it.
   virtual bool RemoveFile(const std::string& path, bool force);
 
   // False only for a network drive whose target isn't writable.
@@ -49,6 +55,11 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // Whole GiB, rounded down. False, with a line in the log, when the system can't tell.
   [[nodiscard]] virtual bool GetDiskSpace(const std::string& name, std::uint32_t& totalGB,
                                           std::uint32_t& freeGB);
+
+  // GB that may be recorded on a drive of the table now: 0 when it is disabled, faulty, not
+  // writable or can't be measured; negative when its reserve is in use.
+  [[nodiscard]] std::int64_t GetUsableSpace(const IRecordManager& manager, const std::string& name,
+                                            const DriveRecord& record);
 
   // Names of the drives that are enabled and writable; and of those without a fault. Table order.
   [[nodiscard]] std::vector<std::string> ListUsableVolumes() const;
@@ -77,6 +88,9 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   void ForgetDevice(std::uint32_t provider);
   void AddKnownDevice(std::uint32_t provider);
 
+  // Takes the root of a system message; true when the restricted state changed.
+  bool ApplySystemState(const TiXmlElement& root);
+
   // Interval of the global time-lapse in milliseconds; below 1 is off.
   [[nodiscard]] std::int32_t TimeLapse() const;
   [[nodiscard]] bool PreserveExpirationAudioWithVideo() const;
@@ -86,7 +100,25 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   void SetRecordingMbps(double value);
 
  private:
-  // (parts: drive table, retention rules, time-lapse table, published snapshot)
+  [[nodiscard]] std::vector<std::string> ListVolumes(std::uint32_t alarmMask) const;
+  // Inserts a drive; one that is in the table stays as it is. Returns whether it is new.
+  bool AddDrive(const std::string& name);
+  void LogFoundDrives();
+  // To be called after each change of drives or targets.
+  void PublishVolumes();
+  [[nodiscard]] std::int64_t NowSeconds();
+
+  ICoreEventer& eventSink;
+  DriveTable driveTable;
+  NetworkTargets network;
+  RetentionRules retention;
+  TimeLapseTable lapse;
+  RecordingState recordingState;
+  LicenceState licence;
+  PublishedSnapshot volumes;
+  // Path parts of a drive's root.
+  std::size_t volumeDepth = 0;
+  double recordingMbps = 0;
 };
 
 }  // namespace qvsvr::kelvo

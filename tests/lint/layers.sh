@@ -23,11 +23,16 @@ while IFS=: read -r file line text; do
   fi
 done < <(grep -rnE '#include "[a-z]+/' src)
 
-system='#[[:space:]]*(if|ifdef|ifndef|elif).*(_WIN32|__linux__|__unix__|_MSC_VER)|#include <(windows|winsock2?|io|direct|unistd|fcntl|dirent|sys/.*|pthread|dlfcn|poll)\.h>'
-clock='system_clock|steady_clock|high_resolution_clock|[^A-Za-z_:>.]time\(|gettimeofday|clock_gettime|wxDateTime::(U?Now|Today)'
+system='#[[:space:]]*(if|ifdef|ifndef|elif).*(_WIN32|__linux__|__unix__|_MSC_VER)|#include <(windows|winsock2?|io|direct|unistd|fcntl|dirent|sys/.*|pthread|dlfcn|poll|signal|sched|spawn|netdb|arpa/.*)\.h>'
+clock='system_clock|steady_clock|high_resolution_clock|[^A-Za-z_:>.]time\(|gettimeofday|clock_gettime|sleep_(for|until)|[^A-Za-z_](u|nano)?sleep\(|wxDateTime::(U?Now|Today)'
 while IFS=: read -r file line text; do
   offence "$file:$line: belongs to src/platform: $text"
 done < <(grep -rnE "$system|$clock" src --include='*.cpp' --include='*.h' | grep -v '^src/platform/')
+
+# What a system's folder holds is the platform's own business.
+while IFS=: read -r file line text; do
+  offence "$file:$line: use platform/Platform.h: $text"
+done < <(grep -rnE '#include "platform/(posix|win32)/' src | grep -v '^src/platform/')
 
 [ "$bad" = 0 ] && echo "layers and seams: clean"
 exit $bad

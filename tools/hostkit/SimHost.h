@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -11,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "hostkit/BufferPool.h"
 #include "kelvo/host_abi.h"
 
 namespace hostkit {
@@ -33,7 +35,10 @@ class SimHost {
   void Close();
   void Unload();
 
-  // --- Buffers. A buffer starts with one reference, which an accepted Write or IOCTL takes over.
+  // --- Buffers. With quarantine, set before the first buffer, a released payload is spoilt and its
+  // room never given out again, so that a late read and a second release show.
+  void SetQuarantine(bool on) { pool.SetQuarantine(on); }
+  // A buffer starts with one reference, which an accepted Write or IOCTL takes over.
   // The room comes from a pool; content is up to the caller.
   [[nodiscard]] std::byte* NewBuffer(std::size_t size);
   [[nodiscard]] std::byte* NewBuffer(std::string_view content);
@@ -47,6 +52,12 @@ class SimHost {
   // Blocks until at most `count` buffers are outstanding (the brake of a load generator), or
   // `timeoutMs` has passed; returns whether it is so.
   bool WaitOutstanding(std::int64_t count, int timeoutMs = 60'000);
+
+  // Blocks until this buffer holds no reference any more; in quarantine only.
+  bool WaitReleased(const void* buffer, int timeoutMs = 60'000);
+  // Called on the plug-in's threads as a buffer loses its last reference, before that counts as
+  // released and with its payload still whole. Set before Load.
+  std::function<void(const std::byte*)> onRelease;
 
   // --- Blocks. Each returns whether the plug-in accepted; if not, the buffer is released here.
   // `header` is copied.
@@ -86,11 +97,33 @@ class SimHost {
   bool WaitForEvent(std::string_view text, int timeoutMs = 20'000);
 
  private:
-  // (the black-box engineer fills this in)
+  struct Module;
+  static std::uint32_t HostFunction(const KelvoHostRequest* request, KelvoHostReply* reply);
+  std::uint32_t Handle(const KelvoHostRequest& request, KelvoHostReply& reply);
+  void NoteLog(const KelvoHostRequest& request);
+  void NoteEvent(const KelvoHostRequest& request);
+  bool WriteBlock(const KelvoWriteBlock& block);
+
+  std::unique_ptr<Module> module;
+  BufferPool pool;
   std::atomic<std::int64_t> outstanding{0};
   std::atomic<std::int64_t> badReleases{0};
   std::atomic<std::uint32_t> logLevel{KELVO_LOG_NO_THRESHOLD};
   Exports exports{};
+  bool loaded = false;
+
+  // Waiters for few outstanding buffers announce the count they want, so that a release signals
+  // only then. Below 0: nobody waits.
+  std::atomic<std::int64_t> wantedOutstanding{-1};
+  std::mutex waitLock;
+  std::condition_variable released;
+  int waiters = 0;
+  std::atomic<int> bufferWaiters{0};
+
+  std::mutex toldLock;
+  std::condition_variable told;
+  std::vector<LogLine> logLines;
+  std::vector<Event> events;
 };
 
 }  // namespace hostkit

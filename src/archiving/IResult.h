@@ -1,0 +1,43 @@
+#pragma once
+
+#include <aws/transfer/TransferHandle.h>
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace qvArchiving {
+
+using Aws::Transfer::TransferStatus;
+
+// The text of a status; "FAILED" for an unknown value.
+[[nodiscard]] std::string TransferStatusName(TransferStatus status);
+
+// One transfer, as its starter follows it. Any thread. Dropping the result doesn't stop the
+// transfer.
+class IResult {
+ public:
+  virtual ~IResult() = default;
+
+  // Blocks until the transfer is over and, if anybody is to be told, has been told (at most a
+  // second later).
+  virtual void Wait() = 0;
+  // Asks the transfer to stop; it ends as CANCELED, unless it ended before.
+  virtual void Cancel() = 0;
+  virtual bool LockForCompletion() = 0;
+  // Forgets the transfer: from then on this is a result without one.
+  virtual void ReleaseHandle() = 0;
+  [[nodiscard]] virtual std::uint64_t GetBytesTransferred() const = 0;
+  [[nodiscard]] virtual std::uint64_t GetBytesTotalSize() const = 0;
+  // The last error's message; `text` stays as it is without a transfer.
+  virtual void GetLastError(std::string& text) const = 0;
+  [[nodiscard]] virtual std::string GetId() const = 0;
+  [[nodiscard]] virtual std::string GetStatusName(TransferStatus status) const = 0;
+  // FAILED without a transfer.
+  [[nodiscard]] virtual TransferStatus GetStatus() const = 0;
+  [[nodiscard]] virtual std::map<std::string, std::string> GetMetadata() const = 0;
+  // From start to completion; meaningless for a transfer that didn't complete.
+  [[nodiscard]] virtual std::int64_t GetElapsedMs() const = 0;
+};
+
+}  // namespace qvArchiving

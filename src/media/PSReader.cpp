@@ -1,0 +1,374 @@
+#include "media/PSReader.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "media/RecordPath.h"
+
+namespace qv::kelvo {
+namespace {
+
+constexpr std::size_t kMapHeadSize = 6;
+constexpr std::size_t kMaxMapLength = kProgramMapSize - kMapHeadSize;
+
+// Whether `buffer` was filled from `offset`.
+bool ReadAll(MediaFile& file, std::uint64_t offset, MutableBytes buffer) {
+  const IoResult result = file.ReadAt(offset, buffer);
+  return result.error == 0 && result.bytes == buffer.size();
+}
+
+std::uint32_t MaskOf(std::span<const std::uint16_t> streams) {
+  std::uint32_t mask = 0;
+  for (const std::uint16_t stream : streams) {
+    if (stream < kStreamCount) mask |= 1u << stream;
+  }
+  return mask;
+}
+
+bool Has(std::uint32_t mask, unsigned stream) {
+  return (mask >> stream & 1u) != 0;
+}
+
+}  // namespace
+
+PSReader::PSReader(MediaFiles& mediaFiles) : files(mediaFiles) {}
+
+int PSReader::Open(const std::string& path) {
+  return OpenAt(path, 0, 0);
+}
+
+int PSReader::OpenAt(const std::string& path, std::uint64_t mediaBase, std::uint64_t newIndexBase) {
+  Close();
+  if (files.Open(path, OpenMode::Read, mediaFile) != 0) return kPsOpenFailed;
+  indexBase = newIndexBase;
+  indexInMedia = newIndexBase != 0;
+  // Without an index the media file is scanned instead.
+  if (!indexInMedia) (void)files.Open(IndexPath(path), OpenMode::Read, indexFile);
+
+  int result = HasIndex() ? LoadIndex() : kPsOk;
+  if (result == kPsOk) result = LoadMedia(mediaBase);
+  if (result == kPsOk && !HasIndex()) ScanMedia();
+  if (result == kPsOk) result = Rewind();
+  if (result != kPsOk) Close();
+  return result;
+}
+
+void PSReader::Close() {
+  mediaFile.reset();
+  indexFile.reset();
+  indexInMedia = recovered = false;
+  indexBase = dataStart = 0;
+  programMap.clear();
+  tables = {};
+  window.Reset(nullptr, 0);
+  memoryFrames.clear();
+  for (auto& frames : memoryStreamFrames) frames.clear();
+  streamCursors = {};
+  cursor = 0;
+  cursorStream = 0;
+  consumed = {};
+}
+
+int PSReader::LoadIndex() {
+  MediaFile& file = IndexSource();
+  std::array<std::byte, kPsiHeadSize> head;
+  const std::span<const std::byte> bytes(head);
+  if (!ReadAll(file, indexBase, MutableBytes(head).first(kPsiHeaderSize))) return kPsReadFailed;
+  tables.header = DecodeHeader(bytes.first<kPsiHeaderSize>());
+  if (!IsValid(tables.header) || tables.header.streamCount > kStreamCount) return kPsBadArgument;
+
+  const std::size_t streamBytes = tables.header.streamCount * kPsiStreamRecordSize;
+  if (!ReadAll(file, indexBase + kPsiHeaderSize,
+               MutableBytes(head).subspan(kPsiHeaderSize, streamBytes))) {
+    return kPsReadFailed;
+  }
+  for (std::size_t i = 0; i < tables.header.streamCount; ++i) {
+    const std::size_t at = kPsiHeaderSize + i * kPsiStreamRecordSize;
+    tables.streams[i] = DecodeStream(bytes.subspan(at).first<kPsiStreamRecordSize>());
+  }
+
+  window.Reset(&file, indexBase);
+  std::uint64_t size = 0;
+  if (file.Size(size) != 0) return kPsReadFailed;
+  const std::uint64_t room = size - std::min(size, indexBase + kPsiHeadSize);
+  if (tables.header.frameCount == 0 || !TablesAgree(room / kPsiFrameRecordSize)) Recover();
+  return kPsOk;
+}
+
+// Whether the counts and links of the head hold together and fit a file of that many records.
+bool PSReader::TablesAgree(std::uint64_t recordsInFile) const {
+  const std::uint32_t count = tables.header.frameCount;
+  if (count > recordsInFile) return false;
+  std::uint64_t sum = 0;
+  for (const PsiStreamRecord& stream : tables.streams) {
+    sum += stream.frameCount;
+    if (stream.frameCount == 0) continue;
+    if (stream.firstFrame > stream.lastFrame || stream.lastFrame >= count) return false;
+  }
+  return sum == count;
+}
+
+// Counts the records of an index whose writer never closed it, or whose head is damaged. Frames
+// follow each other without a gap in the media file, which tells the last record from the run table
+// behind it.
+void PSReader::Recover() {
+  recovered = true;
+  const PsiHeader old = tables.header;
+  const auto oldStreams = tables.streams;
+  tables = {};
+  tables.header.version = old.version;
+  std::uint64_t expectedOffset = 0;
+  PsiFrameRecord record;
+  while (tables.header.frameCount != kNoFrame && window.Read(tables.header.frameCount, record) &&
+         IsValid(record) && record.Offset() == expectedOffset) {
+    PsiStreamRecord& stream = tables.streams[record.stream];
+    if (stream.frameCount == 0) {
+      stream.channel = ChannelOf(record.streamInfo);
+      stream.encoder = EncoderOf(record.streamInfo);
+    }
+    expectedOffset += record.Size();
+    tables.Add(record);
+  }
+  tables.runs.CloseAll();
+  for (std::size_t i = 0; i < kStreamCount; ++i) {
+    if (tables.streams[i].frameCount != 0) continue;
+    tables.streams[i].channel = oldStreams[i].channel;
+    tables.streams[i].encoder = oldStreams[i].encoder;
+  }
+}
+
+int PSReader::LoadMedia(std::uint64_t mediaBase) {
+  dataStart = mediaBase;
+  std::array<std::byte, kPackHeaderSize> pack;
+  if (!ReadAll(*mediaFile, mediaBase, pack)) return kPsReadFailed;
+  if (!IsPackHeader(pack)) return kPsOk;
+
+  programMap.resize(kMapHeadSize);
+  if (!ReadAll(*mediaFile, mediaBase + kPackHeaderSize, programMap)) return kPsReadFailed;
+  const std::size_t length = ProgramMapLength(std::span(programMap).first<kMapHeadSize>());
+  // What a longer map holds beyond the known one isn't looked at.
+  programMap.resize(kMapHeadSize + std::min(length, kMaxMapLength));
+  if (!ReadAll(*mediaFile, mediaBase + kPackHeaderSize, programMap)) return kPsReadFailed;
+  dataStart = mediaBase + kPackHeaderSize + kMapHeadSize + length;
+  return kPsOk;
+}
+
+int PSReader::GetFileInfo(PsFileInfo& info) const {
+  return DecodeFileInfo(programMap, info) ? kPsOk : kPsBadArgument;
+}
+
+int PSReader::GetStreamInfo(unsigned stream, PsStreamDescriptor& descriptor) const {
+  return stream < kStreamCount && DecodeStreamDescriptor(programMap, stream, descriptor)
+             ? kPsOk
+             : kPsBadArgument;
+}
+
+std::uint32_t PSReader::GetFrameCount(std::uint16_t stream) const {
+  if (stream == kWholeFile) return tables.header.frameCount;
+  return stream < kStreamCount ? tables.streams[stream].frameCount : 0;
+}
+
+std::uint32_t PSReader::CountFrames(std::span<const std::uint16_t> streams) const {
+  const std::uint32_t mask = MaskOf(streams);
+  std::uint32_t sum = 0;
+  for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+    if (Has(mask, stream)) sum += tables.streams[stream].frameCount;
+  }
+  return sum;
+}
+
+int PSReader::GetFirstLast(std::uint16_t stream, PackedTime& first, PackedTime& last) {
+  if (GetFrameCount(stream) == 0) return kPsBadArgument;
+  if (stream == kWholeFile) {
+    first = Carry({tables.header.firstDate, tables.header.firstMs});
+    last = Carry({tables.header.lastDate, tables.header.lastMs});
+  } else {
+    const PsiStreamRecord& record = tables.streams[stream];
+    first = Carry({record.firstDate, record.firstMs});
+    last = Carry({record.lastDate, record.lastMs});
+  }
+  return kPsOk;
+}
+
+// A record that exists and was written.
+int PSReader::ReadRecord(std::uint32_t index, PsiFrameRecord& record) {
+  if (index >= tables.header.frameCount) return kPsBadArgument;
+  if (!HasIndex()) {
+    record = memoryFrames[index];
+    return kPsOk;
+  }
+  if (!window.Read(index, record)) return kPsReadFailed;
+  return IsValid(record) ? kPsOk : kPsBadArgument;
+}
+
+int PSReader::GetFrame(PSReadFrame& frame) {
+  PsiFrameRecord record;
+  const int result = frame.stream == kWholeFile ? ReadRecord(frame.index, record)
+                                                : StreamRecord(frame.stream, frame.index, record);
+  return result == kPsOk ? FillFrame(record, frame) : result;
+}
+
+// Walks the stream's links to its frame `index`. Each step moves the ordinal by one towards it, so
+// that links in a ring end, too.
+int PSReader::StreamRecord(std::uint16_t stream, std::uint32_t index, PsiFrameRecord& record) {
+  if (index >= GetFrameCount(stream)) return kPsBadArgument;
+  if (!HasIndex()) return ReadRecord(memoryStreamFrames[stream][index], record);
+
+  StreamCursor& at = streamCursors[stream];
+  if (!at.loaded) {
+    if (const int result = ReadRecord(tables.streams[stream].firstFrame, at.record)) return result;
+    if (at.record.stream != stream) return kPsBadArgument;
+    at.position = 0;
+    at.loaded = true;
+  }
+  while (at.position != index) {
+    const bool forward = index > at.position;
+    PsiFrameRecord next;
+    const int result = ReadRecord(forward ? at.record.next : at.record.prev, next);
+    if (result != kPsOk) return result;
+    if (next.stream != stream) return kPsBadArgument;
+    at.record = next;
+    at.position = forward ? at.position + 1 : at.position - 1;
+  }
+  record = at.record;
+  return kPsOk;
+}
+
+int PSReader::FillFrame(const PsiFrameRecord& record, PSReadFrame& frame) {
+  frame.stream = record.stream;
+  frame.frameType = record.frameInfo & kFrameTypeMask;
+  frame.flags = record.frameInfo & kEventFlagsMask;
+  frame.channel = ChannelOf(record.streamInfo);
+  frame.encoder = EncoderOf(record.streamInfo);
+  frame.groupFrame = record.groupFrame;
+  frame.time = Carry({record.date, record.ms});
+  frame.fileOffset = dataStart + record.Offset();
+  frame.userDataSize = 0;
+  const std::uint32_t total = record.Size();
+  frame.size = total;
+  if (frame.packet.empty()) return kPsOk;
+  if (frame.packet.size() < total || total < kPesHeaderSize) return kPsBadArgument;
+
+  const MutableBytes packet = frame.packet.first(total);
+  if (!ReadAll(*mediaFile, frame.fileOffset, packet)) return kPsReadFailed;
+  const PesHeader header = DecodePesHeader(packet.first<kPesHeaderSize>());
+  const std::uint32_t pad = PadCount(header.padInfo);
+  if (pad <= total - kPesHeaderSize) frame.size = total - pad;
+  if (frame.userData.empty()) return kPsOk;
+  const ConstBytes behindHeader = packet.subspan(kPesHeaderSize);
+  const std::size_t encoded = std::min<std::size_t>(header.userDataBytes, behindHeader.size());
+  frame.userDataSize = DecodeUserData(behindHeader.first(encoded), frame.userData);
+  return kPsOk;
+}
+
+int PSReader::Rewind() {
+  cursor = 0;
+  cursorStream = 0;
+  consumed = {};
+  streamCursors = {};
+  if (tables.header.frameCount == 0) return kPsOk;
+  PsiFrameRecord record;
+  if (const int result = ReadRecord(0, record)) return result;
+  cursorStream = record.stream;
+  consumed[cursorStream] = 1;
+  if (HasIndex()) streamCursors[cursorStream] = {true, 0, record};
+  return kPsOk;
+}
+
+// Moves the cursor in file order by one record, which becomes `record`.
+int PSReader::StepCursor(bool forward, PsiFrameRecord& record) {
+  if (!forward && (cursor == 0 || consumed[cursorStream] == 0)) return kPsBadArgument;
+  const std::uint32_t wanted = forward ? cursor + 1 : cursor - 1;
+  if (const int result = ReadRecord(wanted, record)) return result;
+  if (!forward) --consumed[cursorStream];
+  cursor = wanted;
+  cursorStream = record.stream;
+  if (forward) ++consumed[cursorStream];
+  return kPsOk;
+}
+
+int PSReader::NextFrame(PSReadFrame& frame, std::span<const std::uint16_t> streams) {
+  if (streams.size() >= kStreamCount) return kPsBadArgument;
+  const std::uint32_t mask = MaskOf(streams);
+  std::uint32_t passed = 0;  // chosen frames at or before the cursor
+  for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+    if (Has(mask, stream)) passed += consumed[stream];
+  }
+  if (frame.index >= CountFrames(streams)) return kPsBadArgument;
+
+  const std::uint32_t wanted = frame.index + 1;
+  PsiFrameRecord record;
+  bool moved = false;
+  while (passed != wanted || !Has(mask, cursorStream)) {
+    const bool forward = passed < wanted;
+    const bool leavesChosen = !forward && Has(mask, cursorStream);
+    if (const int result = StepCursor(forward, record)) return result;
+    moved = true;
+    if (leavesChosen) --passed;
+    if (forward && Has(mask, cursorStream)) ++passed;
+  }
+  frame.stream = cursorStream;
+  frame.index = consumed[cursorStream] - 1;
+  if (!moved) {
+    if (const int result = ReadRecord(cursor, record)) return result;
+  }
+  return FillFrame(record, frame);
+}
+
+std::uint32_t PSReader::SeekTime(std::int64_t seconds) {
+  const std::uint32_t count = tables.header.frameCount;
+  PackedTime first, last;
+  if (GetFirstLast(kWholeFile, first, last) != kPsOk) return count;
+  const auto toSeconds = [](PackedTime time) { return Unpack(time) / 1000; };
+  if (toSeconds(first) > seconds) return 0;
+  if (toSeconds(last) < seconds) return count;
+  std::uint32_t kept = 0;
+  for (std::uint32_t index = 0; index < count; ++index) {
+    PsiFrameRecord record;
+    if (ReadRecord(index, record) != kPsOk) continue;
+    if (toSeconds({record.date, record.ms}) >= seconds) return kept;
+    if ((record.frameInfo & kFrameTypeMask) == kFrameI) kept = index;
+  }
+  return count;
+}
+
+std::uint32_t PSReader::GetRunCount() const {
+  const auto closed = static_cast<std::uint32_t>(tables.runs.Closed().size());
+  return tables.header.runCount != 0 ? tables.header.runCount : closed;
+}
+
+int PSReader::GetRun(std::uint32_t number, PSRun& run) {
+  if (tables.header.runRecordSize != kPsiRunRecordSize) return kPsBadArgument;
+  PsiRunRecord record;
+  if (number < tables.header.runCount) {
+    std::array<std::byte, kPsiRunRecordSize> bytes;
+    const std::uint64_t at = indexBase + FrameRecordOffset(tables.header.frameCount) +
+                             std::uint64_t{number} * kPsiRunRecordSize;
+    if (!HasIndex() || !ReadAll(IndexSource(), at, bytes)) return kPsReadFailed;
+    if (!DecodeRun(bytes, record)) return kPsBadArgument;
+  } else {
+    if (number >= tables.runs.Closed().size()) return kPsBadArgument;
+    record = tables.runs.Closed()[number];
+  }
+  run.stream = record.stream;
+  run.flags = record.flags;
+  run.first = Carry({record.firstDate, record.firstMs});
+  run.last = Carry({record.lastDate, record.lastMs});
+  return kPsOk;
+}
+
+std::int64_t PSReader::GetFrameOffset(std::uint32_t index) {
+  PsiFrameRecord record;
+  if (const int result = ReadRecord(index, record)) return result;
+  return static_cast<std::int64_t>(dataStart + record.Offset());
+}
+
+int PSReader::TestFrameStart(std::uint32_t index) {
+  const std::int64_t offset = GetFrameOffset(index);
+  if (offset < 0) return kPsSeekFailed;
+  std::array<std::byte, 3> start;
+  if (!ReadAll(*mediaFile, static_cast<std::uint64_t>(offset), start)) return kPsReadFailed;
+  return HasStartCode(start) ? kPsOk : kPsReadFailed;
+}
+
+}  // namespace qv::kelvo

@@ -1,0 +1,85 @@
+// The reader without an index: frames found by walking the media file from header to header.
+
+#include <algorithm>
+
+#include "media/ByteOrder.h"
+#include "media/PSReader.h"
+
+namespace qv::kelvo {
+namespace {
+
+// Bytes 28 to 31 of a header: stream info, pad info and date, or what older writers put there.
+constexpr std::size_t kTailAt = 28;
+constexpr std::uint32_t kNoDateTail = 0xFFFFFFFFu;
+constexpr std::uint8_t kStreamInfoMark = 0x80;
+constexpr std::uint64_t kTicksPerSecond = 90'000;
+
+PackedTime PackSeconds(std::int64_t seconds, std::uint32_t milliseconds) {
+  const auto packed = Pack(seconds * 1000);
+  if (!packed) return {};
+  return {packed->date, packed->ms + milliseconds};
+}
+
+}  // namespace
+
+void PSReader::ScanMedia() {
+  if (mediaFile->CreationTime(creationSeconds) != 0) creationSeconds = 0;
+  std::uint64_t position = dataStart;
+  std::array<std::byte, kPesHeaderSize> bytes;
+  std::array<std::uint16_t, kStreamCount> groupFrames{};
+  while (tables.header.frameCount != kNoFrame) {
+    const IoResult result = mediaFile->ReadAt(position, bytes);
+    if (result.error != 0 || result.bytes != bytes.size()) break;
+    PsiFrameRecord record;
+    if (!ScanFrame(bytes, position, record)) break;
+    std::uint16_t& group = groupFrames[record.stream];
+    group = (record.frameInfo & kFrameTypeMask) >= kFrameP ? static_cast<std::uint16_t>(group + 1)
+                                                           : std::uint16_t{0};
+    record.groupFrame = group;
+    PsiStreamRecord& stream = tables.streams[record.stream];
+    if (stream.frameCount == 0) {
+      stream.channel = ChannelOf(record.streamInfo);
+      stream.encoder = EncoderOf(record.streamInfo);
+    }
+    memoryStreamFrames[record.stream].push_back(tables.header.frameCount);
+    memoryFrames.push_back(record);
+    tables.Add(record);
+    position += record.Size();
+  }
+  // Runs are told of files with an index only.
+  tables.runs.Clear();
+}
+
+// False for a header that can't be a frame's.
+bool PSReader::ScanFrame(ConstPesHeaderBytes bytes, std::uint64_t position,
+                         PsiFrameRecord& record) {
+  const PesHeader header = DecodePesHeader(bytes);
+  const std::uint64_t units = (position - dataStart) / kFrameAlignment;
+  if (!IsFrameSize(header.size) || units > 0xFFFFFFFFu) return false;
+  record.stream = StreamOfId(header.streamId);
+  record.frameInfo = header.frameInfo;
+  record.streamInfo = header.streamInfo;
+  record.SetSize(header.size);
+  record.offsetUnits = static_cast<std::uint32_t>(units);
+  const PackedTime time = ScannedTime(bytes, header);
+  record.date = time.date;
+  record.ms = time.ms;
+  return true;
+}
+
+PackedTime PSReader::ScannedTime(ConstPesHeaderBytes bytes, const PesHeader& header) const {
+  const std::uint64_t ms = header.dts / kTicksPerMs;
+  const std::uint32_t tail = GetLE32(bytes, kTailAt);
+  if (tail == kNoDateTail) {
+    // No date at all: counted from the file's creation.
+    return PackSeconds(creationSeconds + static_cast<std::int64_t>(header.dts / kTicksPerSecond),
+                       0);
+  }
+  if ((GetU8(bytes, kTailAt) & kStreamInfoMark) != 0) {
+    return {header.date, static_cast<std::uint32_t>(ms)};
+  }
+  // An older writer kept whole seconds since 1970 here.
+  return PackSeconds(tail, static_cast<std::uint32_t>(ms % 1000));
+}
+
+}  // namespace qv::kelvo

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "platform/Clock.h"
+
+namespace qv::kelvo {
+
+inline constexpr std::uint32_t kMsPerDay = 86'400'000;
+
+// A date of the years 2000 to 2127 in 16 bits: (year - 2000) << 9 | month << 5 | day. 0 is no date.
+using PackedDate = std::uint16_t;
+
+// A moment as both files hold it, UTC.
+struct PackedTime {
+  PackedDate date = 0;
+  std::uint32_t ms = 0;  // of the day; a stored value may reach into the next day
+
+  bool operator==(const PackedTime&) const = default;
+};
+
+// A moment in UTC, broken down.
+struct UtcTime {
+  int year = 0;
+  int month = 0;  // 1 to 12
+  int day = 0;    // 1 to 31
+  int hour = 0;
+  int minute = 0;
+  int second = 0;
+  int millisecond = 0;
+};
+
+// Nothing when a part is out of range; the day isn't held against the month's length.
+[[nodiscard]] std::optional<PackedDate> PackDate(int year, int month, int day);
+
+// The three parts as they are stored, in range or not.
+[[nodiscard]] constexpr int YearOf(PackedDate date) {
+  return 2000 + (date >> 9);
+}
+[[nodiscard]] constexpr int MonthOf(PackedDate date) {
+  return (date >> 5) & 15;
+}
+[[nodiscard]] constexpr int DayOf(PackedDate date) {
+  return date & 31;
+}
+
+// Applies the overflow rule: a day's worth of milliseconds or more moves one day into the date, by
+// adding 1 to it as a number. The date isn't made valid otherwise.
+[[nodiscard]] PackedTime Carry(PackedTime time);
+
+[[nodiscard]] UtcTime ToUtc(UtcMs time);
+
+// Nothing outside the years 2000 to 2127.
+[[nodiscard]] std::optional<PackedTime> Pack(UtcMs time);
+
+// The moment a stored time stands for, after Carry. Months and days out of range count on into the
+// next year or month, so that every stored value has a moment.
+[[nodiscard]] UtcMs Unpack(PackedTime time);
+
+}  // namespace qv::kelvo

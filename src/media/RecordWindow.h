@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "media/PsiFormat.h"
+#include "platform/MediaFile.h"
+
+namespace qv::kelvo {
+
+// The frame records of an index file, read many at a time. Serves walks in both directions; a jump
+// costs one read. The file may grow meanwhile: what a short read missed is asked for again. One
+// thread at a time.
+class RecordWindow {
+ public:
+  // Forgets what it holds and reads from `file` from now on, where the index begins at `base`. Both
+  // null and borrowed until the next Reset.
+  void Reset(MediaFile* file, std::uint64_t base);
+
+  // Record number `index`, valid or not. False when the file has no such record (yet) or the read
+  // fails.
+  [[nodiscard]] bool Read(std::uint32_t index, PsiFrameRecord& record);
+
+ private:
+  static constexpr std::uint32_t kRecords = 1024;
+
+  MediaFile* file = nullptr;
+  std::uint64_t base = 0;
+  std::uint64_t first = 0;  // number of the first record held
+  std::size_t held = 0;     // whole records held
+  std::vector<std::byte> bytes;
+};
+
+}  // namespace qv::kelvo

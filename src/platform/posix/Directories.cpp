@@ -1,0 +1,64 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <memory>
+
+#include "platform/Pattern.h"
+#include "platform/posix/Posix.h"
+
+namespace qv::kelvo {
+
+namespace {
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// Fills the kind and size of an entry; false if it has vanished meanwhile. A symbolic link counts
+// as what it leads to, a dangling one as an empty file.
+bool Describe(int directory, const dirent& found, ListSizes sizes, DirectoryEntry& entry) {
+  const bool kindKnown = found.d_type != DT_UNKNOWN && found.d_type != DT_LNK;
+  entry.isDirectory = found.d_type == DT_DIR;
+  if (kindKnown && (entry.isDirectory || sizes == ListSizes::No)) return true;
+
+  struct stat status {};
+  if (fstatat(directory, found.d_name, &status, 0) == 0) {
+    entry.isDirectory = S_ISDIR(status.st_mode);
+    entry.size = entry.isDirectory ? 0 : static_cast<std::uint64_t>(status.st_size);
+    return true;
+  }
+  return fstatat(directory, found.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool IsSelfOrParent(std::string_view name) {
+  return name == "." || name == "..";
+}
+
+class DirectoriesOnPosix : public Directories {
+ public:
+  int List(const std::string& path, std::string_view pattern, ListSizes sizes,
+           const std::function<bool(const DirectoryEntry&)>& visit) override {
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
+    if (directory == nullptr) return errno;
+    for (;;) {
+      errno = 0;
+      const dirent* found = readdir(directory.get());
+      if (found == nullptr) return errno;
+      DirectoryEntry entry;
+      entry.name = found->d_name;
+      if (IsSelfOrParent(entry.name) || !MatchesPattern(entry.name, pattern)) continue;
+      if (!Describe(dirfd(directory.get()), *found, sizes, entry)) continue;
+      if (!visit(entry)) return 0;
+    }
+  }
+};
+
+}  // namespace
+
+Directories& PosixDirectories() {
+  static DirectoriesOnPosix directories;
+  return directories;
+}
+
+}  // namespace qv::kelvo

@@ -1,0 +1,99 @@
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/posix/Posix.h"
+
+namespace qv::kelvo {
+
+namespace {
+
+constexpr mode_t kNewFileMode = 0644;
+
+std::string ParentOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+// Makes the names in a directory durable; 0 where the file system can't sync directories.
+int SyncDirectory(const std::string& path) {
+  const int fd =
+      RetryInterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+  if (fd < 0) return errno;
+  const int error = RetryInterrupted([&] { return fsync(fd); }) == 0 ? 0 : errno;
+  close(fd);
+  return error == EINVAL || error == ENOTSUP ? 0 : error;
+}
+
+// Opens an empty file that no other process saves to at the same time.
+int OpenUnshared(const std::string& path, int& fd) {
+  fd = RetryInterrupted(
+      [&] { return open(path.c_str(), O_WRONLY | O_CREAT | O_DSYNC | O_CLOEXEC, kNewFileMode); });
+  if (fd < 0) return errno;
+  int error = 0;
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+    error = errno;
+  } else if (ftruncate(fd, 0) != 0) {
+    error = errno;
+  }
+  if (error != 0) close(fd);
+  return error;
+}
+
+// For file systems without an exclusive rename: not atomic, but no second process saves here.
+int RenameUnlessThere(const std::string& from, const std::string& to) {
+  struct stat status {};
+  if (lstat(to.c_str(), &status) == 0) return EEXIST;
+  if (errno != ENOENT) return errno;
+  return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+}
+
+class DurableFilesOnPosix : public DurableFiles {
+ public:
+  WriteResult WriteNew(const std::string& path, std::string_view content) override {
+    WriteResult result;
+    int fd = -1;
+    if (result.error = OpenUnshared(path, fd); result.error != 0) {
+      result.step = WriteStep::Create;
+      return result;
+    }
+    const ssize_t count =
+        RetryInterrupted([&] { return write(fd, content.data(), content.size()); });
+    if (count < 0) {
+      result.step = WriteStep::Write;
+      result.error = errno;
+    } else {
+      result.written = static_cast<std::size_t>(count);
+    }
+    if (close(fd) != 0 && errno != EINTR && result.step == WriteStep::Done) {
+      result.step = WriteStep::Close;
+      result.error = errno;
+    }
+    return result;
+  }
+
+  int Rename(const std::string& from, const std::string& to) override {
+    int error = 0;
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) != 0) {
+      error = errno;
+      if (error == EINVAL || error == ENOSYS) error = RenameUnlessThere(from, to);
+    }
+    return error != 0 ? error : SyncDirectory(ParentOf(to));
+  }
+
+  int Remove(const std::string& path) override { return unlink(path.c_str()) == 0 ? 0 : errno; }
+
+  bool IsMissing(int error) const override { return error == ENOENT; }
+};
+
+}  // namespace
+
+DurableFiles& PosixDurableFiles() {
+  static DurableFilesOnPosix files;
+  return files;
+}
+
+}  // namespace qv::kelvo

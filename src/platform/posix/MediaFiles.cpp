@@ -1,0 +1,106 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "platform/posix/Posix.h"
+
+namespace qv::kelvo {
+
+namespace {
+
+constexpr std::size_t kMaxParts = 8;
+constexpr mode_t kNewFileMode = 0644;
+
+class MediaFileOnPosix : public MediaFile {
+ public:
+  explicit MediaFileOnPosix(int descriptor) : fd(descriptor) {}
+  ~MediaFileOnPosix() override { Close(); }
+  MediaFileOnPosix(const MediaFileOnPosix&) = delete;
+  MediaFileOnPosix& operator=(const MediaFileOnPosix&) = delete;
+
+  IoResult ReadAt(std::uint64_t offset, MutableBytes buffer) override {
+    IoResult result;
+    while (result.bytes < buffer.size()) {
+      const MutableBytes rest = buffer.subspan(result.bytes);
+      const off_t at = static_cast<off_t>(offset + result.bytes);
+      const ssize_t count =
+          RetryInterrupted([&] { return pread(fd, rest.data(), rest.size(), at); });
+      if (count < 0) result.error = errno;
+      if (count <= 0) break;
+      result.bytes += static_cast<std::size_t>(count);
+    }
+    return result;
+  }
+
+  IoResult WriteAt(std::uint64_t offset, std::span<const ConstBytes> parts) override {
+    if (parts.size() > kMaxParts) return {0, EINVAL};
+    std::array<iovec, kMaxParts> vectors;
+    int used = 0;
+    for (const ConstBytes part : parts) {
+      if (part.empty()) continue;
+      // The call takes mutable memory for the sake of its reading twin; it doesn't write there.
+      vectors[static_cast<std::size_t>(used++)] = {const_cast<std::byte*>(part.data()),
+                                                   part.size()};
+    }
+    if (used == 0) return {};
+    const ssize_t count = RetryInterrupted(
+        [&] { return pwritev(fd, vectors.data(), used, static_cast<off_t>(offset)); });
+    if (count < 0) return {0, errno};
+    return {static_cast<std::size_t>(count), 0};
+  }
+
+  int Size(std::uint64_t& bytes) override {
+    struct stat status {};
+    if (fstat(fd, &status) != 0) return errno;
+    bytes = static_cast<std::uint64_t>(status.st_size);
+    return 0;
+  }
+
+  int CreationTime(std::int64_t& seconds) override {
+    struct statx status {};
+    if (statx(fd, "", AT_EMPTY_PATH, STATX_BTIME | STATX_MTIME, &status) != 0) return errno;
+    const bool born = (status.stx_mask & STATX_BTIME) != 0;
+    seconds = born ? status.stx_btime.tv_sec : status.stx_mtime.tv_sec;
+    return 0;
+  }
+
+  int SetSize(std::uint64_t bytes) override {
+    const int done = RetryInterrupted([&] { return ftruncate(fd, static_cast<off_t>(bytes)); });
+    return done == 0 ? 0 : errno;
+  }
+
+  int Close() override {
+    if (fd < 0) return 0;
+    const int closing = fd;
+    fd = -1;
+    // An interrupted close has closed all the same.
+    return close(closing) == 0 || errno == EINTR ? 0 : errno;
+  }
+
+ private:
+  int fd;
+};
+
+class MediaFilesOnPosix : public MediaFiles {
+ public:
+  int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
+    file.reset();
+    const int flags = O_CLOEXEC | (mode == OpenMode::Read ? O_RDONLY : O_RDWR | O_CREAT | O_TRUNC);
+    const int fd = RetryInterrupted([&] { return open(path.c_str(), flags, kNewFileMode); });
+    if (fd < 0) return errno;
+    file = std::make_unique<MediaFileOnPosix>(fd);
+    return 0;
+  }
+};
+
+}  // namespace
+
+MediaFiles& PosixMediaFiles() {
+  static MediaFilesOnPosix files;
+  return files;
+}
+
+}  // namespace qv::kelvo

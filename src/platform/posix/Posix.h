@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cerrno>
+
+#include "platform/Platform.h"
+
+namespace qv::kelvo {
+
+// The parts of SystemPlatform() on this system; each lives as long as the process.
+[[nodiscard]] Drives& PosixDrives();
+[[nodiscard]] Directories& PosixDirectories();
+[[nodiscard]] MediaFiles& PosixMediaFiles();
+[[nodiscard]] DurableFiles& PosixDurableFiles();
+
+// Repeats a call that returns -1 as long as a signal interrupts it.
+template <typename Call>
+auto RetryInterrupted(Call call) {
+  auto result = call();
+  while (result == -1 && errno == EINTR) result = call();
+  return result;
+}
+
+}  // namespace qv::kelvo

@@ -1,0 +1,239 @@
+#include "record/CRecordMgr.h"
+
+#include <algorithm>
+#include <chrono>
+#include <exception>
+#include <stdexcept>
+#include <string_view>
+
+#include "host/Log.h"
+#include "kelvo/host_abi.h"
+#include "record/BufferReference.h"
+#include "record/FrameIntake.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+constexpr std::int64_t kNsPerMicrosecond = 1000;
+constexpr std::int64_t kStatsPeriodNs = 60'000'000'000;
+constexpr double kMegabitsPerBit = 1.0 / (1 << 20);
+
+// Runs one step; what it throws ends here, since nothing may end the worker.
+template <typename Step>
+void Guarded(const char* what, Step step) noexcept {
+  try {
+    step();
+  } catch (const std::exception& error) {
+    LogPrintf(LogError, "%s failed: %s", what, error.what());
+  } catch (...) {
+    LogPrintf(LogError, "%s failed: unknown exception", what);
+  }
+}
+
+void NoteTime(std::int64_t elapsedNs, std::uint64_t& current, std::uint64_t& least,
+              std::uint64_t& most) {
+  current = static_cast<std::uint64_t>(elapsedNs / kNsPerMicrosecond);
+  least = std::min(least, current);
+  most = std::max(most, current);
+}
+
+}  // namespace
+
+CRecordMgr::CRecordMgr(CFileSystem& fileSystem, ICoreEventer& core, qv::kelvo::Platform& platform)
+    : FileSystem(fileSystem),
+      Core(core),
+      Platform(platform),
+      Alarms(core),
+      Services{core, fileSystem, *this, platform, Alarms, Reservations, Stats()},
+      Config{Services, Streams, PreAlarmSeconds, Ptz} {}
+
+CRecordMgr::~CRecordMgr() {
+  RequestStop();
+  if (Worker.joinable()) Worker.join();
+  for (const auto& stream : Streams.All()) {
+    Guarded("closing a file", [&] { stream->CloseFile(); });
+  }
+  while (!Streams.All().empty()) Streams.Remove(Streams.All().back().get());
+  while (!Queue.Empty()) {
+    const BufferReference left(Core, Queue.Pop().Payload);
+  }
+}
+
+bool CRecordMgr::Enqueue(const RecordMessage& message) {
+  if (Stopping.load(std::memory_order_relaxed)) return false;
+  {
+    const std::lock_guard guard(QueueLock);
+    Queue.Push(message);
+  }
+  // After the lock, so that the woken worker finds it free.
+  QueueSignal.notify_one();
+  return true;
+}
+
+void CRecordMgr::Start() {
+  if (Worker.joinable()) throw std::logic_error("the record worker is already running");
+  Worker = std::thread(&CRecordMgr::Run, this);
+}
+
+void CRecordMgr::RequestStop() {
+  Stopping.store(true);
+  // A worker that has just found the flag clear holds the lock until it waits: passing through the
+  // lock makes sure that the signal comes after that.
+  { const std::lock_guard guard(QueueLock); }
+  QueueSignal.notify_all();
+}
+
+void CRecordMgr::Run() {
+  LogPrintf(LogTrace, "KELVO - RecordMgr worker - running");
+  StatsStartNs = Platform.clock.SteadyNs();
+  RecordMessage message;
+  std::int64_t sinceStatsNs = 0;
+  while (Next(message, sinceStatsNs)) Process(message, sinceStatsNs);
+}
+
+bool CRecordMgr::Next(RecordMessage& message, std::int64_t& sinceStatsNs) {
+  MessageQueue::SpareBlocks surplus;  // freed after the lock is
+  std::unique_lock lock(QueueLock);
+  while (!Stopping.load() && Queue.Empty()) {
+    QueueSignal.wait_for(lock, std::chrono::minutes(1));
+  }
+  if (Stopping.load()) return false;
+  sinceStatsNs = Platform.clock.SteadyNs() - StatsStartNs;
+  message = Queue.Pop();
+  Services.Stats.InQ = Queue.Size();
+  if (sinceStatsNs >= kStatsPeriodNs) surplus = Queue.Shrink();
+  return true;
+}
+
+void CRecordMgr::Process(const RecordMessage& message, std::int64_t sinceStatsNs) {
+  RecordStats& stats = Services.Stats;
+  const std::int64_t begin = Platform.clock.SteadyNs();
+  Guarded("handling a message", [&] { HandleMessage(message); });
+  const std::int64_t handled = Platform.clock.SteadyNs();
+  ++stats.ExecutedLastMin;
+  ++stats.ExecutedTotal;
+  NoteTime(handled - begin, stats.msgcur, stats.msgmin, stats.msgmax);
+
+  Guarded("periodic work", [&] { AfterMessage(sinceStatsNs); });
+  NoteTime(Platform.clock.SteadyNs() - handled, stats.nmsgcur, stats.nmsgmin, stats.nmsgmax);
+}
+
+void CRecordMgr::HandleMessage(const RecordMessage& message) {
+  if (message.Type != 0 || (message.Class & KELVO_WRITE_FRAME) == 0) {
+    HandleXml(message);
+    return;
+  }
+  if (!IsStopping()) {
+    IntakeFrame(Services, Streams, Ptz, message.Payload, message.Length, message.Source,
+                message.SubCode, message.Header);
+    return;
+  }
+  // Not recorded any more: back to the queue, whose rest the destructor releases.
+  BufferReference reference(Core, message.Payload);
+  const std::lock_guard guard(QueueLock);
+  Queue.Push(message);
+  reference.PassOn();
+}
+
+void CRecordMgr::HandleXml(const RecordMessage& message) {
+  BufferReference payload(Core, message.Payload);
+  const auto* text = static_cast<const char*>(message.Payload);
+  XmlDocument document;
+  const bool parsed =
+      document.ParseText(std::string_view(text, text == nullptr ? 0 : message.Length));
+  payload.Release();
+  const TiXmlElement* root = document.FirstChildElement(kRootName);
+  if (!parsed || root == nullptr) {
+    LogPrintf(LogWarning, "skipping msg - %s", parsed ? "qDVR is not root element" : "Bad XML");
+    return;
+  }
+  if (IsStopping()) return;
+  if (message.Type == 0 && (message.Class & KELVO_WRITE_ACTION) != 0) {
+    ApplyAction(*root);
+  } else if (message.Type == 0 && (message.Class & KELVO_WRITE_PTZ) != 0) {
+    ApplyPtz(Config, *root);
+  } else if (message.Type == KELVO_IOCTL_SYSTEM) {
+    ApplySystem(*root);
+  } else if (message.Type == KELVO_IOCTL_CONFIGURATION) {
+    int delta = 0;
+    if (ReadInt(*root, "Delta", delta) && delta != 0) {
+      ApplyDelta(*root);
+    } else {
+      ApplyConfiguration(*root);
+    }
+  }
+}
+
+void CRecordMgr::ApplyAction(const TiXmlElement& root) {
+  if (root.FirstChildElement("Devices") != nullptr) ApplyActionDevices(Config, root);
+  if (root.FirstChildElement("Archives") != nullptr) ++Services.Stats.aarc;
+  if (root.FirstChildElement("Storage") != nullptr) ++Services.Stats.astg;
+}
+
+void CRecordMgr::ApplyConfiguration(const TiXmlElement& root) {
+  if (root.FirstChildElement("Devices") != nullptr) ApplyDevices(Config, root);
+  if (root.FirstChildElement("Events") != nullptr) ApplyEvents(Config, root);
+  if (root.FirstChildElement("Archives") != nullptr) ++Services.Stats.iarc;
+  if (root.FirstChildElement("Storage") != nullptr) ApplyStorage(Config, root);
+  if (root.FirstChildElement("Cases") != nullptr) ++Services.Stats.icas;
+}
+
+void CRecordMgr::ApplyDelta(const TiXmlElement& root) {
+  TiXmlElement reply("Storage");
+  bool drivesGiven = false;
+  if (FileSystem.ApplyStorageXml(root, drivesGiven, reply)) {
+    UpdateStreams(Config, drivesGiven, true);
+  }
+  if (reply.FirstChild() != nullptr) FileSystem.SendStorageXml(reply);
+}
+
+void CRecordMgr::ApplySystem(const TiXmlElement& root) {
+  if (FileSystem.ApplySystemState(root)) UpdateStreams(Config, false, false);
+}
+
+void CRecordMgr::AfterMessage(std::int64_t sinceStatsNs) {
+  if (IsStopping()) return;
+  if (sinceStatsNs >= kStatsPeriodNs) EndMinute(sinceStatsNs);
+  FollowAudioSetting();
+  OpenDueFiles();
+}
+
+void CRecordMgr::EndMinute(std::int64_t elapsedNs) {
+  FileSystem.SetRecordingMbps(RecordingRate(elapsedNs / kNsPerMicrosecond));
+  StatsStartNs = Platform.clock.SteadyNs();
+  PublishStats(Services.Stats);
+  Services.Stats.ExecutedLastMin = 0;
+}
+
+double CRecordMgr::RecordingRate(std::int64_t elapsedMicroseconds) {
+  std::uint64_t bytes = 0;
+  for (const auto& stream : Streams.All()) bytes += stream->TakeWrittenBytes();
+  const double seconds = static_cast<double>(elapsedMicroseconds) / 1e6;
+  return static_cast<double>(bytes) * 8 * kMegabitsPerBit / seconds;
+}
+
+void CRecordMgr::FollowAudioSetting() {
+  const std::uint32_t changes = FileSystem.PreserveAudioChanges();
+  if (changes == PlacedAudioChanges) return;
+  PlacedAudioChanges = changes;
+  PlaceAudio(Config, FileSystem.PreserveExpirationAudioWithVideo());
+}
+
+void CRecordMgr::OpenDueFiles() {
+  const qv::kelvo::UtcMs now = Platform.clock.NowMs();
+  if (!Streams.AnyFileDue(now)) return;
+  for (const auto& stream : Streams.All()) {
+    if (IsStopping()) return;
+    if (!stream->FileDue(now)) continue;
+    Guarded("opening the next file", [&] {
+      stream->CloseFile();
+      if (!IsStopping()) stream->OpenFile();
+    });
+  }
+}
+
+std::int64_t CRecordMgr::ReservedGB(const std::string& volume) const {
+  return Reservations.ReservedGB(volume);
+}
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,314 @@
+#include "record/CodecConfig.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "host/Log.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+constexpr std::uint32_t kMultiplexedByte = 0xFF;
+constexpr std::uint32_t kEncoderByte = 0x80;
+constexpr std::int32_t kEncoders = 32;
+constexpr std::int32_t kChannels = 16;  // of an encoder, video or audio
+
+bool IsDisabled(const TiXmlElement& element) {
+  std::int32_t enabled = 0;
+  return ReadInt(element, "Enabled", enabled) && enabled == 0;
+}
+
+bool ReadEncoderNumber(const TiXmlElement& encoder, std::int32_t& number) {
+  return ReadInt(encoder, "Number", number) && number >= 0 && number < kEncoders;
+}
+
+std::uint32_t Bit(std::int32_t number) {
+  return 1u << number;
+}
+
+// Sets a bit; false if it was set.
+bool SetBit(std::uint32_t& bits, std::int32_t number) {
+  const bool isNew = (bits & Bit(number)) == 0;
+  bits |= Bit(number);
+  return isNew;
+}
+
+// Both in milliseconds, up to the largest number of the slot's field.
+std::int32_t KeptAheadOfMotion(const InputSettings& settings) {
+  const std::int64_t sum = std::int64_t{settings.PreMotion} + settings.BeginThreshold;
+  return static_cast<std::int32_t>(std::clamp<std::int64_t>(
+      sum, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
+}
+
+// Makes `to` a copy of `from`. What runs in a slot that was in use before goes on.
+void CopySlot(const ChannelSlot& from, ChannelSlot& to) {
+  ChannelSlot copy = from;
+  if (to.Encoder >= 0) {
+    copy.ActiveAlarms = std::move(to.ActiveAlarms);
+    copy.MotionTime = to.MotionTime;
+    copy.LastWritten = to.LastWritten;
+  }
+  to = std::move(copy);
+}
+
+}  // namespace
+
+CodecConfig::CodecConfig(const ConfigTarget& target, const DeviceAddress& address,
+                         const DeviceInputs& inputs, int videoInputs, SeenDevices& seen)
+    : Target(target),
+      Address(address),
+      Inputs(inputs),
+      VideoInputs(videoInputs),
+      Seen(seen),
+      AudioWithVideo(target.Services.FileSystem.PreserveExpirationAudioWithVideo()) {}
+
+void CodecConfig::Apply(const TiXmlElement& codec) {
+  const std::uint32_t restarts = ReadRestarts(codec);
+  RecordStream* multiplexed = nullptr;
+  int slotBase = 0;
+  for (const TiXmlElement& element : Children(codec, "Encoder")) {
+    std::int32_t number = 0;
+    if (!ReadEncoderNumber(element, number)) continue;
+    const bool restart = (restarts & Bit(number)) != 0;
+    const TiXmlElement* sequence = element.FirstChildElement("Sequence");
+    if (sequence == nullptr) {
+      ApplyAlone(element, number, restart);
+      continue;
+    }
+    if (multiplexed == nullptr) {
+      const DeviceAddress device{Address.Id, Address.Device, 0};
+      multiplexed = &GetOrCreateStream(device.With(kMultiplexedByte), restarts != 0);
+    }
+    const int count = TakeSequence(*sequence, *multiplexed, slotBase, restart);
+    Encoder encoder{number, restart, true, *multiplexed, slotBase, count};
+    ApplyChannels(element, encoder);
+    if (number == 0) ApplyAudio(element, encoder);
+    slotBase += count;
+  }
+  if (multiplexed == nullptr) return;
+  for (int slot = slotBase; slot < kVideoSlots; ++slot) multiplexed->ResetSlot(slot);
+  if (restarts != 0) multiplexed->OpenFile();
+}
+
+std::uint32_t CodecConfig::ReadRestarts(const TiXmlElement& codec) const {
+  std::uint32_t restarts = 0;
+  for (const TiXmlElement& encoder : Children(codec, "Encoder")) {
+    std::int32_t number = 0, running = 0;
+    if (!ReadInt(encoder, "Number", number)) continue;
+    if (number < 0 || number >= kEncoders) {
+      LogPrintf(LogWarning, "ID %08X device %d invalid encoder %d", Address.Id, Address.Device,
+                number);
+    } else if (ReadInt(encoder, "Running", running) && running != 0) {
+      LogPrintf(LogTrace, "update config encoder still running");
+    } else {
+      restarts |= Bit(number);
+    }
+  }
+  return restarts;
+}
+
+RecordStream& CodecConfig::GetOrCreateStream(std::uint32_t id, bool restart) {
+  RecordStream* stream = Target.Streams.Find(id);
+  if (stream == nullptr) {
+    stream = &Target.Streams.Add(std::make_unique<RecordStream>(Target.Services, id));
+    LogPrintf(LogInfo, "created record stream %08lX", static_cast<unsigned long>(id));
+  } else if (restart) {
+    stream->CloseFile();
+  }
+  stream->ActiveChannels = 0;
+  Seen.Streams.insert(id);
+  return *stream;
+}
+
+// Returns how many slots the sequence takes, from `slotBase` on.
+int CodecConfig::TakeSequence(const TiXmlElement& sequence, RecordStream& stream, int slotBase,
+                              bool restart) {
+  int count = 0;
+  for (const std::int32_t input : ReadSequence(sequence)) {
+    if (slotBase + count >= kSlots) break;
+    if (restart) stream.Slots[static_cast<std::size_t>(slotBase + count)].Input = input;
+    ++count;
+  }
+  return count;
+}
+
+void CodecConfig::ApplyAlone(const TiXmlElement& element, std::int32_t number, bool restart) {
+  const std::uint32_t lowByte = kEncoderByte + static_cast<std::uint32_t>(number);
+  RecordStream& stream = GetOrCreateStream(Address.With(lowByte), restart);
+  if (restart) stream.Layout = static_cast<std::uint8_t>(lowByte);
+
+  Encoder encoder{number, restart, false, stream, 0, kChannels};
+  ApplyChannels(element, encoder);
+  ApplyAudio(element, encoder);
+  for (int slot = 0; slot < kVideoSlots; ++slot) {
+    if ((encoder.Named & Bit(slot)) == 0) stream.ResetSlot(slot);
+  }
+  if (restart) stream.OpenFile();
+}
+
+void CodecConfig::ApplyChannels(const TiXmlElement& element, Encoder& encoder) {
+  for (const TiXmlElement& child : Children(element, "Channel")) {
+    std::int32_t channel = 0;
+    if (!ReadInt(child, "Number", channel)) continue;
+    if (channel < 0 || channel >= kChannels) {
+      LogPrintf(LogWarning, "ID %08X device %d encoder %d invalid channel %d", Address.Id,
+                Address.Device, encoder.Number, channel);
+      continue;
+    }
+    if (channel >= encoder.ChannelCount) break;
+    ApplyChannel(child, encoder, channel);
+  }
+}
+
+void CodecConfig::ApplyChannel(const TiXmlElement& element, Encoder& encoder,
+                               std::int32_t channel) {
+  RecordStream& stream = encoder.Stream;
+  const int slotIndex = encoder.SlotBase + channel;
+  ChannelSlot& slot = stream.Slots[static_cast<std::size_t>(slotIndex)];
+  if (!encoder.HasSequence && encoder.Restart) slot.Input = channel;
+  encoder.Named |= Bit(channel);
+
+  if (IsDisabled(element)) stream.DropSlotFrames(slotIndex);
+  std::int32_t standard = 0, width = 0, height = 0;
+  if (!ReadInt(element, "Standard", standard) || !ReadInt(element, "Width", width) ||
+      !ReadInt(element, "Height", height)) {
+    return;
+  }
+  if (encoder.Restart) stream.DropSlotFrames(slotIndex);
+  slot.Standard = standard;
+  slot.Width = width;
+  slot.Height = height;
+  slot.Encoder = encoder.Number;
+  stream.ChannelMap[ChannelByte(encoder.Number, channel)] = slotIndex;
+
+  const int input = stream.EffectiveInput(slotIndex);
+  if (!IsInput(input)) {
+    LogPrintf(LogWarning, "ID %08X device %d encoder %d channel %d invalid input %d", Address.Id,
+              Address.Device, encoder.Number, channel, input);
+    return;
+  }
+  const InputSettings& settings = Inputs.Video[static_cast<std::size_t>(input)];
+  const auto number = static_cast<std::uint32_t>(input);
+  slot.Name = settings.Name;
+  slot.PostMotion = settings.PostMotion;
+  slot.PreMotion = KeptAheadOfMotion(settings);
+  slot.Schedule = settings.Schedule;
+  // Without one in the table the slot keeps the schedule it has.
+  (void)Target.Services.FileSystem.GetTimeLapseSchedule(
+      static_cast<std::uint32_t>(Address.Context), Address.Id & qv::kelvo::kProviderMask,
+      static_cast<std::uint32_t>(Address.Device), number, slot.LapseSchedule);
+  slot.PreAlarm = Target.PreAlarmSeconds[Address.With(number)];
+  AddTuple(Address.With(ChannelByte(encoder.Number, channel)), input);
+
+  if (Inputs.HasOwnStream.test(number)) {
+    SplitOff(encoder, channel);
+  } else if (SetBit(encoder.Counted, channel)) {
+    ++stream.ActiveChannels;
+  }
+}
+
+void CodecConfig::SplitOff(Encoder& encoder, std::int32_t channel) {
+  RecordStream& parent = encoder.Stream;
+  const int slotIndex = encoder.SlotBase + channel;
+  const std::uint32_t lowByte = ChannelByte(encoder.Number, channel);
+  RecordStream& own = GetOrCreateStream(Address.With(lowByte), encoder.Restart);
+  own.ParentId = parent.StreamId;
+  own.AltId = 0;
+  Target.Streams.RoutesChanged();
+  own.Layout = parent.Layout;  // the input keeps its number within the device
+  ++own.ActiveChannels;
+  if (encoder.Restart) own.DropSlotFrames(0);
+  CopySlot(parent.Slots[static_cast<std::size_t>(slotIndex)], own.Slots[0]);
+  own.ChannelMap[lowByte] = 0;
+  parent.DropSlotFrames(slotIndex);
+
+  // With its only input gone, and the audio with it, nothing is left for the parent to record.
+  if (AudioWithVideo && VideoInputs == 1) parent.CloseFile();
+  if (encoder.Restart) own.OpenFile();
+}
+
+// The stream that the channel was split off to by the message at hand, or null.
+RecordStream* CodecConfig::OwnStream(const Encoder& encoder, std::int32_t channel) const {
+  const std::uint32_t id = Address.With(ChannelByte(encoder.Number, channel));
+  return Seen.Streams.count(id) != 0 ? Target.Streams.Find(id) : nullptr;
+}
+
+void CodecConfig::ApplyAudio(const TiXmlElement& element, Encoder& encoder) {
+  for (const TiXmlElement& child : Children(element, "AudioChannel")) {
+    std::int32_t channel = 0;
+    if (!ReadInt(child, "Number", channel) || channel < 0 || channel >= kChannels) continue;
+    ApplyAudioChannel(child, encoder, channel);
+  }
+  for (std::int32_t channel = 0; channel < kChannels; ++channel) {
+    const int slotIndex = channel + kVideoSlots;
+    if ((encoder.Named & Bit(slotIndex)) == 0) encoder.Stream.ResetSlot(slotIndex);
+    if ((encoder.Counted & Bit(slotIndex)) != 0) continue;
+    if (RecordStream* own = OwnStream(encoder, channel)) own->ResetSlot(kOwnAudioSlot);
+  }
+}
+
+void CodecConfig::ApplyAudioChannel(const TiXmlElement& element, Encoder& encoder,
+                                    std::int32_t channel) {
+  RecordStream& stream = encoder.Stream;
+  const int slotIndex = channel + kVideoSlots;
+  ChannelSlot& slot = stream.Slots[static_cast<std::size_t>(slotIndex)];
+  encoder.Named |= Bit(slotIndex);
+  RecordStream* own = OwnStream(encoder, channel);
+  if (IsDisabled(element)) {
+    stream.DropSlotFrames(slotIndex);
+    if (own != nullptr) own->ResetSlot(kOwnAudioSlot);
+  }
+  std::int32_t standard = 0, rate = 0, samples = 0;
+  if (!ReadInt(element, "Standard", standard) || !ReadInt(element, "SampleRate", rate) ||
+      !ReadInt(element, "BufSizeSamples", samples)) {
+    return;
+  }
+  slot.Standard = standard;
+  slot.SampleRate = rate;
+  slot.BufSizeSamples = samples;
+  slot.Encoder = encoder.Number;
+  slot.Input = channel;
+  const std::uint32_t lowByte = ChannelByte(encoder.Number, AudioChannel(channel));
+  stream.ChannelMap[lowByte] = slotIndex;
+
+  const int input = stream.EffectiveInput(slotIndex);
+  if (!IsInput(input)) {
+    LogPrintf(LogWarning, "ID %08X device %d encoder %d channel %d invalid audio %d", Address.Id,
+              Address.Device, encoder.Number, channel, input);
+    return;
+  }
+  const InputSettings& settings = Inputs.Audio[static_cast<std::size_t>(input)];
+  slot.Name = settings.Name;
+  slot.Schedule = settings.Schedule;
+  slot.PreAlarm =
+      Target.PreAlarmSeconds[Address.With(static_cast<std::uint32_t>(input) + kAudioKey)];
+  AddTuple(Address.With(lowByte), input);
+
+  if (own != nullptr) {
+    CopySlot(slot, own->Slots[kOwnAudioSlot]);
+    own->ChannelMap[lowByte] = kOwnAudioSlot;
+  }
+  const bool isNew = SetBit(encoder.Counted, slotIndex);
+  if (own != nullptr && AudioWithVideo) {
+    if (isNew) ++own->ActiveChannels;
+    own->AltId = Address.With(lowByte);
+    Target.Streams.RoutesChanged();
+    own->CloseFile();
+    own->OpenFile();
+  } else if (isNew) {
+    ++stream.ActiveChannels;
+  }
+}
+
+void CodecConfig::AddTuple(std::uint32_t provider, std::int32_t input) {
+  SProviderTuple tuple;
+  tuple.Provider = static_cast<std::int32_t>(provider);
+  tuple.Id = Address.Id;
+  tuple.Device = Address.Device;
+  tuple.Input = input;
+  tuple.Context = Address.Context;
+  Seen.Tuples.insert(tuple);
+}
+
+}  // namespace qvsvr::kelvo

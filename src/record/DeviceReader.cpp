@@ -1,0 +1,110 @@
+#include "record/DeviceReader.h"
+
+#include <algorithm>
+
+#include "host/Log.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+constexpr int kSequenceTable = 256;  // positions
+
+void ReadScheduleEntries(const TiXmlElement& schedule, Schedule& entries) {
+  for (const TiXmlElement& element : Children(schedule, "Entry")) {
+    ScheduleEntry entry;
+    if (ReadInt(element, "FirstHour", entry.FirstHour) &&
+        ReadInt(element, "LastHour", entry.LastHour) && ReadInt(element, "Record", entry.Value)) {
+      entries.push_back(entry);
+    }
+  }
+}
+
+void ReadExpirations(const TiXmlElement& schedule, std::int32_t input, DeviceInputs& inputs) {
+  for (const TiXmlElement& element : Children(schedule, "Expiration")) {
+    InputExpiration expiration{input, 0, 0};
+    if (!ReadInt(element, "Type", expiration.Type) || expiration.Type == 0) continue;
+    inputs.HasOwnStream.set(static_cast<std::size_t>(input));
+    if (ReadInt(element, "Days", expiration.Days)) inputs.Expirations.push_back(expiration);
+  }
+}
+
+void ReadVideoInput(const TiXmlElement& element, std::int32_t number, DeviceInputs& inputs) {
+  InputSettings& settings = inputs.Video[static_cast<std::size_t>(number)];
+  settings.Name = ReadText(element, "Name");
+  for (const TiXmlElement& motion : Children(element, "Motion")) {
+    (void)ReadInt(motion, "BeginThreshold", settings.BeginThreshold);  // absent counts as 0
+    (void)ReadInt(motion, "PreMotion", settings.PreMotion);
+    (void)ReadInt(motion, "PostMotion", settings.PostMotion);
+  }
+  for (const TiXmlElement& schedule : Children(element, "Schedule")) {
+    ReadScheduleEntries(schedule, settings.Schedule);
+    ReadExpirations(schedule, number, inputs);
+  }
+}
+
+}  // namespace
+
+bool ReadVideoInputs(const TiXmlElement& element, DeviceInputs& inputs) {
+  bool any = false;
+  for (const TiXmlElement& video : Children(element, "Video")) {
+    any = any || !video.NoChildren();
+    for (const TiXmlElement& input : Children(video, "Input")) {
+      std::int32_t number = 0;
+      if (!ReadInt(input, "Number", number)) continue;
+      if (!IsInput(number)) {
+        LogPrintf(LogWarning, "invalid video input number %d", number);
+        continue;
+      }
+      ReadVideoInput(input, number, inputs);
+      ++inputs.VideoCount;
+    }
+  }
+  return any;
+}
+
+void ReadAudioInputs(const TiXmlElement& element, DeviceInputs& inputs) {
+  for (const TiXmlElement& audio : Children(element, "Audio")) {
+    for (const TiXmlElement& input : Children(audio, "Input")) {
+      std::int32_t number = 0;
+      if (!ReadInt(input, "Number", number)) continue;
+      if (!IsInput(number)) {
+        LogPrintf(LogWarning, "invalid audio input number %d", number);
+        continue;
+      }
+      InputSettings& settings = inputs.Audio[static_cast<std::size_t>(number)];
+      settings.Name = ReadText(input, "Name");
+      for (const TiXmlElement& schedule : Children(input, "Schedule")) {
+        ReadScheduleEntries(schedule, settings.Schedule);
+      }
+    }
+  }
+}
+
+std::vector<std::int32_t> ReadSequence(const TiXmlElement& sequence) {
+  std::array<std::int32_t, kSequenceTable> table;
+  table.fill(-1);
+  for (const TiXmlElement& entry : Children(sequence, "Entry")) {
+    std::int32_t position = 0, input = 0, page = 0;
+    if (ReadInt(entry, "Position", position) && ReadInt(entry, "Input", input) &&
+        ReadInt(entry, "Page", page) && position >= 0 && position < kSequenceTable) {
+      table[static_cast<std::size_t>(position)] = input;
+    }
+  }
+
+  std::vector<std::int32_t> shown;
+  std::int32_t count = 0;
+  if (!ReadInt(sequence, "Count", count)) return shown;
+  const auto used = static_cast<std::size_t>(std::clamp(count, 0, kSequenceTable));
+  std::copy_if(table.begin(), table.begin() + static_cast<std::ptrdiff_t>(used),
+               std::back_inserter(shown), [](std::int32_t input) { return input >= 0; });
+  return shown;
+}
+
+bool ReadContextNumber(const TiXmlElement& context, std::int32_t& number) {
+  if (!ReadInt(context, "Number", number)) return false;
+  if (number >= 1 && number <= 15) return true;
+  LogPrintf(LogWarning, "invalid context number %d", number);
+  return false;
+}
+
+}  // namespace qvsvr::kelvo

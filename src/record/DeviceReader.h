@@ -1,0 +1,79 @@
+#pragma once
+
+#include <array>
+#include <bitset>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/Xml.h"
+#include "media/StreamId.h"
+#include "storage/Schedule.h"
+
+namespace qvsvr::kelvo {
+
+inline constexpr int kInputs = 32;              // video or audio inputs of a device
+inline constexpr std::uint32_t kAudioKey = 32;  // added to an audio input in keys of inputs
+
+// Which Device or Context element is being configured.
+struct DeviceAddress {
+  std::uint32_t Id = 0;  // of the Devices element
+  std::int32_t Device = 0;
+  std::int32_t Context = 0;  // 0 to 15
+
+  // Id of a stream, a provider or an input there. A device number is cut to its field.
+  [[nodiscard]] qv::kelvo::StreamID With(std::uint32_t lowByte) const {
+    return qv::kelvo::MakeStreamID(static_cast<std::uint32_t>(Context), Id,
+                                   static_cast<std::uint32_t>(Device), lowByte);
+  }
+};
+
+// How one input is to be recorded.
+struct InputSettings {
+  std::string Name;
+  qvsvr::kelvo::Schedule Schedule;
+  std::int32_t PreMotion = 0;       // milliseconds
+  std::int32_t BeginThreshold = 0;  // milliseconds, kept ahead of motion beside PreMotion
+  std::int32_t PostMotion = 0;      // milliseconds
+};
+
+struct InputExpiration {
+  std::int32_t Input = 0;
+  std::int32_t Type = 0;
+  std::int32_t Days = 0;
+};
+
+// The inputs of one Device or Context element.
+struct DeviceInputs {
+  std::array<InputSettings, kInputs> Video;
+  std::array<InputSettings, kInputs> Audio;
+  std::bitset<kInputs> HasOwnStream;         // video inputs with an expiration type
+  std::vector<InputExpiration> Expirations;  // those with days
+  int VideoCount = 0;                        // Input elements of Video that were read
+};
+
+[[nodiscard]] inline bool IsInput(std::int32_t number) {
+  return number >= 0 && number < kInputs;
+}
+
+// Reads the inputs of a Device or Context element; bad ones are logged and left out. False when
+// there is no video input element at all, which leaves a Context without anything to configure.
+[[nodiscard]] bool ReadVideoInputs(const TiXmlElement& element, DeviceInputs& inputs);
+void ReadAudioInputs(const TiXmlElement& element, DeviceInputs& inputs);
+
+// The inputs that a Sequence shows, in the order of their positions.
+[[nodiscard]] std::vector<std::int32_t> ReadSequence(const TiXmlElement& sequence);
+
+// Number of a Context element, 1 to 15; false, with a line in the log if it is out of range.
+[[nodiscard]] bool ReadContextNumber(const TiXmlElement& context, std::int32_t& number);
+
+// Visits a Device element, as context 0, and then its Context children with a valid number.
+template <class Visit>
+void ForEachContext(const TiXmlElement& device, Visit visit) {
+  visit(device, 0);
+  for (const TiXmlElement& context : Children(device, "Context")) {
+    if (std::int32_t number = 0; ReadContextNumber(context, number)) visit(context, number);
+  }
+}
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,78 @@
+#include <algorithm>
+
+#include "record/DeviceConfig.h"
+#include "record/DeviceReader.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+constexpr std::int32_t kEventsId = 0x000A0000;
+
+void LinkInputs(PreAlarmTable& table, const DeviceAddress& address, const TiXmlElement& element,
+                const char* kind, std::uint32_t offset, std::int32_t seconds) {
+  for (const TiXmlElement& group : Children(element, kind)) {
+    for (const TiXmlElement& input : Children(group, "Input")) {
+      std::int32_t number = 0;
+      if (!ReadInt(input, "Number", number) || !IsInput(number)) continue;
+      std::int32_t& stored = table[address.With(static_cast<std::uint32_t>(number) + offset)];
+      stored = std::max(stored, seconds);
+    }
+  }
+}
+
+// Keeps `seconds` for each input that the Devices of an action name.
+void LinkAction(PreAlarmTable& table, const TiXmlElement& action, std::int32_t seconds) {
+  for (const TiXmlElement& devices : Children(action, "Devices")) {
+    std::int32_t id = 0;
+    if (!ReadInt(devices, "ID", id)) continue;
+    for (const TiXmlElement& device : Children(devices, "Device")) {
+      std::int32_t number = 0;
+      if (!ReadInt(device, "Number", number)) continue;
+      ForEachContext(device, [&](const TiXmlElement& element, std::int32_t context) {
+        const DeviceAddress address{static_cast<std::uint32_t>(id), number, context};
+        LinkInputs(table, address, element, "Video", 0, seconds);
+        LinkInputs(table, address, element, "Audio", kAudioKey, seconds);
+      });
+    }
+  }
+}
+
+std::int32_t PreAlarmOf(const PreAlarmTable& table, const RecordStream& stream, int slotIndex) {
+  if (stream.Slots[static_cast<std::size_t>(slotIndex)].Encoder < 0) return 0;
+  const int input = stream.EffectiveInput(slotIndex);
+  if (!IsInput(input)) return 0;
+  const std::uint32_t offset = slotIndex < kVideoSlots ? 0 : kAudioKey;
+  const auto found =
+      table.find((stream.StreamId & ~0xFFu) | (static_cast<std::uint32_t>(input) + offset));
+  return found != table.end() ? found->second : 0;
+}
+
+}  // namespace
+
+void ApplyEvents(const ConfigTarget& target, const TiXmlElement& root) {
+  if (root.FirstChildElement("Events") == nullptr) return;
+  ++target.Services.Stats.ievt;
+  bool any = false;
+  for (const TiXmlElement& events : Children(root, "Events")) {
+    std::int32_t id = 0;
+    if (!ReadInt(events, "ID", id) || id != kEventsId) continue;
+    any = true;
+    target.PreAlarmSeconds.clear();
+    for (const TiXmlElement& event : Children(events, "Event")) {
+      std::int32_t seconds = 0;
+      if (!ReadInt(event, "PreAlarm", seconds)) continue;
+      for (const TiXmlElement& action : Children(event, "Action")) {
+        LinkAction(target.PreAlarmSeconds, action, seconds);
+      }
+    }
+  }
+  if (!any) return;
+  for (const auto& stream : target.Streams.All()) {
+    for (int slot = 0; slot < kSlots; ++slot) {
+      stream->Slots[static_cast<std::size_t>(slot)].PreAlarm =
+          PreAlarmOf(target.PreAlarmSeconds, *stream, slot);
+    }
+  }
+}
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,211 @@
+// The life of a record stream's file: opening, feeding and closing it.
+
+#include <algorithm>
+#include <bitset>
+
+#include "host/Log.h"
+#include "media/PackedTime.h"
+#include "media/RecordPath.h"
+#include "record/RecordStream.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+namespace media = qv::kelvo;
+
+constexpr std::int32_t kFileGB = 1;  // set aside on the volume for each open file
+constexpr std::uint8_t kMaxExtensionInFile = 87;
+constexpr unsigned kFileMode = 0644;
+
+// What a file says of a slot. `name` is borrowed.
+media::PsStreamDescriptor Describe(const ChannelSlot& slot, int index) {
+  const auto low8 = [](std::int32_t value) { return static_cast<std::uint8_t>(value); };
+  const auto low16 = [](std::int32_t value) { return static_cast<std::uint16_t>(value); };
+  media::PsStreamDescriptor descriptor;
+  if (index < kVideoSlots) {
+    descriptor.streamType = static_cast<std::uint8_t>(low8(slot.Standard) + 128);
+    descriptor.streamId = low8((slot.Standard != 0 ? 0xE0 : 0xD0) + index);
+    descriptor.width16 = low8(slot.Width / 16);
+    descriptor.height16 = low8(slot.Height / 16);
+  } else {
+    descriptor.streamType = static_cast<std::uint8_t>(low8(slot.Standard) + 144);
+    descriptor.streamId = low8(0xC0 + index - kVideoSlots);
+    descriptor.bufSizeSamples = low16(slot.BufSizeSamples);
+    descriptor.sampleRate = low16(slot.SampleRate);
+  }
+  descriptor.encoder = low8(slot.Encoder);
+  descriptor.channel = low8(slot.Input);
+  descriptor.name = slot.Name;
+  return descriptor;
+}
+
+media::PSFrame ToPSFrame(const PendingFrame& pending, const ChannelSlot& slot) {
+  media::PSFrame frame;
+  frame.stream = pending.Slot;
+  frame.flags = pending.Flags;
+  const auto* bytes = static_cast<const std::byte*>(pending.Buffer);
+  if (pending.IsPes) {
+    frame.packet = bytes;
+    frame.size = pending.Size;
+    return frame;
+  }
+  const media::UtcTime time = media::ToUtc(pending.Time);
+  frame.frameType = pending.Type;
+  frame.year = static_cast<std::uint16_t>(time.year);
+  frame.month = static_cast<std::uint16_t>(time.month);
+  frame.day = static_cast<std::uint16_t>(time.day);
+  frame.hour = static_cast<std::uint32_t>(time.hour);
+  frame.minute = static_cast<std::uint32_t>(time.minute);
+  frame.second = static_cast<std::uint32_t>(time.second);
+  frame.millisecond = static_cast<std::uint32_t>(time.millisecond);
+  frame.encoder = static_cast<std::uint8_t>(slot.Encoder);
+  frame.channel = static_cast<std::uint8_t>(slot.Input);
+  frame.payload = bytes;
+  frame.payloadSize = pending.Size;
+  frame.userData = reinterpret_cast<const std::byte*>(pending.Extension.data());
+  frame.userDataSize = std::min(pending.ExtensionLength, kMaxExtensionInFile);
+  return frame;
+}
+
+}  // namespace
+
+bool RecordStream::FileDue(media::UtcMs now) const {
+  return !OpenTime || now < *OpenTime || !(now < *OpenTime + kFileLifeMs);
+}
+
+void RecordStream::OpenFile() {
+  RefreshDefaultLapse();
+  const std::string volume = Services.FileSystem.GetRecordVolume(&Services.Manager, kFileGB);
+  if (volume.empty()) {
+    if (!NoVolume) LogPrintf(LogWarning, "system %08X could not get record volume", StreamId);
+    NoVolume = true;
+    return;
+  }
+  if (NoVolume) LogPrintf(LogInfo, "system %08X got a record volume", StreamId);
+
+  const media::UtcMs now = Services.Platform.clock.NowMs();
+  const std::string path = media::MakePath(volume, now, StreamId, media::CreateDirectories::Yes);
+  CloseFile();
+  if (ActiveChannels != 0) {
+    const int error = OpenWriter(path);
+    if (error == media::kPsOk) {
+      if (OpenFailed) LogPrintf(LogInfo, "system %08X opened %s", StreamId, path.c_str());
+      OpenTime = now;
+      FileName = path;
+      if (FileChanged != nullptr) *FileChanged = true;
+      Services.Reservations.AddReservation({path, volume, kFileGB});
+    } else if (!OpenFailed) {
+      LogPrintf(LogError, "system %08X open %s error %d", StreamId, path.c_str(), error);
+    }
+  }
+  // A stream that has nothing to record counts as failed, too.
+  OpenFailed = !Writer.IsWriting();
+  NoVolume = false;
+}
+
+int RecordStream::OpenWriter(const std::string& path) {
+  media::PsFileInfo info;
+  info.fileInput[0] = Layout;
+  std::array<media::PsStreamDescriptor, kSlots> descriptors;
+  for (int i = 0; i < kSlots; ++i) {
+    const auto index = static_cast<std::size_t>(i);
+    descriptors[index] = Describe(Slots[index], i);
+  }
+  const int error = Writer.Create(path, info, descriptors, 0);
+  if (error != media::kPsOk) return error;
+
+  CurrentPath = path;
+  if (const int mode = Writer.SetMediaAccessMode(kFileMode); mode != 0) {
+    LogPrintf(LogWarning, "Change access mode error %d for %s", mode, path.c_str());
+  }
+  if (const int mode = Writer.SetIndexAccessMode(kFileMode); mode != 0) {
+    LogPrintf(LogWarning, "Change access mode error %d for %si", mode, path.c_str());
+  }
+  LogPrintf(LogInfo, "Opened %s (and PSI).", path.c_str());
+  return media::kPsOk;
+}
+
+void RecordStream::CloseFile() {
+  const bool empty = CloseWriter();
+  if (!OpenTime) return;
+  const std::string path = FileName;
+  ForgetFile();
+  if (empty) Services.FileSystem.RemoveFile(path, true);
+}
+
+// The reservation and the open time go; the file itself has ended before.
+void RecordStream::ForgetFile() {
+  if (!OpenTime) return;
+  Services.Reservations.RemoveReservation(FileName);
+  OpenTime.reset();
+  FileName.clear();
+  if (FileChanged != nullptr) *FileChanged = true;
+}
+
+// Returns whether a file was open and holds no frames.
+bool RecordStream::CloseWriter() {
+  SteadyOfFlush.reset();
+  WriteContinuedGroups();
+  if (!Writer.IsWriting()) return false;
+  const std::uint32_t frames = Writer.GetFrameCount(media::kWholeFile);
+  const std::size_t clips = Writer.ClipCount();
+  const std::string path = CurrentPath;
+  EndWriter();
+  LogPrintf(LogInfo, "Closed %s (and PSI) frames:%lu, clips:%zu.", path.c_str(),
+            static_cast<unsigned long>(frames), clips);
+  return frames == 0;
+}
+
+void RecordStream::EndWriter() {
+  Services.Alarms.NoteFileEnd(OwnId, CurrentPath);
+  CurrentPath.clear();
+  Writer.Close();
+}
+
+// Pending dependent frames ahead of their slot's next key frame belong to a group that is in this
+// file, so they go there, too; the next file starts with new groups.
+void RecordStream::WriteContinuedGroups() {
+  const auto continues = [](const PendingFrame* frame) {
+    return frame != nullptr && !frame->IsKey();
+  };
+  std::bitset<kSlots> open;
+  for (int slot = 0; slot < kSlots; ++slot) {
+    open[static_cast<std::size_t>(slot)] = continues(Pending.SlotFront(slot));
+  }
+  for (PendingFrame* frame = Pending.Front(); open.any();) {
+    PendingFrame* newer = frame->Newer;
+    if (open[frame->Slot]) {
+      open[frame->Slot] = continues(frame->SlotNewer);
+      (void)WriteStreamFrame(*frame);  // a frame that doesn't reach the file is lost
+      Release(frame);
+    }
+    frame = newer;
+  }
+}
+
+bool RecordStream::WriteStreamFrame(const PendingFrame& frame) {
+  if (!Writer.IsWriting()) return false;
+  ChannelSlot& slot = Slots[frame.Slot];
+  if (!frame.IsKey() && Writer.GetFrameCount(frame.Slot) == 0) return false;
+
+  const int error = Writer.WriteFrame(ToPSFrame(frame, slot));
+  if (error != media::kPsOk) {
+    const std::string path = CurrentPath;
+    EndWriter();
+    LogPrintf(LogError, "Closed %s (and PSI) - psfile write error %ld.", path.c_str(),
+              static_cast<long>(error));
+    return false;
+  }
+  Services.Alarms.NoteWrite(frame.Provider, OwnId, frame.Time / 1000,
+                            static_cast<std::uint16_t>(frame.Time % 1000), CurrentPath);
+  slot.LastWritten = frame.Time;
+  Rates[frame.Slot].Add(frame.Size, FlushNs());
+  return true;
+}
+
+std::int64_t RecordStream::FlushNs() {
+  if (!SteadyOfFlush) SteadyOfFlush = Services.Platform.clock.SteadyNs();
+  return *SteadyOfFlush;
+}
+
+}  // namespace qvsvr::kelvo

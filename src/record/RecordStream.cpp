@@ -1,0 +1,230 @@
+#include "record/RecordStream.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "host/Log.h"
+#include "record/RecordDecision.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+// A ready-made PES packet: what intake reads of its header.
+constexpr std::uint32_t kPesHeaderSize = 32;
+constexpr std::size_t kPesFrameInfo = 27;
+constexpr std::uint8_t kFrameInfoFlags = 0xE0;
+constexpr std::uint8_t kFrameTypeMask = 3;
+
+// A group without a following key frame is written as it stands after this time.
+constexpr std::int64_t kGroupLimitMs = 5 * 60 * 1000;
+
+}  // namespace
+
+RecordStream::RecordStream(RecordServices& services, std::uint32_t id)
+    : OwnId(id), StreamId(id), Services(services), Writer(services.Platform.mediaFiles) {
+  ChannelMap.fill(-1);
+}
+
+RecordStream::~RecordStream() {
+  if (Writer.IsWriting()) EndWriter();
+  ForgetFile();
+  while (PendingFrame* frame = Pending.Front()) Release(frame);
+}
+
+bool RecordStream::StreamAddFrame(std::uint32_t provider, void* buffer, std::uint32_t length,
+                                  std::uint32_t subCode, const KelvoFrameHeader& header, bool ptz) {
+  // Before the new frame comes in, so that it takes no part in the flush it triggers.
+  FlushPending();
+
+  const std::int32_t slot = ChannelMap[provider & 0xFF];
+  if (slot < 0 || slot >= kSlots) {
+    ++Services.Stats.Ch;
+    return false;
+  }
+  if (buffer == nullptr) {
+    LogPrintf(LogWarning, "frame of provider ID %08X has no buffer", provider);
+    return false;
+  }
+
+  PendingFrame* frame = Pending.Allocate();
+  frame->Provider = provider;
+  frame->Buffer = buffer;
+  frame->Size = length;
+  frame->Slot = static_cast<std::uint8_t>(slot);
+  frame->Ptz = ptz;
+  frame->Time = qv::kelvo::UtcMs{header.Seconds} * 1000 + header.Milliseconds;
+  frame->IsPes = (subCode & KELVO_WRITE_SUB_PES) != 0;
+  if (!FillFrame(*frame, header)) {
+    Pending.Discard(frame);
+    ++Services.Stats.PES;
+    return false;
+  }
+  ApplyAlarmAndMotion(*frame);
+  Pending.Append(frame);
+  return true;
+}
+
+// Type, flags and extension. False for a packet without a whole header and start code.
+bool RecordStream::FillFrame(PendingFrame& frame, const KelvoFrameHeader& header) {
+  if (!frame.IsPes) {
+    // Two bits are what a file holds of the type.
+    frame.Type = header.FrameType & kFrameTypeMask;
+    frame.Flags = header.FrameFlags;
+    const std::uint32_t used = header.ExtensionLength & 0xFF;
+    frame.ExtensionLength =
+        static_cast<std::uint8_t>(std::min<std::size_t>(used, frame.Extension.size()));
+    std::memcpy(frame.Extension.data(), header.Extension, frame.ExtensionLength);
+    return true;
+  }
+  if (frame.Size < kPesHeaderSize) return false;
+  const auto* packet = static_cast<const std::uint8_t*>(frame.Buffer);
+  if (packet[0] != 0 || packet[1] != 0 || packet[2] != 1) return false;
+  frame.Type = packet[kPesFrameInfo] & kFrameTypeMask;
+  frame.Flags = packet[kPesFrameInfo] & kFrameInfoFlags;
+  return true;
+}
+
+void RecordStream::ApplyAlarmAndMotion(PendingFrame& frame) {
+  ChannelSlot& slot = Slots[frame.Slot];
+  std::erase_if(slot.ActiveAlarms,
+                [&](const auto& alarm) { return alarm.second && *alarm.second < frame.Time; });
+  if (!slot.ActiveAlarms.empty()) frame.Flags |= kFlagAlarm;
+
+  if ((frame.Flags & kFlagMotion) != 0) {
+    if (!slot.MotionTime) {
+      MarkPending(SubtractMs(frame.Time, slot.PreMotion), frame.Slot, kFlagMotion);
+    }
+    slot.MotionTime = frame.Time;
+  } else if (slot.MotionTime) {
+    if (Within(frame.Time, *slot.MotionTime, slot.PostMotion)) {
+      frame.Flags |= kFlagMotion;
+    } else {
+      slot.MotionTime.reset();
+    }
+  }
+}
+
+void RecordStream::FlushPending() {
+  SteadyOfFlush.reset();
+  while (PendingFrame* front = Pending.Front()) {
+    switch (DecideFront(*front, Pending.Back()->Time)) {
+      case Fate::Open:
+        return;
+      case Fate::Write:
+        WriteFront(front);
+        break;
+      case Fate::Drop:
+        Drop(front);
+        break;
+    }
+  }
+}
+
+RecordStream::Fate RecordStream::DecideFront(const PendingFrame& front, qv::kelvo::UtcMs newest) {
+  // Dependent frames that come to the front were kept with their group.
+  if (!front.IsKey()) return Fate::Write;
+  const ChannelSlot& slot = Slots[front.Slot];
+  if (InWaitingTime(slot, front, newest)) return Fate::Open;
+
+  bool keep = false;
+  if (front.Type == kTypeI) {
+    const PendingFrame* next = front.NextKey;
+    if (next == nullptr) {
+      return Within(front.Time, newest, kGroupLimitMs) ? Fate::Open : Fate::Write;
+    }
+    if (InWaitingTime(slot, *next, newest)) return Fate::Open;
+    keep = ThinGroup(front, *next);
+  }
+  const int hour = HourOf(front);
+  return keep || ShouldRecord(slot, front, hour) || ShouldLapse(slot, front, hour, DefaultLapse)
+             ? Fate::Write
+             : Fate::Drop;
+}
+
+// Drops the frames between a key frame and the next one that nothing wants and nothing depends on.
+// Returns whether one is wanted.
+bool RecordStream::ThinGroup(const PendingFrame& front, const PendingFrame& next) {
+  const ChannelSlot& slot = Slots[front.Slot];
+  bool keep = false;
+  for (PendingFrame* frame = next.SlotOlder; frame != &front;) {
+    PendingFrame* older = frame->SlotOlder;
+    if (ShouldRecord(slot, *frame, HourOf(*frame))) {
+      keep = true;
+    } else if (!keep || frame->Type >= kTypeB) {
+      Drop(frame);
+    }
+    frame = older;
+  }
+  return keep;
+}
+
+int RecordStream::HourOf(const PendingFrame& frame) {
+  return Hours[frame.Slot].HourOfWeek(frame.Time);
+}
+
+void RecordStream::WriteFront(PendingFrame* front) {
+  if (WriteStreamFrame(*front)) {
+    RecordStats& stats = Services.Stats;
+    ++stats.Written[front->Type];
+    if ((front->Flags & kFlagMotion) != 0) ++stats.Motion;
+    if ((front->Flags & kFlagAlarm) != 0) ++stats.Alarm;
+    if (front->Ptz) ++stats.PTZ;
+    stats.LastBytes += front->Size;
+  }
+  Release(front);
+}
+
+void RecordStream::Drop(PendingFrame* frame) {
+  ++Services.Stats.Dropped[frame->Type];
+  Release(frame);
+}
+
+// Gives the buffer back and forgets the frame.
+void RecordStream::Release(PendingFrame* frame) {
+  Services.Core.DecrementReference(frame->Buffer);
+  Pending.Erase(frame);
+}
+
+void RecordStream::MarkPending(qv::kelvo::UtcMs since, int slot, std::uint8_t flagBit) {
+  for (PendingFrame* frame = Pending.SlotBack(slot); frame != nullptr && frame->Time >= since;
+       frame = frame->SlotOlder) {
+    frame->Flags |= flagBit;
+  }
+}
+
+void RecordStream::DropSlotFrames(int slot) {
+  while (PendingFrame* frame = Pending.SlotFront(slot)) Release(frame);
+}
+
+void RecordStream::ResetSlot(int slot) {
+  DropSlotFrames(slot);
+  ChannelSlot& channel = Slots[static_cast<std::size_t>(slot)];
+  ChannelSlot empty;
+  empty.BufSizeSamples = channel.BufSizeSamples;
+  empty.SampleRate = channel.SampleRate;
+  channel = std::move(empty);
+}
+
+void RecordStream::RefreshDefaultLapse() {
+  DefaultLapse = Services.FileSystem.TimeLapse();
+}
+
+int RecordStream::EffectiveInput(int slot) const {
+  const ChannelSlot& channel = Slots[static_cast<std::size_t>(slot)];
+  if (channel.Input < 0 || Layout < 0x80 || Layout == 0xFF) return channel.Input;
+  // In 64 bits and clamped: both numbers come from the configuration.
+  const std::int64_t input = channel.Input + std::int64_t{channel.Encoder} * 16;
+  return static_cast<int>(std::clamp<std::int64_t>(input, INT32_MIN, INT32_MAX));
+}
+
+std::uint64_t RecordStream::TakeWrittenBytes() {
+  std::uint64_t sum = 0;
+  for (RateMeter& meter : Rates) {
+    std::uint64_t bytes = 0;
+    std::uint64_t milliseconds = 0;
+    if (meter.Read(bytes, milliseconds, true)) sum += bytes;
+  }
+  return sum;
+}
+
+}  // namespace qvsvr::kelvo

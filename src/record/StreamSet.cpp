@@ -1,0 +1,86 @@
+#include "record/StreamSet.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "media/StreamId.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+constexpr std::uint32_t kEncoderStream = 0x80;  // plus the encoder
+constexpr std::uint32_t kMultiplexedStream = 0xFF;
+
+RecordStream* Lookup(const std::unordered_map<std::uint32_t, RecordStream*>& index,
+                     std::uint32_t id) {
+  const auto found = index.find(id);
+  return found == index.end() ? nullptr : found->second;
+}
+
+}  // namespace
+
+RecordStream* StreamSet::Find(std::uint32_t streamId) const {
+  return Lookup(ByStreamId, streamId);
+}
+
+RecordStream& StreamSet::Add(std::unique_ptr<RecordStream> stream) {
+  RecordStream& added = *stream;
+  Streams.push_back(std::move(stream));
+  ByStreamId.emplace(added.StreamId, &added);
+  RoutesStale = true;
+  FilesChanged = true;
+  added.ReportFileChangesTo(&FilesChanged);
+  return added;
+}
+
+void StreamSet::Remove(RecordStream* stream) {
+  const auto place = std::ranges::find(Streams, stream, &std::unique_ptr<RecordStream>::get);
+  if (place == Streams.end()) return;
+  ByStreamId.erase(stream->StreamId);
+  RoutesStale = true;
+  FilesChanged = true;
+  Streams.erase(place);
+}
+
+RecordStream* StreamSet::Route(std::uint32_t provider) {
+  if (RoutesStale) RefreshRoutes();
+  if (provider != 0) {
+    if (RecordStream* stream = Lookup(ByEitherId, provider)) return stream;
+  }
+  const std::uint32_t encoder = qv::kelvo::InputOf(provider) >> 5;
+  if (RecordStream* stream = Find((provider & 0xFFFFFF00u) | (kEncoderStream + encoder))) {
+    return stream;
+  }
+  return Find(
+      qv::kelvo::MakeStreamID(0, provider, qv::kelvo::DeviceOf(provider), kMultiplexedStream));
+}
+
+void StreamSet::RefreshRoutes() {
+  ByEitherId.clear();
+  for (const auto& stream : Streams) {
+    ByEitherId.emplace(stream->StreamId, stream.get());
+    if (stream->AltId != 0) ByEitherId.emplace(stream->AltId, stream.get());
+  }
+  RoutesStale = false;
+}
+
+bool StreamSet::AnyFileDue(qv::kelvo::UtcMs now) {
+  if (Streams.empty()) return false;
+  if (FilesChanged) RefreshFileAges();
+  return SomeWithoutFile || now < NewestOpen || now - OldestOpen >= kFileLifeMs;
+}
+
+void StreamSet::RefreshFileAges() {
+  SomeWithoutFile = false;
+  OldestOpen = std::numeric_limits<qv::kelvo::UtcMs>::max();
+  NewestOpen = std::numeric_limits<qv::kelvo::UtcMs>::min();
+  for (const auto& stream : Streams) {
+    const auto opened = stream->GetOpenTime();
+    SomeWithoutFile |= !opened;
+    OldestOpen = std::min(OldestOpen, opened.value_or(OldestOpen));
+    NewestOpen = std::max(NewestOpen, opened.value_or(NewestOpen));
+  }
+  FilesChanged = false;
+}
+
+}  // namespace qvsvr::kelvo

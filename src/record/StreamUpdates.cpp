@@ -1,0 +1,82 @@
+#include "record/CodecConfig.h"
+#include "record/DeviceConfig.h"
+#include "record/DeviceReader.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+constexpr std::int32_t kDiskPrepId = 0x00370000;
+
+void ReloadLapse(const CFileSystem& fileSystem, RecordStream& stream) {
+  for (int slot = 0; slot < kVideoSlots; ++slot) {
+    const int input = stream.EffectiveInput(slot);
+    if (!IsInput(input)) continue;
+    // Without one in the table the slot keeps the schedule it has.
+    (void)fileSystem.GetTimeLapseSchedule(
+        qv::kelvo::ContextOf(stream.StreamId), qv::kelvo::ProviderOf(stream.StreamId),
+        qv::kelvo::DeviceOf(stream.StreamId), static_cast<std::uint32_t>(input),
+        stream.Slots[static_cast<std::size_t>(slot)].LapseSchedule);
+  }
+}
+
+void Reopen(RecordStream& stream) {
+  stream.CloseFile();
+  stream.OpenFile();
+}
+
+void TakeAudio(RecordStream& own, RecordStream& parent) {
+  ++own.ActiveChannels;
+  own.AltId = (own.StreamId & ~0x1Fu) |
+              static_cast<std::uint32_t>(AudioChannel(static_cast<int>(own.StreamId & 0x1Fu)));
+  Reopen(own);
+  if (--parent.ActiveChannels == 0) parent.CloseFile();
+}
+
+void GiveAudioBack(RecordStream& own, RecordStream& parent) {
+  --own.ActiveChannels;
+  own.AltId = 0;
+  ++parent.ActiveChannels;
+  Reopen(parent);
+}
+
+}  // namespace
+
+void ApplyStorage(const ConfigTarget& target, const TiXmlElement& root) {
+  if (root.FirstChildElement("Storage") == nullptr) return;
+  ++target.Services.Stats.istg;
+  bool changed = false;
+  for (const TiXmlElement& storage : Children(root, "Storage")) {
+    std::int32_t id = 0;
+    if (!ReadInt(storage, "ID", id) || id != kDiskPrepId) continue;
+    if (target.Services.FileSystem.ApplyDiskPrep(storage)) changed = true;
+  }
+  if (!changed) return;
+  for (const auto& stream : target.Streams.All()) stream->CloseFile();
+}
+
+void UpdateStreams(const ConfigTarget& target, bool closeFiles, bool reloadLapse) {
+  for (const auto& stream : target.Streams.All()) {
+    if (closeFiles) stream->CloseFile();
+    stream->RefreshDefaultLapse();
+    if (stream->DefaultLapse < 0) {
+      for (ChannelSlot& slot : stream->Slots) slot.LapseSchedule.clear();
+    }
+    if (reloadLapse) ReloadLapse(target.Services.FileSystem, *stream);
+  }
+}
+
+void PlaceAudio(const ConfigTarget& target, bool withVideo) {
+  for (const auto& own : target.Streams.All()) {
+    RecordStream* parent = own->ParentId != 0 ? target.Streams.Find(own->ParentId) : nullptr;
+    if (parent == nullptr) continue;
+    const bool hasAudio = own->Slots[kOwnAudioSlot].Encoder >= 0;
+    if (withVideo && hasAudio && own->AltId == 0) {
+      TakeAudio(*own, *parent);
+    } else if (!withVideo && own->AltId != 0) {
+      GiveAudioBack(*own, *parent);
+    }
+  }
+  target.Streams.RoutesChanged();
+}
+
+}  // namespace qvsvr::kelvo

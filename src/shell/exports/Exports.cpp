@@ -1,0 +1,156 @@
+// The eight functions that the host calls (include/kelvo/host_abi.h, docs/host-interface.md).
+
+#include <wx/debug.h>
+#include <wx/log.h>
+
+#include <atomic>
+#include <exception>
+#include <memory>
+
+#include "host/Log.h"
+#include "kelvo/host_abi.h"
+#include "shell/CFilePlugin.h"
+#include "shell/PluginPlatform.h"
+
+namespace {
+
+using qvsvr::kelvo::CFilePlugin;
+using qvsvr::kelvo::LogError;
+using qvsvr::kelvo::LogPrintf;
+using qvsvr::kelvo::RecordMessage;
+
+constexpr std::uint32_t kRefused = 0xFFFFFFFFu;
+
+// The plug-in between Load and Unload.
+std::atomic<CFilePlugin*> plugin{nullptr};
+
+// Runs the body of an export; no exception reaches the host.
+template <typename Body>
+std::uint32_t Guarded(const char* name, Body body) noexcept {
+  try {
+    body();
+  } catch (const std::exception& error) {
+    LogPrintf(LogError, "%s failed: %s", name, error.what());
+  } catch (...) {
+    LogPrintf(LogError, "%s failed: unknown exception", name);
+  }
+  return 0;
+}
+
+// wxWidgets must not show or print anything in the host's process.
+void SilenceWx() {
+  delete wxLog::SetActiveTarget(nullptr);
+  wxLog::DontCreateOnDemand();
+  wxDisableAsserts();
+}
+
+void DestroyPlugin() {
+  delete plugin.exchange(nullptr);
+}
+
+void Describe(KelvoModuleDescriptor& descriptor) {
+  descriptor.ModuleId = KELVO_MODULE_ID;
+  descriptor.CapabilityWord0 = 0x0600006C;
+  descriptor.CapabilityWord1 = 0x06000084;
+  descriptor.CapabilityWord2 = 0x02000010;
+  descriptor.CapabilityWord3 = 0x02000010;
+  descriptor.DescriptorTag = 0x0101;
+  descriptor.DescriptorValue = 25;
+}
+
+void LoadPlugin(const KelvoLoadInput* input, KelvoModuleDescriptor* descriptor) {
+  DestroyPlugin();
+  SilenceWx();
+  if (descriptor != nullptr) Describe(*descriptor);
+  qvsvr::kelvo::SetHostFunction(input == nullptr ? nullptr : input->HostFunction);
+  plugin = std::make_unique<CFilePlugin>(qvsvr::kelvo::PluginPlatform()).release();
+}
+
+// Whether the message is queued. Without a plug-in nothing is.
+bool Enqueue(const RecordMessage& message) {
+  CFilePlugin* target = plugin.load();
+  return target != nullptr && target->RecordMgr.Enqueue(message);
+}
+
+void WriteBlock(const KelvoWriteBlock& block, KelvoWriteReply& reply) {
+  if (block.Refuse != 0) {
+    reply.Result = kRefused;
+    return;
+  }
+  if (block.Source == KELVO_MODULE_ID) {
+    reply.Result = 0;
+    return;
+  }
+  reply.Accepted = 0;
+  reply.Accepted = Enqueue({0, block.Length, block.Payload, block.Source, block.Class,
+                            block.SubCode, block.Header})
+                       ? 1
+                       : 0;
+}
+
+void Ioctl(const KelvoIoctlBlock& block, KelvoIoctlReply& reply) {
+  if (block.Operation != KELVO_IOCTL_CONFIGURATION && block.Operation != KELVO_IOCTL_SYSTEM) {
+    reply.Status = kRefused;
+    return;
+  }
+  if (block.Payload == nullptr || static_cast<std::int32_t>(block.Length) < 1) return;
+  RecordMessage message;
+  message.Type = block.Operation;
+  message.Length = block.Length;
+  message.Payload = block.Payload;
+  reply.Accepted = 0;
+  reply.Accepted = Enqueue(message) ? 1 : 0;
+}
+
+}  // namespace
+
+extern "C" {
+
+KELVO_EXPORT std::uint32_t Load(void* input, void* output) {
+  return Guarded("Load", [&] {
+    LoadPlugin(static_cast<const KelvoLoadInput*>(input),
+               static_cast<KelvoModuleDescriptor*>(output));
+  });
+}
+
+KELVO_EXPORT std::uint32_t Open(void* /*input*/, void* /*output*/) {
+  return Guarded("Open", [] {
+    if (CFilePlugin* target = plugin.load()) target->Open(KELVO_VERSION);
+  });
+}
+
+KELVO_EXPORT std::uint32_t Read(void* /*request*/, void* /*reply*/) {
+  return 0;
+}
+
+KELVO_EXPORT std::uint32_t Write(void* request, void* reply) {
+  if (request == nullptr || reply == nullptr) return 0;
+  return Guarded("Write", [&] {
+    WriteBlock(*static_cast<const KelvoWriteBlock*>(request),
+               *static_cast<KelvoWriteReply*>(reply));
+  });
+}
+
+KELVO_EXPORT std::uint32_t Seek(void* /*request*/, void* reply) {
+  if (reply != nullptr) static_cast<KelvoSeekReply*>(reply)->Result = kRefused;
+  return 0;
+}
+
+KELVO_EXPORT std::uint32_t IOCTL(void* request, void* reply) {
+  if (request == nullptr || reply == nullptr) return 0;
+  return Guarded("IOCTL", [&] {
+    Ioctl(*static_cast<const KelvoIoctlBlock*>(request), *static_cast<KelvoIoctlReply*>(reply));
+  });
+}
+
+KELVO_EXPORT std::uint32_t Close(void* /*input*/, void* /*output*/) {
+  return Guarded("Close", [] {
+    if (CFilePlugin* target = plugin.load()) target->RecordMgr.RequestStop();
+  });
+}
+
+KELVO_EXPORT std::uint32_t Unload(void* /*input*/, void* /*output*/) {
+  return Guarded("Unload", [] { DestroyPlugin(); });
+}
+
+}  // extern "C"

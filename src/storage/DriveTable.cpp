@@ -1,0 +1,34 @@
+#include "storage/DriveTable.h"
+
+#include "platform/Platform.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+constexpr std::int32_t kSystemReservePercent = 10;
+
+}  // namespace
+
+void DriveTable::Fill(const std::vector<std::string>& names, const std::string& systemDirectory) {
+  drives.clear();
+  for (const std::string& name : names) drives.try_emplace(name);
+  for (auto& [name, record] : drives) {
+    if (systemDirectory.find(name) == std::string::npos) continue;
+    record.reservePercent = kSystemReservePercent;
+    record.system = true;
+    record.disabled = drives.size() > 1;
+  }
+}
+
+std::size_t CountPathParts(const std::string& path) {
+  std::size_t parts = 0;
+  bool inPart = false;
+  for (const char c : path) {
+    const bool separator = c == qv::kelvo::kPathSeparator;
+    if (!separator && !inPart) ++parts;
+    inPart = !separator;
+  }
+  return parts;
+}
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+
+#include "host/Xml.h"
+#include "storage/DriveTable.h"
+#include "storage/RetentionRules.h"
+#include "storage/TimeLapseTable.h"
+
+namespace qvsvr::kelvo {
+
+// What Storage elements change. Borrowed.
+struct StorageTables {
+  DriveTable& driveTable;
+  RetentionRules& retention;
+  TimeLapseTable& lapse;
+};
+
+// Applies one Storage element. Unreadable attributes leave their setting as it is. For each drive
+// that isn't in the table a Drive element goes to `reply`, stamped with `nowSeconds`. Returns
+// whether a drive of the table was named.
+bool ApplyStorageElement(const StorageTables& tables, const TiXmlElement& storage,
+                         std::int64_t nowSeconds, TiXmlElement& reply);
+
+// Whether the element's ID reads as `moduleId`.
+[[nodiscard]] bool HasModuleId(const TiXmlElement& element, std::uint32_t moduleId);
+
+// Names of the drives that a disk-preparation element offers.
+[[nodiscard]] std::set<std::string> PreparedDrives(const TiXmlElement& storage);
+
+}  // namespace qvsvr::kelvo

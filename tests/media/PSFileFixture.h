@@ -1,0 +1,133 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <deque>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "media/PSFile.h"
+#include "platform/Platform.h"
+#include "tests/support/PsParser.h"
+#include "tests/support/TempTree.h"
+
+namespace qv::kelvo {
+
+// "00 01 AB" of bytes.
+inline std::string Hex(ConstBytes bytes) {
+  std::string text;
+  for (const std::byte b : bytes) {
+    char digits[4];
+    std::snprintf(digits, sizeof digits, "%02X ", std::to_integer<unsigned>(b));
+    text += digits;
+  }
+  if (!text.empty()) text.pop_back();
+  return text;
+}
+inline ConstBytes AsBytes(const std::string& text) {
+  return std::as_bytes(std::span(text.data(), text.size()));
+}
+
+// Media files that note each write as "<ps or psi>@<offset>+<bytes>", and can swallow the content.
+class NotingFiles : public MediaFiles {
+ public:
+  int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
+    std::unique_ptr<MediaFile> real;
+    const int error = SystemPlatform().mediaFiles.Open(path, mode, real);
+    const std::string kind = path.ends_with('i') ? "psi" : "ps";
+    if (error == 0) file = std::make_unique<File>(*this, kind, std::move(real));
+    return error;
+  }
+
+  std::vector<std::string> Take() { return std::exchange(notes, {}); }
+
+  bool swallow = false;
+  std::vector<std::string> notes;
+
+ private:
+  class File : public MediaFile {
+   public:
+    File(NotingFiles& files, std::string name, std::unique_ptr<MediaFile> file)
+        : owner(files), kind(std::move(name)), real(std::move(file)) {}
+    IoResult ReadAt(std::uint64_t, MutableBytes) override {
+      ADD_FAILURE() << "the writer reads nothing back";
+      return {};
+    }
+    IoResult WriteAt(std::uint64_t offset, std::span<const ConstBytes> parts) override {
+      std::size_t size = 0;
+      for (const ConstBytes part : parts) size += part.size();
+      if (owner.swallow) return {size, 0};
+      owner.notes.push_back(kind + '@' + std::to_string(offset) + '+' + std::to_string(size));
+      return real->WriteAt(offset, parts);
+    }
+    int Size(std::uint64_t& bytes) override { return real->Size(bytes); }
+    int CreationTime(std::int64_t& seconds) override { return real->CreationTime(seconds); }
+    int SetSize(std::uint64_t bytes) override {
+      owner.notes.push_back(kind + '=' + std::to_string(bytes));
+      return real->SetSize(bytes);
+    }
+    int Close() override { return real->Close(); }
+
+   private:
+    NotingFiles& owner;
+    const std::string kind;
+    const std::unique_ptr<MediaFile> real;
+  };
+};
+
+// A directory for one recording, descriptors of a device with MPEG-2 video and 8 kHz audio on every
+// stream, and frames for it.
+class PSFileTest : public testing::Test {
+ protected:
+  PSFileTest() {
+    for (unsigned n = 0; n < kStreamCount; ++n) {
+      const bool video = n < 16;
+      descriptors[n].streamType = static_cast<std::uint8_t>(video ? 130 : 145);
+      descriptors[n].streamId = static_cast<std::uint8_t>(video ? 0xE0 + n : 0xC0 + n - 16);
+      descriptors[n].sampleRate = 8000;
+    }
+    info.fileInput[0] = 0xFF;
+    path = tree.Path("0640-100101FF.ps");
+  }
+
+  // A frame whose payload is `payload` and whose time is 2025-06-15 15:06:40 UTC + `ms`.
+  // The payload lives as long as the test.
+  PSFrame Frame(std::uint16_t stream, std::uint16_t type, UtcMs ms, std::string payload) {
+    const std::string& kept = payloads.emplace_back(std::move(payload));
+    PSFrame frame;
+    frame.stream = stream;
+    frame.frameType = type;
+    frame.SetTime(1'750'000'000'000 + ms);
+    frame.payload = AsBytes(kept).data();
+    frame.payloadSize = static_cast<std::uint32_t>(kept.size());
+    return frame;
+  }
+
+  [[nodiscard]] int Create(PSFile& file, std::uint64_t preallocate = 0) const {
+    return file.Create(path, info, descriptors, preallocate);
+  }
+  [[nodiscard]] testsupport::PsRecording Read(
+      testsupport::PsEnd end = testsupport::PsEnd::Closed) const {
+    auto recording = testsupport::ReadPs(path, end);
+    for (const std::string& fault : recording.faults) ADD_FAILURE() << fault;
+    return recording;
+  }
+  std::string Media(std::size_t offset, std::size_t size) const {
+    return Hex(AsBytes(tree.Read("0640-100101FF.ps").substr(offset, size)));
+  }
+  std::string Index(std::size_t offset, std::size_t size) const {
+    return Hex(AsBytes(tree.Read("0640-100101FF.psi").substr(offset, size)));
+  }
+
+  TempTree tree;
+  std::deque<std::string> payloads;
+  NotingFiles files;
+  PsFileInfo info;
+  std::array<PsStreamDescriptor, kStreamCount> descriptors;
+  std::string path;
+};
+
+}  // namespace qv::kelvo

@@ -1,0 +1,96 @@
+#include "media/PackedTime.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "media/LocalTime.h"
+
+namespace qv::kelvo {
+namespace {
+
+constexpr UtcMs kHour = 3'600'000;
+
+TEST(PackedTime, HoldsTheYears2000To2127) {
+  const struct {
+    UtcMs time;
+    std::optional<PackedTime> packed;
+  } rows[] = {
+      {946'684'799'999, std::nullopt},                      // 1999-12-31 23:59:59.999
+      {946'684'800'000, PackedTime{0x0021, 0}},             // 2000-01-01
+      {951'782'400'123, PackedTime{0x005D, 123}},           // 2000-02-29
+      {1'750'000'000'000, PackedTime{0x32CF, 54'400'000}},  // 2025-06-15 15:06:40
+      {4'985'971'199'999, PackedTime{0xFF9F, 86'399'999}},  // 2127-12-31 23:59:59.999
+      {4'985'971'200'000, std::nullopt},                    // 2128-01-01
+      {-1, std::nullopt},
+      {std::numeric_limits<UtcMs>::max(), std::nullopt},
+      {std::numeric_limits<UtcMs>::min(), std::nullopt},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(Pack(row.time), row.packed) << row.time;
+    if (row.packed) {
+      EXPECT_EQ(Unpack(*row.packed), row.time);
+    }
+  }
+}
+
+TEST(PackedTime, RefusesDatePartsOutOfRange) {
+  EXPECT_EQ(PackDate(2025, 6, 15), PackedDate{0x32CF});
+  const int bad[][3] = {{1999, 1, 1},  {2128, 1, 1}, {2025, 0, 1},
+                        {2025, 13, 1}, {2025, 1, 0}, {2025, 1, 32}};
+  for (const auto& [year, month, day] : bad) {
+    EXPECT_EQ(PackDate(year, month, day), std::nullopt) << year << '-' << month << '-' << day;
+  }
+}
+
+TEST(PackedTime, OverflowingMillisecondsMoveIntoTheNextPackedDate) {
+  EXPECT_EQ(Carry({0x32CF, 86'399'999}), (PackedTime{0x32CF, 86'399'999}));
+  EXPECT_EQ(Carry({0x32CF, 86'400'500}), (PackedTime{0x32D0, 500}));
+  // Behind the 31st the number is that of day 0 of the next month, which is the same day again.
+  EXPECT_EQ(Carry({0x32FF, 86'400'000}), (PackedTime{0x3300, 0}));
+  EXPECT_EQ(Unpack({0x3300, 0}), Unpack({0x32FF, 0}));
+  EXPECT_EQ(Unpack({0x32CF, 86'400'500}), Unpack({0x32D0, 500}));
+}
+
+TEST(PackedTime, EveryStoredDateHasAMoment) {
+  EXPECT_EQ(Unpack({0, 0}), 943'920'000'000);           // day 0 of month 0 of 2000: 1999-11-30
+  EXPECT_EQ(Unpack({0x005F, 0}), Unpack({0x0062, 0}));  // 31 February 2000: 2 March
+  (void)Unpack({0xFFFF, 0xFFFFFFFF});
+}
+
+TEST(LocalTime, FollowsTheZoneThroughBothChangesOfTheClock) {
+  const struct {
+    UtcMs utc;
+    int day, hour, minute, weekday;
+  } rows[] = {
+      {1'743'296'399'999, 30, 1, 59, 0},  // 2025-03-30, last moment of winter time
+      {1'743'296'400'000, 30, 3, 0, 0},   // first of summer time
+      {1'761'436'799'999, 26, 1, 59, 0},  // 2025-10-26
+      {1'761'440'399'999, 26, 2, 59, 0},  // summer time
+      {1'761'440'400'000, 26, 2, 0, 0},   // the same hour again
+  };
+  HourOfWeekClock clock;
+  for (const auto& row : rows) {
+    const CalendarTime local = ToLocal(row.utc);
+    EXPECT_EQ(local.day, row.day) << row.utc;
+    EXPECT_EQ(local.hour, row.hour) << row.utc;
+    EXPECT_EQ(local.minute, row.minute) << row.utc;
+    EXPECT_EQ(local.weekday, row.weekday) << row.utc;
+    EXPECT_EQ(clock.HourOfWeek(row.utc), row.weekday * 24 + row.hour) << row.utc;
+  }
+}
+
+TEST(LocalTime, HourOfWeekRunsFromSundayThroughSaturdayAndBack) {
+  HourOfWeekClock clock;
+  const UtcMs sunday = 1'749'938'400'000;  // 2025-06-15 00:00 in the tests' zone
+  for (int hour = 0; hour < 168; ++hour) {
+    EXPECT_EQ(clock.HourOfWeek(sunday + hour * kHour), hour);
+    EXPECT_EQ(clock.HourOfWeek(sunday + hour * kHour + kHour - 1), hour);
+  }
+  EXPECT_EQ(clock.HourOfWeek(sunday + 168 * kHour), 0);
+  EXPECT_EQ(clock.HourOfWeek(sunday - 1), 167);
+  EXPECT_EQ(clock.HourOfWeek(-1), 4 * 24);  // 1970-01-01 was a Thursday; an hour east of Greenwich
+}
+
+}  // namespace
+}  // namespace qv::kelvo

@@ -1,0 +1,164 @@
+#include <algorithm>
+#include <cerrno>
+
+#include "tests/plugin/PluginFixture.h"
+
+// Each file operation of the recording path goes wrong once; then the camera's files are looked at.
+namespace plugintest {
+namespace {
+
+using qv::kelvo::FileCall;
+using qv::kelvo::FileFault;
+
+struct Trouble {
+  const char* name;
+  int error;  // 0: a short transfer
+  std::size_t shortBytes;
+};
+
+class FileFaults : public SeamTest {
+ protected:
+  // Records a file that meets the fault, and five minutes later another one that doesn't. Returns
+  // false if the fault never fired.
+  bool RecordWith(const FileFault& fault) {
+    log.clear();
+    auto& files = bundle.files;
+    files.ClearFaults();
+    files.Set(fault);
+    const auto firedBefore = files.FaultsFired();
+    Start();
+    Configure({camera});
+    const auto early = MakeFrames(VideoProvider(camera), Now(), 40, Times(4, "IPBPB"), 700);
+    GiveAll(early);
+    Tick(5 * 60'000);
+    files.ClearFaults();
+    const bool fired = files.FaultsFired() != firedBefore;
+
+    const auto late = MakeFrames(VideoProvider(camera), Now(), 40, Times(4, "IPBPB"), 700);
+    // Settles what is left of the first file, and begins the second one with a whole group.
+    GiveAll(late);
+    Finish();
+    EXPECT_EQ(files.OpenFiles(), 0u);
+    EXPECT_EQ(host->Outstanding(), 0);
+    CheckFiles(early, late, fired);
+    boost::filesystem::remove_all(tree.Path("drives/a/2025"));
+    return fired;
+  }
+
+  void CheckFiles(const std::vector<Frame>& early, const std::vector<Frame>& late, bool fired) {
+    const auto recordings = RecordingsOf(camera, fired ? PsEnd::Unclosed : PsEnd::Closed);
+    ASSERT_FALSE(recordings.empty());
+    // The last file has the whole groups of the late frames; the last group is undecided.
+    auto found = recordings.back().Of(kVideoSlot);
+    std::erase_if(found, [&](const PsFrame* frame) { return frame->timeMs < TimeOf(late[0]); });
+    EXPECT_FALSE(recordings.back().lastFrameCut);
+    ExpectFrames(found, std::span(late).first(15));
+    // Whatever else is there is a part of the early frames, whole and in order.
+    std::size_t at = 0;
+    for (const auto* frame : FramesOf(recordings, kVideoSlot)) {
+      if (frame->timeMs >= TimeOf(late[0])) continue;
+      while (at < early.size() && TimeOf(early[at]) != frame->timeMs) ++at;
+      ASSERT_LT(at, early.size());
+      ExpectFrames({frame}, std::span(early).subspan(at, 1));
+    }
+  }
+
+  // At most one line tells of the fault, and none of another one.
+  void CheckLog(FileCall call) {
+    const int write = CountLog("(and PSI) - psfile write error -5.");
+    const int open = CountLog("system 00110080 open " + tree.Path("drives/a/"));
+    EXPECT_EQ(CountLog("psfile write error"), write);
+    if (call == FileCall::Open) {
+      EXPECT_EQ(open, 1);
+      EXPECT_EQ(CountLog(".ps error -2"), 1);
+    } else {
+      EXPECT_LE(open + write, 1);
+      EXPECT_EQ(CountLog(".ps error -5"), open);
+    }
+    // A stream that failed to open says so once more when it has a file again.
+    EXPECT_EQ(CountLog("system 00110080 opened "), open);
+    wroteLines += write;
+    openLines += open;
+    const auto errors = std::count_if(log.begin(), log.end(), [](const SimHost::LogLine& line) {
+      return line.level >= KELVO_LOG_ERROR;
+    });
+    EXPECT_EQ(errors, open + write);
+  }
+
+  int wroteLines = 0, openLines = 0;
+  CameraConfig camera = Camera();
+};
+
+constexpr Trouble kTroubles[] = {
+    {"disk full", ENOSPC, 0}, {"I/O error", EIO, 0}, {"nothing moved", 0, 0}, {"short", 0, 5}};
+
+TEST_F(FileFaults, EachWriteMayFailAndTheNextFileIsWhole) {
+  for (const auto& trouble : kTroubles) {
+    std::size_t n = 1;
+    wroteLines = openLines = 0;
+    for (;; ++n) {
+      SCOPED_TRACE(std::string(trouble.name) + " at write " + std::to_string(n));
+      if (!RecordWith({FileCall::WriteAt, n, 1, trouble.error, trouble.shortBytes, {}})) break;
+      CheckLog(FileCall::WriteAt);
+      if (HasFailure()) return;
+    }
+    // The head of both files and each of twelve frames and more.
+    EXPECT_GT(n, 20u);
+    EXPECT_GE(openLines, 2);
+    EXPECT_GE(wroteLines, 15);
+  }
+}
+
+TEST_F(FileFaults, EachOpenMayFailAndTheStreamTriesAgain) {
+  for (const int error : {ENOSPC, EIO, EMFILE}) {
+    std::size_t n = 1;
+    for (;; ++n) {
+      SCOPED_TRACE(std::to_string(error) + " at open " + std::to_string(n));
+      if (!RecordWith({FileCall::Open, n, 1, error, 0, {}})) break;
+      CheckLog(FileCall::Open);
+      if (HasFailure()) return;
+    }
+    EXPECT_GE(n, 5u);  // media and index of two files
+  }
+}
+
+TEST_F(FileFaults, OutageIsToldOnceAndRecordingResumesAfterIt) {
+  Start();
+  bundle.files.FailForGood(FileCall::Open, 1, ENOSPC);
+  Configure({camera});
+  const auto frames = MakeFrames(VideoProvider(camera), Now(), 40, Times(10, "IPBPB"), 700);
+  GiveAll(std::span(frames).first(25));
+  Sync();
+  EXPECT_EQ(CountLog("system 00110080 open "), 1);
+  bundle.files.ClearFaults();
+  Sync();  // any message makes the stream try again
+  EXPECT_EQ(CountLog("system 00110080 opened "), 1);
+  GiveAll(std::span(frames).subspan(25));
+  Finish();
+  const auto recordings = RecordingsOf(camera);
+  ASSERT_EQ(recordings.size(), 1u);
+  // The group that was undecided when the outage ended is there, too.
+  ExpectFrames(recordings[0].Of(kVideoSlot), std::span(frames).subspan(20, 25));
+}
+
+TEST_F(FileFaults, WriteErrorEndsOneCamerasFileOnly) {
+  auto other = Camera(1);
+  Start();
+  Configure({camera, other});
+  bundle.files.Set({FileCall::WriteAt, 5, 1, EIO, 0, "-00110080.ps"});
+  const auto mine = MakeFrames(VideoProvider(camera), Now(), 40, Times(10, "IPBPB"), 700);
+  const auto others = MakeFrames(VideoProvider(other), Now(), 40, Times(10, "IPBPB"), 700);
+  for (std::size_t n = 0; n < mine.size(); ++n) {
+    Give(mine[n]);
+    Give(others[n]);
+  }
+  Finish();
+  EXPECT_EQ(CountLog("(and PSI) - psfile write error -5."), 1);
+  ExpectFrames(FramesOf(RecordingsOf(camera, PsEnd::Unclosed), kVideoSlot),
+               std::span(mine).first(4));
+  ExpectFrames(FramesOf(RecordingsOf(other, PsEnd::Unclosed), kVideoSlot),
+               std::span(others).first(45));
+}
+
+}  // namespace
+}  // namespace plugintest

@@ -1,0 +1,218 @@
+#include <chrono>
+#include <cstring>
+#include <regex>
+
+#include "tests/plugin/PluginFixture.h"
+
+namespace plugintest {
+namespace {
+
+constexpr std::uint32_t kUntouched = 0xABABABAB;
+
+// A block in which every byte is known, to see what the plug-in wrote.
+template <class T>
+T Marked() {
+  T block;
+  std::memset(&block, 0xAB, sizeof block);
+  return block;
+}
+
+// Whether all bytes but those of one field at `offset` are as Marked made them.
+template <class T>
+bool OnlyWrote(const T& block, std::size_t offset, std::size_t size = 4) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(&block);
+  for (std::size_t i = 0; i < sizeof block; ++i) {
+    const bool allowed = i >= offset && i < offset + size;
+    if (!allowed && bytes[i] != 0xAB) return false;
+  }
+  return true;
+}
+
+using Lifecycle = PluginTest;
+
+TEST_F(Lifecycle, LoadFillsTheDescriptorAndNothingElse) {
+  KelvoLoadInput input{};
+  auto descriptor = Marked<KelvoModuleDescriptor>();
+  auto wanted = Marked<KelvoModuleDescriptor>();
+  wanted.ModuleId = 0x00050000;
+  wanted.CapabilityWord0 = 0x0600006C;
+  wanted.CapabilityWord1 = 0x06000084;
+  wanted.CapabilityWord2 = 0x02000010;
+  wanted.CapabilityWord3 = 0x02000010;
+  wanted.DescriptorTag = 0x0101;
+  wanted.DescriptorValue = 25;
+  EXPECT_EQ(host->Raw().Load(&input, &descriptor), 0u);
+  EXPECT_EQ(std::memcmp(&descriptor, &wanted, sizeof wanted), 0);
+}
+
+TEST_F(Lifecycle, OpenAnnouncesTheModuleFirst) {
+  Start();
+  const auto events = host->TakeEvents();
+  ASSERT_FALSE(events.empty());
+  EXPECT_EQ(events[0].eventClass, KELVO_CLASS_BROADCAST);
+  const std::regex wanted(R"(<\?xml \?><qDVR Delta="0"><Modules><Module Name="KELVO" ID="327680" )"
+                          R"(Version="[^"]+" /></Modules></qDVR>)");
+  EXPECT_TRUE(std::regex_match(events[0].xml, wanted)) << events[0].xml;
+  EXPECT_TRUE(host->WaitForLog("KELVO - RecordMgr worker - running"));
+}
+
+TEST_F(Lifecycle, WriteAnswersInTheFieldOfEachCase) {
+  Start();
+  const auto write = [&](std::uint8_t refuse, std::uint32_t source, KelvoWriteReply& reply) {
+    KelvoWriteBlock block{};
+    block.Refuse = refuse;
+    block.Source = source;
+    block.Class = KELVO_WRITE_ACTION;
+    block.Payload = host->NewBuffer("<qDVR/>");
+    block.Length = 7;
+    reply = Marked<KelvoWriteReply>();
+    EXPECT_EQ(host->Raw().Write(&block, &reply), 0u);
+    if (reply.Accepted != 1) host->Release(block.Payload);
+  };
+  KelvoWriteReply reply;
+  write(1, 0x100, reply);
+  EXPECT_EQ(reply.Result, 0xFFFFFFFFu);
+  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Result)));
+
+  write(0, KELVO_MODULE_ID, reply);
+  EXPECT_EQ(reply.Result, 0u);
+  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Result)));
+
+  write(1, KELVO_MODULE_ID, reply);
+  EXPECT_EQ(reply.Result, 0xFFFFFFFFu);
+
+  write(0, 0x100, reply);
+  EXPECT_EQ(reply.Accepted, 1u);
+  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Accepted)));
+
+  host->Close();
+  write(0, 0x100, reply);
+  EXPECT_EQ(reply.Accepted, 0u);
+  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Accepted)));
+}
+
+TEST_F(Lifecycle, IoctlAnswersInTheFieldOfEachCase) {
+  Start();
+  char text[] = "<qDVR/>";
+  const auto ioctl = [&](std::uint32_t operation, void* payload, std::uint32_t length) {
+    KelvoIoctlBlock block{};
+    block.Operation = operation;
+    block.Payload = payload;
+    block.Length = length;
+    auto reply = Marked<KelvoIoctlReply>();
+    EXPECT_EQ(host->Raw().IOCTL(&block, &reply), 0u);
+    return reply;
+  };
+  for (const std::uint32_t operation : {2u, 3u}) {
+    for (const auto& reply :
+         {ioctl(operation, nullptr, 7), ioctl(operation, text, 0),
+          ioctl(operation, text, 0x80000000u), ioctl(operation, text, 0xFFFFFFFFu)}) {
+      EXPECT_TRUE(OnlyWrote(reply, 0, 0)) << operation;
+    }
+  }
+  for (const std::uint32_t operation : {0u, 1u, 4u, 7u, 0xFFFFFFFFu}) {
+    const auto reply = ioctl(operation, text, 7);
+    EXPECT_EQ(reply.Status, 0xFFFFFFFFu) << operation;
+    EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoIoctlReply, Status)));
+  }
+  for (const std::uint32_t operation : {2u, 3u}) {
+    const auto reply = ioctl(operation, host->NewBuffer("<qDVR/>"), 7);
+    EXPECT_EQ(reply.Accepted, 1u);
+    EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoIoctlReply, Accepted)));
+  }
+  Sync();
+  host->Close();
+  const auto reply = ioctl(2, text, 7);
+  EXPECT_EQ(reply.Accepted, 0u);
+  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoIoctlReply, Accepted)));
+}
+
+TEST_F(Lifecycle, SeekAndEmptyReadAnswerAtOnce) {
+  Start();
+  auto seek = Marked<KelvoSeekReply>();
+  EXPECT_EQ(host->Raw().Seek(nullptr, &seek), 0u);
+  EXPECT_EQ(seek.Result, 0xFFFFFFFFu);
+  EXPECT_TRUE(OnlyWrote(seek, offsetof(KelvoSeekReply, Result)));
+
+  KelvoReadBlock block{};
+  auto read = Marked<KelvoReadReply>();
+  block.Length = 10;
+  EXPECT_EQ(host->Raw().Read(&block, &read), 0u);
+  block.Length = 0;
+  block.Payload = "<qDVR/>";
+  EXPECT_EQ(host->Raw().Read(&block, &read), 0u);
+  EXPECT_TRUE(OnlyWrote(read, 0, 0));
+}
+
+TEST_F(Lifecycle, CallsOutsideLoadAndUnloadAreHarmless) {
+  KelvoWriteBlock write{};
+  KelvoWriteReply writeReply{};
+  KelvoIoctlBlock ioctl{};
+  KelvoIoctlReply ioctlReply{};
+  char text[] = "<qDVR/>";
+  write.Payload = ioctl.Payload = text;
+  write.Length = ioctl.Length = 7;
+  ioctl.Operation = KELVO_IOCTL_CONFIGURATION;
+  const auto& raw = host->Raw();
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_EQ(raw.Open(nullptr, nullptr), 0u);
+    EXPECT_EQ(raw.Write(&write, &writeReply), 0u);
+    EXPECT_EQ(writeReply.Accepted, 0u);
+    EXPECT_EQ(raw.IOCTL(&ioctl, &ioctlReply), 0u);
+    EXPECT_EQ(ioctlReply.Accepted, 0u);
+    EXPECT_EQ(raw.Close(nullptr, nullptr), 0u);
+    EXPECT_EQ(raw.Unload(nullptr, nullptr), 0u);
+    // The second round sees the plug-in as it is after an Unload.
+    Start();
+    Stop();
+  }
+}
+
+TEST_F(Lifecycle, CloseBeforeOpenOnlyStops) {
+  host->Load();
+  host->Close();
+  EXPECT_FALSE(Give(MakeFrame(0x100, KELVO_FRAME_I, NowMs(), 100, 1)));
+  host->Open();
+  host->Close();
+  EXPECT_FALSE(Give(MakeFrame(0x100, KELVO_FRAME_I, NowMs(), 100, 1)));
+}
+
+TEST_F(Lifecycle, LoadWhileLoadedStartsAfresh) {
+  const auto camera = Camera();
+  const auto frames = MakeFrames(VideoProvider(camera), NowMs(), 40, Times(4, "IPPP"));
+  for (int round = 0; round < 2; ++round) {
+    Start();
+    Configure({camera});
+    GiveAll(frames);
+    Sync();
+  }
+  Stop();
+  // Both rounds made a file; the second in the same second has a name of its own.
+  const auto recordings = RecordingsOf(camera);
+  ASSERT_EQ(recordings.size(), 2u);
+}
+
+TEST_F(Lifecycle, StopsPromptlyWithoutTraffic) {
+  const auto begin = std::chrono::steady_clock::now();
+  for (int round = 0; round < 100; ++round) {
+    Start();
+    Stop();
+  }
+  // A wake-up that got lost would cost a minute.
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
+}
+
+TEST_F(Lifecycle, LevelOfTheHostHoldsFromTheNextLineOn) {
+  host->SetLogLevel(KELVO_LOG_CRITICAL);
+  Start();
+  Configure({Camera()});
+  EXPECT_EQ(CountLog(""), 0);
+  host->SetLogLevel(KELVO_LOG_WARNING);
+  host->WriteXml(KELVO_WRITE_ACTION, "<other/>");
+  Sync();
+  EXPECT_EQ(CountLog("skipping msg - qDVR is not root element"), 1);
+  EXPECT_EQ(CountLog(""), 1);
+}
+
+}  // namespace
+}  // namespace plugintest

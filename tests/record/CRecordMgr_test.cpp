@@ -1,0 +1,279 @@
+#include "record/CRecordMgr.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "tests/support/FakeHost.h"
+#include "tests/support/TempTree.h"
+#include "tests/support/TestBundle.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+constexpr std::uint32_t kProvider = 0x00120100;  // device 1, encoder 0, channel 0
+
+// One camera that always records; with retention of its own if there is an `expiration`.
+std::string Configuration(const std::string& expiration = "") {
+  return R"(<qDVR><Devices ID="1179648"><Device Number="1"><Video><Input Number="0" Name="Yard">
+      <Schedule><Entry FirstHour="0" LastHour="167" Record="2"/>)" +
+         expiration + R"(</Schedule></Input></Video>
+      <Audio><Input Number="0"><Schedule><Entry FirstHour="0" LastHour="167" Record="2"/></Schedule>
+      </Input></Audio><Codec><Encoder Number="0">
+      <Channel Number="0" Standard="2" Width="640" Height="480"/>
+      <AudioChannel Number="0" Standard="1" SampleRate="8000" BufSizeSamples="160"/>
+      </Encoder></Codec></Device></Devices></qDVR>)";
+}
+
+class FailingStorage : public CFileSystem {
+ public:
+  using CFileSystem::CFileSystem;
+  std::string GetRecordVolume(const IRecordManager* manager, std::int64_t desiredGB) override {
+    if (fails) throw std::runtime_error("the volume fell off");
+    return CFileSystem::GetRecordVolume(manager, desiredGB);
+  }
+  bool fails = false;
+};
+
+class RecordManager : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Stats() = {};
+    bundle.drives.Add(tree.MakeDirectory("a"));
+    ASSERT_TRUE(storage.LoadStorage());
+    manager = std::make_unique<CRecordMgr>(storage, core, bundle.platform);
+  }
+
+  RecordMessage Xml(std::uint32_t type, const std::string& text, std::uint32_t messageClass = 0) {
+    RecordMessage message;
+    message.Type = type;
+    message.Class = messageClass;
+    message.Payload = host.NewBuffer(text);
+    message.Length = static_cast<std::uint32_t>(text.size());
+    return message;
+  }
+  // An I frame; the next one is 40 ms younger.
+  RecordMessage Frame(std::uint32_t provider = kProvider) {
+    RecordMessage message = Xml(0, "frame", 1);
+    message.Source = provider;
+    message.Header.FrameType = KELVO_FRAME_I;
+    const qv::kelvo::UtcMs now = bundle.clock.NowMs();
+    message.Header.Seconds = static_cast<std::uint32_t>(now / 1000);
+    message.Header.Milliseconds = static_cast<std::uint16_t>(now % 1000);
+    bundle.clock.Advance(40);
+    return message;
+  }
+  void Handle(const RecordMessage& message) {
+    manager->HandleMessage(message);
+    manager->AfterMessage(0);
+  }
+  // Has the worker handle a message to its end.
+  void SendAndWait(const RecordMessage& message) {
+    ASSERT_TRUE(manager->Enqueue(message));
+    // The release of a second message shows that all work after the first is done.
+    const std::size_t releases = host.Releases();
+    ASSERT_TRUE(manager->Enqueue(Xml(0, "<qDVR/>")));
+    ASSERT_TRUE(host.WaitForReleases(releases + 1));
+    ASSERT_TRUE(manager->Enqueue(Xml(0, "<last/>")));
+    ASSERT_TRUE(host.WaitForLine("skipping msg - "));
+    host.ForgetTraffic();
+  }
+
+  FakeHost host;
+  qv::kelvo::TestBundle bundle;
+  FakeCore core{bundle.clock};
+  qv::kelvo::TempTree tree;
+  FailingStorage storage{core, bundle.platform};
+  std::unique_ptr<CRecordMgr> manager;
+};
+
+TEST_F(RecordManager, AppliesWholeDocumentsOnlyAndReleasesEachOnce) {
+  const std::string good = R"(<qDVR Delta="1"><Storage ID="327680" TimeLapse="5"/></qDVR>)";
+  struct Case {
+    std::string text;
+    std::uint32_t type, messageClass;
+    bool applied;
+    const char* line;  // "" for none
+  };
+  const Case cases[] = {
+      {good, 2, 0, true, ""},
+      {good + std::string("\0<rest", 6), 2, 0, true, ""},
+      {good, 3, 0, false, ""},
+      {good, 0, 0, false, ""},
+      {good, 0, KELVO_WRITE_ACTION, false, ""},
+      {good, 0, KELVO_WRITE_PTZ, false, ""},
+      {good, 9, 0, false, ""},
+      {R"(<qDVR Delta="0"><Storage ID="327680" TimeLapse="5"/></qDVR>)", 2, 0, false, ""},
+      {R"(<qDVR><Storage ID="327680" TimeLapse="5"/></qDVR>)", 2, 0, false, ""},
+      {R"(<other Delta="1"/>)", 2, 0, false, "skipping msg - qDVR is not root element"},
+      {good.substr(0, good.size() - 3), 2, 0, false, "skipping msg - Bad XML"},
+      {good + "<more", 2, 0, false, "skipping msg - Bad XML"},
+      {"", 2, 0, false, "skipping msg - Bad XML"},
+      {"no xml", 3, 0, false, "skipping msg - Bad XML"},
+  };
+  for (const Case& row : cases) {
+    SCOPED_TRACE(row.text + " as " + std::to_string(row.type));
+    Handle(Xml(2, R"(<qDVR Delta="1"><Storage ID="327680" TimeLapse="0"/></qDVR>)"));
+    host.ForgetTraffic();
+    Handle(Xml(row.type, row.text, row.messageClass));
+    EXPECT_EQ(storage.TimeLapse(), row.applied ? 5 : 0);
+    EXPECT_EQ(host.Outstanding(), 0u);
+    EXPECT_EQ(host.Lines().size(), *row.line == '\0' ? 0u : 1u);
+    EXPECT_EQ(host.CountLines(50, row.line), host.Lines().size());
+  }
+  const std::size_t releases = host.Releases();
+  for (const std::uint32_t length : {0u, 100u}) {
+    RecordMessage none;
+    none.Type = 2;
+    none.Length = length;
+    Handle(none);
+  }
+  EXPECT_EQ(host.Releases(), releases) << "no buffer, no release";
+}
+
+TEST_F(RecordManager, AnswersADeltaThatNamesAnUnknownDrive) {
+  Handle(Xml(2, R"(<qDVR Delta="1"><Storage ID="327680" TimeLapse="1"/></qDVR>)"));
+  EXPECT_TRUE(host.Events().empty());
+  Handle(Xml(2, R"(<qDVR Delta="1"><Storage ID="327680"><Drive Name="/x/"/></Storage></qDVR>)"));
+  ASSERT_EQ(host.Events().size(), 1u);
+  EXPECT_NE(host.Events()[0].text.find("Drive not found"), std::string::npos);
+}
+
+TEST_F(RecordManager, RecordsConfiguredChannelsAndReleasesTheRest) {
+  Handle(Xml(2, Configuration()));
+  Handle(Frame());
+  EXPECT_EQ(host.Outstanding(), 1u) << "the frame waits for its group's end";
+  Handle(Frame(0x00130100));
+  Handle(Frame(kProvider + 7));
+  RecordMessage empty = Frame();
+  core.DecrementReference(empty.Payload);
+  empty.Payload = nullptr;
+  Handle(empty);
+  EXPECT_EQ(host.Outstanding(), 1u);
+  EXPECT_EQ(host.CountLines(100, "write invalid provider ID 00130100!!!"), 1u);
+  EXPECT_EQ(Stats().eav, 4u);
+  EXPECT_EQ(Stats().Ch, 1u);
+  for (int i = 0; i < 5; ++i) Handle(Frame());
+  manager.reset();
+  EXPECT_EQ(host.Outstanding(), 0u);
+  EXPECT_EQ(tree.FilesEndingIn(".ps").size(), 1u);
+}
+
+TEST_F(RecordManager, FilesRollOverAtFiveMinutesAndWhenTheClockGoesBack) {
+  Handle(Xml(2, Configuration()));
+  const auto opened = [&] { return host.CountLines(25, "Opened "); };
+  EXPECT_EQ(opened(), 1u);
+  bundle.clock.Advance(5 * 60'000 - 1);
+  Handle(Xml(0, "<qDVR/>"));
+  EXPECT_EQ(opened(), 1u);
+  bundle.clock.Advance(1);
+  Handle(Xml(0, "<qDVR/>"));
+  EXPECT_EQ(opened(), 2u);
+  bundle.clock.SetNow(bundle.clock.NowMs() - 1000);
+  Handle(Xml(0, "<qDVR/>"));
+  EXPECT_EQ(opened(), 3u);
+  EXPECT_EQ(host.CountLines(25, "Closed "), 2u);
+}
+
+TEST_F(RecordManager, AudioMovesWhenItsSettingChanges) {
+  Handle(Xml(2, Configuration(R"(<Expiration Type="1" Days="5"/>)")));
+  EXPECT_EQ(host.CountLines("Opened "), 2u);
+  EXPECT_EQ(host.CountLines("Closed "), 0u);
+  const auto set = [&](int value) {
+    Handle(Xml(2, "<qDVR Delta='1'><Storage ID='327680' PreserveExpirationAudioWithVideo='" +
+                      std::to_string(value) + "'/></qDVR>"));
+  };
+  set(1);  // the video's file is opened anew with the audio, the audio's own file ends for good
+  EXPECT_EQ(host.CountLines("Closed "), 2u);
+  EXPECT_EQ(host.CountLines("Opened "), 3u);
+  set(1);
+  EXPECT_EQ(host.CountLines("Closed "), 2u);
+  set(0);
+  EXPECT_EQ(host.CountLines("Opened "), 4u);
+}
+
+TEST_F(RecordManager, ThrowingWorkEndsAtTheMessageAndLosesNoBuffer) {
+  manager->Start();
+  storage.fails = true;
+  const auto configuration = Xml(2, Configuration());
+  ASSERT_TRUE(manager->Enqueue(configuration));
+  ASSERT_TRUE(host.WaitForLine("handling a message failed: the volume fell off"));
+  EXPECT_EQ(host.CountLines(75, "handling a message failed"), 1u);
+  ASSERT_TRUE(manager->Enqueue(Xml(0, "<next/>")));
+  ASSERT_TRUE(host.WaitForLine("skipping msg - qDVR is not root element"));
+  ASSERT_TRUE(manager->Enqueue(Frame()));
+  ASSERT_TRUE(host.WaitForLine("opening the next file failed: the volume fell off"));
+  manager.reset();
+  EXPECT_EQ(host.Outstanding(), 0u);
+}
+
+TEST_F(RecordManager, PublishesStatisticsOnceAMinuteAndOnlyAfterAMessage) {
+  manager->Start();
+  EXPECT_THROW(manager->Start(), std::logic_error);
+  SendAndWait(Xml(0, "<qDVR/>"));
+  bundle.clock.Advance(60'000);
+  ASSERT_TRUE(manager->Enqueue(Xml(0, "<qDVR/>")));
+  ASSERT_TRUE(host.WaitForLine("Bytes Written - "));
+  EXPECT_EQ(host.CountLines(0, "MsgQ - InQ:0, ExecutedLastMin: 4, ExecutedTotal:4"), 1u);
+  SendAndWait(Xml(0, "<qDVR/>"));
+  bundle.clock.Advance(60'000);
+  ASSERT_TRUE(manager->Enqueue(Xml(0, "<qDVR/>")));
+  ASSERT_TRUE(host.WaitForLine("MsgQ - InQ:0, ExecutedLastMin: 4, ExecutedTotal:8"));
+}
+
+TEST_F(RecordManager, FrameTakenAsTheStopComesIsReleasedAtTheEnd) {
+  Handle(Xml(2, Configuration()));
+  manager->RequestStop();
+  manager->RequestStop();
+  Handle(Frame());
+  EXPECT_EQ(Stats().eav, 0u);
+  EXPECT_EQ(host.Outstanding(), 1u);
+  Handle(Xml(2, R"(<qDVR Delta="1"><Storage ID="327680" TimeLapse="5"/></qDVR>)"));
+  EXPECT_EQ(host.Outstanding(), 1u);
+  EXPECT_EQ(storage.TimeLapse(), 0);
+  const RecordMessage late = Frame();
+  EXPECT_FALSE(manager->Enqueue(late));
+  core.DecrementReference(late.Payload);
+  manager.reset();
+  EXPECT_EQ(host.Outstanding(), 0u);
+}
+
+TEST_F(RecordManager, EveryAcceptedBufferComesBackWhenTheStopCutsIn) {
+  manager->HandleMessage(Xml(2, Configuration()));
+  manager->Start();
+  std::vector<std::thread> writers;
+  for (int writer = 0; writer < 3; ++writer) {
+    writers.emplace_back([&] {
+      for (bool accepted = true; accepted;) {
+        const RecordMessage message = Frame();
+        accepted = manager->Enqueue(message);
+        if (!accepted) core.DecrementReference(message.Payload);
+      }
+    });
+  }
+  EXPECT_TRUE(host.WaitForReleases(300));
+  manager->RequestStop();
+  for (std::thread& writer : writers) writer.join();
+  manager.reset();
+  EXPECT_EQ(host.Outstanding(), 0u);
+}
+
+// A wake-up lost between the worker's look at the flag and its wait would cost a minute.
+TEST_F(RecordManager, StopIsNeverMissed) {
+  const auto begin = std::chrono::steady_clock::now();
+  for (int round = 0; round < 300; ++round) {
+    CRecordMgr other(storage, core, bundle.platform);
+    other.Start();
+    if (round % 2 == 0) {
+      ASSERT_TRUE(other.Enqueue(Xml(0, "<qDVR/>")));
+    }
+    other.RequestStop();
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(50));
+}
+
+}  // namespace
+}  // namespace qvsvr::kelvo

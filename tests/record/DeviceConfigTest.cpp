@@ -1,0 +1,380 @@
+#include <chrono>
+#include <sstream>
+#include <vector>
+
+#include "tests/record/ConfigFixture.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+using DeviceConfig = ConfigFixture;
+
+std::vector<int> Inputs(const RecordStream& stream) {
+  std::vector<int> inputs;
+  for (const ChannelSlot& slot : stream.Slots) inputs.push_back(slot.Encoder < 0 ? -1 : slot.Input);
+  while (!inputs.empty() && inputs.back() < 0) inputs.pop_back();
+  return inputs;
+}
+
+std::string Describe(const ChannelSlot& slot) {
+  std::ostringstream text;
+  const auto list = [&](const Schedule& schedule) {
+    for (const ScheduleEntry& e : schedule) {
+      text << " [" << e.FirstHour << '-' << e.LastHour << ':' << e.Value << ']';
+    }
+  };
+  text << slot.Name << " enc " << slot.Encoder << " std " << slot.Standard << ' ' << slot.Width
+       << 'x' << slot.Height << ' ' << slot.SampleRate << '/' << slot.BufSizeSamples << " motion "
+       << slot.PreMotion << '+' << slot.PostMotion << " alarm " << slot.PreAlarm;
+  list(slot.Schedule);
+  text << " lapse";
+  list(slot.LapseSchedule);
+  return text.str();
+}
+
+TEST_F(DeviceConfig, EncoderStreamTakesInputsAndFormats) {
+  Store("",
+        "<Devices ID='4259840'><Device Number='5'><Video><Input Number='19'><Schedule><Entry "
+        "FirstHour='1' LastHour='2' "
+        "TimeLapse='3000'/></Schedule></Input></Video></Device></Devices>");
+  preAlarm[0x00410513] = 7;
+  Configure(Device(
+      5,
+      Tag("Video", Input(19, "<Motion BeginThreshold='200' PreMotion='3000' PostMotion='5000'/>" +
+                                 Tag("Schedule",
+                                     "<Entry FirstHour='8' LastHour='17' Record='1'/>"
+                                     "<Entry FirstHour='9' Record='2'/>"
+                                     "<Entry FirstHour='0' LastHour='167' Record='0'/>"))) +
+          Tag("Audio", Input(18)) +
+          Tag("Codec", Encoder(1, Channel(3) + AudioChannel(2) + AudioChannel(16)))));
+
+  RecordStream& stream = Stream(0x00410581);
+  EXPECT_EQ(stream.Layout, 0x81);
+  EXPECT_EQ(stream.ActiveChannels, 2);
+  EXPECT_TRUE(stream.HasFile());
+  EXPECT_EQ(Inputs(stream), (std::vector<int>{-1, -1, -1, 3, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                              -1, -1, -1, -1, 2}));
+  EXPECT_EQ(Describe(stream.Slots[3]),
+            "in19 enc 1 std 1 704x576 0/0 motion 3200+5000 alarm 7 "
+            "[8-17:1] [0-167:0] lapse [1-2:3000]");
+  EXPECT_EQ(Describe(stream.Slots[18]),
+            "in18 enc 1 std 2 0x0 8000/160 motion 0+0 alarm 0 [0-167:2] lapse");
+  EXPECT_EQ(preAlarm.count(0x00410532), 1u) << "the audio input's entry is made";
+
+  EXPECT_EQ(stream.ChannelMap[0x23], 3);
+  EXPECT_EQ(stream.ChannelMap[0x32], 18);
+  EXPECT_EQ(stream.ChannelMap[0x20], -1);
+  EXPECT_EQ(host.CountLines(LogInfo, "created record stream 00410581"), 1u);
+  ASSERT_EQ(host.Events().size(), 2u) << "video and audio announce themselves";
+  EXPECT_NE(host.Events()[0].text.find("Number=\"19\" RecordIdle=\"1\""), std::string::npos);
+  EXPECT_NE(host.Events()[1].text.find("Number=\"18\" RecordIdle=\"1\""), std::string::npos);
+}
+
+TEST_F(DeviceConfig, SequenceSharesOneStreamAmongEncoders) {
+  const auto entry = [](int position, int input) {
+    return "<Entry Page='0' Position='" + std::to_string(position) + "' Input='" +
+           std::to_string(input) + "'/>";
+  };
+  const auto sequence = [](int count, const std::string& entries) {
+    return Tag("Sequence Count='" + std::to_string(count) + "'", entries);
+  };
+  const std::string four = entry(0, 2) + entry(1, -1) + entry(3, 5) + entry(4, 9) + entry(2, 6);
+  const std::string noPage = "<Entry Position='1' Input='8'/>";
+  const auto configure = [&](const std::string& first, const std::string& second, bool running) {
+    Configure(Device(
+        1,
+        Tag("Codec",
+            Encoder(0, first + Channel(0) + Channel(1) + Channel(2) + Channel(0) + AudioChannel(4),
+                    running) +
+                Encoder(1, second + Channel(0) + Channel(3) + Channel(1) + AudioChannel(5),
+                        running))));
+  };
+
+  configure(sequence(4, entry(256, 30) + entry(-1, 31) + four + noPage),
+            sequence(2, entry(0, 7) + entry(1, 11)), false);
+  RecordStream& stream = Stream(0x004101FF);
+  ASSERT_EQ(streams.All().size(), 1u);
+  EXPECT_EQ(stream.Layout, 0xFF);
+  EXPECT_TRUE(stream.HasFile());
+  // Position 4 lies past the count. The second encoder ends its list at channel 3, so that the slot
+  // of input 11 stays without a format.
+  std::vector<int> shown{2, 6, 5, 7};
+  shown.resize(20, -1);
+  shown.push_back(4);
+  EXPECT_EQ(Inputs(stream), shown);
+  EXPECT_EQ(stream.ActiveChannels, 5) << "a repeated channel counts once";
+  EXPECT_EQ(stream.ChannelMap[0x02], 2);
+  EXPECT_EQ(stream.ChannelMap[0x20], 3);
+  EXPECT_EQ(stream.ChannelMap[0x14], 20);
+  EXPECT_EQ(stream.ChannelMap[0x35], -1) << "only encoder 0 has audio";
+
+  // While it runs, inputs stay; slots behind the last encoder are emptied.
+  configure(sequence(1, entry(0, 12)), sequence(0, ""), true);
+  shown = {2};
+  shown.resize(20, -1);
+  shown.push_back(4);
+  EXPECT_EQ(Inputs(stream), shown);
+  EXPECT_EQ(host.CountLines(LogTrace, "update config encoder still running"), 2u);
+}
+
+TEST_F(DeviceConfig, ContextsAreDevicesOfTheirOwn) {
+  const std::string codec = Tag("Codec", Encoder(0, Channel(0)));
+  const std::string camera = Tag("Video", Input(0)) + codec;
+  Configure(Device(2, codec + Numbered("Context", 3, camera) + Numbered("Context", 16, camera) +
+                          Numbered("Context", 0, camera) + Numbered("Context", 4, codec) +
+                          Numbered("Context", 5, "<Video/>" + codec) +
+                          Numbered("Context", 15, camera) + Tag("Context", camera)));
+  std::vector<std::uint32_t> ids;
+  for (const auto& stream : streams.All()) ids.push_back(stream->StreamId);
+  EXPECT_EQ(ids, (std::vector<std::uint32_t>{0x00410280, 0x30410280, 0xF0410280}));
+  EXPECT_EQ(host.CountLines(LogWarning, "invalid context number 16"), 1u);
+  EXPECT_EQ(host.CountLines(LogWarning, "invalid context number 0"), 1u);
+  EXPECT_EQ(Stream(0x00410280).Slots[0].Name, "") << "without Video there is nothing to take";
+  EXPECT_NE(host.Events().front().text.find("<Context Number=\"15\">"), std::string::npos);
+}
+
+TEST_F(DeviceConfig, RestartBeginsANewFileAndRunningKeepsTheOld) {
+  Configure(Owned(Camera(1)));
+  RecordStream& stream = Stream(0x00410180);
+  AddFrame(stream);
+  const auto opened = stream.GetOpenTime();
+  system.clock.Advance(2000);
+
+  Configure(Owned(Camera(1, true, Schedule(1))));
+  EXPECT_EQ(stream.GetOpenTime(), opened);
+  EXPECT_EQ(stream.Undecided().Size(), 1u);
+  EXPECT_EQ(stream.Slots[0].Schedule.front().Value, 1) << "updated in place";
+  EXPECT_EQ(stream.ActiveChannels, 1);
+
+  Configure(Owned(Camera(1)));
+  EXPECT_EQ(stream.GetOpenTime(), system.clock.NowMs());
+  EXPECT_EQ(stream.Undecided().Size(), 0u);
+  EXPECT_EQ(tree.FilesEndingIn(".ps").size(), 1u) << "the first file had no frames";
+}
+
+TEST_F(DeviceConfig, ChannelsNotNamedAreEmptiedAndDisabledOnesDropFrames) {
+  const auto codec = [](const std::string& inner, bool running) {
+    return Device(1, Tag("Codec", Encoder(0, inner, running)));
+  };
+  Configure(codec(Channel(0) + Channel(1) + Channel(2) + AudioChannel(0) + AudioChannel(1), false));
+  RecordStream& stream = Stream(0x00410180);
+  for (const std::uint32_t lowByte : {0u, 1u, 2u, 16u, 17u}) AddFrame(stream, lowByte);
+  ASSERT_EQ(stream.Undecided().Size(), 5u);
+  Configure(
+      codec("<Channel Number='0' Enabled='0'/><AudioChannel Number='0' Enabled='0'/>" + Channel(1),
+            true));
+  std::vector<int> left{0, 1};
+  left.resize(16, -1);
+  left.push_back(0);
+  EXPECT_EQ(Inputs(stream), left);
+  EXPECT_EQ(stream.Undecided().Size(), 1u);
+  EXPECT_NE(stream.Undecided().SlotFront(1), nullptr);
+  EXPECT_EQ(stream.ActiveChannels, 1) << "a channel without a format isn't active";
+}
+
+TEST_F(DeviceConfig, ExpiringInputIsSplitOffItsEncoder) {
+  const auto device = [](const std::string& schedule, bool running) {
+    return Device(1,
+                  Tag("Video", Input(16) + Input(19, schedule)) + Tag("Audio", Input(19)) +
+                      Tag("Codec", Encoder(1, Channel(0) + Channel(3) + AudioChannel(3), running)));
+  };
+  Configure(device(Schedule(2), false));
+  RecordStream& parent = Stream(0x00410181);
+  AddFrame(parent, 0x23);
+  EXPECT_EQ(parent.ActiveChannels, 3);
+
+  Configure(device(Expiring(), true));
+  RecordStream& own = Stream(0x00410123);
+  EXPECT_EQ(own.ParentId, 0x00410181u);
+  EXPECT_EQ(own.AltId, 0u);
+  EXPECT_EQ(own.ActiveChannels, 1);
+  EXPECT_EQ(parent.ActiveChannels, 2) << "the audio stays";
+  EXPECT_EQ(parent.Undecided().Size(), 0u);
+  EXPECT_EQ(own.ChannelMap[0x23], 0);
+  EXPECT_EQ(own.Slots[0].Name, "in19");
+  EXPECT_EQ(own.EffectiveInput(0), 19) << "numbered as within the device";
+  EXPECT_EQ(own.Slots[16].SampleRate, 8000);
+  EXPECT_FALSE(own.HasFile()) << "a running encoder opens none; the worker will";
+  EXPECT_EQ(streams.Route(0x00410123), &own);
+  EXPECT_EQ(streams.Route(0x00410133), &parent);
+
+  // What runs in the channel goes on through another message.
+  own.Slots[0].ActiveAlarms[4] = std::nullopt;
+  own.Slots[0].MotionTime = 5;
+  Configure(device(Expiring(), true));
+  EXPECT_EQ(own.Slots[0].ActiveAlarms.count(4), 1u);
+  EXPECT_EQ(own.Slots[0].MotionTime, 5);
+
+  Configure(device(Expiring(), false));
+  EXPECT_TRUE(own.HasFile());
+  Configure(device(Schedule(2), true));
+  EXPECT_EQ(streams.Find(0x00410123), nullptr);
+  EXPECT_EQ(streams.Route(0x00410123), &parent);
+  EXPECT_EQ(parent.ActiveChannels, 3);
+}
+
+TEST_F(DeviceConfig, AudioOfAnExpiringInputFollowsTheSetting) {
+  const auto device = [](const std::string& otherChannels, bool running = false) {
+    return Device(
+        1, Tag("Video", Input(0, Expiring()) + (otherChannels.empty() ? "" : Input(1))) +
+               Tag("Codec", Encoder(0, Channel(0) + AudioChannel(0) + otherChannels, running)));
+  };
+  Configure(device(""));
+  RecordStream& parent = Stream(0x00410180);
+  RecordStream& own = Stream(0x00410100);
+  EXPECT_EQ(streams.Route(0x00410110), &parent);
+  EXPECT_TRUE(parent.HasFile());
+
+  for (int round = 0; round < 2; ++round) {
+    system.clock.Advance(1000);
+    PlaceAudio(target, true);
+    PlaceAudio(target, true);  // a second word of it changes nothing
+    EXPECT_EQ(streams.Route(0x00410110), &own);
+    EXPECT_EQ(own.ActiveChannels, 2);
+    EXPECT_EQ(parent.ActiveChannels, 0);
+    EXPECT_EQ(own.GetOpenTime(), system.clock.NowMs()) << "a new file, which names the audio";
+    EXPECT_FALSE(parent.HasFile()) << "nothing is left to record there";
+    AddFrame(own, 0x10);
+    EXPECT_NE(own.Undecided().SlotFront(16), nullptr);
+
+    PlaceAudio(target, false);
+    EXPECT_EQ(streams.Route(0x00410110), &parent);
+    EXPECT_EQ(own.ActiveChannels, 1);
+    EXPECT_EQ(parent.ActiveChannels, 1);
+    EXPECT_TRUE(parent.HasFile());
+  }
+
+  // With the setting on, a configuration places the audio itself.
+  Store("PreserveExpirationAudioWithVideo='1'");
+  Configure(device(""));
+  EXPECT_EQ(streams.Route(0x00410110), &own);
+  EXPECT_EQ(own.ActiveChannels, 2);
+  EXPECT_TRUE(own.HasFile());
+  EXPECT_FALSE(parent.HasFile());
+  Configure(device(Channel(1)));
+  EXPECT_EQ(parent.ActiveChannels, 1);
+  EXPECT_TRUE(parent.HasFile()) << "it still has channel 1";
+  Configure(device("", true));
+  EXPECT_FALSE(parent.HasFile()) << "its only input has left";
+
+  // An input without audio takes none away.
+  Configure(Device(1, Tag("Video", Input(0, Expiring()) + Input(1)) +
+                          Tag("Codec", Encoder(0, Channel(0) + Channel(1)))));
+  PlaceAudio(target, true);
+  EXPECT_EQ(streams.Route(0x00410110), &parent);
+  EXPECT_EQ(parent.ActiveChannels, 1);
+}
+
+TEST_F(DeviceConfig, StreamsOfMissingOrDisabledDevicesGo) {
+  const std::string other = Tag("Devices ID='4325376'", Camera(1));
+  Configure(Owned(Camera(1) + Camera(2) + Camera(3)) + other);
+  ASSERT_EQ(streams.All().size(), 4u);
+  AddFrame(Stream(0x00410180));
+  host.ForgetTraffic();
+
+  Configure(Owned(Tag("Device Number='1' Enabled='0'", Tag("Codec", Encoder(0, Channel(0)))) +
+                  Camera(3, true)));
+  ASSERT_EQ(streams.All().size(), 2u);
+  EXPECT_TRUE(Stream(0x00410380).HasFile());
+  EXPECT_TRUE(Stream(0x00420180).HasFile()) << "another owner's";
+  EXPECT_EQ(host.CountLines(LogInfo, "deleted record stream 00410180"), 1u);
+  EXPECT_EQ(host.CountLines(LogInfo, "deleted record stream 00410280"), 1u);
+  EXPECT_EQ(host.CountLines(LogInfo, "Closed "), 2u);
+  EXPECT_EQ(tree.FilesEndingIn(".ps").size(), 2u);
+  EXPECT_EQ(reservations.ReservedGB(storage.Volume), 2);
+  EXPECT_EQ(host.Outstanding(), 0u);
+  // The owner configured last was the only one left in the registry: its idle channel is told as
+  // recording and goes, and the new one comes.
+  ASSERT_EQ(host.Events().size(), 2u);
+  EXPECT_NE(host.Events()[0].text.find("RecordIdle=\"0\""), std::string::npos);
+  EXPECT_NE(host.Events()[1].text.find("RecordIdle=\"1\""), std::string::npos);
+}
+
+TEST_F(DeviceConfig, BadElementsAreLoggedAndSkipped) {
+  struct Case {
+    std::string inner;  // of device 1
+    std::string line;   // empty for a silent skip
+  };
+  const std::string format = " Standard='1' Width='1' Height='1'/>";
+  const auto sequence = [](const std::string& count, const std::string& entries) {
+    return Tag("Codec", Encoder(0, Tag("Sequence Count='" + count + "'", entries) + Channel(0)));
+  };
+  const Case cases[] = {
+      {Tag("Video", Input(32)), "invalid video input number 32"},
+      {Tag("Video", Input(-1)), "invalid video input number -1"},
+      {Tag("Video", "<Input Number='99999999999'/><Input/>"), ""},
+      {Tag("Audio", Input(32)), "invalid audio input number 32"},
+      {Tag("Audio", Input(-2147483647)), "invalid audio input number -2147483647"},
+      {Tag("Codec", Encoder(32, Channel(0))), "ID 00410000 device 1 invalid encoder 32"},
+      {Tag("Codec", Encoder(-5, Channel(0))), "ID 00410000 device 1 invalid encoder -5"},
+      {Tag("Codec", Encoder(31, Channel(0))),
+       "ID 00410000 device 1 encoder 31 channel 0 invalid input 496"},
+      {Tag("Codec", Encoder(0, Channel(0), true)),
+       "ID 00410000 device 1 encoder 0 channel 0 invalid input -1"},
+      {Tag("Codec", Encoder(2, AudioChannel(1))),
+       "ID 00410000 device 1 encoder 2 channel 1 invalid audio 33"},
+      {Tag("Codec", Encoder(0, Channel(16))), "ID 00410000 device 1 encoder 0 invalid channel 16"},
+      {Tag("Codec", Encoder(0, Channel(-3))), "ID 00410000 device 1 encoder 0 invalid channel -3"},
+      {Tag("Codec", Encoder(0, AudioChannel(16) + AudioChannel(-1))), ""},
+      {Tag("Codec", Encoder(0, "<Channel Number='0' Standard='x' Width='1' Height='1'/>")), ""},
+      {sequence("2147483647", "<Entry Position='255' Input='40' Page='0'/>"),
+       "ID 00410000 device 1 encoder 0 channel 0 invalid input 40"},
+      {sequence("-2147483648", "<Entry Position='0' Input='1' Page='0'/>"), ""},
+      {sequence("2147483648", "<Entry Position='0' Input='1' Page='0'/>"), ""},
+  };
+  for (const Case& bad : cases) {
+    SCOPED_TRACE(bad.inner);
+    Configure(Owned(""));
+    host.ForgetTraffic();
+    Configure(Owned(Numbered("Device", 1, bad.inner) + Camera(2)));
+    EXPECT_EQ(host.CountLines(LogWarning, "invalid"), bad.line.empty() ? 0u : 1u);
+    EXPECT_EQ(host.CountLines(LogWarning, bad.line), bad.line.empty() ? 0u : 1u);
+    EXPECT_EQ(Stream(0x00410280).ActiveChannels, 1) << "the next device";
+  }
+}
+
+TEST_F(DeviceConfig, HugeNumbersStayWithinTheirFields) {
+  std::string entries, channels;
+  for (int i = 0; i < 300; ++i) {
+    entries += "<Entry Page='0' Position='" + std::to_string(i) + "' Input='1'/>";
+  }
+  for (int i = 0; i < 16; ++i) channels += Channel(i);
+  const std::string wide = Tag("Sequence Count='256'", entries) + channels + AudioChannel(3);
+  const std::string all = Encoder(0, wide) + Encoder(1, wide) + Encoder(2, wide);
+  // Devices 1 and 257 share an id; the later one holds.
+  Configure(Owned(Numbered("Device", 1, Tag("Codec", all)) + Camera(257) + Camera(-255) +
+                  Camera(2147483647) +
+                  Numbered("Device", 3,
+                           Tag("Video", Input(0,
+                                              "<Motion BeginThreshold='2147483647' "
+                                              "PreMotion='2147483647' PostMotion='-1'/>")) +
+                               Tag("Codec", Encoder(0,
+                                                    "<Channel Number='0' Standard='2147483647' "
+                                                    "Width='2147483647' Height='-1'/>")))));
+  EXPECT_EQ(Stream(0x004101FF).ActiveChannels, 17);
+  EXPECT_EQ(Stream(0x00410180).ActiveChannels, 1);
+  EXPECT_EQ(Stream(0x0041FF80).ActiveChannels, 1);
+  EXPECT_EQ(Stream(0x00410380).Slots[0].PreMotion, 2147483647);
+  EXPECT_TRUE(Stream(0x00410380).HasFile());
+}
+
+TEST_F(DeviceConfig, TenThousandDevicesTakeNoTimeToSpeakOf) {
+  storage.Volume.clear();
+  std::string devices;
+  for (int owner = 1; owner <= 40; ++owner) {
+    std::string cameras;
+    for (int device = 0; device < 250; ++device) cameras += Camera(device);
+    devices += Tag("Devices ID='" + std::to_string(owner << 16) + "'", cameras);
+  }
+  const auto start = std::chrono::steady_clock::now();
+  Configure(devices);
+  Apply(ApplyEvents, Tag("Events ID='655360'", Tag("Event PreAlarm='5'", Tag("Action", devices))));
+  Apply(ApplyActionDevices, devices);
+  EXPECT_EQ(streams.All().size(), 10000u);
+  const auto elapsed = std::chrono::steady_clock::now() - start;
+  RecordProperty("milliseconds", static_cast<int>(elapsed / std::chrono::milliseconds(1)));
+  EXPECT_LT(elapsed, std::chrono::seconds(20)) << "something grows with the square of the devices";
+}
+
+}  // namespace
+}  // namespace qvsvr::kelvo

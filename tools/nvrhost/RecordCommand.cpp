@@ -1,0 +1,240 @@
+#include "nvrhost/RecordCommand.h"
+
+#include <atomic>
+#include <boost/filesystem.hpp>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <set>
+#include <stdexcept>
+
+#include "hostkit/SimHost.h"
+#include "nvrhost/Cameras.h"
+#include "nvrhost/Console.h"
+#include "nvrhost/Feeder.h"
+#include "nvrhost/Multiplex.h"
+#include "nvrhost/Report.h"
+#include "nvrhost/Summary.h"
+
+namespace nvrhost {
+namespace {
+
+namespace fs = boost::filesystem;
+using Steady = std::chrono::steady_clock;
+
+constexpr auto kProgressEvery = std::chrono::milliseconds(250);
+constexpr int kDrainSeconds = 120;
+
+volatile std::sig_atomic_t interrupted = 0;
+
+double SecondsSince(Steady::time_point begin) {
+  return std::chrono::duration<double>(Steady::now() - begin).count();
+}
+
+// Makes the directory with at least one drive below it, and goes there.
+void EnterDirectory(const std::string& directory) {
+  const fs::path drives = fs::absolute(directory) / "drives";
+  fs::create_directories(drives);
+  bool any = false;
+  for (const auto& entry : fs::directory_iterator(drives)) any = any || fs::is_directory(entry);
+  if (!any) fs::create_directory(drives / "disk1");
+  fs::current_path(drives.parent_path());
+}
+
+// What the plug-in tells, shown and counted.
+class Listener {
+ public:
+  Listener(hostkit::SimHost& host, Console& toConsole, const RecordOptions& options)
+      : console(toConsole), shownLevel(LogLevel(options.logLevel)), showEvents(options.events) {
+    host.SetLogLevel(std::min<std::uint32_t>(shownLevel, KELVO_LOG_WARNING));
+    host.onLog = [this](const hostkit::SimHost::LogLine& line) { TakeLog(line); };
+    host.onEvent = [this](const hostkit::SimHost::Event& event) { TakeEvent(event); };
+  }
+
+  std::atomic<std::uint64_t> warnings{0}, errors{0};
+  [[nodiscard]] std::size_t Files() const {
+    const std::lock_guard guard(lock);
+    return files.size();
+  }
+
+ private:
+  void TakeLog(const hostkit::SimHost::LogLine& line) {
+    if (line.level >= KELVO_LOG_ERROR) {
+      ++errors;
+    } else if (line.level >= KELVO_LOG_WARNING) {
+      ++warnings;
+    }
+    if (line.level < shownLevel) return;
+    const char* const name = line.level >= KELVO_LOG_CRITICAL  ? "critical"
+                             : line.level >= KELVO_LOG_ERROR   ? "error"
+                             : line.level >= KELVO_LOG_WARNING ? "warning"
+                             : line.level >= KELVO_LOG_INFO    ? "info"
+                                                               : "trace";
+    console.ErrorLine(std::string("kelvo ") + name + ": " + line.text);
+  }
+
+  // An event of an input that begins or ends to be recorded names the file.
+  void TakeEvent(const hostkit::SimHost::Event& event) {
+    if (showEvents) console.ErrorLine("event " + event.xml);
+    const std::string attribute = "Path=\"";
+    const auto begin = event.xml.find(attribute);
+    if (begin == std::string::npos) return;
+    const auto from = begin + attribute.size();
+    const std::lock_guard guard(lock);
+    files.insert(event.xml.substr(from, event.xml.find('"', from) - from));
+  }
+
+  Console& console;
+  const std::uint32_t shownLevel;
+  const bool showEvents;
+  mutable std::mutex lock;
+  std::set<std::string> files;
+};
+
+// Tells when the plug-in has worked through its queue: a message without content is the last in it,
+// and its buffer comes back when its turn has come.
+class QueueEnd {
+ public:
+  explicit QueueEnd(hostkit::SimHost& toHost) : host(toHost) {
+    host.onRelease = [this](const std::byte* buffer) {
+      if (buffer != marker.load()) return;
+      const std::lock_guard guard(lock);
+      held = host.Outstanding() - 1;
+      reached = true;
+      changed.notify_all();
+    };
+  }
+
+  // Nobody else may give anything meanwhile. False if it took too long.
+  bool Wait() {
+    constexpr std::string_view kNothing("<qDVR/>\0", 8);
+    auto* const buffer = host.NewBuffer(kNothing);
+    marker.store(buffer);
+    KelvoWriteBlock block{};
+    block.Length = kNothing.size();
+    block.Payload = buffer;
+    block.Class = KELVO_WRITE_ACTION;
+    KelvoWriteReply reply{};
+    host.Raw().Write(&block, &reply);
+    if (reply.Accepted != 1) {
+      host.Release(buffer);
+      return false;
+    }
+    std::unique_lock guard(lock);
+    return changed.wait_for(guard, std::chrono::seconds(kDrainSeconds), [this] { return reached; });
+  }
+  // Buffers that the plug-in held on to at that moment.
+  [[nodiscard]] std::int64_t Held() const { return held; }
+
+ private:
+  hostkit::SimHost& host;
+  std::atomic<const std::byte*> marker{nullptr};
+  std::mutex lock;
+  std::condition_variable changed;
+  bool reached = false;
+  std::int64_t held = 0;
+};
+
+void Configure(hostkit::SimHost& host, const RecordOptions& options, const CameraSet& set) {
+  const auto send = [&host](const std::string& xml) {
+    if (!host.Ioctl(KELVO_IOCTL_CONFIGURATION, xml)) {
+      throw std::runtime_error("the plug-in refused its configuration");
+    }
+  };
+  send(Multiplex(hostkit::FullConfiguration(set.configs, options.preAlarmSeconds),
+                 options.channelsPerDevice));
+  if (options.timeLapseMs > 0) send(hostkit::TimeLapseDelta(options.timeLapseMs));
+}
+
+void ShowProgress(Console& console, const Feeder& feeder, const Listener& listener,
+                  double elapsed) {
+  std::array<char, 160> text{};
+  std::snprintf(text.data(), text.size(), "%7.1f s  %9llu frames  %10s  %4zu files", elapsed,
+                static_cast<unsigned long long>(feeder.Frames()), SizeText(feeder.Bytes()).c_str(),
+                listener.Files());
+  std::string line = text.data();
+  const double capture = feeder.CaptureSeconds();
+  if (elapsed > 0 && capture > 2 * elapsed) {
+    std::snprintf(text.data(), text.size(), "  %.0f s captured", capture);
+    line += text.data();
+  }
+  console.Progress(line, elapsed);
+}
+
+std::string FindPlugin(const RecordOptions& options, const std::string& programPath) {
+  const fs::path plugin = options.plugin.empty()
+                              ? fs::canonical(programPath).parent_path() / KELVO_MODULE
+                              : fs::absolute(options.plugin);
+  if (!fs::is_regular_file(plugin)) {
+    throw std::runtime_error("no plug-in at " + plugin.string() + " (--plugin says where it is)");
+  }
+  return plugin.string();
+}
+
+// Gives everything to the plug-in and waits until it has worked through it, or until the user
+// stops.
+void Feed(Feeder& feeder, bool fullSpeed, QueueEnd& queueEnd, Console& console,
+          const Listener& listener) {
+  const auto begin = Steady::now();
+  fullSpeed ? feeder.StartAtFullSpeed() : feeder.StartRealtime();
+  while (!feeder.WaitDone(kProgressEvery)) {
+    ShowProgress(console, feeder, listener, SecondsSince(begin));
+    if (interrupted != 0) feeder.Stop();
+  }
+  feeder.Join();
+  if (!queueEnd.Wait()) {
+    console.ErrorLine("the plug-in didn't work through its queue in " +
+                      std::to_string(kDrainSeconds) + " s");
+  }
+  ShowProgress(console, feeder, listener, SecondsSince(begin));
+  console.EndProgress();
+}
+
+}  // namespace
+
+int Record(RecordOptions options, const std::string& programPath) {
+  Console console;
+  const Scenario scenario = MakeScenario(options);
+  if (options.source != "test" && !fs::exists(options.source)) {
+    throw std::runtime_error("no file " + options.source + " (--source)");
+  }
+  hostkit::SimHost host(FindPlugin(options, programPath));
+  Listener listener(host, console, options);
+  QueueEnd queueEnd(host);
+  auto set = MakeCameras(options, console);
+  EnterDirectory(options.directory);
+  const std::string drives = (fs::current_path() / "drives").string();
+  const WrittenFiles written(drives);
+
+  std::signal(SIGINT, [](int) { interrupted = 1; });
+  std::signal(SIGTERM, [](int) { interrupted = 1; });
+  host.Load();
+  host.Open();
+  Configure(host, options, set);
+
+  RunTotals totals;
+  const auto begin = Steady::now();
+  console.Line("recording " + std::to_string(options.cameras) +
+               (options.cameras == 1 ? " camera" : " cameras") + " into " + drives);
+  {
+    Feeder feeder(host, set.cameras, scenario,
+                  MessagesOf(scenario, set.configs, options.channelsPerDevice),
+                  options.metadataBytes);
+    Feed(feeder, options.FullSpeed(), queueEnd, console, listener);
+    totals.payloadBytes = feeder.Bytes();
+  }
+  totals.undecided = queueEnd.Held();
+  host.Close();
+  host.Unload();
+  totals.seconds = SecondsSince(begin);
+  totals.outstanding = host.Outstanding();
+  totals.badReleases = host.BadReleases();
+  totals.warnings = listener.warnings;
+  totals.errors = listener.errors;
+
+  const auto files = written.Read();
+  if (options.report) PrintTree(files, fs::current_path().string());
+  return PrintSummary(set.cameras, files, totals) ? 0 : 1;
+}
+
+}  // namespace nvrhost
