@@ -220,38 +220,33 @@ int PSFile::AddIndexEntry(PesHeaderBytes pesHeader, std::uint64_t size) {
   return kPsOk;
 }
 
-// Links the stream's last record to the new one and writes the new one behind it: at once where the
-// two are neighbours, otherwise the link first.
+// Links the stream's last record to the new one and writes the new one: at once where the last one
+// is recent, otherwise the link first.
 int PSFile::WriteRecord(const PsiFrameRecord& record) {
   const std::uint32_t index = tables.header.frameCount;
-  std::array<std::byte, 2 * kPsiFrameRecordSize> bytes;
-  Encode(record, std::span(bytes).last<kPsiFrameRecordSize>());
-  bool written = false;
-  if (record.prev == kNoFrame) {
-    written = WriteIndexAt(FrameRecordOffset(index), std::span(bytes).last<kPsiFrameRecordSize>());
-  } else {
-    PsiFrameRecord previous = cursorRecords[record.stream];
-    previous.next = index;
-    const auto linked = std::span(bytes).first<kPsiFrameRecordSize>();
-    Encode(previous, linked);
-    written = record.prev + 1 == index
-                  ? WriteIndexAt(FrameRecordOffset(record.prev), bytes)
-                  : WriteIndexAt(FrameRecordOffset(record.prev), linked) &&
-                        WriteIndexAt(FrameRecordOffset(index),
-                                     std::span(bytes).last<kPsiFrameRecordSize>());
-  }
+  const bool linked = record.prev != kNoFrame;
+  tail.Append(record);
+  const bool recent = linked && tail.Holds(record.prev);
+  if (recent) tail.SetNext(record.prev, index);
+  const std::uint32_t from = recent ? record.prev : index;
+  const bool written = (recent || !linked || WriteLink(record.stream, index)) &&
+                       WriteIndexAt(FrameRecordOffset(from), tail.From(from));
   if (written) return kPsOk;
   failed = true;
-  if (record.prev != kNoFrame) RestoreLastRecord(record.stream);
+  tail.RemoveLast();
+  // Takes back a link to a record that wasn't written. A failure leaves the link; readers stop at
+  // the frame count.
+  if (linked) (void)WriteLink(record.stream, kNoFrame);
   return kPsWriteFailed;
 }
 
-// Takes back a link to a record that wasn't written. A failure leaves the link; readers stop at the
-// frame count.
-void PSFile::RestoreLastRecord(std::uint8_t stream) {
+// Writes the last record of a stream with that link.
+bool PSFile::WriteLink(std::uint8_t stream, std::uint32_t next) {
+  PsiFrameRecord record = cursorRecords[stream];
+  record.next = next;
   std::array<std::byte, kPsiFrameRecordSize> bytes;
-  Encode(cursorRecords[stream], bytes);
-  (void)WriteIndexAt(FrameRecordOffset(tables.streams[stream].lastFrame), bytes);
+  Encode(record, bytes);
+  return WriteIndexAt(FrameRecordOffset(tables.streams[stream].lastFrame), bytes);
 }
 
 int PSFile::WriteMedia(std::span<const ConstBytes> parts) {
@@ -325,6 +320,7 @@ void PSFile::Reset() {
   tables.streams = {};
   tables.runs.Clear();
   cursorRecords = {};
+  tail.Reset();
   groupFrame = {};
   streamIds = {};
   fileInput = 0;

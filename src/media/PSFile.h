@@ -8,6 +8,7 @@
 
 #include "media/PsFormat.h"
 #include "media/PsiFormat.h"
+#include "media/RecordTail.h"
 #include "platform/MediaFile.h"
 
 namespace qv::kelvo {
@@ -98,7 +99,7 @@ class PSFile {
   [[nodiscard]] int WriteReadyPacket(const PSFrame& frame);
   [[nodiscard]] int AddIndexEntry(PesHeaderBytes pesHeader, std::uint64_t size);
   [[nodiscard]] int WriteRecord(const PsiFrameRecord& record);
-  void RestoreLastRecord(std::uint8_t stream);
+  [[nodiscard]] bool WriteLink(std::uint8_t stream, std::uint32_t next);
   [[nodiscard]] int WriteMedia(std::span<const ConstBytes> parts);
   [[nodiscard]] bool WriteIndexAt(std::uint64_t offset, ConstBytes bytes);
   [[nodiscard]] bool WriteIndexHead();
@@ -118,6 +119,7 @@ class PSFile {
   PsiTables tables;
   // Writer: the last record of each stream, as it is on disk.
   std::array<PsiFrameRecord, kStreamCount> cursorRecords{};
+  RecordTail tail;  // the newest of all records
   std::array<std::uint16_t, kStreamCount> groupFrame{};
   std::array<std::uint8_t, kStreamCount> streamIds{};
   std::uint8_t fileInput = 0;

@@ -54,16 +54,28 @@ TEST_F(PSFileTest, RecordsReachTheIndexBeforeTheirMedia) {
   EXPECT_EQ(files.Take(), (Notes{"psi@1088+32", "ps@1978+160"}));
   ASSERT_EQ(file.WriteFrame(Frame(0, kFrameP, 40, payload)), kPsOk);
   EXPECT_EQ(files.Take(), (Notes{"psi@1088+64", "ps@2138+160"}));
-  // Several: the link is patched first, at most three calls.
+  // Several: what lies between the stream's last record and the new one goes along.
   ASSERT_EQ(file.WriteFrame(Frame(16, kFrameAudio, 41, payload)), kPsOk);
   EXPECT_EQ(files.Take(), (Notes{"psi@1152+32", "ps@2298+160"}));
   ASSERT_EQ(file.WriteFrame(Frame(0, kFrameP, 80, payload)), kPsOk);
-  EXPECT_EQ(files.Take(), (Notes{"psi@1120+32", "psi@1184+32", "ps@2458+160"}));
+  EXPECT_EQ(files.Take(), (Notes{"psi@1120+96", "ps@2458+160"}));
   EXPECT_EQ(Index(20, 4), "00 00 00 00");  // the head learns the count at the end
   file.Close();
   EXPECT_EQ(files.Take(), (Notes{"psi@1216+32", "psi@0+1088"}));
   EXPECT_EQ(Index(20, 4), "04 00 00 00");
   EXPECT_EQ(Read().frames.size(), 4u);
+}
+
+TEST_F(PSFileTest, LinksARecordThatIsLongPastBeforeTheNewOneIsWritten) {
+  PSFile file(files);
+  ASSERT_EQ(Create(file), kPsOk);
+  ASSERT_EQ(file.WriteFrame(Frame(0, kFrameI, 0, "x")), kPsOk);
+  for (int i = 0; i < 100; ++i) ASSERT_EQ(file.WriteFrame(Frame(16, kFrameAudio, i, "x")), kPsOk);
+  (void)files.Take();
+  ASSERT_EQ(file.WriteFrame(Frame(0, kFrameP, 200, "x")), kPsOk);
+  EXPECT_EQ(files.Take(), (Notes{"psi@1088+32", "psi@4320+32", "ps@8442+64"}));
+  file.Close();
+  EXPECT_EQ(Read().frames.size(), 102u);  // the parser follows all links
 }
 
 TEST_F(PSFileTest, MixedStreamsKeepLinksCountsGroupsAndRuns) {

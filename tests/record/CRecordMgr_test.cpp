@@ -261,10 +261,10 @@ TEST_F(RecordManager, EveryAcceptedBufferComesBackWhenTheStopCutsIn) {
   EXPECT_EQ(host.Outstanding(), 0u);
 }
 
-// A wake-up lost between the worker's look at the flag and its wait would cost a minute.
-TEST_F(RecordManager, StopIsNeverMissed) {
+// A stop that didn't wake the worker would cost the minute that it waits for messages.
+TEST_F(RecordManager, StopWakesAWaitingWorker) {
   const auto begin = std::chrono::steady_clock::now();
-  for (int round = 0; round < 300; ++round) {
+  for (int round = 0; round < 50; ++round) {
     CRecordMgr other(storage, core, bundle.platform);
     other.Start();
     if (round % 2 == 0) {

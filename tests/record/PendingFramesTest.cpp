@@ -83,30 +83,5 @@ TEST(PendingFrames, SteadyLoadReusesMemoryAndABurstGivesItBack) {
   EXPECT_LE(frames.Capacity(), 320u);
 }
 
-TEST(PendingFrames, AllocatedFrameStartsClean) {
-  PendingFrames frames;
-  PendingFrame* frame = frames.Allocate();
-  *frame = {.Time = 5,
-            .NextKey = frame,
-            .Buffer = frame,
-            .Size = 9,
-            .Slot = 3,
-            .Type = 1,
-            .Flags = 0xC0,
-            .Ptz = true,
-            .Provider = 7,
-            .ExtensionLength = 4,
-            .IsPes = true,
-            .Home = frame->Home,
-            .Extension = {}};
-  frames.Discard(frame);
-  const PendingFrame* again = frames.Allocate();
-  EXPECT_EQ(again->Time, 0);
-  EXPECT_EQ(again->NextKey, nullptr);
-  EXPECT_EQ(again->Buffer, nullptr);
-  EXPECT_EQ(again->Size + again->Provider + again->ExtensionLength + again->Flags, 0u);
-  EXPECT_FALSE(again->IsPes || again->Ptz);
-}
-
 }  // namespace
 }  // namespace qvsvr::kelvo

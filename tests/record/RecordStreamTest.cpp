@@ -15,16 +15,6 @@ class RecordStreamTest : public StreamTest {
   }
 };
 
-TEST_F(RecordStreamTest, GroupWaitsForItsNextKeyFrame) {
-  slot0.Schedule = AllWeek(2);
-  Feed("I0 P40 B80 I120");
-  EXPECT_EQ(Waiting(), "I0 P40 B80 I120");
-  Feed("P160 P200");  // I120 is older than the newest now: the first group's fate is known
-  EXPECT_EQ(Waiting(), "I120 P160 P200");
-  EXPECT_EQ(Join(core.Returned), "I0 P40 B80");
-  EXPECT_EQ(Close(), "I0 P40 B80");
-}
-
 TEST_F(RecordStreamTest, KeepsGroupUpToTheLastWantedFrame) {
   slot0.Schedule = AllWeek(1);
   Feed("I0 P40 B80 P120m B160 P200 I240 P280 I320 P360 P400");
@@ -39,16 +29,6 @@ TEST_F(RecordStreamTest, PreMotionFramesAreKeptOnceMotionStarts) {
   Feed("I0 I200 I400 I600 I800 I1000m I1100 I1200 I1900 I2000");
   EXPECT_EQ(Close(), "I600 I800 I1000m I1100");
   EXPECT_FALSE(slot0.MotionTime);
-}
-
-TEST_F(RecordStreamTest, AlarmFlagsFramesUntilItsEndHasPassed) {
-  slot0.ActiveAlarms[3] = std::nullopt;
-  Feed("A0");
-  slot0.ActiveAlarms[3] = start + 50;
-  slot0.ActiveAlarms[4] = start + 20;
-  Feed("A40 A50 A51 A90");
-  EXPECT_TRUE(slot0.ActiveAlarms.empty());
-  EXPECT_EQ(Close(), "A0 A40 A50");
 }
 
 TEST_F(RecordStreamTest, TimeLapseKeepsSingleKeyFrames) {
