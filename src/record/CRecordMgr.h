@@ -3,6 +3,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <limits>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -29,7 +30,8 @@ class CRecordMgr : public IRecordManager {
   CRecordMgr& operator=(const CRecordMgr&) = delete;
 
   // False when stopping, with no reference taken; otherwise the queue owns the payload's reference.
-  // Throws std::bad_alloc, with no reference taken, when memory runs out.
+  // Throws std::bad_alloc, with no reference taken, when memory runs out. While frames keep coming a
+  // frame may wait 10 ms for the worker, which spares the caller the cost of waking it.
   bool Enqueue(const RecordMessage& message);
 
   // Starts the worker; a second start throws std::logic_error.
@@ -77,9 +79,11 @@ class CRecordMgr : public IRecordManager {
   PtzInputs Ptz;
   ConfigTarget Config;
 
-  std::mutex QueueLock;  // guards Queue
+  std::mutex QueueLock;  // guards Queue and Dozing
   std::condition_variable QueueSignal;
   MessageQueue Queue;
+  bool Dozing = false;                              // the worker looks at the queue again by itself
+  int IdleDozes = std::numeric_limits<int>::max();  // since the last frame
   std::thread Worker;
   std::atomic<bool> Stopping{false};
 
