@@ -12,6 +12,7 @@
 #include <semaphore>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 namespace bench {
 namespace {
@@ -30,6 +31,11 @@ const void* configurationBuffer = nullptr;
 
 bool ownBuffers = false;
 
+// Of the search that runs, null otherwise.
+const std::function<std::uint32_t(const KelvoHostRequest&)>* searchEvents = nullptr;
+const std::string* countedStart = nullptr;
+int countedLines = 0;
+
 void ReleasePayload(const void* payload) {
   if (ownBuffers) std::free(const_cast<void*>(payload));
   Outstanding::Released();
@@ -40,8 +46,18 @@ void AwaitRelease(std::binary_semaphore& signal) {
     throw std::runtime_error("the plug-in doesn't release what it was given");
 }
 
+void TakeLine(const char* line) {
+  if (countedStart == nullptr) {
+    std::fprintf(stderr, "plug-in: %s\n", line);
+  } else if (std::string_view(line).starts_with(*countedStart)) {
+    ++countedLines;
+  }
+}
+
 std::uint32_t HostFunction(const KelvoHostRequest* request, KelvoHostReply* reply) {
-  if (request->Class == KELVO_CLASS_RELEASE) {
+  if (request->Class == KELVO_CLASS_SEARCH && searchEvents != nullptr) {
+    reply->Status = (*searchEvents)(*request);
+  } else if (request->Class == KELVO_CLASS_RELEASE) {
     if (request->Payload == marker) {
       markerReleased.release();
     } else if (request->Payload != configurationBuffer) {
@@ -49,9 +65,9 @@ std::uint32_t HostFunction(const KelvoHostRequest* request, KelvoHostReply* repl
     }
   } else if (request->Class == KELVO_CLASS_LOG) {
     if (request->SubCode == KELVO_SUB_LOG_LEVEL) {
-      reply->Status = KELVO_LOG_WARNING;
+      reply->Status = countedStart == nullptr ? KELVO_LOG_WARNING : KELVO_LOG_TRACE;
     } else {
-      std::fprintf(stderr, "plug-in: %s\n", static_cast<const char*>(request->Payload));
+      TakeLine(static_cast<const char*>(request->Payload));
     }
   }
   return 0;
@@ -139,6 +155,7 @@ PluginHost::PluginHost(const std::string& module)
   if (library == nullptr) throw std::runtime_error(dlerror());
   load = Find("Load");
   open = Find("Open");
+  read = Find("Read");
   write = Find("Write");
   ioctl = Find("IOCTL");
   close = Find("Close");
@@ -183,6 +200,26 @@ void PluginHost::Drain() {
   write(&block, &reply);
   if (reply.Accepted != 1) throw std::runtime_error("the marker was refused");
   AwaitRelease(markerReleased);
+}
+
+void PluginHost::Read(const std::string& request,
+                      const std::function<std::uint32_t(const KelvoHostRequest&)>& hear) {
+  KelvoReadBlock block{};
+  block.Length = static_cast<std::uint32_t>(request.size());
+  block.Payload = request.data();
+  block.RequestId = 1;
+  KelvoReadReply reply{};
+  searchEvents = &hear;
+  read(&block, &reply);
+  searchEvents = nullptr;
+}
+
+int PluginHost::CountLines(const std::string& request, const std::string& start) {
+  countedLines = 0;
+  countedStart = &start;
+  Read(request, [](const KelvoHostRequest&) { return 0u; });
+  countedStart = nullptr;
+  return countedLines;
 }
 
 void PluginHost::Stop() {

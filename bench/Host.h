@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "kelvo/host_abi.h"
@@ -61,12 +62,18 @@ class PluginHost {
 
   [[nodiscard]] KelvoExport Write() const { return write; }
 
+  // A search, on this thread. Each of its events goes to `hear`, whose result answers it.
+  void Read(const std::string& request,
+            const std::function<std::uint32_t(const KelvoHostRequest&)>& hear);
+  // The same with its events ignored. Returns how many of the lines it logs begin with `start`.
+  [[nodiscard]] int CountLines(const std::string& request, const std::string& start);
+
  private:
   [[nodiscard]] KelvoExport Find(const char* name) const;
 
   void* library = nullptr;
-  KelvoExport load = nullptr, open = nullptr, write = nullptr, ioctl = nullptr, close = nullptr,
-              unload = nullptr;
+  KelvoExport load = nullptr, open = nullptr, read = nullptr, write = nullptr, ioctl = nullptr,
+              close = nullptr, unload = nullptr;
   std::string configuration;
 };
 

@@ -15,6 +15,11 @@ void PendingFrames(const std::string& module);
 void WriteCall(const std::string& module);
 void RealTime(const std::string& module);
 void IdleCameras(const std::string& module);
+void Storage(const std::string& module);
+void StorageMonth(const std::string& module);
+void Listing(const std::string& module);
+void Playback(const std::string& module);
+void SearchMemory(const std::string& module);
 
 // Records `rounds` frames of each channel for a tracer to look at, and prints how many were
 // written.

@@ -13,7 +13,9 @@ int main(int argc, char** argv) {
       {"record", bench::Recording},     {"small", bench::SmallFrames},
       {"ffmpeg", bench::AgainstFfmpeg}, {"pending", bench::PendingFrames},
       {"write", bench::WriteCall},      {"realtime", bench::RealTime},
-      {"idle", bench::IdleCameras},
+      {"idle", bench::IdleCameras},     {"storage", bench::Storage},
+      {"month", bench::StorageMonth},   {"listing", bench::Listing},
+      {"playback", bench::Playback},    {"memory", bench::SearchMemory},
   };
   const std::string verb = argc >= 3 ? argv[2] : "";
   try {

@@ -4,7 +4,9 @@
 set -euo pipefail
 build=$(cd "${1:?build folder}" && pwd)
 only=${2:-}
-names=(record small ffmpeg syscalls pending write realtime idle)
+names=(
+  record small ffmpeg syscalls pending write realtime idle storage month listing playback memory
+)
 bench=$build/kelvo_bench
 module=$build/kelvo.so
 

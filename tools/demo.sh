@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# demo.sh BUILD_DIR [FOLDER]: records four cameras for 20 s into a fresh folder (demo, unless told),
-# shows the tree and what each file holds, and has FFmpeg decode the MPEG-2 recording.
+# demo.sh BUILD_DIR [FOLDER]: records four cameras into a fresh folder (demo, unless told), lists
+# them, plays everything back and compares every frame, exports one to MP4, makes a contact sheet;
+# then holds the files against the format's rules and has FFmpeg decode the MPEG-2 recording as it
+# lies on disk. Ends with 1 if any check failed.
 set -euo pipefail
 build=$1
 folder=${2:-demo}
@@ -16,15 +18,21 @@ fi
 mkdir -p "$folder"
 touch "$marker"
 
-"$build/nvrhost" record --dir "$folder" --cameras 4 --seconds 20 \
-  --codec h264,h265,mpeg2,mjpeg --audio aac,none,g711,none --report
+failed=0
+"$build/nvrhost" demo --dir "$folder" || failed=1
+
+echo
+echo "The files against the rules of their format:"
+"$build/psinfo" check "$folder/drives" || failed=1
 
 echo
 echo "FFmpeg on the MPEG-2 recording (-skip_initial_bytes 1978 begins at the first frame):"
-"$build/nvrhost" show --csv "$folder" | awk -F, '$4 == "MPEG-2" { print $1, $5 }' |
-  while read -r file written; do
-    decoded=$(ffprobe -v error -f mpeg -skip_initial_bytes 1978 -select_streams v:0 -count_frames \
-      -show_entries stream=nb_read_frames -of default=nokey=1:noprint_wrappers=1 "$file")
-    echo "  $file: $written frames written, $decoded decoded"
-    [ "$written" = "$decoded" ]
-  done
+while read -r file written; do
+  decoded=$(ffprobe -v error -f mpeg -skip_initial_bytes 1978 -select_streams v:0 -count_frames \
+    -show_entries stream=nb_read_frames -of default=nokey=1:noprint_wrappers=1 "$file")
+  echo "  $file: $written frames written, $decoded decoded"
+  [ "$written" = "$decoded" ] || failed=1
+done < <("$build/nvrhost" show --csv "$folder" | awk -F, '$4 == "MPEG-2" { print $1, $5 }')
+
+[ "$failed" = 0 ] || echo "demo: a check failed" >&2
+exit "$failed"

@@ -92,7 +92,7 @@ const char* XmlDocument::ErrorDesc() const {
     case kErrorTooLarge:
       return "Document too large.";
     default:
-      return TiXmlDocument::ErrorDesc();
+      return ownError != 0 ? ownText.c_str() : TiXmlDocument::ErrorDesc();
   }
 }
 

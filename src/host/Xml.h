@@ -6,6 +6,8 @@
 
 #include <tinyxml.h>
 
+#include "platform/Platform.h"
+
 namespace qvsvr::kelvo {
 
 inline constexpr char kRootName[] = "qDVR";
@@ -16,6 +18,9 @@ inline constexpr char kRootName[] = "qDVR";
 // ErrorCol() shadow the library's and tell these errors too.
 class XmlDocument : public TiXmlDocument {
  public:
+  // Of a file that couldn't be opened, as the library has it.
+  static constexpr int kErrorNotOpened = 2;
+  static constexpr int kErrorNotSaved = 2;
   // The library's table of errors continued.
   static constexpr int kErrorNestedTooDeeply = 17;
   static constexpr int kErrorTooManyAttributes = 18;
@@ -28,6 +33,19 @@ class XmlDocument : public TiXmlDocument {
   // whether the whole text parsed; after false the tree may hold a part and must not be used.
   bool ParseText(std::string_view text);
 
+  // Reads and parses a regular file; false otherwise, with the document's error set.
+  bool LoadFile(qv::kelvo::MediaFiles& files, const std::string& path);
+
+  // Writes the document so that a crash or power cut at any moment leaves the old or the new file,
+  // the old one perhaps as `path`.bak for LoadFileWithBackup to put back. A new version is built as
+  // `path`.pending. After false the error is kErrorNotSaved with the cause as its text. One save of
+  // a file at a time.
+  bool SaveFile(qv::kelvo::DurableFiles& files, const std::string& path);
+
+  // Loads `path` or, when that fails, its backup, which then takes its place. After false the error
+  // is that of the backup.
+  bool LoadFileWithBackup(const qv::kelvo::Platform& platform, const std::string& path);
+
   [[nodiscard]] bool Error() const { return ownError != 0 || TiXmlDocument::Error(); }
   [[nodiscard]] int ErrorId() const { return ownError != 0 ? ownError : TiXmlDocument::ErrorId(); }
   [[nodiscard]] const char* ErrorDesc() const;
@@ -35,7 +53,12 @@ class XmlDocument : public TiXmlDocument {
   [[nodiscard]] int ErrorCol() const { return ownError != 0 ? -1 : TiXmlDocument::ErrorCol(); }
 
  private:
+  void FailWith(int code, std::string text);
+  [[nodiscard]] std::string WritePending(qv::kelvo::DurableFiles& files,
+                                         const std::string& path) const;
+
   int ownError = 0;
+  std::string ownText;  // of a file error
 };
 
 // Starts an outgoing document: a declaration of empty strings and the root `qDVR`, which is

@@ -3,10 +3,14 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
 #include "archiving/IScanner.h"
+#include "media/HourListing.h"
+#include "media/RecordPath.h"
+#include "media/RequestKey.h"
 #include "platform/Platform.h"
 
 namespace qv::kelvo {
@@ -19,7 +23,7 @@ using ArchiveFilter = std::map<std::int32_t, bool>;
 
 using TargetList = std::vector<std::shared_ptr<qvArchiving::IScanner>>;
 
-// Knows where recordings lie.
+// Knows where recordings lie, and walks their tree hour by hour. Nothing is kept between steps.
 class FileSystemBase {
  public:
   explicit FileSystemBase(Platform& system) : platform(system) {}
@@ -33,8 +37,31 @@ class FileSystemBase {
   // Replaces `list` by archive targets; the base version knows none. `filter` may be null.
   virtual void GetTargets(TargetList& list, std::uint32_t flags, const ArchiveFilter* filter);
 
+  // Whether any volume or bucket has a directory for that local year, month, day or hour.
+  [[nodiscard]] bool YearExists(UtcMs time) { return LevelExists(time, TreeLevel::Year); }
+  [[nodiscard]] bool MonthExists(UtcMs time) { return LevelExists(time, TreeLevel::Month); }
+  [[nodiscard]] bool DayExists(UtcMs time) { return LevelExists(time, TreeLevel::Day); }
+  [[nodiscard]] bool HourExists(UtcMs time) { return LevelExists(time, TreeLevel::Hour); }
+
+  // Moves `time`, the start of a local hour, on to the next hour that exists, itself included.
+  // False when there is none before `end`. A year that is missing costs one test of each place.
+  [[nodiscard]] bool FindNextHour(UtcMs& time, UtcMs end);
+
+  // The media files of an hour: of the local volumes or, if they have none, of the archives, whose
+  // buckets are first asked for what `requested` names (everything if it is empty). `volumes` is
+  // the list that the listing's positions count in.
+  void ListHour(UtcMs time, std::span<const RequestKey> requested,
+                std::vector<std::string>& volumes, HourListing& listing);
+
+  // FindNextHour and ListHour. True with an empty listing for an hour without files.
+  [[nodiscard]] bool SearchHour(UtcMs& time, UtcMs end, std::span<const RequestKey> requested,
+                                std::vector<std::string>& volumes, HourListing& listing);
+
  protected:
   Platform& platform;
+
+ private:
+  [[nodiscard]] bool LevelExists(UtcMs time, TreeLevel level);
 };
 
 // The machine's fixed drives and the directory of the operating system. Failures are logged; the

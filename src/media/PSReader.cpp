@@ -10,6 +10,8 @@ namespace {
 
 constexpr std::size_t kMapHeadSize = 6;
 constexpr std::size_t kMaxMapLength = kProgramMapSize - kMapHeadSize;
+constexpr std::size_t kFirstIndexRead = 4096;  // the head and what fits behind it
+constexpr std::size_t kRunsAtATime = 256;
 
 // Whether `buffer` was filled from `offset`.
 bool ReadAll(MediaFile& file, std::uint64_t offset, MutableBytes buffer) {
@@ -61,6 +63,8 @@ void PSReader::Close() {
   programMap.clear();
   tables = {};
   window.Reset(nullptr, 0);
+  runBytes.clear();
+  firstRun = 0;
   memoryFrames.clear();
   for (auto& frames : memoryStreamFrames) frames.clear();
   streamCursors = {};
@@ -71,15 +75,13 @@ void PSReader::Close() {
 
 int PSReader::LoadIndex() {
   MediaFile& file = IndexSource();
-  std::array<std::byte, kPsiHeadSize> head;
-  const std::span<const std::byte> bytes(head);
-  if (!ReadAll(file, indexBase, MutableBytes(head).first(kPsiHeaderSize))) return kPsReadFailed;
+  std::array<std::byte, kFirstIndexRead> buffer;
+  const IoResult result = file.ReadAt(indexBase, buffer);
+  const ConstBytes bytes = ConstBytes(buffer).first(result.bytes);
+  if (bytes.size() < kPsiHeaderSize) return kPsReadFailed;
   tables.header = DecodeHeader(bytes.first<kPsiHeaderSize>());
   if (!IsValid(tables.header) || tables.header.streamCount > kStreamCount) return kPsBadArgument;
-
-  const std::size_t streamBytes = tables.header.streamCount * kPsiStreamRecordSize;
-  if (!ReadAll(file, indexBase + kPsiHeaderSize,
-               MutableBytes(head).subspan(kPsiHeaderSize, streamBytes))) {
+  if (bytes.size() < kPsiHeaderSize + tables.header.streamCount * kPsiStreamRecordSize) {
     return kPsReadFailed;
   }
   for (std::size_t i = 0; i < tables.header.streamCount; ++i) {
@@ -88,17 +90,22 @@ int PSReader::LoadIndex() {
   }
 
   window.Reset(&file, indexBase);
+  if (bytes.size() > kPsiHeadSize) window.Preload(bytes.subspan(kPsiHeadSize));
   std::uint64_t size = 0;
   if (file.Size(size) != 0) return kPsReadFailed;
   const std::uint64_t room = size - std::min(size, indexBase + kPsiHeadSize);
-  if (tables.header.frameCount == 0 || !TablesAgree(room / kPsiFrameRecordSize)) Recover();
+  if (tables.header.frameCount == 0 || !TablesAgree(room)) Recover();
   return kPsOk;
 }
 
-// Whether the counts and links of the head hold together and fit a file of that many records.
-bool PSReader::TablesAgree(std::uint64_t recordsInFile) const {
+// Whether the counts and links of the head hold together and fit a file with that many bytes
+// behind its head.
+bool PSReader::TablesAgree(std::uint64_t roomForRecords) const {
   const std::uint32_t count = tables.header.frameCount;
-  if (count > recordsInFile) return false;
+  const std::uint64_t runs = HasRunTable() ? tables.header.runCount : 0;
+  if (count * std::uint64_t{kPsiFrameRecordSize} + runs * kPsiRunRecordSize > roomForRecords) {
+    return false;
+  }
   std::uint64_t sum = 0;
   for (const PsiStreamRecord& stream : tables.streams) {
     sum += stream.frameCount;
@@ -117,14 +124,19 @@ void PSReader::Recover() {
   const auto oldStreams = tables.streams;
   tables = {};
   tables.header.version = old.version;
+  tables.header.runRecordSize = old.runRecordSize;
   std::uint64_t expectedOffset = 0;
   PsiFrameRecord record;
   while (tables.header.frameCount != kNoFrame && window.Read(tables.header.frameCount, record) &&
          IsValid(record) && record.Offset() == expectedOffset) {
     PsiStreamRecord& stream = tables.streams[record.stream];
     if (stream.frameCount == 0) {
-      stream.channel = ChannelOf(record.streamInfo);
-      stream.encoder = EncoderOf(record.streamInfo);
+      // The head knows more than the low bits that fit a frame, unless it is damaged.
+      const PsiStreamRecord& known = oldStreams[record.stream];
+      const std::uint8_t channel = ChannelOf(record.streamInfo);
+      const std::uint8_t encoder = EncoderOf(record.streamInfo);
+      stream.channel = (known.channel & 15) == channel ? known.channel : channel;
+      stream.encoder = (known.encoder & 3) == encoder ? known.encoder : encoder;
     }
     expectedOffset += record.Size();
     tables.Add(record);
@@ -139,16 +151,19 @@ void PSReader::Recover() {
 
 int PSReader::LoadMedia(std::uint64_t mediaBase) {
   dataStart = mediaBase;
-  std::array<std::byte, kPackHeaderSize> pack;
-  if (!ReadAll(*mediaFile, mediaBase, pack)) return kPsReadFailed;
-  if (!IsPackHeader(pack)) return kPsOk;
-
-  programMap.resize(kMapHeadSize);
-  if (!ReadAll(*mediaFile, mediaBase + kPackHeaderSize, programMap)) return kPsReadFailed;
-  const std::size_t length = ProgramMapLength(std::span(programMap).first<kMapHeadSize>());
   // What a longer map holds beyond the known one isn't looked at.
-  programMap.resize(kMapHeadSize + std::min(length, kMaxMapLength));
-  if (!ReadAll(*mediaFile, mediaBase + kPackHeaderSize, programMap)) return kPsReadFailed;
+  std::array<std::byte, kPackHeaderSize + kProgramMapSize> head;
+  const IoResult result = mediaFile->ReadAt(mediaBase, head);
+  const ConstBytes bytes = ConstBytes(head).first(result.bytes);
+  if (bytes.size() < kPackHeaderSize) return kPsReadFailed;
+  if (!IsPackHeader(bytes.first<kPackHeaderSize>())) return kPsOk;
+
+  const ConstBytes map = bytes.subspan(kPackHeaderSize);
+  if (map.size() < kMapHeadSize) return kPsReadFailed;
+  const std::size_t length = ProgramMapLength(map.first<kMapHeadSize>());
+  const std::size_t known = kMapHeadSize + std::min(length, kMaxMapLength);
+  if (map.size() < known) return kPsReadFailed;
+  programMap.assign(map.begin(), map.begin() + static_cast<std::ptrdiff_t>(known));
   dataStart = mediaBase + kPackHeaderSize + kMapHeadSize + length;
   return kPsOk;
 }
@@ -158,9 +173,12 @@ int PSReader::GetFileInfo(PsFileInfo& info) const {
 }
 
 int PSReader::GetStreamInfo(unsigned stream, PsStreamDescriptor& descriptor) const {
-  return stream < kStreamCount && DecodeStreamDescriptor(programMap, stream, descriptor)
-             ? kPsOk
-             : kPsBadArgument;
+  if (stream >= kStreamCount || !DecodeStreamDescriptor(programMap, stream, descriptor)) {
+    return kPsBadArgument;
+  }
+  descriptor.channel = tables.streams[stream].channel;
+  descriptor.encoder = tables.streams[stream].encoder;
+  return kPsOk;
 }
 
 std::uint32_t PSReader::GetFrameCount(std::uint16_t stream) const {
@@ -169,7 +187,10 @@ std::uint32_t PSReader::GetFrameCount(std::uint16_t stream) const {
 }
 
 std::uint32_t PSReader::CountFrames(std::span<const std::uint16_t> streams) const {
-  const std::uint32_t mask = MaskOf(streams);
+  return CountFrames(MaskOf(streams));
+}
+
+std::uint32_t PSReader::CountFrames(std::uint32_t mask) const {
   std::uint32_t sum = 0;
   for (unsigned stream = 0; stream < kStreamCount; ++stream) {
     if (Has(mask, stream)) sum += tables.streams[stream].frameCount;
@@ -288,13 +309,15 @@ int PSReader::StepCursor(bool forward, PsiFrameRecord& record) {
 }
 
 int PSReader::NextFrame(PSReadFrame& frame, std::span<const std::uint16_t> streams) {
-  if (streams.size() >= kStreamCount) return kPsBadArgument;
-  const std::uint32_t mask = MaskOf(streams);
+  return streams.size() < kStreamCount ? NextFrame(frame, MaskOf(streams)) : kPsBadArgument;
+}
+
+int PSReader::NextFrame(PSReadFrame& frame, std::uint32_t mask) {
   std::uint32_t passed = 0;  // chosen frames at or before the cursor
   for (unsigned stream = 0; stream < kStreamCount; ++stream) {
     if (Has(mask, stream)) passed += consumed[stream];
   }
-  if (frame.index >= CountFrames(streams)) return kPsBadArgument;
+  if (frame.index >= CountFrames(mask)) return kPsBadArgument;
 
   const std::uint32_t wanted = frame.index + 1;
   PsiFrameRecord record;
@@ -313,6 +336,15 @@ int PSReader::NextFrame(PSReadFrame& frame, std::span<const std::uint16_t> strea
     if (const int result = ReadRecord(cursor, record)) return result;
   }
   return FillFrame(record, frame);
+}
+
+int PSReader::SetPlace(const Place& place) {
+  PsiFrameRecord record;
+  if (const int result = ReadRecord(place.cursor, record)) return result;
+  cursor = place.cursor;
+  cursorStream = record.stream;
+  consumed = place.consumed;
+  return kPsOk;
 }
 
 std::uint32_t PSReader::SeekTime(std::int64_t seconds) {
@@ -337,15 +369,28 @@ std::uint32_t PSReader::GetRunCount() const {
   return tables.header.runCount != 0 ? tables.header.runCount : closed;
 }
 
+int PSReader::ReadRun(std::uint32_t number, PsiRunRecord& record) {
+  const std::size_t held = runBytes.size() / kPsiRunRecordSize;
+  if (number < firstRun || number >= firstRun + held) {
+    const std::uint64_t at = indexBase + FrameRecordOffset(tables.header.frameCount) +
+                             std::uint64_t{number} * kPsiRunRecordSize;
+    const std::size_t wanted = std::min<std::size_t>(tables.header.runCount - number, kRunsAtATime);
+    runBytes.resize(wanted * kPsiRunRecordSize);
+    const IoResult result = IndexSource().ReadAt(at, runBytes);
+    runBytes.resize(result.bytes);
+    firstRun = number;
+    if (result.bytes < kPsiRunRecordSize) return kPsReadFailed;
+  }
+  const std::size_t at = std::size_t{number - firstRun} * kPsiRunRecordSize;
+  const auto bytes = ConstBytes(runBytes).subspan(at).first<kPsiRunRecordSize>();
+  return DecodeRun(bytes, record) ? kPsOk : kPsBadArgument;
+}
+
 int PSReader::GetRun(std::uint32_t number, PSRun& run) {
   if (tables.header.runRecordSize != kPsiRunRecordSize) return kPsBadArgument;
   PsiRunRecord record;
   if (number < tables.header.runCount) {
-    std::array<std::byte, kPsiRunRecordSize> bytes;
-    const std::uint64_t at = indexBase + FrameRecordOffset(tables.header.frameCount) +
-                             std::uint64_t{number} * kPsiRunRecordSize;
-    if (!HasIndex() || !ReadAll(IndexSource(), at, bytes)) return kPsReadFailed;
-    if (!DecodeRun(bytes, record)) return kPsBadArgument;
+    if (const int result = ReadRun(number, record)) return result;
   } else {
     if (number >= tables.runs.Closed().size()) return kPsBadArgument;
     record = tables.runs.Closed()[number];

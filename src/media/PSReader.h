@@ -65,10 +65,17 @@ class PSReader {
   [[nodiscard]] int GetFileInfo(PsFileInfo& info) const;
   [[nodiscard]] int GetStreamInfo(unsigned stream, PsStreamDescriptor& descriptor) const;
 
+  // Counts, times, channel, encoder and flags of one stream, which is below 32.
+  [[nodiscard]] const PsiStreamRecord& GetStream(unsigned stream) const {
+    return tables.streams[stream];
+  }
+
   // Frames of one stream, or of the whole file for kWholeFile.
   [[nodiscard]] std::uint32_t GetFrameCount(std::uint16_t stream) const;
   // Frames of the distinct streams below 32 in the list, which has fewer than 32 entries.
   [[nodiscard]] std::uint32_t CountFrames(std::span<const std::uint16_t> streams) const;
+  // The same for the streams whose bits are set in `mask`.
+  [[nodiscard]] std::uint32_t CountFrames(std::uint32_t mask) const;
 
   // Times of the first and last frame; -1 without frames.
   [[nodiscard]] int GetFirstLast(std::uint16_t stream, PackedTime& first, PackedTime& last);
@@ -79,6 +86,17 @@ class PSReader {
 
   // The frame at place `index` of the merged sequence of `streams`, in file order.
   [[nodiscard]] int NextFrame(PSReadFrame& frame, std::span<const std::uint16_t> streams);
+  // The same for the streams whose bits are set in `mask`, all 32 if need be.
+  [[nodiscard]] int NextFrame(PSReadFrame& frame, std::uint32_t mask);
+
+  // Where NextFrame stands, to go on from there with another reader of the same file.
+  struct Place {
+    std::uint32_t cursor = 0;  // record number
+    std::array<std::uint32_t, kStreamCount> consumed{};
+  };
+  [[nodiscard]] Place GetPlace() const { return {cursor, consumed}; }
+  // -1 or -4, with the place as it was, if the record isn't there.
+  [[nodiscard]] int SetPlace(const Place& place);
 
   // Record number of the last I frame before `seconds` (UTC): where decoding starts for that
   // moment. 0 for a time before the file, the frame count for one behind it.
@@ -87,7 +105,10 @@ class PSReader {
   // Puts both cursors to the first frame.
   [[nodiscard]] int Rewind();
 
-  // How many runs GetRun serves.
+  // Whether the format version has a run table. How many runs GetRun serves.
+  [[nodiscard]] bool HasRunTable() const {
+    return HasIndex() && tables.header.runRecordSize == kPsiRunRecordSize;
+  }
   [[nodiscard]] std::uint32_t GetRunCount() const;
   [[nodiscard]] int GetRun(std::uint32_t number, PSRun& run);
 
@@ -103,7 +124,7 @@ class PSReader {
 
  private:
   [[nodiscard]] int LoadIndex();
-  [[nodiscard]] bool TablesAgree(std::uint64_t recordsInFile) const;
+  [[nodiscard]] bool TablesAgree(std::uint64_t roomForRecords) const;
   void Recover();
   [[nodiscard]] int LoadMedia(std::uint64_t mediaBase);
   void ScanMedia();
@@ -112,6 +133,7 @@ class PSReader {
   [[nodiscard]] PackedTime ScannedTime(ConstPesHeaderBytes bytes, const PesHeader& header) const;
   [[nodiscard]] MediaFile& IndexSource() { return indexInMedia ? *mediaFile : *indexFile; }
 
+  [[nodiscard]] int ReadRun(std::uint32_t number, PsiRunRecord& record);
   [[nodiscard]] int ReadRecord(std::uint32_t index, PsiFrameRecord& record);
   [[nodiscard]] int StreamRecord(std::uint16_t stream, std::uint32_t index, PsiFrameRecord& record);
   [[nodiscard]] int FillFrame(const PsiFrameRecord& record, PSReadFrame& frame);
@@ -128,6 +150,8 @@ class PSReader {
   std::vector<std::byte> programMap;  // empty when the file has none
   PsiTables tables;
   RecordWindow window;
+  std::vector<std::byte> runBytes;  // a stretch of the run table
+  std::uint32_t firstRun = 0;       // number of its first run
 
   // Without an index: all frames, and each stream's as positions in them.
   std::vector<PsiFrameRecord> memoryFrames;

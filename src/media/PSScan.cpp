@@ -69,17 +69,18 @@ bool PSReader::ScanFrame(ConstPesHeaderBytes bytes, std::uint64_t position,
 
 PackedTime PSReader::ScannedTime(ConstPesHeaderBytes bytes, const PesHeader& header) const {
   const std::uint64_t ms = header.dts / kTicksPerMs;
-  const std::uint32_t tail = GetLE32(bytes, kTailAt);
+  const auto fraction = static_cast<std::uint32_t>(ms % 1000);
+  const std::uint32_t tail = GetBE32(bytes, kTailAt);
   if (tail == kNoDateTail) {
     // No date at all: counted from the file's creation.
     return PackSeconds(creationSeconds + static_cast<std::int64_t>(header.dts / kTicksPerSecond),
-                       0);
+                       fraction);
   }
   if ((GetU8(bytes, kTailAt) & kStreamInfoMark) != 0) {
     return {header.date, static_cast<std::uint32_t>(ms)};
   }
   // An older writer kept whole seconds since 1970 here.
-  return PackSeconds(tail, static_cast<std::uint32_t>(ms % 1000));
+  return PackSeconds(tail, fraction);
 }
 
 }  // namespace qv::kelvo

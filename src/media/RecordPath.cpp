@@ -22,6 +22,7 @@ constexpr std::size_t kIdLength = 8;
 constexpr std::size_t kExtensionLength = 3;
 constexpr std::size_t kMaxIndexPath = 260;
 constexpr std::size_t kDateLevels = 4;
+constexpr std::size_t kLevelLength = 3;  // of a month, day or hour with its separator
 constexpr char kDuplicateSuffix[] = "a";
 
 // Makes a directory and its missing parents with mode 0755 or what the process allows of it.
@@ -103,6 +104,13 @@ std::string HourDirectory(const std::string& root, const CalendarTime& local) {
 
 std::string HourDirectory(const std::string& root, UtcMs time) {
   return HourDirectory(root, ToLocal(time));
+}
+
+std::string TreeDirectory(const std::string& root, UtcMs time, TreeLevel level) {
+  std::string directory = HourDirectory(root, time);
+  const auto levelsBelow = kDateLevels - static_cast<std::size_t>(level);
+  directory.resize(directory.size() - levelsBelow * kLevelLength);
+  return directory;
 }
 
 std::string MakePath(const std::string& root, UtcMs time, StreamID id, CreateDirectories create) {

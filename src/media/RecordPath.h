@@ -16,6 +16,10 @@ namespace qv::kelvo {
 // `root` ends in the separator.
 [[nodiscard]] std::string HourDirectory(const std::string& root, UtcMs time);
 
+// The same path cut to the directories down to `level`.
+enum class TreeLevel { Year = 1, Month, Day, Hour };
+[[nodiscard]] std::string TreeDirectory(const std::string& root, UtcMs time, TreeLevel level);
+
 enum class CreateDirectories { No, Yes };
 
 // The path of a new recording: the hour directory and "MMSS-CPPPDDII.ps", or with an `a` before the

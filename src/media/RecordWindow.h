@@ -17,17 +17,25 @@ class RecordWindow {
   // null and borrowed until the next Reset.
   void Reset(MediaFile* file, std::uint64_t base);
 
+  // Takes the first records of the file, which somebody has read already.
+  void Preload(ConstBytes records);
+
   // Record number `index`, valid or not. False when the file has no such record (yet) or the read
   // fails.
   [[nodiscard]] bool Read(std::uint32_t index, PsiFrameRecord& record);
 
  private:
-  static constexpr std::uint32_t kRecords = 1024;
+  // A walk that goes on reads more each time, so that a look at one record stays cheap.
+  static constexpr std::uint32_t kFirstRead = 64;
+  static constexpr std::uint32_t kLongestRead = 2048;
+
+  void Load(std::uint32_t index);
 
   MediaFile* file = nullptr;
   std::uint64_t base = 0;
   std::uint64_t first = 0;  // number of the first record held
   std::size_t held = 0;     // whole records held
+  std::uint32_t nextRead = kFirstRead;
   std::vector<std::byte> bytes;
 };
 

@@ -27,6 +27,10 @@ class Directories {
   // not yet while `visit` runs: don't remove `path` itself there.
   [[nodiscard]] virtual int List(const std::string& path, std::string_view pattern, ListSizes sizes,
                                  const std::function<bool(const DirectoryEntry&)>& visit) = 0;
+
+  // A number that changes whenever an entry is added to the directory, removed or renamed. 0 when
+  // it can't be told, or when the last change is so young that a further one might not show.
+  [[nodiscard]] virtual std::uint64_t ChangeStamp(const std::string& path) = 0;
 };
 
 }  // namespace qv::kelvo

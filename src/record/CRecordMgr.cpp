@@ -10,12 +10,16 @@
 #include "kelvo/host_abi.h"
 #include "record/BufferReference.h"
 #include "record/FrameIntake.h"
+#include "record/ReservationMessages.h"
+#include "storage/StorageMessages.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
 constexpr std::int64_t kNsPerMicrosecond = 1000;
 constexpr std::int64_t kStatsPeriodNs = 60'000'000'000;
+constexpr std::int64_t kSweepPeriodNs = 3'600'000'000'000;
+constexpr std::int64_t kSweepRetryNs = 300'000'000'000;  // also the wait for the first sweep
 constexpr double kMegabitsPerBit = 1.0 / (1 << 20);
 
 // Waking a sleeping thread costs the host several microseconds. So while frames come in, the worker
@@ -57,7 +61,8 @@ CRecordMgr::CRecordMgr(CFileSystem& fileSystem, ICoreEventer& core, qv::kelvo::P
       Platform(platform),
       Alarms(core),
       Services{core, fileSystem, *this, platform, Alarms, Reservations, Stats()},
-      Config{Services, Streams, PreAlarmSeconds, Ptz} {}
+      Config{Services, Streams, PreAlarmSeconds, Ptz},
+      SweepDueNs(platform.clock.SteadyNs() + kSweepRetryNs) {}
 
 CRecordMgr::~CRecordMgr() {
   RequestStop();
@@ -100,9 +105,12 @@ void CRecordMgr::RequestStop() {
 void CRecordMgr::Run() {
   LogPrintf(LogTrace, "KELVO - RecordMgr worker - running");
   StatsStartNs = Platform.clock.SteadyNs();
+  SweepDueNs = StatsStartNs + kSweepRetryNs;
+  Guarded("reporting the status", [this] { FileSystem.ReportStatus(true); });
   RecordMessage message;
   std::int64_t sinceStatsNs = 0;
   while (Next(message, sinceStatsNs)) Process(message, sinceStatsNs);
+  Guarded("stopping the sweeper", [this] { FileSystem.KickSweeper(true); });
 }
 
 bool CRecordMgr::Next(RecordMessage& message, std::int64_t& sinceStatsNs) {
@@ -184,16 +192,35 @@ void CRecordMgr::HandleXml(const RecordMessage& message) {
 
 void CRecordMgr::ApplyAction(const TiXmlElement& root) {
   if (root.FirstChildElement("Devices") != nullptr) ApplyActionDevices(Config, root);
-  if (root.FirstChildElement("Archives") != nullptr) ++Services.Stats.aarc;
-  if (root.FirstChildElement("Storage") != nullptr) ++Services.Stats.astg;
+  if (root.FirstChildElement("Archives") != nullptr) ApplyArchiveStatus(root);
+  if (root.FirstChildElement("Storage") != nullptr) {
+    ++Services.Stats.astg;
+    ApplyReservations(Services, root);
+  }
 }
 
 void CRecordMgr::ApplyConfiguration(const TiXmlElement& root) {
   if (root.FirstChildElement("Devices") != nullptr) ApplyDevices(Config, root);
   if (root.FirstChildElement("Events") != nullptr) ApplyEvents(Config, root);
-  if (root.FirstChildElement("Archives") != nullptr) ++Services.Stats.iarc;
+  ApplyArchives(Config, root);
   if (root.FirstChildElement("Storage") != nullptr) ApplyStorage(Config, root);
-  if (root.FirstChildElement("Cases") != nullptr) ++Services.Stats.icas;
+  if (root.FirstChildElement("Cases") != nullptr) ApplyCases(root);
+}
+
+void CRecordMgr::ApplyArchiveStatus(const TiXmlElement& root) {
+  ++Services.Stats.aarc;
+  for (const TiXmlElement& archives : Children(root, "Archives")) {
+    if (HasModuleId(archives, KELVO_MODULE_ARCHIVES)) FileSystem.ApplyArchiveStatus(archives);
+  }
+}
+
+void CRecordMgr::ApplyCases(const TiXmlElement& root) {
+  ++Services.Stats.icas;
+  for (const TiXmlElement& cases : Children(root, "Cases")) {
+    if (!HasModuleId(cases, KELVO_MODULE_CASES)) continue;
+    FileSystem.ApplyCasesXml(cases, false);
+    return;
+  }
 }
 
 void CRecordMgr::ApplyDelta(const TiXmlElement& root) {
@@ -201,12 +228,15 @@ void CRecordMgr::ApplyDelta(const TiXmlElement& root) {
   bool drivesGiven = false;
   if (FileSystem.ApplyStorageXml(root, drivesGiven, reply)) {
     UpdateStreams(Config, drivesGiven, true);
+    FileSystem.SaveStorage();
   }
   if (reply.FirstChild() != nullptr) FileSystem.SendStorageXml(reply);
 }
 
 void CRecordMgr::ApplySystem(const TiXmlElement& root) {
-  if (FileSystem.ApplySystemState(root)) UpdateStreams(Config, false, false);
+  if (!FileSystem.ApplySystemState(root)) return;
+  UpdateStreams(Config, false, false);
+  FileSystem.SaveStorage();
 }
 
 void CRecordMgr::AfterMessage(std::int64_t sinceStatsNs) {
@@ -214,12 +244,21 @@ void CRecordMgr::AfterMessage(std::int64_t sinceStatsNs) {
   if (sinceStatsNs >= kStatsPeriodNs) EndMinute(sinceStatsNs);
   FollowAudioSetting();
   OpenDueFiles();
+  if (!IsStopping()) KickSweeperWhenDue();
+}
+
+void CRecordMgr::KickSweeperWhenDue() {
+  const std::int64_t now = Platform.clock.SteadyNs();
+  if (now < SweepDueNs) return;
+  const bool stillRunning = FileSystem.KickSweeper(false);
+  SweepDueNs = now + (stillRunning ? kSweepRetryNs : kSweepPeriodNs);
 }
 
 void CRecordMgr::EndMinute(std::int64_t elapsedNs) {
   FileSystem.SetRecordingMbps(RecordingRate(elapsedNs / kNsPerMicrosecond));
   StatsStartNs = Platform.clock.SteadyNs();
   PublishStats(Services.Stats);
+  FileSystem.ReportStatus(true);
   Services.Stats.ExecutedLastMin = 0;
 }
 
@@ -252,6 +291,10 @@ void CRecordMgr::OpenDueFiles() {
 
 std::int64_t CRecordMgr::ReservedGB(const std::string& volume) const {
   return Reservations.ReservedGB(volume);
+}
+
+bool CRecordMgr::IsBeingWritten(const std::string& path) const {
+  return Reservations.HasReservation(path);
 }
 
 }  // namespace qvsvr::kelvo

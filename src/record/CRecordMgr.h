@@ -30,8 +30,8 @@ class CRecordMgr : public IRecordManager {
   CRecordMgr& operator=(const CRecordMgr&) = delete;
 
   // False when stopping, with no reference taken; otherwise the queue owns the payload's reference.
-  // Throws std::bad_alloc, with no reference taken, when memory runs out. While frames keep coming a
-  // frame may wait 10 ms for the worker, which spares the caller the cost of waking it.
+  // Throws std::bad_alloc, with no reference taken, when memory runs out. While frames keep coming
+  // a frame may wait 10 ms for the worker, which spares the caller the cost of waking it.
   bool Enqueue(const RecordMessage& message);
 
   // Starts the worker; a second start throws std::logic_error.
@@ -49,6 +49,7 @@ class CRecordMgr : public IRecordManager {
   void AfterMessage(std::int64_t sinceStatsNs);
 
   [[nodiscard]] std::int64_t ReservedGB(const std::string& volume) const override;
+  [[nodiscard]] bool IsBeingWritten(const std::string& path) const override;
   [[nodiscard]] bool IsStopping() const override { return Stopping.load(); }
 
  private:
@@ -60,6 +61,8 @@ class CRecordMgr : public IRecordManager {
   void HandleXml(const RecordMessage& message);
   void ApplyAction(const TiXmlElement& root);
   void ApplyConfiguration(const TiXmlElement& root);
+  void ApplyArchiveStatus(const TiXmlElement& root);
+  void ApplyCases(const TiXmlElement& root);
   void ApplyDelta(const TiXmlElement& root);
   void ApplySystem(const TiXmlElement& root);
 
@@ -67,6 +70,7 @@ class CRecordMgr : public IRecordManager {
   [[nodiscard]] double RecordingRate(std::int64_t elapsedMicroseconds);
   void FollowAudioSetting();
   void OpenDueFiles();
+  void KickSweeperWhenDue();
 
   CFileSystem& FileSystem;
   ICoreEventer& Core;
@@ -88,6 +92,7 @@ class CRecordMgr : public IRecordManager {
   std::atomic<bool> Stopping{false};
 
   std::int64_t StatsStartNs = 0;
+  std::int64_t SweepDueNs;
   // The state of CFileSystem's counter that the audio placement follows. It starts with that
   // counter at 0, so that a plug-in loaded anew finds no change before there is one.
   std::uint32_t PlacedAudioChanges = 0;

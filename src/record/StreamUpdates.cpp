@@ -1,6 +1,7 @@
 #include "record/CodecConfig.h"
 #include "record/DeviceConfig.h"
 #include "record/DeviceReader.h"
+#include "storage/StorageMessages.h"
 
 namespace qvsvr::kelvo {
 namespace {
@@ -41,6 +42,17 @@ void GiveAudioBack(RecordStream& own, RecordStream& parent) {
 
 }  // namespace
 
+void ApplyArchives(const ConfigTarget& target, const TiXmlElement& root) {
+  if (root.FirstChildElement("Archives") == nullptr) return;
+  ++target.Services.Stats.iarc;
+  for (const TiXmlElement& archives : Children(root, "Archives")) {
+    if (!HasModuleId(archives, KELVO_MODULE_ARCHIVES)) continue;
+    if (!target.Services.FileSystem.ApplyArchivesXml(archives)) continue;
+    for (const auto& stream : target.Streams.All()) stream->CloseFile();
+    target.Services.FileSystem.SaveStorage();
+  }
+}
+
 void ApplyStorage(const ConfigTarget& target, const TiXmlElement& root) {
   if (root.FirstChildElement("Storage") == nullptr) return;
   ++target.Services.Stats.istg;
@@ -50,8 +62,9 @@ void ApplyStorage(const ConfigTarget& target, const TiXmlElement& root) {
     if (!ReadInt(storage, "ID", id) || id != kDiskPrepId) continue;
     if (target.Services.FileSystem.ApplyDiskPrep(storage)) changed = true;
   }
-  if (!changed) return;
+  if (!changed || target.Streams.All().empty()) return;
   for (const auto& stream : target.Streams.All()) stream->CloseFile();
+  target.Services.FileSystem.SaveStorage();
 }
 
 void UpdateStreams(const ConfigTarget& target, bool closeFiles, bool reloadLapse) {

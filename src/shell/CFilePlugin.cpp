@@ -5,6 +5,7 @@
 #include "host/Log.h"
 #include "host/Xml.h"
 #include "kelvo/host_abi.h"
+#include "search/Search.h"
 
 namespace qvsvr::kelvo {
 namespace {
@@ -72,6 +73,11 @@ void CFilePlugin::Open(const char* version) {
   Announce(version);
   FileSystem.LoadStorage();
   RecordMgr.Start();
+}
+
+std::uint32_t CFilePlugin::Search(std::string_view text, std::uint32_t requestId) {
+  SearchTargetFileSystem target(FileSystem, Platform);
+  return qvsvr::kelvo::Search(text, requestId, target, *this);
 }
 
 void CFilePlugin::Announce(const char* version) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstdint>
+#include <string_view>
+
 #include "host/ICoreEventer.h"
 #include "record/CRecordMgr.h"
 #include "storage/CFileSystem.h"
@@ -22,6 +25,10 @@ class CFilePlugin : public ICoreEventer {
   // Announces the module, finds the drives and starts the worker. A second call throws
   // std::logic_error.
   void Open(const char* version);
+
+  // Runs one search on the caller's thread; its outcome goes to the host by events. Any thread,
+  // several at once.
+  std::uint32_t Search(std::string_view text, std::uint32_t requestId);
 
   CFileSystem FileSystem;
   CRecordMgr RecordMgr;

@@ -1,5 +1,7 @@
 #include "storage/CFileSystem.h"
 
+#include <cstdlib>
+
 #include "host/Log.h"
 #include "kelvo/host_abi.h"
 #include "storage/RecordingRemoval.h"
@@ -9,11 +11,18 @@ namespace qvsvr::kelvo {
 namespace {
 
 constexpr int kBytesToGBShift = 30;
+constexpr std::uint64_t kNsPerMicrosecond = 1000;
 
 }  // namespace
 
 CFileSystem::CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system)
-    : FileSystemBase(system), eventSink(core) {}
+    : FileSystemBase(system),
+      eventSink(core),
+      settingsFile(system),
+      protection(retention, bookmarkTable, system, volumeDepth),
+      roomMaker(Walks()),
+      readWriteTest(system.mediaFiles),
+      sweeper(system, SweeperOwner()) {}
 
 CFileSystem::~CFileSystem() = default;
 
@@ -26,7 +35,22 @@ bool CFileSystem::LoadStorage() {
   if (driveTable.drives.empty()) return false;
   volumeDepth = CountPathParts(driveTable.drives.begin()->first);
   LogFoundDrives();
+  LoadSettings();
   return true;
+}
+
+void CFileSystem::LoadSettings() {
+  TiXmlElement reply("Storage");
+  XmlDocument document;
+  const bool loaded = settingsFile.Load(document);
+  if (const TiXmlElement* root = document.FirstChildElement(kRootName); loaded && root != nullptr) {
+    bool drivesGiven = false;
+    ApplyStorageXml(*root, drivesGiven, reply);
+    const TiXmlElement* cases = root->FirstChildElement("Cases");
+    if (cases != nullptr) ApplyCasesXml(*cases, true);
+  }
+  SaveStorage();
+  if (reply.FirstChild() != nullptr) SendStorageXml(reply);
 }
 
 void CFileSystem::LogFoundDrives() {
@@ -55,12 +79,33 @@ void CFileSystem::PublishVolumes() {
 
 std::string CFileSystem::GetRecordVolume(const IRecordManager* manager, std::int64_t desiredGB) {
   if (manager == nullptr || manager->IsStopping() || desiredGB < 1) return {};
+  roomMaker.ForgetOldFailures();
   std::string name =
       ChooseVolume(driveTable.drives, desiredGB,
                    [this, manager](const std::string& drive, const DriveRecord& record) {
                      return GetUsableSpace(*manager, drive, record);
                    });
+  if (name.empty()) name = MakeRoom(*manager, desiredGB);
+  const bool before = recordingState.recordingNotPossible;
   recordingState.Note(!name.empty());
+  if (recordingState.recordingNotPossible != before) ReportStatus(false);
+  return name;
+}
+
+std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t desiredGB) {
+  std::string name =
+      roomMaker.MakeRoom({.manager = manager,
+                          .drives = driveTable.drives,
+                          .volumes = ListRecordableVolumes(),
+                          .desiredGB = desiredGB,
+                          .usableGB = [this, &manager](const std::string& drive) {
+                            return GetUsableSpace(manager, drive, driveTable.drives.at(drive));
+                          }});
+  const std::uint32_t skips = roomMaker.ProtectedSkips();
+  if (!recordingState.recordingNotPossible && (skips != 0 || roomMaker.Failures() != 0)) {
+    LogPrintf(LogTrace, "GRV skipped %u protected files and %u rm failures while making room.",
+              skips, roomMaker.Failures());
+  }
   return name;
 }
 
@@ -89,7 +134,8 @@ bool CFileSystem::GetDiskSpace(const std::string& name, std::uint32_t& totalGB,
 }
 
 bool CFileSystem::RemoveFile(const std::string& path, bool force) {
-  return force && RemoveRecording(path, volumeDepth);
+  if (!force && protection.CheckRemovable(path) != Removable::Yes) return false;
+  return RemoveRecording(path, volumeDepth);
 }
 
 bool CFileSystem::IsVolumeWritable(const std::string& name) const {
@@ -132,15 +178,109 @@ bool CFileSystem::ApplyDiskPrep(const TiXmlElement& storage) {
   return added;
 }
 
+bool CFileSystem::ApplyArchivesXml(const TiXmlElement& archives) {
+  network.ReplaceArchives(archives, platform.clock);
+  const bool changed = FollowNetworkDrives(ReadNetworkDrives(archives));
+  PublishVolumes();
+  return changed;
+}
+
+bool CFileSystem::FollowNetworkDrives(NetworkDrives found) {
+  bool changed = false;
+  for (const auto& [name, number] : network.iscsiDrives) {
+    if (found.contains(name) || driveTable.drives.erase(name) == 0) continue;
+    LogPrintf(LogInfo, "Drive %s (ID %d) disappeared via iSCSI.", name.c_str(), number);
+    changed = true;
+    TiXmlElement storage("Storage");
+    storage.InsertEndChild(DriveNotFound(name, true, NowSeconds()));
+    SendStorageXml(storage);
+  }
+  for (const auto& [name, number] : found) {
+    if (network.iscsiDrives.contains(name) || !AddDrive(name)) continue;
+    LogPrintf(LogInfo, "Drive %s (ID %d) discovered via iSCSI.", name.c_str(), number);
+    changed = true;
+  }
+  network.iscsiDrives = std::move(found);
+  return changed;
+}
+
+void CFileSystem::ApplyArchiveStatus(const TiXmlElement& archives) {
+  network.ApplyStatus(archives);
+  PublishVolumes();
+}
+
 bool CFileSystem::ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven,
                                   TiXmlElement& reply) {
   drivesGiven = false;
   for (const TiXmlElement& storage : Children(parent, "Storage")) {
     if (!HasModuleId(storage, KELVO_MODULE_ID)) continue;
-    drivesGiven = ApplyStorageElement({driveTable, retention, lapse}, storage, NowSeconds(), reply);
+    drivesGiven = ApplyStorageElement(Tables(), storage, NowSeconds(), reply);
+    cleanupRemoves = retention.fsCleanupRemoves;
+    PublishVolumes();
+    ReportStatus(true);
   }
-  PublishVolumes();
   return true;
+}
+
+void CFileSystem::ApplyCasesXml(const TiXmlElement& cases, bool fromFile) {
+  if (!fromFile) settingsFile.SaveElement(cases);
+  bookmarkTable.Replace(ReadCases(cases, bookmarkTable.bookmarks));
+}
+
+void CFileSystem::SaveStorage() {
+  eventSink.SendXmlEvent(settingsFile.Save(Tables()), KELVO_CLASS_BROADCAST);
+}
+
+void CFileSystem::ReportStatus(bool full) {
+  StatusReport::Measures measures;
+  if (full) {
+    measures.space = [this](const std::string& name, std::uint32_t& total, std::uint32_t& free) {
+      return GetDiskSpace(name, total, free);
+    };
+    measures.readWriteTest = [this](const std::string& name) { return readWriteTest.Run(name); };
+    measures.oldest = OldestRemovable();
+    measures.recordingMbps = recordingMbps;
+    LogPrintf(LogInfo, "Recording @ %0.2f Mbps", recordingMbps);
+    measures.wantedAge = retention.contentAge;
+    measures.lastRoomMakingTime = roomMaker.LastTime();
+    measures.roomMakingCount = roomMaker.Count();
+  }
+  const TiXmlElement storage = statusReport.Build(driveTable, recordingState.recordingNotPossible,
+                                                  NowSeconds(), full ? &measures : nullptr);
+  if (statusReport.ContentAgeSettled()) roomMaker.Reset();
+  SendStorageXml(storage);
+}
+
+std::int64_t CFileSystem::OldestRemovable() {
+  const std::int64_t begin = platform.clock.SteadyNs();
+  OldestFileWalker walker(Walks());
+  walker.SetVolumes(ListUsableVolumes());
+  const auto found = walker.NextRemovableFile([this] { return eventSink.IsStopping(); });
+  scanTimes.Note(static_cast<std::uint64_t>(platform.clock.SteadyNs() - begin) / kNsPerMicrosecond);
+  return found ? found->time : -1;
+}
+
+bool CFileSystem::KickSweeper(bool stop) {
+  if (stop) return sweeper.Stop();
+  if (sweeper.Running()) {
+    LogPrintf(LogTrace, "Sweeper - still running...");
+    return true;
+  }
+  sweeper.Start({.volumes = ListUsableVolumes(),
+                 .rules = retention.cameraExpiration,
+                 .bookmarks = bookmarkTable.bookmarks,
+                 .globalDays = retention.expirationDays},
+                volumeDepth);
+  return false;
+}
+
+Sweeper::Owner CFileSystem::SweeperOwner() {
+  return {.sendSizes =
+              [this](const Bookmarks& table) {
+                const TiXmlElement cases = BookmarkSizes(table);
+                if (cases.FirstChild() != nullptr) SendStorageXml(cases);
+              },
+          .cleanupRemoves = [this] { return cleanupRemoves.load(); }};
 }
 
 void CFileSystem::SendStorageXml(const TiXmlElement& element) {
@@ -167,7 +307,15 @@ void CFileSystem::SetCameraExpiration(std::uint32_t context, std::uint32_t provi
                                 days);
 }
 
+std::int32_t CFileSystem::GetCameraExpirationDays(std::uint32_t context, std::uint32_t provider,
+                                                  std::uint32_t device, std::uint32_t input) const {
+  const auto rule =
+      retention.cameraExpiration.find(qv::kelvo::MakeStreamID(context, provider, device, input));
+  return rule == retention.cameraExpiration.end() ? 0 : std::abs(rule->second);
+}
+
 void CFileSystem::ForgetDevice(std::uint32_t provider) {
+  sweeper.Stop();
   retention.ForgetDevice(provider);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -9,29 +10,40 @@
 #include "host/Xml.h"
 #include "media/FileSystemBase.h"
 #include "media/StreamId.h"
+#include "storage/Bookmarks.h"
 #include "storage/DriveTable.h"
 #include "storage/IRecordManager.h"
 #include "storage/LicenceState.h"
 #include "storage/NetworkTargets.h"
+#include "storage/OldestFileWalker.h"
+#include "storage/Protection.h"
+#include "storage/ReadWriteTest.h"
 #include "storage/RecordVolume.h"
 #include "storage/RetentionRules.h"
+#include "storage/RoomMaker.h"
 #include "storage/Schedule.h"
+#include "storage/StatusReport.h"
+#include "storage/StorageFile.h"
+#include "storage/StorageMessages.h"
+#include "storage/Sweeper.h"
 #include "storage/TimeLapseTable.h"
 #include "storage/VolumeSnapshot.h"
 
 namespace qvsvr::kelvo {
 
-// The storage manager: drives, retention settings, time-lapse table, archive targets. A face over
-// the parts in this folder. All operations belong to the record worker (or to Open, before the
-// worker starts), except GetVolumes and GetTargets, which any thread may call at any time: they
-// read an immutable snapshot that the worker replaces after each change.
+// The storage manager: drives, settings, retention, bookmarks, archive targets. A face over the
+// parts in this folder. All operations belong to the record worker (or to Open, before the worker
+// starts), except GetVolumes and GetTargets, which any thread may call at any time: they read an
+// immutable snapshot that the worker replaces after each change.
 class CFileSystem : public qv::kelvo::FileSystemBase {
  public:
   // Borrows both for its life.
   CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system);
   ~CFileSystem() override;
 
-  // Finds the drives. False when there is none. Once, before the worker starts.
+  // Finds the drives and takes the settings from "kelvo.xml" in the current directory, then saves
+  // and broadcasts them. False, with nothing read or written, when there is no drive. Once, before
+  // the worker starts.
   bool LoadStorage();
 
   void GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
@@ -39,14 +51,14 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   void GetTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
                   const qv::kelvo::ArchiveFilter* filter) override;
 
-  // Name of the drive with the most usable space, at least `desiredGB`; empty when there is none,
-  // when `manager` is null or stopping, or `desiredGB` is below 1.
+  // Name of the drive with the most usable space, at least `desiredGB`. Without one the oldest
+  // recordings that nothing protects are deleted until there is. Empty when that doesn't help, when
+  // `manager` is null or stopping, or `desiredGB` is below 1.
   [[nodiscard]] virtual std::string GetRecordVolume(const IRecordManager* manager,
                                                     std::int64_t desiredGB);
 
   // Removes a recording with its companions and the directories that this empties. Returns whether
-  // it is gone; a file that doesn't exist counts as gone. Without `force` nothing is removed: no
-  // recording is known to be free for it.
+  // it is gone; a file that doesn't exist counts as gone. Without `force` a protected one stays.
   virtual bool RemoveFile(const std::string& path, bool force);
 
   // False only for a network drive whose target isn't writable.
@@ -68,13 +80,34 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // Takes the drives of a disk-preparation message (a Storage element). True when one was new.
   bool ApplyDiskPrep(const TiXmlElement& storage);
 
+  // Takes the archive targets and network drives of a configuration (an Archives element). True
+  // when a drive came or went; the host is told of those that went.
+  bool ApplyArchivesXml(const TiXmlElement& archives);
+
+  // Takes the states of targets and network drives of an action (an Archives element).
+  void ApplyArchiveStatus(const TiXmlElement& archives);
+
   // Applies the Storage children of `parent` that carry this module's id. `drivesGiven` tells
   // whether the last of them named a known drive; answers for unknown drives are added to `reply`.
   // Returns true.
   bool ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven, TiXmlElement& reply);
 
-  // Sends a copy of `element`, with this module's id, as an event.
+  // Takes the place of all bookmarks. A live one (not `fromFile`) is stored first.
+  void ApplyCasesXml(const TiXmlElement& cases, bool fromFile);
+
+  // Writes "kelvo.xml" and broadcasts the settings.
+  void SaveStorage();
+
+  // Sends a copy of `element`, with this module's id, as an event. Any thread.
   void SendStorageXml(const TiXmlElement& element);
+
+  // Tells the host how the drives are. A full report measures: it looks for the oldest recording
+  // that may go, asks each drive for its space, and writes and reads a file on each.
+  virtual void ReportStatus(bool full);
+
+  // With `stop` ends the background pass over the trees and waits; returns whether one was running.
+  // Otherwise starts one, and returns true only when the last one is still running.
+  virtual bool KickSweeper(bool stop);
 
   // Copies the time-lapse schedule of an input; false, with `list` as it was, when it has none.
   [[nodiscard]] bool GetTimeLapseSchedule(std::uint32_t context, std::uint32_t provider,
@@ -84,7 +117,12 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // Retention of one input: days to keep (`type` below 2) or to expire after.
   void SetCameraExpiration(std::uint32_t context, std::uint32_t provider, std::uint32_t device,
                            std::uint32_t input, int type, int days);
-  // Brackets the configuration of one provider (the ID of a Devices element).
+  // Absolute days of an input's rule, 0 when it has none.
+  [[nodiscard]] std::int32_t GetCameraExpirationDays(std::uint32_t context, std::uint32_t provider,
+                                                     std::uint32_t device,
+                                                     std::uint32_t input) const;
+  // Brackets the configuration of one provider (the ID of a Devices element). The first ends the
+  // background pass over the trees and waits for it.
   void ForgetDevice(std::uint32_t provider);
   void AddKnownDevice(std::uint32_t provider);
 
@@ -103,7 +141,16 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   [[nodiscard]] std::vector<std::string> ListVolumes(std::uint32_t alarmMask) const;
   // Inserts a drive; one that is in the table stays as it is. Returns whether it is new.
   bool AddDrive(const std::string& name);
+  // Brings the drive table in line; returns whether it changed.
+  bool FollowNetworkDrives(NetworkDrives found);
   void LogFoundDrives();
+  void LoadSettings();
+  [[nodiscard]] StorageTables Tables() { return {driveTable, retention, lapse}; }
+  [[nodiscard]] WalkServices Walks() { return {platform, protection, treeMemory, volumeDepth}; }
+  [[nodiscard]] std::string MakeRoom(const IRecordManager& manager, std::int64_t desiredGB);
+  // Of the recordings that may go, seconds since 1970; -1 when there is none.
+  [[nodiscard]] std::int64_t OldestRemovable();
+  [[nodiscard]] Sweeper::Owner SweeperOwner();
   // To be called after each change of drives or targets.
   void PublishVolumes();
   [[nodiscard]] std::int64_t NowSeconds();
@@ -119,6 +166,18 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // Path parts of a drive's root.
   std::size_t volumeDepth = 0;
   double recordingMbps = 0;
+
+  BookmarkTable bookmarkTable;
+  StorageFile settingsFile;
+  Protection protection;
+  TreeMemory treeMemory;
+  RoomMaker roomMaker;
+  ReadWriteTest readWriteTest;
+  StatusReport statusReport;
+  ScanTimes scanTimes;
+  // As in `retention`, for the sweeper's thread.
+  std::atomic<bool> cleanupRemoves{true};
+  Sweeper sweeper;  // ends before anything that it uses
 };
 
 }  // namespace qvsvr::kelvo

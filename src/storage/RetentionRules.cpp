@@ -29,6 +29,7 @@ void RetentionRules::SetExpiration(int type, std::int32_t days) {
   if (value == expirationDays) return;
   expirationDays = value;
   ++expirationChanges;
+  ++revision;
 }
 
 void RetentionRules::SetContentAge(std::int32_t seconds) {
@@ -45,6 +46,7 @@ void RetentionRules::SetPreserveAudio(bool value) {
 
 void RetentionRules::SetCameraExpiration(qv::kelvo::StreamID input, int type, std::int32_t days) {
   cameraExpiration[input] = type < kExpirationExpire ? days : Negated(days);
+  ++revision;
 }
 
 void RetentionRules::ForgetDevice(std::uint32_t provider) {
@@ -52,6 +54,7 @@ void RetentionRules::ForgetDevice(std::uint32_t provider) {
   knownDevices.erase(id);
   std::erase_if(cameraExpiration,
                 [id](const auto& entry) { return qv::kelvo::ProviderOf(entry.first) == id; });
+  ++revision;
 }
 
 void RetentionRules::AddKnownDevice(std::uint32_t provider) {

@@ -30,6 +30,8 @@ struct RetentionRules {
   std::set<std::uint32_t> knownDevices;
   // Days per input, signed as the global rule.
   std::map<qv::kelvo::StreamID, std::int32_t> cameraExpiration;
+  // Counts what may have changed how long a recording stays.
+  std::uint64_t revision = 0;
 
   // Types other than the three leave the rule as it is.
   void SetExpiration(int type, std::int32_t days);

@@ -35,16 +35,19 @@ void AnswerAbsentDrive(const TiXmlElement& element, const std::string& name,
   if (ReadInt(element, "Enabled", value)) absentDrives[name] = value != 0;
   const auto stored = absentDrives.find(name);
   const bool alarm = stored == absentDrives.end() || stored->second;
-
-  TiXmlElement answer("Drive");
-  answer.SetAttribute("Name", name);
-  answer.SetAttribute("Alarm", alarm ? 1 : 0);
-  answer.SetAttribute("Time", std::to_string(nowSeconds));
-  answer.SetAttribute("Message", "Drive not found");
-  reply.InsertEndChild(answer);
+  reply.InsertEndChild(DriveNotFound(name, alarm, nowSeconds));
 }
 
 }  // namespace
+
+TiXmlElement DriveNotFound(const std::string& name, bool alarm, std::int64_t nowSeconds) {
+  TiXmlElement drive("Drive");
+  drive.SetAttribute("Name", name);
+  drive.SetAttribute("Alarm", alarm ? 1 : 0);
+  drive.SetAttribute("Time", std::to_string(nowSeconds));
+  drive.SetAttribute("Message", "Drive not found");
+  return drive;
+}
 
 bool ApplyStorageElement(const StorageTables& tables, const TiXmlElement& storage,
                          std::int64_t nowSeconds, TiXmlElement& reply) {

@@ -24,6 +24,10 @@ struct StorageTables {
 bool ApplyStorageElement(const StorageTables& tables, const TiXmlElement& storage,
                          std::int64_t nowSeconds, TiXmlElement& reply);
 
+// The Drive element that tells of a drive which isn't in the table.
+[[nodiscard]] TiXmlElement DriveNotFound(const std::string& name, bool alarm,
+                                         std::int64_t nowSeconds);
+
 // Whether the element's ID reads as `moduleId`.
 [[nodiscard]] bool HasModuleId(const TiXmlElement& element, std::uint32_t moduleId);
 

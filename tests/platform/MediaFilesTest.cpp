@@ -110,12 +110,14 @@ TEST_F(MediaFilesTest, GatherWriteIsOneSystemCall) {
   };
   const auto file = Create("a.ps");
   const std::string payload(1 << 20, 'p');
+  if (access("/proc/thread-self/io", R_OK) != 0) GTEST_SKIP() << "this kernel doesn't count calls";
+  // Against a single part, since a sanitizer's own calls count as well.
+  (void)Write(*file, 0, {"warm"});
   const std::uint64_t before = writeCalls();
-  if (before == 0 && writeCalls() == 0 && access("/proc/thread-self/io", R_OK) != 0) {
-    GTEST_SKIP() << "this kernel doesn't count calls";
-  }
+  EXPECT_EQ(Write(*file, 0, {payload}).bytes, payload.size());
+  const std::uint64_t single = writeCalls() - before;
   EXPECT_EQ(Write(*file, 0, {"header", payload, "padding"}).bytes, payload.size() + 13);
-  EXPECT_EQ(writeCalls() - before, 1U);
+  EXPECT_EQ(writeCalls() - before, 2 * single);
 }
 
 TEST_F(MediaFilesTest, ShortWriteIsToldAndNotRetried) {

@@ -129,8 +129,9 @@ std::vector<BadFrame> BadFrames() {
 
 TEST_F(HostileFrames, GoodFramesBeforeAndAfterAreRecorded) {
   const auto camera = Camera();
+  const auto idle = Camera(1, kOnAlarm);  // drops them
   Start();
-  Configure({camera});
+  Configure({camera, idle});
   std::vector<Frame> given;
   const auto giveGroup = [&] {
     const auto group = MakeFrames(VideoProvider(camera), Now(), 40, "IPBP", 300);
@@ -146,7 +147,11 @@ TEST_F(HostileFrames, GoodFramesBeforeAndAfterAreRecorded) {
     auto* buffer = host->NewBuffer(frame.payload);
     const auto length = bad.claimedLength != 0 ? bad.claimedLength
                                                : static_cast<std::uint32_t>(frame.payload.size());
-    EXPECT_TRUE(host->WriteFrame(frame.provider, frame.header, buffer, length, bad.subCode));
+    host->AddReference(buffer);
+    for (const auto& target : {camera, idle}) {
+      EXPECT_TRUE(
+          host->WriteFrame(VideoProvider(target), frame.header, buffer, length, bad.subCode));
+    }
     bundle.clock.Advance(200);
     giveGroup();
     // Time for the next file, for it to start with what is undecided.

@@ -1,6 +1,5 @@
 #include <chrono>
 #include <cstring>
-#include <regex>
 
 #include "tests/plugin/PluginFixture.h"
 
@@ -50,9 +49,10 @@ TEST_F(Lifecycle, OpenAnnouncesTheModuleFirst) {
   const auto events = host->TakeEvents();
   ASSERT_FALSE(events.empty());
   EXPECT_EQ(events[0].eventClass, KELVO_CLASS_BROADCAST);
-  const std::regex wanted(R"(<\?xml \?><qDVR Delta="0"><Modules><Module Name="KELVO" ID="327680" )"
-                          R"(Version="[^"]+" /></Modules></qDVR>)");
-  EXPECT_TRUE(std::regex_match(events[0].xml, wanted)) << events[0].xml;
+  EXPECT_TRUE(Like(events[0].xml,
+                   "<?xml ?><qDVR Delta=\"0\"><Modules><Module Name=\"KELVO\" ID=\"327680\" "
+                   "Version=\"#\" /></Modules></qDVR>"))
+      << events[0].xml;
   EXPECT_TRUE(host->WaitForLog("KELVO - RecordMgr worker - running"));
 }
 
@@ -194,8 +194,11 @@ TEST_F(Lifecycle, LoadWhileLoadedStartsAfresh) {
 
 TEST_F(Lifecycle, StopsPromptlyWithoutTraffic) {
   const auto begin = std::chrono::steady_clock::now();
-  for (int round = 0; round < 100; ++round) {
+  for (int round = 0; round < 200; ++round) {
     Start();
+    // Close meets the worker at ever another point of its way to its first wait.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(round);
+    while (std::chrono::steady_clock::now() < until) continue;
     Stop();
   }
   // A wake-up that got lost would cost a minute.

@@ -76,6 +76,21 @@ void ExpectFrames(const std::vector<const PsFrame*>& found, std::span<const Fram
   }
 }
 
+bool Like(const std::string& text, const std::string& pattern) {
+  std::size_t at = 0;
+  for (const char c : pattern) {
+    if (c != '#') {
+      if (at == text.size() || text[at++] != c) return false;
+      continue;
+    }
+    const auto begin = at;
+    at = std::min(text.find_first_not_of("0123456789,.", at), text.size());
+    while (at > begin && text[at - 1] == ',') --at;  // that is what comes behind the number
+    if (at == begin) return false;
+  }
+  return at == text.size();
+}
+
 PluginTest::PluginTest(const std::string& module) : before(fs::current_path()) {
   tree.MakeDirectory("drives/a");
   fs::current_path(tree.Root());

@@ -51,6 +51,10 @@ std::int64_t TimeOf(const Frame& frame);
 // Checks that a file's frames are the given ones: content, type, flags, time and metadata.
 void ExpectFrames(const std::vector<const PsFrame*>& found, std::span<const Frame> given);
 
+// Whether a text is like a pattern, in which each `#` stands for a number such as 7, 1,234
+// or 1.0.2.
+bool Like(const std::string& text, const std::string& pattern);
+
 // Runs the plug-in in a directory of its own with one drive, drives/a. At the end it must have
 // released every buffer exactly once.
 class PluginTest : public ::testing::Test {

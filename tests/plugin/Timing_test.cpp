@@ -1,5 +1,3 @@
-#include <regex>
-
 #include "tests/plugin/PluginFixture.h"
 
 // The recording decision and the life of files over time, by a clock that the test moves.
@@ -291,12 +289,12 @@ TEST_F(RecordTiming, StatisticsComeAfterAMinuteWithTraffic) {
   const std::string total =
       std::to_string(bytes / 1000) + "," + std::to_string(bytes % 1000 + 1000).substr(1);
   const std::string wanted[] = {
-      R"(MsgQ - InQ:\d+, ExecutedLastMin: \d+, ExecutedTotal:\d+)",
-      R"(Wrk - msgcur:[\d,]+us, msgmin:[\d,]+us, msgmax:[\d,]+us, nmsgcur:[\d,]+us, nmsgmin:[\d,]+us, nmsgmax:[\d,]+us)",
-      R"(eCnt - eav:31, eptz:1, idev:1, ievt:0, iarc:0, istg:0, icas:0)",
-      R"(eCnt - adev:0, aarc:0, astg:0)",
-      R"(Frames Dropped - I: 2 P: 2 B: 2 Audio: 0 Ch: 1 PES: 1)",
-      R"(Frames Written - I: 4 P: 4 B: 8 Audio: 0 Motion: 1 Alarm: 1 PTZ: 0)",
+      "MsgQ - InQ:#, ExecutedLastMin: #, ExecutedTotal:#",
+      "Wrk - msgcur:#us, msgmin:#us, msgmax:#us, nmsgcur:#us, nmsgmin:#us, nmsgmax:#us",
+      "eCnt - eav:31, eptz:1, idev:1, ievt:0, iarc:0, istg:0, icas:0",
+      "eCnt - adev:0, aarc:0, astg:0",
+      "Frames Dropped - I: 2 P: 2 B: 2 Audio: 0 Ch: 1 PES: 1",
+      "Frames Written - I: 4 P: 4 B: 8 Audio: 0 Motion: 1 Alarm: 1 PTZ: 0",
       "Bytes Written - Last: " + total + " Min: " + total + " Max: " + total + " Median: " + total +
           " Average: " + total};
   CountLog("");
@@ -305,8 +303,7 @@ TEST_F(RecordTiming, StatisticsComeAfterAMinuteWithTraffic) {
   ASSERT_LE(at + std::size(wanted), log.size());
   for (const auto& pattern : wanted) {
     EXPECT_EQ(log[at].level, unsigned{KELVO_LOG_TRACE});
-    EXPECT_TRUE(std::regex_match(log[at].text, std::regex(pattern))) << log[at].text << "\nis not\n"
-                                                                     << pattern;
+    EXPECT_TRUE(Like(log[at].text, pattern)) << log[at].text << "\nis not\n" << pattern;
     ++at;
   }
   // A minute without frames leaves the long-term figures alone.

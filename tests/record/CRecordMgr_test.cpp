@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -121,8 +123,8 @@ TEST_F(RecordManager, AppliesWholeDocumentsOnlyAndReleasesEachOnce) {
     Handle(Xml(row.type, row.text, row.messageClass));
     EXPECT_EQ(storage.TimeLapse(), row.applied ? 5 : 0);
     EXPECT_EQ(host.Outstanding(), 0u);
-    EXPECT_EQ(host.Lines().size(), *row.line == '\0' ? 0u : 1u);
-    EXPECT_EQ(host.CountLines(50, row.line), host.Lines().size());
+    EXPECT_EQ(host.CountLines(50, row.line), *row.line == '\0' ? 0u : 1u);
+    EXPECT_EQ(host.CountLines(50, ""), host.CountLines(50, row.line));
   }
   const std::size_t releases = host.Releases();
   for (const std::uint32_t length : {0u, 100u}) {
@@ -134,12 +136,95 @@ TEST_F(RecordManager, AppliesWholeDocumentsOnlyAndReleasesEachOnce) {
   EXPECT_EQ(host.Releases(), releases) << "no buffer, no release";
 }
 
-TEST_F(RecordManager, AnswersADeltaThatNamesAnUnknownDrive) {
-  Handle(Xml(2, R"(<qDVR Delta="1"><Storage ID="327680" TimeLapse="1"/></qDVR>)"));
-  EXPECT_TRUE(host.Events().empty());
+TEST_F(RecordManager, DeltaIsReportedSavedBroadcastAndAnswered) {
   Handle(Xml(2, R"(<qDVR Delta="1"><Storage ID="327680"><Drive Name="/x/"/></Storage></qDVR>)"));
-  ASSERT_EQ(host.Events().size(), 1u);
-  EXPECT_NE(host.Events()[0].text.find("Drive not found"), std::string::npos);
+  const auto events = host.Events();
+  // The first came from the start.
+  const std::vector<std::pair<std::uint32_t, std::string>> expected = {
+      {256, "Thumbnail"}, {4, "SizeGB"}, {256, "Thumbnail"}, {4, "Drive not found"}};
+  ASSERT_EQ(events.size(), expected.size());
+  for (std::size_t i = 0; i < events.size(); ++i) {
+    EXPECT_EQ(events[i].eventClass, expected[i].first) << i;
+    EXPECT_NE(events[i].text.find(expected[i].second), std::string::npos) << events[i].text;
+  }
+}
+
+TEST_F(RecordManager, CasesGoToTheFileFromTheFirstElementOfTheirSender) {
+  const auto stored = [] {
+    std::ifstream file("kelvo.xml");
+    return std::string(std::istreambuf_iterator<char>(file), {});
+  };
+  Handle(Xml(2, R"(<qDVR><Cases ID="1"><Case ID="no"/></Cases><Cases ID="393216"><Case ID="yes"/>
+      </Cases><Cases ID="393216"><Case ID="late"/></Cases></qDVR>)"));
+  EXPECT_NE(stored().find("yes"), std::string::npos);
+  EXPECT_EQ(stored().find("no\""), std::string::npos);
+  EXPECT_EQ(stored().find("late"), std::string::npos);
+  Handle(Xml(2, R"(<qDVR Delta="1"><Storage ID="327680" TimeLapse="5"/></qDVR>)"));
+  EXPECT_NE(stored().find("yes"), std::string::npos);
+  EXPECT_NE(stored().find("TimeLapse=\"5\""), std::string::npos);
+  EXPECT_EQ(host.Events().back().text.find("Cases"), std::string::npos);
+}
+
+TEST_F(RecordManager, ReservesOnRequestAndGivesUp) {
+  const std::string drive = tree.Path("a/");
+  bundle.drives.SetSpace(drive, {100ull << 30, 50ull << 30, 50ull << 30});
+  const auto act = [&](const std::string& attributes, const char* id = "327680") {
+    host.ForgetTraffic();
+    Handle(Xml(0,
+               "<qDVR><Storage ID='" + std::string(id) + "'><Reservation " + attributes +
+                   "/></Storage></qDVR>",
+               KELVO_WRITE_ACTION));
+    return host.Events();
+  };
+  auto events = act("GUID='g' Command='4' ReserveGB='20'");
+  ASSERT_EQ(events.size(), 1u);
+  EXPECT_EQ(events[0].eventClass, 4u);
+  EXPECT_EQ(events[0].text, R"(<?xml ?><qDVR><Storage ID="327680"><Reservation GUID="g")"
+                            R"( ReserveGB="20" OutDir=")" +
+                                drive + R"(" TmpDir=")" + drive +
+                                R"(edgestortmp" /></Storage></qDVR>)");
+  EXPECT_EQ(host.CountLines(25, "Added reservation GUID g for 20 GB"), 1u);
+  EXPECT_EQ(manager->ReservedGB(drive), 20);
+  for (const char* ignored :
+       {"GUID='g' Command='4' ReserveGB='5'", "GUID='h' Command='4' ReserveGB='0'",
+        "GUID='h' Command='4'", "GUID='' Command='4' ReserveGB='5'", "GUID='h' ReserveGB='5'",
+        "GUID='h' Command='7' ReserveGB='5'"}) {
+    EXPECT_TRUE(act(ignored).empty()) << ignored;
+  }
+  EXPECT_TRUE(act("GUID='h' Command='4' ReserveGB='5'", "1").empty());
+  EXPECT_EQ(manager->ReservedGB(drive), 20);
+
+  EXPECT_EQ(act("GUID='i' Command='4' ReserveGB='10'").size(), 1u);
+  EXPECT_EQ(manager->ReservedGB(drive), 30);
+  events = act("GUID='j' Command='4' ReserveGB='21'");
+  ASSERT_FALSE(events.empty());
+  EXPECT_NE(events.back().text.find(R"(<Reservation GUID="j" ReserveGB="0" />)"),
+            std::string::npos);
+  EXPECT_EQ(host.CountLines("Added"), 0u);
+  act("GUID='g' Command='5'");
+  EXPECT_EQ(host.CountLines(25, "Deleted reservation GUID g"), 1u);
+  EXPECT_EQ(manager->ReservedGB(drive), 10);
+  act("GUID='unknown' Command='3'");
+  EXPECT_EQ(host.CountLines(25, "Deleted reservation GUID unknown"), 1u);
+}
+
+TEST_F(RecordManager, SweepsAfterFiveMinutesAndThenHourly) {
+  const auto sweeps = [&] { return host.CountLines("Sweeper - "); };
+  const auto pass = [&](std::int64_t seconds) {
+    bundle.clock.Advance(seconds * 1000);
+    Handle(Xml(0, "<qDVR/>"));
+  };
+  pass(299);
+  EXPECT_EQ(sweeps(), 0u);
+  pass(1);
+  EXPECT_TRUE(host.WaitForLine("fs-cleanup - elapsed"));
+  EXPECT_EQ(host.CountLines(25, "Sweeper - no expiration rules and no bookmarks"), 1u);
+  storage.KickSweeper(true);
+  pass(3599);
+  EXPECT_EQ(sweeps(), 1u);
+  pass(1);
+  storage.KickSweeper(true);
+  EXPECT_EQ(sweeps(), 2u);
 }
 
 TEST_F(RecordManager, RecordsConfiguredChannelsAndReleasesTheRest) {

@@ -24,15 +24,19 @@ TEST_F(FilePlugin, OpensInOrderAndOnlyOnce) {
   bundle.drives.Add(tree.MakeDirectory("a"));
   plugin.Open("4.5.6");
   ASSERT_TRUE(host.WaitForLine("KELVO - RecordMgr worker - running"));
-  ASSERT_EQ(host.Events().size(), 1u);
+  // Announcement, settings and the worker's first report.
+  ASSERT_TRUE(host.WaitForEvents(3));
+  ASSERT_EQ(host.Events().size(), 3u);
   EXPECT_EQ(host.Events()[0].eventClass, 256u);
   EXPECT_EQ(host.Events()[0].text,
             R"(<?xml ?><qDVR Delta="0"><Modules>)"
             R"(<Module Name="KELVO" ID="327680" Version="4.5.6" /></Modules></qDVR>)");
-  ASSERT_EQ(host.Lines().size(), 2u);
+  EXPECT_EQ(host.Events()[1].eventClass, 256u);
+  EXPECT_NE(host.Events()[1].text.find("<Storage ID=\"327680\""), std::string::npos);
+  EXPECT_EQ(host.Events()[2].eventClass, 4u);
   EXPECT_EQ(host.Lines()[0].text.rfind("Drive ", 0), 0u);
   EXPECT_THROW(plugin.Open("4.5.6"), std::logic_error);
-  EXPECT_EQ(host.Events().size(), 1u);
+  EXPECT_EQ(host.Events().size(), 3u);
 
   EXPECT_FALSE(plugin.IsStopping());
   plugin.RecordMgr.RequestStop();

@@ -4,6 +4,15 @@
 
 namespace qv::kelvo {
 
+namespace {
+
+// Files that come and go beside the recordings.
+bool IsHousekeeping(const std::string& path) {
+  return path.ends_with("test.bin") || path.ends_with("kelvo.xml") || path.ends_with(".bak");
+}
+
+}  // namespace
+
 class FaultyFile : public MediaFile {
  public:
   FaultyFile(FaultyFiles& files, std::string name, std::unique_ptr<MediaFile> file)
@@ -108,7 +117,9 @@ bool FaultyFiles::Goes(FileCall call, const std::string& path, FileFault& fault)
   ++calls[static_cast<std::size_t>(call)];
   bool goes = false;
   for (Armed& armed : faults) {
-    if (armed.fault.call != call || !path.ends_with(armed.fault.suffix)) continue;
+    if (armed.fault.call != call ||
+        !(armed.fault.suffix.empty() ? !IsHousekeeping(path) : path.ends_with(armed.fault.suffix)))
+      continue;
     const std::size_t number = ++armed.seen;
     if (goes || number < armed.fault.first || number - armed.fault.first >= armed.fault.times) {
       continue;

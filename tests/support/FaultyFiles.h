@@ -21,7 +21,8 @@ struct FileFault {
   std::size_t times = 1;       // how many calls in a row; kForGood for all that follow
   int error = 0;               // the system's error number; nothing is done to the file
   std::size_t shortBytes = 0;  // with error 0, for ReadAt and WriteAt: only so many bytes are moved
-  std::string suffix;          // counts only files whose path ends so
+  // Counts only files whose path ends so; empty: all but the settings and the drives' test files.
+  std::string suffix;
 
   static constexpr std::size_t kForGood = std::numeric_limits<std::size_t>::max();
 };

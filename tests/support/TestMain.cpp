@@ -1,12 +1,36 @@
 #include <gtest/gtest.h>
 
+#include <boost/filesystem/operations.hpp>
 #include <cstdlib>
 #include <ctime>
+#include <memory>
+
+#include "tests/support/TempTree.h"
+
+namespace {
+
+// Settings lie in the current directory: each test gets an empty one of its own.
+class OwnDirectory : public testing::EmptyTestEventListener {
+  void OnTestStart(const testing::TestInfo&) override {
+    tree = std::make_unique<qv::kelvo::TempTree>();
+    boost::filesystem::current_path(tree->Root());
+  }
+  void OnTestEnd(const testing::TestInfo&) override {
+    boost::filesystem::current_path(before);
+    tree.reset();
+  }
+
+  const boost::filesystem::path before = boost::filesystem::current_path();
+  std::unique_ptr<qv::kelvo::TempTree> tree;
+};
+
+}  // namespace
 
 // Names in the media tree follow local time: every test program runs in a zone with summer time.
 int main(int count, char** arguments) {
   setenv("TZ", "Europe/Berlin", 1);
   tzset();
   testing::InitGoogleTest(&count, arguments);
+  testing::UnitTest::GetInstance()->listeners().Append(new OwnDirectory);
   return RUN_ALL_TESTS();
 }

@@ -178,6 +178,15 @@ bool SimHost::Ioctl(std::uint32_t operation, std::string_view xml) {
   return false;
 }
 
+void SimHost::Read(std::string_view requestXml, std::uint32_t requestId) {
+  KelvoReadBlock block{};
+  block.Length = static_cast<std::uint32_t>(requestXml.size());
+  block.Payload = requestXml.data();
+  block.RequestId = requestId;
+  KelvoReadReply reply{};
+  exports.Read(&block, &reply);
+}
+
 void* SimHost::Symbol(const char* name) const {
   return module->library.has(name) ? &module->library.get<char>(name) : nullptr;
 }

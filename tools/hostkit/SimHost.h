@@ -67,6 +67,8 @@ class SimHost {
   bool WriteXml(std::uint32_t writeClass, std::string_view xml);
   // XML by IOCTL with KELVO_IOCTL_CONFIGURATION or KELVO_IOCTL_SYSTEM.
   bool Ioctl(std::uint32_t operation, std::string_view xml);
+  // A search, on this thread: what it finds comes to onSearch before this returns.
+  void Read(std::string_view requestXml, std::uint32_t requestId);
   // Raw exports, for tests of the blocks themselves.
   struct Exports {
     KelvoExport Load, Open, Read, Write, Seek, IOCTL, Close, Unload;

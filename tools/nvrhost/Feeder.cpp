@@ -102,9 +102,14 @@ void Feeder::Give(Camera& camera, const Playhead::Due& due) {
   }
 
   const bool isAudio = due.frame->type == KELVO_FRAME_AUDIO;
-  const bool accepted = host.WriteFrame(isAudio ? camera.audioProvider : camera.videoProvider,
-                                        header, buffer, static_cast<std::uint32_t>(payload.size()));
-  if (!accepted) ++camera.refused;
+  const std::uint32_t provider = isAudio ? camera.audioProvider : camera.videoProvider;
+  const bool accepted =
+      host.WriteFrame(provider, header, buffer, static_cast<std::uint32_t>(payload.size()));
+  if (!accepted) {
+    ++camera.refused;
+  } else if (camera.keepsLedger) {
+    camera.ledger.push_back(EntryOfGiven(provider, header, payload));
+  }
   ++camera.given[due.frame->type];
   frames.fetch_add(1, std::memory_order_relaxed);
   bytes.fetch_add(payload.size(), std::memory_order_relaxed);

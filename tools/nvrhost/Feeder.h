@@ -14,6 +14,7 @@
 
 #include "hostkit/SimHost.h"
 #include "nvrhost/Clip.h"
+#include "nvrhost/Ledger.h"
 #include "nvrhost/Scenario.h"
 
 namespace nvrhost {
@@ -28,6 +29,8 @@ struct Camera {
 
   std::array<std::uint64_t, 4> given{};  // by frame type
   std::uint64_t refused = 0;             // not accepted by the plug-in
+  bool keepsLedger = false;
+  std::vector<LedgerEntry> ledger;  // of the accepted ones
 };
 
 // Gives the frames of all cameras and the messages of a scenario to the plug-in: in real time with

@@ -3,16 +3,17 @@
 #include <atomic>
 #include <boost/filesystem.hpp>
 #include <chrono>
-#include <csignal>
 #include <cstring>
-#include <set>
 #include <stdexcept>
 
 #include "hostkit/SimHost.h"
 #include "nvrhost/Cameras.h"
 #include "nvrhost/Console.h"
 #include "nvrhost/Feeder.h"
+#include "nvrhost/HostSetup.h"
+#include "nvrhost/Ledger.h"
 #include "nvrhost/Multiplex.h"
+#include "nvrhost/OptionGroup.h"
 #include "nvrhost/Report.h"
 #include "nvrhost/Summary.h"
 
@@ -25,71 +26,9 @@ using Steady = std::chrono::steady_clock;
 constexpr auto kProgressEvery = std::chrono::milliseconds(250);
 constexpr int kDrainSeconds = 120;
 
-volatile std::sig_atomic_t interrupted = 0;
-
 double SecondsSince(Steady::time_point begin) {
   return std::chrono::duration<double>(Steady::now() - begin).count();
 }
-
-// Makes the directory with at least one drive below it, and goes there.
-void EnterDirectory(const std::string& directory) {
-  const fs::path drives = fs::absolute(directory) / "drives";
-  fs::create_directories(drives);
-  bool any = false;
-  for (const auto& entry : fs::directory_iterator(drives)) any = any || fs::is_directory(entry);
-  if (!any) fs::create_directory(drives / "disk1");
-  fs::current_path(drives.parent_path());
-}
-
-// What the plug-in tells, shown and counted.
-class Listener {
- public:
-  Listener(hostkit::SimHost& host, Console& toConsole, const RecordOptions& options)
-      : console(toConsole), shownLevel(LogLevel(options.logLevel)), showEvents(options.events) {
-    host.SetLogLevel(std::min<std::uint32_t>(shownLevel, KELVO_LOG_WARNING));
-    host.onLog = [this](const hostkit::SimHost::LogLine& line) { TakeLog(line); };
-    host.onEvent = [this](const hostkit::SimHost::Event& event) { TakeEvent(event); };
-  }
-
-  std::atomic<std::uint64_t> warnings{0}, errors{0};
-  [[nodiscard]] std::size_t Files() const {
-    const std::lock_guard guard(lock);
-    return files.size();
-  }
-
- private:
-  void TakeLog(const hostkit::SimHost::LogLine& line) {
-    if (line.level >= KELVO_LOG_ERROR) {
-      ++errors;
-    } else if (line.level >= KELVO_LOG_WARNING) {
-      ++warnings;
-    }
-    if (line.level < shownLevel) return;
-    const char* const name = line.level >= KELVO_LOG_CRITICAL  ? "critical"
-                             : line.level >= KELVO_LOG_ERROR   ? "error"
-                             : line.level >= KELVO_LOG_WARNING ? "warning"
-                             : line.level >= KELVO_LOG_INFO    ? "info"
-                                                               : "trace";
-    console.ErrorLine(std::string("kelvo ") + name + ": " + line.text);
-  }
-
-  // An event of an input that begins or ends to be recorded names the file.
-  void TakeEvent(const hostkit::SimHost::Event& event) {
-    if (showEvents) console.ErrorLine("event " + event.xml);
-    const std::string attribute = "Path=\"";
-    const auto begin = event.xml.find(attribute);
-    if (begin == std::string::npos) return;
-    const auto from = begin + attribute.size();
-    const std::lock_guard guard(lock);
-    files.insert(event.xml.substr(from, event.xml.find('"', from) - from));
-  }
-
-  Console& console;
-  const std::uint32_t shownLevel;
-  const bool showEvents;
-  mutable std::mutex lock;
-  std::set<std::string> files;
-};
 
 // Tells when the plug-in has worked through its queue: a message without content is the last in it,
 // and its buffer comes back when its turn has come.
@@ -161,16 +100,6 @@ void ShowProgress(Console& console, const Feeder& feeder, const Listener& listen
   console.Progress(line, elapsed);
 }
 
-std::string FindPlugin(const RecordOptions& options, const std::string& programPath) {
-  const fs::path plugin = options.plugin.empty()
-                              ? fs::canonical(programPath).parent_path() / KELVO_MODULE
-                              : fs::absolute(options.plugin);
-  if (!fs::is_regular_file(plugin)) {
-    throw std::runtime_error("no plug-in at " + plugin.string() + " (--plugin says where it is)");
-  }
-  return plugin.string();
-}
-
 // Gives everything to the plug-in and waits until it has worked through it, or until the user
 // stops.
 void Feed(Feeder& feeder, bool fullSpeed, QueueEnd& queueEnd, Console& console,
@@ -179,7 +108,7 @@ void Feed(Feeder& feeder, bool fullSpeed, QueueEnd& queueEnd, Console& console,
   fullSpeed ? feeder.StartAtFullSpeed() : feeder.StartRealtime();
   while (!feeder.WaitDone(kProgressEvery)) {
     ShowProgress(console, feeder, listener, SecondsSince(begin));
-    if (interrupted != 0) feeder.Stop();
+    if (Interrupted()) feeder.Stop();
   }
   feeder.Join();
   if (!queueEnd.Wait()) {
@@ -198,16 +127,17 @@ int Record(RecordOptions options, const std::string& programPath) {
   if (options.source != "test" && !fs::exists(options.source)) {
     throw std::runtime_error("no file " + options.source + " (--source)");
   }
-  hostkit::SimHost host(FindPlugin(options, programPath));
-  Listener listener(host, console, options);
+  hostkit::SimHost host(FindPlugin(options.plugin, programPath));
+  Listener listener(host, console, LogLevel(options.logLevel), options.events);
   QueueEnd queueEnd(host);
   auto set = MakeCameras(options, console);
-  EnterDirectory(options.directory);
+  if (!options.ledger.empty()) options.ledger = fs::absolute(options.ledger).string();
+  for (auto& camera : set.cameras) camera.keepsLedger = !options.ledger.empty();
+  EnterForRecording(options.directory);
   const std::string drives = (fs::current_path() / "drives").string();
   const WrittenFiles written(drives);
 
-  std::signal(SIGINT, [](int) { interrupted = 1; });
-  std::signal(SIGTERM, [](int) { interrupted = 1; });
+  CatchInterrupts();
   host.Load();
   host.Open();
   Configure(host, options, set);
@@ -232,6 +162,11 @@ int Record(RecordOptions options, const std::string& programPath) {
   totals.warnings = listener.warnings;
   totals.errors = listener.errors;
 
+  if (!options.ledger.empty()) {
+    LedgerWriter ledger(options.ledger);
+    for (const auto& camera : set.cameras) ledger.Add(camera.ledger);
+    ledger.Finish();
+  }
   const auto files = written.Read();
   if (options.report) PrintTree(files, fs::current_path().string());
   return PrintSummary(set.cameras, files, totals) ? 0 : 1;

@@ -1,31 +1,14 @@
 #include "nvrhost/RecordOptions.h"
 
-#include <array>
 #include <chrono>
 #include <cstdio>
-#include <ctime>
-#include <iomanip>
-#include <sstream>
 #include <stdexcept>
 
-#include "kelvo/host_abi.h"
+#include "nvrhost/OptionGroup.h"
+#include "nvrhost/TimeOption.h"
 
 namespace nvrhost {
 namespace {
-
-constexpr std::int64_t kEarliest = 946'684'800;  // 2000, the first year that a file can tell
-constexpr std::int64_t kLatest = 4'294'967'295;  // a frame's seconds have 32 bits
-
-struct Level {
-  const char* name;
-  std::uint32_t value;
-};
-constexpr std::array<Level, 6> kLevels{{{"trace", KELVO_LOG_TRACE},
-                                        {"info", KELVO_LOG_INFO},
-                                        {"warning", KELVO_LOG_WARNING},
-                                        {"error", KELVO_LOG_ERROR},
-                                        {"critical", KELVO_LOG_CRITICAL},
-                                        {"none", KELVO_LOG_CRITICAL + 1}}};
 
 // "A:B" in seconds, fractions allowed.
 Span ParseSpan(const std::string& option, const std::string& text) {
@@ -40,88 +23,9 @@ Span ParseSpan(const std::string& option, const std::string& text) {
   return {static_cast<std::int64_t>(first * 1e6), static_cast<std::int64_t>(second * 1e6)};
 }
 
-// Seconds since 1970 of "YYYY-MM-DD HH:MM:SS" (local, or UTC with a Z behind it) or "@SECONDS".
-std::int64_t ParseTime(const std::string& text) {
-  const std::runtime_error wrong(
-      "--start wants a time like \"2026-03-29 01:55:00\" (with a Z "
-      "behind it for UTC) or @SECONDS, and got \"" +
-      text + "\"");
-  std::int64_t seconds = 0;
-  if (!text.empty() && text.front() == '@') {
-    std::istringstream stream(text.substr(1));
-    if (!(stream >> seconds) || !stream.eof()) throw wrong;
-  } else {
-    std::string plain = text;
-    const bool utc = !plain.empty() && plain.back() == 'Z';
-    if (utc) plain.pop_back();
-    if (plain.size() > 10 && plain[10] == 'T') plain[10] = ' ';
-    std::tm time{};
-    std::istringstream stream(plain);
-    stream >> std::get_time(&time, "%Y-%m-%d %H:%M:%S");
-    if (stream.fail() || stream.peek() != std::istringstream::traits_type::eof()) throw wrong;
-    time.tm_isdst = -1;
-    seconds = utc ? timegm(&time) : mktime(&time);
-  }
-  if (seconds < kEarliest || seconds > kLatest) {
-    throw std::runtime_error("--start must lie between the years 2000 and 2106");
-  }
-  return seconds;
-}
-
-// Breaks a help text, which stands in the right-hand column.
-std::string Wrapped(const std::string& text) {
-  constexpr std::size_t kWidth = 62;
-  std::string result;
-  std::size_t column = 0;
-  std::istringstream words(text);
-  for (std::string word; words >> word;) {
-    const bool breaks = column > 0 && column + 1 + word.size() > kWidth;
-    if (column > 0) result += breaks ? '\n' : ' ';
-    column = breaks ? word.size() : column + (column > 0 ? 1 : 0) + word.size();
-    result += word;
-  }
-  return result;
-}
-
-// Adds options of one help group. Ranges are checked and not shown.
-class OptionGroup {
- public:
-  OptionGroup(CLI::App& toCommand, std::string name) : command(toCommand), group(std::move(name)) {}
-
-  template <typename T>
-  CLI::Option& Add(const char* name, T& value, const char* type, const std::string& help) {
-    return *command.add_option(name, value, Wrapped(help))->type_name(type)->group(group);
-  }
-  // With its default in the help.
-  template <typename T>
-  CLI::Option& AddShown(const char* name, T& value, const char* type, const std::string& help) {
-    return *Add(name, value, type, help).capture_default_str();
-  }
-  template <typename T>
-  void AddNumber(const char* name, T& value, T low, T high, const char* type,
-                 const std::string& help) {
-    CLI::Validator range = CLI::Range(low, high);
-    AddShown(name, value, type, help).check(range.description(""));
-  }
-  void AddChoice(const char* name, std::string& value, std::vector<std::string> choices,
-                 const std::string& help) {
-    CLI::Validator member = CLI::IsMember(std::move(choices));
-    AddShown(name, value, "NAME", help).check(member.description(""));
-  }
-  void AddChoices(const char* name, std::vector<std::string>& value,
-                  std::vector<std::string> choices, const std::string& help) {
-    CLI::Validator member = CLI::IsMember(std::move(choices));
-    AddShown(name, value, "NAMES", help).delimiter(',')->check(member.description(""));
-  }
-
- private:
-  CLI::App& command;
-  const std::string group;
-};
-
 void AddRunOptions(CLI::App& command, RecordOptions& options) {
   OptionGroup run(command, "Run");
-  run.Add("--plugin", options.plugin, "FILE", "the plug-in [beside this program]");
+  AddPluginOption(command, "Run", options.plugin);
   run.AddShown("--dir", options.directory, "DIR",
                "working directory; its drives are the directories in DIR/drives (disk1 is made if "
                "there is none)");
@@ -135,10 +39,9 @@ void AddRunOptions(CLI::App& command, RecordOptions& options) {
   run.Add("--start", options.start, "TIME",
           "capture time of the start: \"YYYY-MM-DD HH:MM:SS\" local, with a Z behind it UTC, or "
           "@SECONDS [now; at speed max so that it ends now]");
-  run.AddChoice("--log", options.logLevel,
-                {"trace", "info", "warning", "error", "critical", "none"},
-                "show the plug-in's log from this level: trace, info, warning, error, critical, "
-                "none");
+  AddLogOption(command, "Run", options.logLevel);
+  run.Add("--ledger", options.ledger, "FILE",
+          "write a line for each frame given, with a hash of its content, for play --verify");
   command.add_flag("--events", options.events, "show the plug-in's XML events")->group("Run");
   command
       .add_flag("--report", options.report,
@@ -197,13 +100,6 @@ void AddRecordOptions(CLI::App& command, RecordOptions& options) {
   AddDecisionOptions(command, options);
 }
 
-std::uint32_t LogLevel(const std::string& name) {
-  for (const auto& level : kLevels) {
-    if (name == level.name) return level.value;
-  }
-  throw std::runtime_error("no log level \"" + name + "\"");
-}
-
 Scenario MakeScenario(RecordOptions& options) {
   int end = 0;
   if (std::sscanf(options.size.c_str(), "%dx%d%n", &options.width, &options.height, &end) != 2 ||
@@ -228,14 +124,14 @@ Scenario MakeScenario(RecordOptions& options) {
   for (const auto& text : options.ptz) scenario.ptz.push_back(ParseSpan("--ptz", text));
 
   if (!options.start.empty()) {
-    scenario.startUs = ParseTime(options.start) * 1'000'000;
+    scenario.startUs = ParseTime("--start", options.start) * 1'000'000;
   } else {
     scenario.startUs = std::chrono::duration_cast<std::chrono::microseconds>(
                            std::chrono::system_clock::now().time_since_epoch())
                            .count();
     if (options.FullSpeed()) scenario.startUs -= scenario.durationUs;
   }
-  if ((scenario.startUs + scenario.durationUs) / 1'000'000 > kLatest) {
+  if ((scenario.startUs + scenario.durationUs) / 1'000'000 > kLatestTime) {
     throw std::runtime_error("the recording would end after the year 2106");
   }
   return scenario;

@@ -42,6 +42,7 @@ struct RecordOptions {
   std::string logLevel = "warning";
   bool events = false;
   bool report = false;
+  std::string ledger;  // file that tells what was given; empty: none
 
   // Out of `size`.
   int width = 0, height = 0;
@@ -50,9 +51,6 @@ struct RecordOptions {
 
 // Adds the options to a subcommand; values are checked while it parses.
 void AddRecordOptions(CLI::App& command, RecordOptions& options);
-
-// Lowest level of a log line to show; throws std::runtime_error for a name that isn't one.
-[[nodiscard]] std::uint32_t LogLevel(const std::string& name);
 
 // The scenario that the options describe. Completes `options` where a value is made of others.
 // Throws std::runtime_error with a message for the user.

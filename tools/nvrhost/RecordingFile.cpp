@@ -84,6 +84,16 @@ void ReadFrames(Bytes bytes, std::size_t count, RecordingFile& file) {
   }
 }
 
+void ReadStreamSetup(Bytes bytes, RecordingFile& file) {
+  for (std::size_t number = 0; number < RecordingFile::kStreams; ++number) {
+    const auto record = bytes.subspan(kHeadSize + number * kRecordSize, kRecordSize);
+    auto& stream = file.streams[number];
+    stream.channel = record[24];
+    stream.flags = record[25];
+    stream.encoder = record[26];
+  }
+}
+
 void ReadIndex(Bytes bytes, RecordingFile& file) {
   if (bytes.size() < kFrames || Little32(bytes, 0) == 0 || Little32(bytes, 4) != kHeadSize ||
       Little32(bytes, 8) != kRecordSize || Little32(bytes, 12) != kRecordSize) {
@@ -96,12 +106,10 @@ void ReadIndex(Bytes bytes, RecordingFile& file) {
   if (frames > room) file.fault = "the index is shorter than its head says";
   ReadFrames(bytes, file.closed ? std::min(frames, room) : room, file);
 
+  ReadStreamSetup(bytes, file);
   for (std::size_t number = 0; number < RecordingFile::kStreams; ++number) {
     const auto record = bytes.subspan(kHeadSize + number * kRecordSize, kRecordSize);
-    auto& stream = file.streams[number];
-    stream.channel = record[24];
-    stream.flags = record[25];
-    stream.encoder = record[26];
+    const auto& stream = file.streams[number];
     if (file.closed && Little32(record, 0) != stream.Total()) {
       file.fault = "stream " + std::to_string(number) + " counts " +
                    std::to_string(Little32(record, 0)) + " frames but has " +
@@ -155,6 +163,16 @@ RecordingFile ReadRecording(const std::string& mediaPath) {
   const auto index = ReadBytes(indexPath, SIZE_MAX);
   file.indexBytes = index.size();
   ReadIndex(index, file);
+  return file;
+}
+
+RecordingFile ReadRecordingHead(const std::string& mediaPath) {
+  RecordingFile file;
+  file.path = mediaPath;
+  file.id = IdOf(fs::path(mediaPath).filename().string().substr(0, 13));
+  ReadStreamMap(ReadBytes(mediaPath, kMapEnd), file);
+  const auto index = ReadBytes(mediaPath + "i", kFrames);
+  if (index.size() == kFrames) ReadStreamSetup(index, file);
   return file;
 }
 

@@ -37,6 +37,8 @@ struct RecordingFile {
 
 // Never throws for what a file holds.
 [[nodiscard]] RecordingFile ReadRecording(const std::string& mediaPath);
+// Only the streams' setup and names: no frames, no times.
+[[nodiscard]] RecordingFile ReadRecordingHead(const std::string& mediaPath);
 
 // The media files below a directory, sorted by path; throws boost::filesystem::filesystem_error.
 [[nodiscard]] std::vector<std::string> FindRecordings(const std::string& directory);

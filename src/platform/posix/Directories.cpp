@@ -1,7 +1,9 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <time.h>
 
+#include <ctime>
 #include <memory>
 
 #include "platform/Pattern.h"
@@ -10,6 +12,9 @@
 namespace qv::kelvo {
 
 namespace {
+
+// File systems stamp changes with clocks as coarse as two seconds.
+constexpr std::time_t kSettledSeconds = 3;
 
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
@@ -51,6 +56,17 @@ class DirectoriesOnPosix : public Directories {
       if (!Describe(dirfd(directory.get()), *found, sizes, entry)) continue;
       if (!visit(entry)) return 0;
     }
+  }
+
+  std::uint64_t ChangeStamp(const std::string& path) override {
+    struct stat status {};
+    timespec now{};
+    if (stat(path.c_str(), &status) != 0 || clock_gettime(CLOCK_REALTIME, &now) != 0) return 0;
+    const timespec& changed = status.st_mtim;
+    const bool settled = now.tv_sec - changed.tv_sec > kSettledSeconds;
+    if (!settled || !S_ISDIR(status.st_mode)) return 0;
+    return static_cast<std::uint64_t>(changed.tv_sec) * 1'000'000'000 +
+           static_cast<std::uint64_t>(changed.tv_nsec);
   }
 };
 

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <exception>
 #include <memory>
+#include <string_view>
 
 #include "host/Log.h"
 #include "kelvo/host_abi.h"
@@ -88,6 +89,14 @@ void WriteBlock(const KelvoWriteBlock& block, KelvoWriteReply& reply) {
                        : 0;
 }
 
+// An empty request, or one without a plug-in, leaves the reply as it was.
+void ReadBlock(const KelvoReadBlock& block, KelvoReadReply& reply) {
+  CFilePlugin* target = plugin.load();
+  if (target == nullptr || block.Payload == nullptr || block.Length == 0) return;
+  const std::string_view text(static_cast<const char*>(block.Payload), block.Length);
+  reply.Result = target->Search(text, block.RequestId);
+}
+
 void Ioctl(const KelvoIoctlBlock& block, KelvoIoctlReply& reply) {
   if (block.Operation != KELVO_IOCTL_CONFIGURATION && block.Operation != KELVO_IOCTL_SYSTEM) {
     reply.Status = kRefused;
@@ -119,8 +128,11 @@ KELVO_EXPORT std::uint32_t Open(void* /*input*/, void* /*output*/) {
   });
 }
 
-KELVO_EXPORT std::uint32_t Read(void* /*request*/, void* /*reply*/) {
-  return 0;
+KELVO_EXPORT std::uint32_t Read(void* request, void* reply) {
+  if (request == nullptr || reply == nullptr) return 0;
+  return Guarded("Read", [&] {
+    ReadBlock(*static_cast<const KelvoReadBlock*>(request), *static_cast<KelvoReadReply*>(reply));
+  });
 }
 
 KELVO_EXPORT std::uint32_t Write(void* request, void* reply) {

@@ -2,6 +2,8 @@
 
 namespace qvsvr::kelvo {
 
-qv::kelvo::Platform& PluginPlatform() { return qv::kelvo::SystemPlatform(); }
+qv::kelvo::Platform& PluginPlatform() {
+  return qv::kelvo::SystemPlatform();
+}
 
 }  // namespace qvsvr::kelvo

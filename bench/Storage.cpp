@@ -1,0 +1,256 @@
+// Making room, reporting and sweeping on a tree of half a million recordings.
+#include <algorithm>
+#include <atomic>
+#include <boost/filesystem.hpp>
+#include <cstdio>
+#include <memory>
+
+#include "bench/Measure.h"
+#include "bench/Scenarios.h"
+#include "bench/StorageTree.h"
+#include "host/Log.h"
+#include "media/RecordPath.h"
+#include "record/CRecordMgr.h"
+
+namespace bench {
+namespace {
+
+using qvsvr::kelvo::CFileSystem;
+using qvsvr::kelvo::CRecordMgr;
+namespace media = qv::kelvo;
+
+// Two drives without room are asked first; then one deletion is enough.
+constexpr int kOneDeletion = 2;
+
+// A host that drops everything.
+class DeafCore : public qvsvr::kelvo::ICoreEventer {
+ public:
+  std::uint32_t SendHostMessage(const KelvoHostRequest&, KelvoHostReply&) override { return 0; }
+  void SendXmlEvent(const std::string&, std::uint32_t) override {}
+  void DecrementReference(void*) override {}
+  std::uint32_t GetCoreTime(std::int64_t&, std::uint16_t&) override { return 0; }
+  bool IsStopping() const override { return false; }
+};
+
+class NobodyManager : public qvsvr::kelvo::IRecordManager {
+ public:
+  std::int64_t ReservedGB(const std::string&) const override { return 0; }
+  bool IsStopping() const override { return false; }
+};
+
+struct Site {
+  SetClock clock;
+  ToldDrives drives;
+  CountedListings listings;
+  media::Platform platform{clock, drives, listings, media::SystemPlatform().mediaFiles,
+                           media::SystemPlatform().durableFiles};
+  DeafCore core;
+  NobodyManager manager;
+  std::unique_ptr<CFileSystem> storage;
+
+  void Open() {
+    boost::filesystem::remove("kelvo.xml");
+    storage = std::make_unique<CFileSystem>(core, platform);
+    storage->LoadStorage();
+  }
+  void Apply(const std::string& text) {
+    qvsvr::kelvo::XmlDocument document;
+    document.ParseText("<qDVR><Storage ID='327680'>" + text + "</Storage></qDVR>");
+    bool given = false;
+    TiXmlElement reply("Storage");
+    storage->ApplyStorageXml(*document.RootElement(), given, reply);
+  }
+};
+
+template <typename Action>
+double Ms(Action action) {
+  const std::int64_t begin = WallNs();
+  action();
+  return static_cast<double>(WallNs() - begin) / 1e6;
+}
+
+// What the listing of all hours costs alone, in CPU milliseconds.
+double ListingCpuMs() {
+  std::vector<std::string> hours;
+  for (const char* drive : {"a/", "b/"}) {
+    for (std::int64_t hour = kTreeNow - kTreeDays * std::int64_t{86400}; hour < kTreeNow;
+         hour += 3600) {
+      std::string path = media::HourDirectory(drive, hour * 1000);
+      if (boost::filesystem::is_directory(path)) hours.push_back(std::move(path));
+    }
+  }
+  std::int64_t files = 0;
+  const std::int64_t begin = ThreadCpuNs();
+  for (const std::string& hour : hours) {
+    (void)media::SystemPlatform().directories.List(hour, "*.ps", media::ListSizes::No,
+                                                   [&](const media::DirectoryEntry&) {
+                                                     ++files;
+                                                     return true;
+                                                   });
+  }
+  return static_cast<double>(ThreadCpuNs() - begin) / 1e6;
+}
+
+void MeasureDeleting(Site& site) {
+  site.Open();
+  site.drives.freeGB = {{"a/", 500}, {"b/", 400}};
+  site.listings.lists = 0;
+  const double choosing = Ms([&] { (void)site.storage->GetRecordVolume(&site.manager, 1); });
+  std::printf("  choosing a volume with room: %.3f ms\n", choosing);
+  Report("directories read to choose a volume with room", static_cast<double>(site.listings.lists),
+         "", Wanted::AtMost, 0);
+
+  site.drives.freeGB.clear();
+  site.drives.fullFor = kOneDeletion;
+  const double first = Ms([&] { (void)site.storage->GetRecordVolume(&site.manager, 1); });
+  Report("first deletion, warm", first, "ms", Wanted::Below, 100);
+
+  std::vector<double> further, listing;
+  for (int i = 0; i < 200; ++i) {
+    site.drives.freeGB.clear();
+    site.drives.fullFor = kOneDeletion;
+    further.push_back(Ms([&] { (void)site.storage->GetRecordVolume(&site.manager, 1); }));
+  }
+  const std::string hour = media::HourDirectory("a/", (kTreeNow - 20 * 86400) * 1000);
+  for (int i = 0; i < 50; ++i) {
+    listing.push_back(Ms([&] {
+      for (const char* drive : {"a/", "b/"}) {
+        (void)site.listings.List(drive + hour.substr(2), "*.ps", media::ListSizes::No,
+                                 [](const media::DirectoryEntry&) { return true; });
+      }
+    }));
+  }
+  std::printf("  a further deletion in a call of its own: %.3f ms; listing an hour: %.3f ms\n",
+              Median(further), Median(listing));
+  site.drives.freeGB.clear();
+  site.drives.fullFor = kOneDeletion + 1000;
+  const double many = Ms([&] { (void)site.storage->GetRecordVolume(&site.manager, 1); }) / 1001;
+  Report("further deletion within a call, against listing its hour", many / Median(listing), "x",
+         Wanted::AtMost, 1);
+}
+
+// Everything is protected: the report and the failing choice, cold and warm.
+void MeasureProtected(Site& site, const std::string& what) {
+  site.drives.freeGB.clear();
+  site.drives.fullFor = 0;
+  const double cold = Ms([&] { (void)site.storage->GetRecordVolume(&site.manager, 1); });
+  std::vector<double> reports, failures, walks;
+  for (int i = 0; i < 5; ++i) {
+    site.clock.Pass(60);
+    reports.push_back(Ms([&] { site.storage->ReportStatus(true); }));
+    walks.push_back(Ms([&] { (void)site.storage->GetRecordVolume(&site.manager, 1); }));
+    failures.push_back(Ms([&] { (void)site.storage->GetRecordVolume(&site.manager, 1); }));
+  }
+  std::printf("  %s: cold %.0f ms, failing at once again %.4f ms\n", what.c_str(), cold,
+              Median(failures));
+  Report("status report, all protected by " + what, *std::ranges::max_element(reports), "ms",
+         Wanted::Below, 100);
+  Report("failing choice of a volume, all protected by " + what, *std::ranges::max_element(walks),
+         "ms", Wanted::Below, 100);
+}
+
+void MeasureWorker(Site& site) {
+  CRecordMgr manager(*site.storage, site.core, site.platform);
+  std::string text = "<qDVR><Devices ID='1245184'>";
+  for (int camera = 0; camera < kTreeCameras; ++camera) {
+    text += "<Device Number='" + std::to_string(camera) +
+            "'><Video><Input Number='0'><Schedule><Entry FirstHour='0' LastHour='167' "
+            "Record='2'/></Schedule></Input></Video><Codec><Encoder Number='0'><Channel "
+            "Number='0' Standard='2' Width='640' Height='480'/></Encoder></Codec></Device>";
+  }
+  text += "</Devices></qDVR>";
+  qvsvr::kelvo::RecordMessage message;
+  message.Type = KELVO_IOCTL_CONFIGURATION;
+  message.Payload = text.data();
+  message.Length = static_cast<std::uint32_t>(text.size());
+  manager.HandleMessage(message);
+
+  std::vector<char> payload(20'000);
+  constexpr int kFrames = 20'000;
+  const double ms = Ms([&] {
+    for (int i = 0; i < kFrames; ++i) {
+      qvsvr::kelvo::RecordMessage frame;
+      frame.Class = 1;
+      frame.Payload = payload.data();
+      frame.Length = static_cast<std::uint32_t>(payload.size());
+      frame.Source = TreeCamera(i % kTreeCameras) + 0x00010000u;  // not the tree's provider
+      frame.Header.FrameType = i / kTreeCameras % 25 == 0 ? KELVO_FRAME_I : KELVO_FRAME_P;
+      frame.Header.Seconds = static_cast<std::uint32_t>(site.clock.NowMs() / 1000);
+      manager.HandleMessage(frame);
+      manager.AfterMessage(0);
+    }
+  });
+  Report("frames while recording isn't possible (64 cameras)", kFrames / ms * 1000, "/s",
+         Wanted::AtLeast, 2000);
+}
+
+void MeasureSweep(Site& site) {
+  site.Open();
+  site.Apply("<Expiration Type='2' Days='100'/><Drive Name='a/'/>");
+  std::vector<double> sweeps, listings;
+  for (int i = 0; i < 3; ++i) {
+    listings.push_back(ListingCpuMs());
+    std::atomic<std::int64_t> cpu{0};
+    qvsvr::kelvo::Sweeper sweeper(site.platform,
+                                  {.sendSizes = [&](const auto&) { cpu = ThreadCpuNs(); },
+                                   .cleanupRemoves = [] { return false; }});
+    sweeper.Start({.volumes = {"a/", "b/"}, .rules = {}, .bookmarks = {}, .globalDays = -100}, 1);
+    while (cpu == 0 && sweeper.Running()) continue;
+    sweeper.Stop();
+    sweeps.push_back(static_cast<double>(cpu) / 1e6);
+  }
+  Report("sweep over young files, against listing them", Median(sweeps) / Median(listings), "x",
+         Wanted::AtMost, 1.5);
+}
+
+}  // namespace
+
+void Storage(const std::string&) {
+  Site site;
+  std::int64_t count = 0;
+  const double planting = Ms([&] { count = PlantTree(kTreeCameras, kTreeDays); });
+  std::printf("  %lld recordings planted in %.0f s\n", static_cast<long long>(count),
+              planting / 1000);
+  MeasureSweep(site);
+  MeasureDeleting(site);
+
+  site.Apply("<Expiration Type='1' Days='100'/>");
+  MeasureProtected(site, "a global rule");
+  MeasureWorker(site);
+  site.Apply("<Expiration Type='0' Days='0'/>");
+  for (unsigned camera = 0; camera < kTreeCameras; ++camera) {
+    site.storage->SetCameraExpiration(0, 0x00120000, camera, 5, 1, 100);
+  }
+  site.storage->AddKnownDevice(0x00120000);
+  MeasureProtected(site, "rules of the inputs");
+}
+
+void StorageMonth(const std::string&) {
+  Site site;
+  PlantTree(kTreeCameras, 2);
+  site.Open();
+  std::int64_t refused = 0, planted = 0;
+  double worst = 0;
+  for (std::int64_t step = 0; step < 30 * 86400 / kFileSeconds; ++step) {
+    for (int camera = 0; camera < kTreeCameras; ++camera) {
+      site.drives.freeGB.clear();
+      site.drives.fullFor = kOneDeletion;
+      std::string volume;
+      worst =
+          std::max(worst, Ms([&] { volume = site.storage->GetRecordVolume(&site.manager, 1); }));
+      if (volume.empty()) {
+        ++refused;
+      } else {
+        PlantOne(volume, site.clock.NowMs() / 1000, TreeCamera(camera));
+        ++planted;
+      }
+    }
+    site.clock.Pass(kFileSeconds);
+  }
+  std::printf("  %lld files recorded into full drives, the longest wait %.1f ms\n",
+              static_cast<long long>(planted), worst);
+  Report("recordings refused in a month on full drives", static_cast<double>(refused), "",
+         Wanted::AtMost, 0);
+}
+
+}  // namespace bench

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <utility>
+
+#include "aws/core/http/HttpResponse.h"
+#include "aws/core/utils/memory/stl/AWSString.h"
+
+namespace Aws::Client {
+
+// Why a request failed: the service's own name and message, or empty and the transport's message.
+template <typename T>
+class AWSError {
+ public:
+  AWSError() = default;
+  AWSError(T errorType, String exceptionName, String text, bool retryable)
+      : type(errorType),
+        name(std::move(exceptionName)),
+        message(std::move(text)),
+        shouldRetry(retryable) {}
+
+  [[nodiscard]] T GetErrorType() const { return type; }
+  [[nodiscard]] const String& GetExceptionName() const { return name; }
+  [[nodiscard]] const String& GetMessage() const { return message; }
+  [[nodiscard]] bool ShouldRetry() const { return shouldRetry; }
+  [[nodiscard]] Http::HttpResponseCode GetResponseCode() const { return code; }
+  void SetResponseCode(Http::HttpResponseCode value) { code = value; }
+
+ private:
+  T type{};
+  String name;
+  String message;
+  bool shouldRetry = false;
+  Http::HttpResponseCode code = Http::HttpResponseCode::REQUEST_NOT_MADE;
+};
+
+}  // namespace Aws::Client

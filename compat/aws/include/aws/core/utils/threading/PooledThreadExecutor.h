@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "aws/core/utils/threading/Executor.h"
+
+namespace Aws::Utils::Threading {
+
+enum class OverflowPolicy { QUEUE_TASKS_EVENLY_ACROSS_THREADS, REJECT_IMMEDIATELY };
+
+// A fixed number of threads. The destructor waits for the running tasks and drops the queued ones.
+class PooledThreadExecutor : public Executor {
+ public:
+  explicit PooledThreadExecutor(
+      std::size_t poolSize,
+      OverflowPolicy policy = OverflowPolicy::QUEUE_TASKS_EVENLY_ACROSS_THREADS);
+  ~PooledThreadExecutor() override;
+  PooledThreadExecutor(const PooledThreadExecutor&) = delete;
+  PooledThreadExecutor& operator=(const PooledThreadExecutor&) = delete;
+
+ protected:
+  bool SubmitToThread(std::function<void()>&& task) override;
+
+ private:
+  struct Pool;
+  std::shared_ptr<Pool> pool;
+};
+
+}  // namespace Aws::Utils::Threading

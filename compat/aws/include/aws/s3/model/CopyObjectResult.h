@@ -1,0 +1,7 @@
+#pragma once
+
+namespace Aws::S3::Model {
+
+class CopyObjectResult {};
+
+}  // namespace Aws::S3::Model

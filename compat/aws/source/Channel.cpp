@@ -1,0 +1,351 @@
+#include "Channel.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+#include "Text.h"
+
+namespace Aws::Compat {
+
+using S3::S3Error;
+using S3::S3Errors;
+
+namespace {
+
+constexpr std::size_t kMaxHeaders = 64u << 10;
+constexpr int kDefaultAttempts = 11;
+constexpr int kStandardAttempts = 3;
+constexpr std::chrono::milliseconds kSlice(25);  // cancelling is noticed so soon between attempts
+constexpr char kWriteFailed[] = "Failed to flush response stream (eof: 0, bad: 0)";
+
+int Attempts(bool standard) {
+  if (!standard) return kDefaultAttempts;
+  const int given = std::atoi(Environment("AWS_MAX_ATTEMPTS").c_str());
+  return given > 0 ? given : kStandardAttempts;
+}
+
+// 0, 50, 100, 200 ... milliseconds.
+std::chrono::milliseconds RetryDelay(int failures) {
+  return std::chrono::milliseconds(failures == 1 ? 0 : 25L << (failures - 1));
+}
+
+// State of one attempt, for the library's callbacks.
+struct Exchange {
+  const Request& request;
+  CURL* handle;
+  Response response;
+  std::ostream* sink = nullptr;
+  std::size_t sent = 0;
+  std::uint64_t received = 0;
+  std::size_t headerBytes = 0;
+  bool cancelled = false;
+  bool writeFailed = false;
+
+  [[nodiscard]] long Status() const {
+    long status = 0;
+    curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+    return status;
+  }
+  bool CheckCancelled() {
+    cancelled = cancelled || (request.isCancelled && request.isCancelled());
+    return cancelled;
+  }
+};
+
+// Takes a piece of the answer's body; false to end the exchange.
+bool TakeBody(Exchange& exchange, const char* data, std::size_t size) {
+  if (exchange.CheckCancelled()) return false;
+  const Request& request = exchange.request;
+  const bool good = exchange.Status() / 100 == 2;
+  exchange.received += size;
+  if (exchange.received > (good ? request.maxBody : kMaxReply)) return false;
+  if (!good || !request.openSink) {
+    exchange.response.body.append(data, size);
+  } else {
+    if (exchange.sink == nullptr) exchange.sink = request.openSink();
+    exchange.writeFailed =
+        exchange.sink == nullptr || !exchange.sink->write(data, static_cast<std::streamsize>(size));
+    if (exchange.writeFailed) return false;
+  }
+  if (good && request.onBytes) request.onBytes(size);
+  return true;
+}
+
+// No exception passes through the library.
+std::size_t OnBody(char* data, std::size_t, std::size_t size, void* user) try {
+  return TakeBody(*static_cast<Exchange*>(user), data, size) ? size : 0;
+} catch (...) {
+  return 0;
+}
+
+std::size_t OnSend(char* target, std::size_t unit, std::size_t count, void* user) try {
+  Exchange& exchange = *static_cast<Exchange*>(user);
+  if (exchange.CheckCancelled()) return CURL_READFUNC_ABORT;
+  const std::string_view body = exchange.request.body;
+  const std::size_t size = std::min(unit * count, body.size() - exchange.sent);
+  if (size == 0) return 0;
+  std::memcpy(target, body.data() + exchange.sent, size);
+  exchange.sent += size;
+  if (exchange.request.onBytes) exchange.request.onBytes(size);
+  return size;
+} catch (...) {
+  return CURL_READFUNC_ABORT;
+}
+
+int OnSeek(void* user, curl_off_t offset, int origin) {
+  Exchange& exchange = *static_cast<Exchange*>(user);
+  if (origin != SEEK_SET || offset < 0 ||
+      static_cast<std::uint64_t>(offset) > exchange.request.body.size()) {
+    return CURL_SEEKFUNC_CANTSEEK;
+  }
+  exchange.sent = static_cast<std::size_t>(offset);
+  return CURL_SEEKFUNC_OK;
+}
+
+std::size_t OnHeader(char* data, std::size_t, std::size_t size, void* user) try {
+  Exchange& exchange = *static_cast<Exchange*>(user);
+  const std::string_view line(data, size);
+  exchange.headerBytes += size;
+  if (exchange.headerBytes > kMaxHeaders) return 0;
+  if (line.starts_with("HTTP/")) exchange.response.headers.clear();  // after a preliminary answer
+  const std::size_t colon = line.find(':');
+  if (colon == std::string_view::npos) return size;
+  std::string name(line.substr(0, colon));
+  for (char& letter : name) {
+    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  }
+  std::string_view value = line.substr(colon + 1);
+  const std::size_t first = value.find_first_not_of(" \t\r\n");
+  value.remove_prefix(first == std::string_view::npos ? value.size() : first);
+  value = value.substr(0, value.find_last_not_of(" \t\r\n") + 1);
+  exchange.response.headers[name] = value;
+  return size;
+} catch (...) {
+  return 0;
+}
+
+int OnProgress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
+  return static_cast<Exchange*>(user)->CheckCancelled() ? 1 : 0;
+}
+
+S3Errors TypeOf(const std::string& name, long status) {
+  struct Named {
+    const char* name;
+    S3Errors type;
+  };
+  constexpr Named kNamed[] = {{"NoSuchBucket", S3Errors::NO_SUCH_BUCKET},
+                              {"NoSuchKey", S3Errors::NO_SUCH_KEY},
+                              {"AccessDenied", S3Errors::ACCESS_DENIED},
+                              {"InvalidAccessKeyId", S3Errors::INVALID_ACCESS_KEY_ID},
+                              {"SignatureDoesNotMatch", S3Errors::SIGNATURE_DOES_NOT_MATCH},
+                              {"RequestTimeTooSkewed", S3Errors::REQUEST_TIME_TOO_SKEWED},
+                              {"SlowDown", S3Errors::SLOW_DOWN},
+                              {"InternalError", S3Errors::INTERNAL_FAILURE},
+                              {"ServiceUnavailable", S3Errors::SERVICE_UNAVAILABLE}};
+  for (const Named& error : kNamed) {
+    if (name == error.name) return error.type;
+  }
+  if (status == 403) return S3Errors::ACCESS_DENIED;
+  if (status == 404) return S3Errors::RESOURCE_NOT_FOUND;
+  return S3Errors::UNKNOWN;
+}
+
+S3Error ErrorOf(const XmlElement& reply, long status) {
+  const std::string name = reply.ChildText("Code");
+  const bool retry = status >= 500 || status == 429 || name == "SlowDown";
+  S3Error error(TypeOf(name, status), name, reply.ChildText("Message"), retry);
+  error.SetResponseCode(static_cast<Http::HttpResponseCode>(status));
+  return error;
+}
+
+S3Error ServiceError(const std::string& body, long status) {
+  XmlElement reply;
+  if (!body.empty() && ParseXml(body, reply)) return ErrorOf(reply, status);
+  const bool retry = status >= 500 || status == 429;
+  S3Error error(TypeOf("", status), "",
+                body.empty() ? "No response body." : "The response body is no XML document.",
+                retry);
+  error.SetResponseCode(static_cast<Http::HttpResponseCode>(status));
+  return error;
+}
+
+S3Error TransportError(CURLcode code, const Exchange& exchange) {
+  if (exchange.cancelled) return CancelledError();
+  if (exchange.writeFailed) return {S3Errors::INTERNAL_FAILURE, "", kWriteFailed, false};
+  return {S3Errors::NETWORK_CONNECTION, "",
+          "curlCode: " + std::to_string(code) + ", " + curl_easy_strerror(code),
+          code != CURLE_WRITE_ERROR};  // more than a reply may hold
+}
+
+void SetMethod(CURL* handle, Exchange& exchange) {
+  const Request& request = exchange.request;
+  const auto size = static_cast<curl_off_t>(request.body.size());
+  if (std::strcmp(request.method, "HEAD") == 0) {
+    curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
+  } else if (std::strcmp(request.method, "PUT") == 0) {
+    curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
+    curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, size);
+    curl_easy_setopt(handle, CURLOPT_READFUNCTION, OnSend);
+    curl_easy_setopt(handle, CURLOPT_READDATA, &exchange);
+    curl_easy_setopt(handle, CURLOPT_SEEKFUNCTION, OnSeek);
+    curl_easy_setopt(handle, CURLOPT_SEEKDATA, &exchange);
+    curl_easy_setopt(handle, CURLOPT_EXPECT_100_TIMEOUT_MS, 300L);
+  } else if (std::strcmp(request.method, "POST") == 0) {
+    curl_easy_setopt(handle, CURLOPT_POST, 1L);
+    curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request.body.empty() ? "" : request.body.data());
+    curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, size);
+  }
+}
+
+void SetCallbacks(CURL* handle, Exchange& exchange) {
+  curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, OnBody);
+  curl_easy_setopt(handle, CURLOPT_WRITEDATA, &exchange);
+  curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, OnHeader);
+  curl_easy_setopt(handle, CURLOPT_HEADERDATA, &exchange);
+  curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, OnProgress);
+  curl_easy_setopt(handle, CURLOPT_XFERINFODATA, &exchange);
+  curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+}
+
+void SetTransport(CURL* handle, const Client::ClientConfiguration& config) {
+  curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
+  curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  curl_easy_setopt(handle, CURLOPT_PROXY, "");  // proxies are a matter of the configuration only
+  curl_easy_setopt(handle, CURLOPT_PATH_AS_IS, 1L);
+  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYPEER, config.verifySSL ? 1L : 0L);
+  curl_easy_setopt(handle, CURLOPT_SSL_VERIFYHOST, config.verifySSL ? 2L : 0L);
+  curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, config.connectTimeoutMs);
+  curl_easy_setopt(handle, CURLOPT_LOW_SPEED_LIMIT, 1L);
+  curl_easy_setopt(handle, CURLOPT_LOW_SPEED_TIME, std::max(1L, config.requestTimeoutMs / 1000));
+}
+
+struct FreeList {
+  void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+};
+using HeaderList = std::unique_ptr<curl_slist, FreeList>;
+
+HeaderList Headers(const std::vector<std::string>& lines) {
+  // The body's hash is left out of the signature, and the service wants to be told so.
+  HeaderList list(curl_slist_append(nullptr, "x-amz-content-sha256: UNSIGNED-PAYLOAD"));
+  for (const std::string& line : lines) {
+    curl_slist* longer = curl_slist_append(list.get(), line.c_str());
+    if (longer == nullptr) throw std::bad_alloc();
+    list.release();
+    list.reset(longer);
+  }
+  return list;
+}
+
+std::string QueryText(const Request& request) {
+  std::string text;
+  for (const auto& [name, value] : request.query) {
+    text += (text.empty() ? "?" : "&") + name + "=" + PercentEncode(value, false);
+  }
+  return text;
+}
+
+}  // namespace
+
+S3Error CancelledError() {
+  return {S3Errors::USER_CANCELLED, "", "Request cancelled by user's continuation handler", false};
+}
+
+Channel::Channel(Auth::AWSCredentials keys, const Client::ClientConfiguration& configuration,
+                 bool useVirtualAddressing)
+    : credentials(std::move(keys)),
+      config(configuration),
+      endpoint(configuration, useVirtualAddressing),
+      maxAttempts(Attempts(Environment("AWS_RETRY_MODE") == "standard")) {}
+
+Channel::~Channel() {
+  for (CURL* handle : idle) curl_easy_cleanup(handle);
+}
+
+CURL* Channel::TakeHandle() {
+  {
+    const std::lock_guard guard(lock);
+    if (!idle.empty()) {
+      CURL* handle = idle.back();
+      idle.pop_back();
+      return handle;
+    }
+  }
+  CURL* handle = curl_easy_init();
+  if (handle == nullptr) throw std::bad_alloc();
+  return handle;
+}
+
+void Channel::ReturnHandle(CURL* handle) {
+  curl_easy_reset(handle);  // keeps its connections
+  const std::lock_guard guard(lock);
+  if (idle.size() < config.maxConnections) {
+    idle.push_back(handle);
+  } else {
+    curl_easy_cleanup(handle);
+  }
+}
+
+S3Result<Response> Channel::Attempt(const Request& request) {
+  if (request.onAttempt) request.onAttempt();
+  const auto giveBack = [this](CURL* handle) { ReturnHandle(handle); };
+  const std::unique_ptr<CURL, decltype(giveBack)> owner(TakeHandle(), giveBack);
+  CURL* handle = owner.get();
+  Exchange exchange{request, handle, {}};
+  const std::string url = endpoint.Url(request.bucket, request.key) + QueryText(request);
+  const HeaderList headers = Headers(request.headers);
+  SetTransport(handle, config);
+  SetMethod(handle, exchange);
+  SetCallbacks(handle, exchange);
+  curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
+  if (!request.range.empty()) curl_easy_setopt(handle, CURLOPT_RANGE, request.range.c_str());
+  curl_easy_setopt(handle, CURLOPT_AWS_SIGV4, ("aws:amz:" + config.region + ":s3").c_str());
+  curl_easy_setopt(handle, CURLOPT_USERNAME, credentials.GetAWSAccessKeyId().c_str());
+  curl_easy_setopt(handle, CURLOPT_PASSWORD, credentials.GetAWSSecretKey().c_str());
+  const CURLcode code = curl_easy_perform(handle);
+  if (code != CURLE_OK) return TransportError(code, exchange);
+  const long status = exchange.Status();
+  if (status / 100 != 2) return ServiceError(exchange.response.body, status);
+  if (exchange.sink != nullptr && !exchange.sink->flush()) {
+    exchange.writeFailed = true;
+    return TransportError(code, exchange);
+  }
+  curl_off_t length = 0;
+  curl_easy_getinfo(handle, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+  exchange.response.contentLength = length < 0 ? 0 : static_cast<std::uint64_t>(length);
+  return std::move(exchange.response);
+}
+
+S3Result<Response> Channel::Send(const Request& request) {
+  for (int failures = 0;;) {
+    S3Result<Response> outcome = Attempt(request);
+    if (outcome.IsSuccess() || !outcome.GetError().ShouldRetry()) return outcome;
+    if (++failures >= maxAttempts) return outcome;
+    const auto end = std::chrono::steady_clock::now() + RetryDelay(failures);
+    while (std::chrono::steady_clock::now() < end) {
+      if (request.isCancelled && request.isCancelled()) return CancelledError();
+      std::this_thread::sleep_for(kSlice);
+    }
+  }
+}
+
+S3Result<XmlElement> Channel::SendForXml(const Request& request, std::string_view rootName) {
+  S3Result<Response> outcome = Send(request);
+  if (!outcome.IsSuccess()) return outcome.GetError();
+  XmlElement root;
+  if (!ParseXml(outcome.GetResult().body, root)) {
+    return S3Error(S3Errors::UNKNOWN, "Xml Parse Error", "The reply is no XML document.", false);
+  }
+  if (root.name == "Error") return ErrorOf(root, 200);  // a failure found after the headers left
+  if (root.name != rootName) {
+    return S3Error(S3Errors::UNKNOWN, "Xml Parse Error", "Unexpected reply " + root.name, false);
+  }
+  return root;
+}
+
+}  // namespace Aws::Compat

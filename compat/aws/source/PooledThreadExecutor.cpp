@@ -1,0 +1,75 @@
+#include "aws/core/utils/threading/PooledThreadExecutor.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace Aws::Utils::Threading {
+
+struct PooledThreadExecutor::Pool {
+  std::mutex lock;
+  std::condition_variable changed;
+  std::deque<std::function<void()>> tasks;
+  bool stopping = false;
+  bool rejectWhenBusy = false;
+  std::size_t free = 0;  // threads without a task
+  std::vector<std::thread> threads;
+
+  void Run() {
+    std::unique_lock guard(lock);
+    for (;;) {
+      ++free;
+      changed.wait(guard, [this] { return stopping || !tasks.empty(); });
+      --free;
+      if (stopping) return;
+      std::function<void()> task = std::move(tasks.front());
+      tasks.pop_front();
+      guard.unlock();
+      task();
+      task = nullptr;
+      guard.lock();
+    }
+  }
+};
+
+PooledThreadExecutor::PooledThreadExecutor(std::size_t poolSize, OverflowPolicy policy)
+    : pool(std::make_shared<Pool>()) {
+  pool->rejectWhenBusy = policy == OverflowPolicy::REJECT_IMMEDIATELY;
+  const std::lock_guard guard(pool->lock);
+  for (std::size_t i = 0; i < poolSize; ++i) {
+    pool->threads.emplace_back([keep = pool] { keep->Run(); });
+  }
+}
+
+PooledThreadExecutor::~PooledThreadExecutor() {
+  std::deque<std::function<void()>> dropped;
+  std::vector<std::thread> threads;
+  {
+    const std::lock_guard guard(pool->lock);
+    pool->stopping = true;
+    dropped.swap(pool->tasks);
+    threads.swap(pool->threads);
+  }
+  pool->changed.notify_all();
+  for (std::thread& thread : threads) {
+    if (thread.get_id() == std::this_thread::get_id()) {
+      thread.detach();  // a task took the last reference with it
+    } else {
+      thread.join();
+    }
+  }
+}
+
+bool PooledThreadExecutor::SubmitToThread(std::function<void()>&& task) {
+  {
+    const std::lock_guard guard(pool->lock);
+    if (pool->stopping || (pool->rejectWhenBusy && pool->free <= pool->tasks.size())) return false;
+    pool->tasks.push_back(std::move(task));
+  }
+  pool->changed.notify_one();
+  return true;
+}
+
+}  // namespace Aws::Utils::Threading

@@ -1,0 +1,176 @@
+#include "aws/s3/S3Client.h"
+
+#include <cstdint>
+#include <cstdlib>
+#include <sstream>
+
+#include "Channel.h"
+#include "Text.h"
+
+namespace Aws::S3 {
+
+using Compat::EscapeXml;
+using Compat::PercentEncode;
+using Compat::Request;
+using Compat::Response;
+using Compat::S3Result;
+using Compat::XmlElement;
+
+namespace {
+
+Model::Object ObjectOf(const XmlElement& element) {
+  Model::Object object;
+  object.SetKey(element.ChildText("Key"));
+  object.SetSize(std::strtoll(element.ChildText("Size").c_str(), nullptr, 10));
+  object.SetLastModified(Utils::DateTime(element.ChildText("LastModified")));
+  return object;
+}
+
+const char* RegionName(Model::BucketLocationConstraint constraint) {
+  // In the order of the enumeration.
+  constexpr const char* kNames[] = {"",
+                                    "ap-northeast-1",
+                                    "ap-northeast-2",
+                                    "ap-south-1",
+                                    "ap-southeast-1",
+                                    "ap-southeast-2",
+                                    "ca-central-1",
+                                    "cn-north-1",
+                                    "cn-northwest-1",
+                                    "eu-central-1",
+                                    "eu-west-1",
+                                    "eu-west-2",
+                                    "eu-west-3",
+                                    "sa-east-1",
+                                    "us-east-1",
+                                    "us-east-2",
+                                    "us-gov-west-1",
+                                    "us-west-1",
+                                    "us-west-2"};
+  return kNames[static_cast<int>(constraint)];
+}
+
+std::string DeleteDocument(const Model::Delete& list) {
+  std::string text = "<Delete xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\">";
+  for (const Model::ObjectIdentifier& object : list.GetObjects()) {
+    text += "<Object><Key>" + EscapeXml(object.GetKey()) + "</Key></Object>";
+  }
+  return text + "</Delete>";
+}
+
+}  // namespace
+
+S3Client::S3Client(const Auth::AWSCredentials& credentials,
+                   const Client::ClientConfiguration& configuration,
+                   Client::AWSAuthV4Signer::PayloadSigningPolicy, bool useVirtualAddressing)
+    : channel(std::make_shared<Compat::Channel>(credentials, configuration, useVirtualAddressing)) {
+}
+
+S3Client::~S3Client() = default;
+
+Model::ListObjectsOutcome S3Client::ListObjects(const Model::ListObjectsRequest& request) const {
+  Request send;
+  send.bucket = request.GetBucket();
+  if (request.DelimiterHasBeenSet()) send.query.emplace_back("delimiter", request.GetDelimiter());
+  if (request.PrefixHasBeenSet()) send.query.emplace_back("prefix", request.GetPrefix());
+  const S3Result<XmlElement> reply = channel->SendForXml(send, "ListBucketResult");
+  if (!reply.IsSuccess()) return reply.GetError();
+  Model::ListObjectsResult result;
+  for (const XmlElement& child : reply.GetResult().children) {
+    if (child.name == "Contents") {
+      result.AddContents(ObjectOf(child));
+    } else if (child.name == "CommonPrefixes") {
+      Model::CommonPrefix prefix;
+      prefix.SetPrefix(child.ChildText("Prefix"));
+      result.AddCommonPrefixes(prefix);
+    } else if (child.name == "IsTruncated") {
+      result.SetIsTruncated(child.text == "true");
+    }
+  }
+  return result;
+}
+
+Model::ListBucketsOutcome S3Client::ListBuckets() const {
+  const S3Result<XmlElement> reply = channel->SendForXml({}, "ListAllMyBucketsResult");
+  if (!reply.IsSuccess()) return reply.GetError();
+  Model::ListBucketsResult result;
+  for (const XmlElement& list : reply.GetResult().children) {
+    if (list.name != "Buckets") continue;
+    for (const XmlElement& child : list.children) {
+      Model::Bucket bucket;
+      bucket.SetName(child.ChildText("Name"));
+      result.AddBuckets(bucket);
+    }
+  }
+  return result;
+}
+
+Model::GetObjectOutcome S3Client::GetObject(const Model::GetObjectRequest& request) const {
+  std::shared_ptr<std::stringstream> body;
+  Request send;
+  send.bucket = request.GetBucket();
+  send.key = request.GetKey();
+  send.onAttempt = [&body] { body = std::make_shared<std::stringstream>(); };
+  send.openSink = [&body] { return body.get(); };
+  send.maxBody = UINT64_MAX;
+  const S3Result<Response> outcome = channel->Send(send);
+  if (!outcome.IsSuccess()) return outcome.GetError();
+  Model::GetObjectResult result;
+  result.ReplaceBody(body);
+  return result;
+}
+
+Model::CopyObjectOutcome S3Client::CopyObject(const Model::CopyObjectRequest& request) const {
+  Request send;
+  send.method = "PUT";
+  send.bucket = request.GetBucket();
+  send.key = request.GetKey();
+  send.headers = {"x-amz-copy-source: " + PercentEncode(request.GetCopySource(), true)};
+  const S3Result<XmlElement> reply = channel->SendForXml(send, "CopyObjectResult");
+  if (!reply.IsSuccess()) return reply.GetError();
+  return Model::CopyObjectResult();
+}
+
+Model::DeleteObjectsOutcome S3Client::DeleteObjects(
+    const Model::DeleteObjectsRequest& request) const {
+  const std::string document = DeleteDocument(request.GetDelete());
+  Request send;
+  send.method = "POST";
+  send.bucket = request.GetBucket();
+  send.query = {{"delete", ""}};
+  send.headers = {"Content-Type: application/xml", "Content-MD5: " + Compat::Md5Base64(document)};
+  send.body = document;
+  const S3Result<XmlElement> reply = channel->SendForXml(send, "DeleteResult");
+  if (!reply.IsSuccess()) return reply.GetError();
+  Model::DeleteObjectsResult result;
+  for (const XmlElement& child : reply.GetResult().children) {
+    if (child.name != "Error") continue;
+    Model::Error error;
+    error.SetKey(child.ChildText("Key"));
+    error.SetCode(child.ChildText("Code"));
+    error.SetMessage(child.ChildText("Message"));
+    result.AddErrors(error);
+  }
+  return result;
+}
+
+Model::CreateBucketOutcome S3Client::CreateBucket(const Model::CreateBucketRequest& request) const {
+  const std::string region =
+      RegionName(request.GetCreateBucketConfiguration().GetLocationConstraint());
+  const std::string document =
+      "<CreateBucketConfiguration xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\">"
+      "<LocationConstraint>" +
+      region + "</LocationConstraint></CreateBucketConfiguration>";
+  Request send;
+  send.method = "PUT";
+  send.bucket = request.GetBucket();
+  if (!region.empty()) {
+    send.headers = {"Content-Type: application/xml"};
+    send.body = document;
+  }
+  const S3Result<Response> outcome = channel->Send(send);
+  if (!outcome.IsSuccess()) return outcome.GetError();
+  return Model::CreateBucketResult();
+}
+
+}  // namespace Aws::S3

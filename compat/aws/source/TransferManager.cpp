@@ -1,0 +1,99 @@
+#include "aws/transfer/TransferManager.h"
+
+#include <algorithm>
+#include <fstream>
+
+#include "TransferTask.h"
+#include "aws/core/utils/memory/AWSMemory.h"
+
+namespace Aws::Transfer {
+
+TransferManager::TransferManager(const TransferManagerConfiguration& configuration)
+    : config(configuration),
+      buffers(std::make_shared<Buffers>(
+          std::max<std::uint64_t>(1, config.transferBufferMaxHeapSize / config.bufferSize))) {}
+
+std::shared_ptr<TransferManager> TransferManager::Create(
+    const TransferManagerConfiguration& configuration) {
+  return std::shared_ptr<TransferManager>(new TransferManager(configuration));
+}
+
+void TransferManager::Start(const std::shared_ptr<TransferHandle>& handle) {
+  const auto task = std::make_shared<TransferTask>(shared_from_this(), handle);
+  config.transferExecutor->Submit([task] { task->Run(); });
+}
+
+std::shared_ptr<TransferHandle> TransferManager::UploadFile(
+    const String& fileName, const String& bucketName, const String& keyName,
+    const String& contentType, const Map<String, String>& metadata,
+    const std::shared_ptr<const Client::AsyncCallerContext>& context) {
+  auto handle =
+      std::make_shared<TransferHandle>(TransferDirection::UPLOAD, bucketName, keyName, fileName);
+  handle->contentType = contentType;
+  handle->metadata = metadata;
+  handle->context = context;
+  std::ifstream file(fileName, std::ios::binary | std::ios::ate);
+  if (const std::streamoff size = file.tellg(); file && size >= 0) {
+    handle->total = static_cast<std::uint64_t>(size);
+    handle->multipart = handle->total > config.bufferSize;
+    Start(handle);
+    return handle;
+  }
+  handle->lastError = {S3::S3Errors::INTERNAL_FAILURE, "",
+                       "The requested file could not be opened.", false};
+  TransferTask::Report(*this, handle, TransferStatus::FAILED);
+  return handle;
+}
+
+std::shared_ptr<TransferHandle> TransferManager::DownloadFile(
+    const String& bucketName, const String& keyName, const String& writeToFile,
+    const DownloadConfiguration& downloadConfig,
+    const std::shared_ptr<const Client::AsyncCallerContext>& context) {
+  const auto create = [writeToFile] {
+    return Aws::New<FStream>("TransferManager", writeToFile,
+                             std::ios::in | std::ios::out | std::ios::binary | std::ios::trunc);
+  };
+  return DownloadFile(bucketName, keyName, 0, 0, create, downloadConfig, writeToFile, context);
+}
+
+std::shared_ptr<TransferHandle> TransferManager::DownloadFile(
+    const String& bucketName, const String& keyName, std::uint64_t fileOffset,
+    std::uint64_t downloadBytes, CreateDownloadStreamCallback writeToStream,
+    const DownloadConfiguration&, const String& writeToFile,
+    const std::shared_ptr<const Client::AsyncCallerContext>& context) {
+  auto handle = std::make_shared<TransferHandle>(TransferDirection::DOWNLOAD, bucketName, keyName,
+                                                 writeToFile);
+  handle->offset = fileOffset;
+  handle->requestedSize = downloadBytes;
+  handle->total = downloadBytes;
+  handle->createStream = std::move(writeToStream);
+  handle->context = context;
+  Start(handle);
+  return handle;
+}
+
+std::shared_ptr<TransferHandle> TransferManager::RetryUpload(
+    const String&, const std::shared_ptr<TransferHandle>& handle) {
+  Retry(handle);
+  return handle;
+}
+
+std::shared_ptr<TransferHandle> TransferManager::RetryDownload(
+    const std::shared_ptr<TransferHandle>& handle) {
+  Retry(handle);
+  return handle;
+}
+
+void TransferManager::Retry(const std::shared_ptr<TransferHandle>& handle) {
+  {
+    const std::lock_guard guard(handle->lock);
+    if (!handle->IsFinished() || handle->status == TransferStatus::COMPLETED) return;
+    handle->status = TransferStatus::NOT_STARTED;
+    handle->cancelled = false;
+    handle->lockedForCompletion = false;
+  }
+  TransferTask::Report(*this, handle, TransferStatus::NOT_STARTED);
+  Start(handle);
+}
+
+}  // namespace Aws::Transfer

@@ -1,0 +1,203 @@
+#include "TransferTask.h"
+
+#include <algorithm>
+#include <exception>
+#include <thread>
+
+namespace Aws::Transfer {
+
+using Compat::Request;
+using Compat::Response;
+using Compat::S3Result;
+using S3::S3Error;
+using S3::S3Errors;
+
+namespace {
+
+constexpr std::size_t kMaxThreads = 10;
+constexpr char kMetadataPrefix[] = "x-amz-meta-";
+
+S3Error LocalError(const std::string& message) {
+  return {S3Errors::INTERNAL_FAILURE, "", message, false};
+}
+
+}  // namespace
+
+void TransferManager::Buffers::Take() {
+  std::unique_lock guard(lock);
+  returned.wait(guard, [this] { return free > 0; });
+  --free;
+}
+
+void TransferManager::Buffers::Return() {
+  {
+    const std::lock_guard guard(lock);
+    ++free;
+  }
+  returned.notify_one();
+}
+
+TransferTask::TransferTask(std::shared_ptr<const TransferManager> owner,
+                           std::shared_ptr<TransferHandle> subject)
+    : manager(std::move(owner)),
+      handle(std::move(subject)),
+      channel(*manager->config.s3Client->StandInChannel()) {}
+
+TransferTask::~TransferTask() {
+  if (!ran) Report(*manager, handle, TransferStatus::CANCELED);
+}
+
+void TransferTask::Run() {
+  ran = true;
+  try {
+    if (handle->direction == TransferDirection::DOWNLOAD) {
+      Download();
+    } else {
+      Upload();
+    }
+  } catch (const std::exception& error) {
+    Fail(LocalError(error.what()));
+  }
+}
+
+void TransferTask::Report(const TransferManager& manager,
+                          const std::shared_ptr<TransferHandle>& handle, TransferStatus status) {
+  {
+    const std::lock_guard guard(handle->lock);
+    handle->status = status;
+    if (handle->IsFinished()) handle->finished.notify_all();
+  }
+  if (manager.config.transferStatusUpdatedCallback) {
+    manager.config.transferStatusUpdatedCallback(&manager, handle);
+  }
+}
+
+void TransferTask::Tell(const S3Error& error) {
+  {
+    const std::lock_guard guard(handle->lock);
+    handle->lastError = error;
+  }
+  if (manager->config.errorCallback) manager->config.errorCallback(manager.get(), handle, error);
+}
+
+void TransferTask::Fail() {
+  Report(*manager, handle, IsCancelled() ? TransferStatus::CANCELED : TransferStatus::FAILED);
+}
+
+void TransferTask::Fail(const S3Error& error) {
+  Tell(error);
+  Fail();
+}
+
+void TransferTask::Complete() {
+  handle->stream.reset();
+  Report(*manager, handle, TransferStatus::COMPLETED);
+}
+
+bool TransferTask::IsCancelled() const {
+  const std::lock_guard guard(handle->lock);
+  return handle->cancelled;
+}
+
+std::size_t TransferTask::PartCount() const {
+  const std::uint64_t size = manager->config.bufferSize;
+  return static_cast<std::size_t>((handle->GetBytesTotalSize() + size - 1) / size);
+}
+
+std::uint64_t TransferTask::PartBytes(std::size_t part) const {
+  const std::uint64_t size = manager->config.bufferSize;
+  return std::min(size, handle->GetBytesTotalSize() - part * size);
+}
+
+Request TransferTask::NewRequest(const char* method) const {
+  Request request;
+  request.method = method;
+  request.bucket = handle->bucket;
+  request.key = handle->key;
+  request.isCancelled = [this] { return IsCancelled(); };
+  return request;
+}
+
+S3Result<Response> TransferTask::SendCounted(Request& request) {
+  std::uint64_t counted = 0;
+  const auto uncount = [&] {
+    const std::lock_guard guard(handle->lock);
+    handle->transferred -= counted;
+    counted = 0;
+  };
+  const bool download = handle->direction == TransferDirection::DOWNLOAD;
+  const HandleCallback& progress =
+      download ? manager->config.downloadProgressCallback : manager->config.uploadProgressCallback;
+  const std::function<void()> onAttempt = std::move(request.onAttempt);
+  request.onAttempt = [&] {
+    uncount();
+    if (onAttempt) onAttempt();
+  };
+  request.onBytes = [&](std::size_t bytes) {
+    {
+      const std::lock_guard guard(handle->lock);
+      handle->transferred += bytes;
+      counted += bytes;
+    }
+    if (progress) progress(manager.get(), handle);
+  };
+  S3Result<Response> outcome = channel.Send(request);
+  if (!outcome.IsSuccess()) uncount();
+  return outcome;
+}
+
+bool TransferTask::AddMetadata(Request& request) {
+  request.headers.push_back("Content-Type: " + handle->contentType);
+  for (const auto& [name, value] : handle->GetMetadata()) {
+    if (value.empty() || name == "ETag") continue;
+    const std::string line = kMetadataPrefix + name + ": " + value;
+    if (line.find_first_of("\r\n") != std::string::npos) return false;
+    request.headers.push_back(line);
+  }
+  return true;
+}
+
+void TransferTask::KeepMetadata(const Response& response) {
+  const std::size_t prefix = sizeof(kMetadataPrefix) - 1;
+  const std::lock_guard guard(handle->lock);
+  for (const auto& [name, value] : response.headers) {
+    if (name == "etag") handle->metadata["ETag"] = value;
+    if (name.starts_with(kMetadataPrefix)) handle->metadata[name.substr(prefix)] = value;
+  }
+}
+
+bool TransferTask::RunParts(const std::function<bool(std::size_t)>& work) {
+  std::atomic<std::size_t> next{0};
+  std::atomic<bool> failed{false};
+  const auto run = [&] { WorkParts(work, next, failed); };
+  std::vector<std::thread> helpers;
+  try {
+    while (helpers.size() + 1 < std::min(PartCount(), kMaxThreads)) helpers.emplace_back(run);
+  } catch (const std::exception&) {
+    // Those there are do it.
+  }
+  run();
+  for (std::thread& helper : helpers) helper.join();
+  return !failed && !IsCancelled();
+}
+
+void TransferTask::WorkParts(const std::function<bool(std::size_t)>& work,
+                             std::atomic<std::size_t>& next, std::atomic<bool>& failed) {
+  for (;;) {
+    const std::size_t part = next++;
+    if (part >= PartCount() || failed || IsCancelled()) return;
+    if (!handle->partTags[part].empty()) continue;
+    manager->buffers->Take();
+    bool done = false;
+    try {
+      done = work(part);
+    } catch (const std::exception& error) {
+      Tell(LocalError(error.what()));
+    }
+    manager->buffers->Return();
+    if (!done) failed = true;
+    Report(*manager, handle, TransferStatus::IN_PROGRESS);
+  }
+}
+
+}  // namespace Aws::Transfer

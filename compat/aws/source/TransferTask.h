@@ -1,0 +1,82 @@
+#pragma once
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <memory>
+
+#include "Channel.h"
+#include "aws/transfer/TransferManager.h"
+
+namespace Aws::Transfer {
+
+// Memory for the parts that are on their way, shared by all transfers of a manager.
+struct TransferManager::Buffers {
+  explicit Buffers(std::uint64_t count) : free(count) {}
+
+  void Take();
+  void Return();
+
+  std::mutex lock;
+  std::condition_variable returned;
+  std::uint64_t free;
+};
+
+// One run of one transfer, on a thread of the executor. A task that is dropped unrun ends its
+// transfer as cancelled.
+class TransferTask {
+ public:
+  TransferTask(std::shared_ptr<const TransferManager> owner,
+               std::shared_ptr<TransferHandle> subject);
+  ~TransferTask();
+  TransferTask(const TransferTask&) = delete;
+  TransferTask& operator=(const TransferTask&) = delete;
+
+  void Run();
+
+  // Sets the status, then tells of it.
+  static void Report(const TransferManager& manager, const std::shared_ptr<TransferHandle>& handle,
+                     TransferStatus status);
+
+ private:
+  void Download();
+  void Upload();
+  [[nodiscard]] bool ReadSize();
+  void DownloadWhole();
+  void DownloadInParts();
+  [[nodiscard]] bool DownloadPart(std::size_t part);
+  [[nodiscard]] bool WritePart(std::size_t part, const std::string& bytes);
+  void UploadWhole(std::ifstream& file);
+  void UploadInParts(std::ifstream& file);
+  [[nodiscard]] bool BeginParts();
+  [[nodiscard]] bool UploadPart(std::ifstream& file, std::size_t part);
+  void CompleteParts();
+
+  // Runs `work` for each part that isn't done, several at once; false if one failed.
+  [[nodiscard]] bool RunParts(const std::function<bool(std::size_t)>& work);
+  void WorkParts(const std::function<bool(std::size_t)>& work, std::atomic<std::size_t>& next,
+                 std::atomic<bool>& failed);
+
+  [[nodiscard]] Compat::Request NewRequest(const char* method) const;
+  // Sends with the bytes counted; those of a failed attempt don't stay.
+  [[nodiscard]] Compat::S3Result<Compat::Response> SendCounted(Compat::Request& request);
+  // Adds headers for the content type and the metadata; false if they can't be sent.
+  [[nodiscard]] bool AddMetadata(Compat::Request& request);
+  void KeepMetadata(const Compat::Response& response);
+  [[nodiscard]] std::uint64_t PartBytes(std::size_t part) const;
+  [[nodiscard]] std::size_t PartCount() const;
+  [[nodiscard]] bool IsCancelled() const;
+  void Tell(const S3::S3Error& error);
+  // Ends the transfer without success.
+  void Fail();
+  void Fail(const S3::S3Error& error);
+  void Complete();
+
+  const std::shared_ptr<const TransferManager> manager;
+  const std::shared_ptr<TransferHandle> handle;
+  Compat::Channel& channel;
+  std::mutex streamLock;  // one part at a time reads or writes the file
+  bool ran = false;
+};
+
+}  // namespace Aws::Transfer

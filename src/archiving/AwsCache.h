@@ -1,0 +1,54 @@
+#pragma once
+
+#include <boost/thread/mutex.hpp>
+#include <cstdint>
+#include <string>
+#include <unordered_map>
+
+#include "archiving/ICache.h"
+#include "archiving/ScannerProperties.h"
+#include "platform/Clock.h"
+
+namespace qvArchiving {
+
+// The downloaded files below a target's mounted path: the oldest go when they are too old or when
+// all together are too large. Limits are looked at when a file is added, and then only.
+class AwsCache : public ICache {
+ public:
+  // Takes in what lies there. Throws std::out_of_range without a mounted path, and what a number
+  // that is none and the file system throw.
+  AwsCache(const ScannerProperties& values, qv::kelvo::Clock& time);
+
+  // The file itself is never removed. A failure to remove another one leaves as an exception, and
+  // that one is tried again next time.
+  void Add(const ScannedFile& file, std::uint64_t hint) override;
+
+ private:
+  using Entry = ScannedFileSet::iterator;
+
+  void ReadLimits();
+  void Load();
+  void LoadDirectory(const boost::filesystem::path& directory);
+  void Insert(const ScannedFile& file);
+
+  // Whether the file then fits.
+  bool Trim(const ScannedFile& file, std::int64_t retention);
+  void TrimByAge(const ScannedFile& file, std::int64_t retention);
+  void TrimBySize(const ScannedFile& file);
+  // Removes an entry's file, then the entry. `entry` moves on to the next one in any case.
+  void Remove(Entry& entry, const char* mark);
+  [[nodiscard]] std::int64_t NowSeconds() const;
+
+  ScannedFileSet files;
+  std::uint64_t totalBytes = 0;
+  std::uint64_t maxBytes = std::uint64_t{50} << 30;
+  std::int64_t retentionSeconds = 86400;
+  const ScannerProperties properties;
+  boost::mutex lock;
+
+  const std::string fullName;
+  qv::kelvo::Clock& clock;
+  std::unordered_map<std::string, Entry> byPath;
+};
+
+}  // namespace qvArchiving

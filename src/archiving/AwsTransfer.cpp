@@ -1,0 +1,150 @@
+#include <aws/core/utils/memory/AWSMemory.h>
+
+#include <boost/filesystem/operations.hpp>
+#include <exception>
+#include <fstream>
+#include <stdexcept>
+
+#include "archiving/AwsScanner.h"
+#include "archiving/AwsText.h"
+#include "archiving/CLocalDiskScanner.h"
+#include "host/Log.h"
+
+namespace qvArchiving {
+
+namespace fs = boost::filesystem;
+using Aws::Transfer::DownloadConfiguration;
+using qvsvr::kelvo::LogPrintf;
+using qvsvr::kelvo::LogTrace;
+
+namespace {
+
+constexpr char kTag[] = "Download";
+constexpr char kContentType[] = "application/octet-stream";
+
+// A stream into the file at the offset. What the file holds elsewhere stays.
+Aws::IOStream* OpenAt(const std::string& file, std::int64_t offset) {
+  std::ofstream(file, std::ios::binary | std::ios::app);  // makes the file if it isn't there
+  auto* stream =
+      Aws::New<Aws::FStream>(kTag, file, std::ios::in | std::ios::out | std::ios::binary);
+  stream->seekp(offset);
+  return stream;
+}
+
+std::shared_ptr<AwsResult> AsAwsResult(const std::shared_ptr<IResult>& result) {
+  auto own = std::dynamic_pointer_cast<AwsResult>(result);
+  if (own == nullptr) throw std::invalid_argument("no transfer of a bucket");
+  return own;
+}
+
+}  // namespace
+
+std::shared_ptr<AwsResult> AwsScanner::NewResult(const std::string& file) const {
+  return std::make_shared<AwsResult>(file, events->Notifies(), clock);
+}
+
+std::shared_ptr<AwsResult> AwsScanner::NextResult(const std::shared_ptr<AwsResult>& earlier) {
+  const AwsResult::Handle handle = earlier->GetHandle();
+  if (handle == nullptr) throw std::invalid_argument("the transfer was released");
+  const TransferStatus status = handle->GetStatus();
+  if (status != TransferStatus::FAILED && status != TransferStatus::CANCELED &&
+      status != TransferStatus::ABORTED) {
+    throw std::logic_error("the transfer has not failed");
+  }
+  auto next = NewResult(earlier->File());
+  next->SetHandle(handle);
+  AwsResult::HandOn(*handle, next);
+  return next;
+}
+
+std::shared_ptr<IResult> AwsScanner::Upload(
+    const fs::path& local, const fs::path& remote,
+    const std::map<std::string, std::string>& metadata) try {
+  return StartUpload(local, remote, metadata);
+} catch (const std::exception& reason) {
+  Raised("Upload", reason, nullptr);
+  return {};
+}
+
+std::shared_ptr<IResult> AwsScanner::StartUpload(
+    const fs::path& local, const fs::path& remote,
+    const std::map<std::string, std::string>& metadata) {
+  std::string key = MakeKey(remote);
+  if (SuppressesWorkingFiles() && EraseWorking(key)) RememberWorking(remote);
+  const std::string file = ForwardSlashes(local);
+  const std::uint64_t size = fs::file_size(file);
+  LogPrintf(LogTrace, "[%s] Upload old=%s new=%s size=%llu", Name(), file.c_str(), key.c_str(),
+            static_cast<unsigned long long>(size));
+  Aws::Map<Aws::String, Aws::String> values;
+  for (const auto& [name, value] : metadata) values[ToAws(name)] = ToAws(value);
+  const auto result = NewResult(file);
+  const auto handle = transferManager->UploadFile(ToAws(file), ToAws(bucket), ToAws(key),
+                                                  kContentType, values, result);
+  result->SetHandle(handle);
+  return AwsResult::Share(result, handle);
+}
+
+std::shared_ptr<IResult> AwsScanner::Download(const fs::path& remote, const fs::path& local,
+                                              std::int64_t offset, std::int64_t size) try {
+  return StartDownload(remote, local, offset, size);
+} catch (const std::exception& reason) {
+  Raised("Download", reason, nullptr);
+  return {};
+}
+
+std::shared_ptr<IResult> AwsScanner::StartDownload(const fs::path& remote, const fs::path& local,
+                                                   std::int64_t offset, std::int64_t size) {
+  const std::string key = MakeKey(remote);
+  const std::string file = ForwardSlashes(local);
+  const bool whole = offset == 0 && size == 0;
+  if (whole) {
+    LogPrintf(LogTrace, "[%s] Download remote=%s local=%s", Name(), remote.string().c_str(),
+              file.c_str());
+  } else {
+    LogPrintf(LogTrace, "[%s] Download remote=%s local=%s offset=%lld size=%lld", Name(),
+              remote.string().c_str(), file.c_str(), static_cast<long long>(offset),
+              static_cast<long long>(size));
+  }
+  if (offset < 0 || size < 0) throw std::invalid_argument("negative range");
+  std::string ignored;
+  CLocalDiskScanner().CreateDirectories(local.parent_path(), ignored);
+  const auto result = NewResult(file);
+  AwsResult::Handle handle;
+  if (whole) {
+    handle = transferManager->DownloadFile(ToAws(bucket), ToAws(key), ToAws(file),
+                                           DownloadConfiguration(), result);
+  } else {
+    handle = transferManager->DownloadFile(
+        ToAws(bucket), ToAws(key), static_cast<std::uint64_t>(offset),
+        static_cast<std::uint64_t>(size), [file, offset] { return OpenAt(file, offset); },
+        DownloadConfiguration(), ToAws(file), result);
+  }
+  result->SetHandle(handle);
+  return AwsResult::Share(result, handle);
+}
+
+std::shared_ptr<IResult> AwsScanner::RetryUpload(const std::shared_ptr<IResult>& earlier) try {
+  const auto result = AsAwsResult(earlier);
+  LogPrintf(LogTrace, "[%s] RetryUpload local=%s", Name(), result->File().c_str());
+  const auto next = NextResult(result);
+  const auto handle = transferManager->RetryUpload(ToAws(result->File()), result->GetHandle());
+  next->SetHandle(handle);
+  return AwsResult::Share(next, handle);
+} catch (const std::exception& reason) {
+  Raised("RetryUpload", reason, nullptr);
+  return {};
+}
+
+std::shared_ptr<IResult> AwsScanner::RetryDownload(const std::shared_ptr<IResult>& earlier) try {
+  const auto result = AsAwsResult(earlier);
+  LogPrintf(LogTrace, "[%s] RetryDownload Id=%s", Name(), result->GetId().c_str());
+  const auto next = NextResult(result);
+  const auto handle = transferManager->RetryDownload(result->GetHandle());
+  next->SetHandle(handle);
+  return AwsResult::Share(next, handle);
+} catch (const std::exception& reason) {
+  Raised("RetryDownload", reason, nullptr);
+  return {};
+}
+
+}  // namespace qvArchiving

@@ -1,0 +1,94 @@
+#include "media/CFileInfo.h"
+
+#include <chrono>
+
+#include "host/Log.h"
+
+namespace qv::kelvo {
+namespace {
+
+constexpr std::uint8_t kFirstWideInput = 0x80;  // from here on a file holds an encoder or a device
+constexpr std::uint8_t kWholeDevice = 0xFF;
+constexpr unsigned kInputsPerEncoder = 16;
+constexpr std::uint8_t kVideoTypes = 128;
+constexpr std::uint8_t kAudioTypes = 144;
+
+std::uint8_t Low8(unsigned value) {
+  return static_cast<std::uint8_t>(value & 0xFFu);
+}
+
+void FillRow(PSReader& reader, std::uint8_t fileInput, unsigned stream, StreamRow& row) {
+  const PsiStreamRecord& record = reader.GetStream(stream);
+  row.frames = record.frameCount;
+  PsStreamDescriptor descriptor;
+  (void)reader.GetStreamInfo(stream, descriptor);  // a map that is cut has no more to tell
+  const bool video = stream < kVideoStreams;
+  row.codec = Low8(descriptor.streamType - (video ? kVideoTypes : kAudioTypes) + 256u);
+  row.width16 = descriptor.width16;
+  row.height16 = descriptor.height16;
+  row.bufSizeSamples = descriptor.bufSizeSamples;
+  row.sampleRate = descriptor.sampleRate;
+  row.flags = record.flags;
+  row.input = fileInput < kFirstWideInput ? fileInput : record.encoder;
+  const bool ofEncoder = fileInput >= kFirstWideInput && fileInput != kWholeDevice;
+  row.channel = Low8(record.channel + (ofEncoder ? record.encoder * kInputsPerEncoder : 0u));
+  PackedTime first, last;
+  if (reader.GetFirstLast(static_cast<std::uint16_t>(stream), first, last) == kPsOk) {
+    row.firstTime = SecondsOf(first);
+    row.lastTime = SecondsOf(last);
+  }
+}
+
+}  // namespace
+
+bool CFileInfo::ParsePath(std::string_view recordingPath) {
+  path = recordingPath;
+  PathFields fields{year, month, day, hour, minute, second, id};
+  const bool parsed = qv::kelvo::ParsePath(recordingPath, fields);
+  year = fields.year;
+  month = fields.month;
+  day = fields.day;
+  hour = fields.hour;
+  minute = fields.minute;
+  second = fields.second;
+  id = fields.id;
+  return parsed;
+}
+
+std::int64_t SecondsOf(PackedTime time) {
+  using namespace std::chrono;
+  time = Carry(time);
+  const year_month_day date{year{YearOf(time.date)},
+                            month{static_cast<unsigned>(MonthOf(time.date))},
+                            day{static_cast<unsigned>(DayOf(time.date))}};
+  if (!date.ok() || time.ms >= kMsPerDay) return -1;
+  return Unpack(time) / 1000;
+}
+
+bool FillStreamRows(PSReader& reader, CFileInfo& info) {
+  using qvsvr::kelvo::LogPrintf;
+  using qvsvr::kelvo::LogWarning;
+  if (const int error = reader.Open(info.path); error != kPsOk) {
+    LogPrintf(LogWarning, "ps file open %s error %d", info.path.c_str(), error);
+    return false;
+  }
+  PsFileInfo fileInfo;
+  if (const int error = reader.GetFileInfo(fileInfo); error != kPsOk) {
+    LogPrintf(LogWarning, "ps file info %s error %d", info.path.c_str(), error);
+    return false;
+  }
+  info.fileInput = fileInfo.fileInput[0];
+  PackedTime first, last;
+  if (reader.GetFirstLast(kWholeFile, first, last) == kPsOk) {
+    info.startTime = SecondsOf(first);
+    info.endTime = SecondsOf(last);
+  }
+  for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+    info.streamRows[stream] = {};
+    if (reader.GetFrameCount(static_cast<std::uint16_t>(stream)) == 0) continue;
+    FillRow(reader, info.fileInput, stream, info.streamRows[stream]);
+  }
+  return true;
+}
+
+}  // namespace qv::kelvo

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/Directory.h"
+
+namespace qv::kelvo {
+
+// The media files of one hour over several volumes, in the order in which a search visits them:
+// recordings by moment and stream, then duplicates, then names that aren't recordings' names.
+struct ListedFile {
+  std::string name;
+  std::vector<std::uint32_t> volumes;  // positions of the volumes that have it, ascending
+};
+using HourListing = std::vector<ListedFile>;
+
+// Whether `a` comes before `b` in a listing.
+[[nodiscard]] bool ComesBefore(std::string_view a, std::string_view b);
+
+// The media files of `hourDirectories`, one per volume; a directory that can't be read has none.
+[[nodiscard]] HourListing ListMediaFiles(Directories& directories,
+                                         const std::vector<std::string>& hourDirectories);
+
+// Range tests of a search, by a file's name alone. All times in seconds since 1970, the name's
+// minute and second counted from the start of its hour. A file may begin five minutes ahead of what
+// it is opened for.
+[[nodiscard]] bool IsOutsideRange(std::int64_t fileStart, std::int64_t start, std::int64_t end);
+
+// Whether a file ends before the bucket that follows `bucket`, the last one answered, begins.
+[[nodiscard]] bool IsBucketSkipped(std::int64_t fileStart, std::int64_t bucket,
+                                   std::int64_t resolution, std::int64_t start, std::int64_t end);
+
+}  // namespace qv::kelvo

@@ -1,0 +1,90 @@
+// The walk of FileSystemBase over the dated tree.
+
+#include <boost/filesystem.hpp>
+#include <cstdio>
+
+#include "host/Log.h"
+#include "media/BucketFetch.h"
+#include "media/FileSystemBase.h"
+#include "media/LocalHours.h"
+
+namespace qv::kelvo {
+
+using qvsvr::kelvo::LogPrintf;
+using qvsvr::kelvo::LogTrace;
+
+bool FileSystemBase::LevelExists(UtcMs time, TreeLevel level) {
+  std::vector<std::string> roots;
+  GetVolumes(roots, kVolumesLocal | kVolumesArchive, nullptr);
+  for (const std::string& root : roots) {
+    if (root.empty()) continue;  // an archive without a place of its own
+    const std::string directory = TreeDirectory(root, time, level);
+    LogPrintf(LogTrace, "dir exists %s", directory.c_str());
+    boost::system::error_code error;
+    if (boost::filesystem::is_directory(directory, error)) return true;
+  }
+  TargetList targets;
+  GetTargets(targets, kVolumesLocal | kVolumesArchive, nullptr);
+  for (const auto& target : targets) {
+    std::string root;
+    if (!IsBucket(*target, root)) continue;
+    const std::string directory = TreeDirectory(root, time, level);
+    LogPrintf(LogTrace, "cloud dir exists %s", directory.c_str());
+    if (target->TestDirectory(directory)) return true;
+  }
+  return false;
+}
+
+bool FileSystemBase::FindNextHour(UtcMs& time, UtcMs end) {
+  while (time < end) {
+    if (!YearExists(time)) {
+      time = NextLocalYear(time);
+    } else if (!MonthExists(time)) {
+      time = NextLocalMonth(time);
+    } else if (!DayExists(time)) {
+      time = NextLocalDay(time);
+    } else if (!HourExists(time)) {
+      time = NextLocalHour(time);
+    } else {
+      return true;
+    }
+  }
+  return false;
+}
+
+void FileSystemBase::ListHour(UtcMs time, std::span<const RequestKey> requested,
+                              std::vector<std::string>& volumes, HourListing& listing) {
+  listing.clear();
+  for (const std::uint32_t kind : {kVolumesLocal, kVolumesArchive}) {
+    if (kind == kVolumesArchive) {
+      TargetList targets;
+      GetTargets(targets, kVolumesArchive, nullptr);
+      FetchBucketHour(platform.directories, targets, time, requested);
+    }
+    GetVolumes(volumes, kind, nullptr);
+    std::vector<std::string> directories;
+    directories.reserve(volumes.size());
+    for (const std::string& volume : volumes) {
+      directories.push_back(volume.empty() ? std::string() : HourDirectory(volume, time));
+    }
+    listing = ListMediaFiles(platform.directories, directories);
+    if (!listing.empty()) return;
+  }
+}
+
+bool FileSystemBase::SearchHour(UtcMs& time, UtcMs end, std::span<const RequestKey> requested,
+                                std::vector<std::string>& volumes, HourListing& listing) {
+  if (!FindNextHour(time, end)) {
+    LogPrintf(LogTrace, "SEARCH: didn't find any subsequent hours with matching files.");
+    return false;
+  }
+  ListHour(time, requested, volumes, listing);
+  const CalendarTime local = ToLocal(time);
+  char date[32];
+  std::snprintf(date, sizeof date, "%04d-%02d-%02d", local.year, local.month, local.day);
+  LogPrintf(LogTrace, "SEARCH: %s hour %02d matched %d files.", date, local.hour,
+            static_cast<int>(listing.size()));
+  return true;
+}
+
+}  // namespace qv::kelvo

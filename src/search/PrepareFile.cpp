@@ -1,0 +1,223 @@
+#include "search/PrepareFile.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace qvsvr::kelvo {
+namespace {
+
+using qv::kelvo::CFileInfo;
+using qv::kelvo::kAtFirstKey;
+using qv::kelvo::kStreamCount;
+using qv::kelvo::kVideoStreams;
+using qv::kelvo::PSReader;
+using qv::kelvo::PSReadFrame;
+using qv::kelvo::StreamRow;
+
+bool StandsAlone(const PSReadFrame& frame) {
+  return frame.frameType <= qv::kelvo::kFrameI;
+}
+
+std::int64_t SecondOf(const PSReadFrame& frame) {
+  return frame.Time() / 1000;
+}
+
+void SelectStreams(CFileInfo& info, const FileRequest& request) {
+  info.selectedMask = 0;
+  for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+    const StreamRow& row = info.streamRows[stream];
+    const std::uint32_t mask = stream < kVideoStreams ? request.videoMask : request.audioMask;
+    const bool wanted = row.frames != 0 && (mask >> (row.channel & 31u) & 1u) != 0;
+    if (wanted && row.lastTime >= request.start && row.firstTime < request.end) {
+      info.selectedMask |= 1u << stream;
+    }
+  }
+}
+
+void ClearFrames(CFileInfo& info) {
+  for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+    if ((info.selectedMask >> stream & 1u) != 0) info.streamRows[stream].frames = 0;
+  }
+}
+
+// Calls `visit` with the position and fields of each chosen frame, in file order, until it returns
+// false. False when a frame can't be read.
+template <typename Visit>
+bool ForEachFrame(PSReader& reader, std::uint32_t mask, Visit visit) {
+  const std::uint32_t total = reader.CountFrames(mask);
+  for (std::uint32_t position = 0; position < total; ++position) {
+    PSReadFrame frame;
+    frame.index = position;
+    if (reader.NextFrame(frame, mask) != qv::kelvo::kPsOk) return false;
+    if (!visit(position, frame)) break;
+  }
+  return true;
+}
+
+void AddToSendList(CFileInfo& info, unsigned stream, std::uint32_t position, std::int64_t time) {
+  StreamRow& row = info.streamRows[stream];
+  if (row.frames == 0) row.firstTime = time;
+  row.lastTime = time;
+  ++row.frames;
+  info.sendList.push_back(position);
+}
+
+bool FinishSendList(CFileInfo& info) {
+  info.endPosition = static_cast<std::uint32_t>(info.sendList.size());
+  return info.endPosition != 0;
+}
+
+bool AnyLeft(const MomentTable& table) {
+  return std::ranges::any_of(table, [](const Moments* m) { return m != nullptr && !m->empty(); });
+}
+
+// At each moment the stream's last key frame so far; moments ahead of the file's end are used up.
+bool PrepareMoments(PSReader& reader, CFileInfo& info, const MomentTable& table) {
+  struct Key {
+    std::uint32_t position;
+    std::int64_t time;
+  };
+  std::array<std::optional<Key>, kStreamCount> pending;
+  ClearFrames(info);
+  const auto visit = [&](std::uint32_t position, const PSReadFrame& frame) {
+    std::optional<Key>& key = pending[frame.stream];
+    const std::int64_t time = SecondOf(frame);
+    if (StandsAlone(frame)) key = Key{position, time};
+    Moments* moments = table[info.streamRows[frame.stream].channel & 31u];
+    if (moments == nullptr || moments->empty()) return true;
+    while (!moments->empty() && moments->front() <= time) {
+      moments->pop_front();
+      if (key) AddToSendList(info, frame.stream, key->position, key->time);
+      key.reset();
+    }
+    return !moments->empty() || AnyLeft(table);
+  };
+  return ForEachFrame(reader, info.selectedMask, visit) && FinishSendList(info);
+}
+
+bool PrepareBuckets(PSReader& reader, CFileInfo& info, const FileRequest& request,
+                    std::int64_t& bucket) {
+  ClearFrames(info);
+  const auto visit = [&](std::uint32_t position, const PSReadFrame& frame) {
+    const std::int64_t time = SecondOf(frame);
+    if (!StandsAlone(frame) || time < request.start || time >= request.end) return true;
+    const std::int64_t own = (time - request.start) / request.resolution;
+    if (own == bucket) return true;
+    bucket = own;
+    AddToSendList(info, frame.stream, position, time);
+    return true;
+  };
+  return ForEachFrame(reader, info.selectedMask, visit) && FinishSendList(info);
+}
+
+// Everything of the range, each stream from its own key frame on.
+class RangeWalk {
+ public:
+  RangeWalk(PSReader& fileReader, CFileInfo& file, const FileRequest& fileRequest)
+      : reader(fileReader),
+        info(file),
+        request(fileRequest),
+        endsInRange(file.endTime < fileRequest.end) {}
+
+  bool Run() {
+    info.endPosition = reader.CountFrames(info.selectedMask);
+    ClearFrames(info);
+    const auto visit = [this](std::uint32_t position, const PSReadFrame& frame) {
+      return reached ? AddInside(position, frame) : AddAhead(position, frame);
+    };
+    if (!ForEachFrame(reader, info.selectedMask, visit) || pastRange) return false;
+    Finish();
+    return true;
+  }
+
+ private:
+  struct Start {
+    std::uint32_t position = kAtFirstKey;
+    std::uint32_t ordinal = 0;  // of the key frame within its stream
+    PSReader::Place place;
+  };
+
+  void StartStream(std::uint32_t position, const PSReadFrame& frame) {
+    starts[frame.stream] = {position, frame.index, reader.GetPlace()};
+    info.streamRows[frame.stream].firstTime = SecondOf(frame);
+    info.streamRows[frame.stream].frames = 0;
+  }
+
+  void Count(const PSReadFrame& frame) {
+    if (starts[frame.stream].position == kAtFirstKey) return;
+    StreamRow& row = info.streamRows[frame.stream];
+    ++row.frames;
+    if (!endsInRange) row.lastTime = SecondOf(frame);
+  }
+
+  bool AddAhead(std::uint32_t position, const PSReadFrame& frame) {
+    if (StandsAlone(frame)) StartStream(position, frame);
+    Count(frame);
+    const std::int64_t time = SecondOf(frame);
+    if (time < request.start) return true;
+    reached = true;
+    pastRange = time >= request.end;
+    stood = position;
+    stoodPlace = reader.GetPlace();
+    return !pastRange && !endsInRange;  // the rest needs no look
+  }
+
+  bool AddInside(std::uint32_t position, const PSReadFrame& frame) {
+    if (SecondOf(frame) >= request.end) {
+      info.endPosition = position;
+      return false;
+    }
+    const bool unknown = starts[frame.stream].position == kAtFirstKey;
+    if (unknown && StandsAlone(frame)) StartStream(position, frame);
+    Count(frame);
+    return true;
+  }
+
+  void Finish() {
+    info.firstPosition = reached ? stood : info.endPosition;
+    info.place = stoodPlace;
+    for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+      if ((info.selectedMask >> stream & 1u) == 0) continue;
+      const Start& start = starts[stream];
+      info.streamStart[stream] = start.position;
+      if (start.position < info.firstPosition) {
+        info.firstPosition = start.position;
+        info.place = start.place;
+      }
+      if (endsInRange) {
+        info.streamRows[stream].frames =
+            reader.GetFrameCount(static_cast<std::uint16_t>(stream)) - start.ordinal;
+      }
+    }
+  }
+
+  PSReader& reader;
+  CFileInfo& info;
+  const FileRequest& request;
+  const bool endsInRange;
+  bool reached = false;
+  bool pastRange = false;  // the first frame that isn't before the range is behind it
+  std::uint32_t stood = 0;
+  PSReader::Place stoodPlace;
+  std::array<Start, kStreamCount> starts;
+};
+
+}  // namespace
+
+bool PrepareFile(PSReader& reader, CFileInfo& info, const FileRequest& request,
+                 std::int64_t& bucket) {
+  if (!FillStreamRows(reader, info)) return false;
+  info.firstPosition = info.endPosition = 0;
+  info.place = {};
+  info.streamStart = {};
+  info.sendList.clear();
+  SelectStreams(info, request);
+  if (info.selectedMask == 0) return false;
+  if (request.moments != nullptr) return PrepareMoments(reader, info, *request.moments);
+  if (request.resolution != 0 && request.resolution < request.end - request.start) {
+    return PrepareBuckets(reader, info, request, bucket);
+  }
+  return RangeWalk(reader, info, request).Run();
+}
+
+}  // namespace qvsvr::kelvo

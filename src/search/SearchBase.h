@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+
+#include "search/PlaybackFile.h"
+#include "search/SearchRequest.h"
+#include "search/SearchResult.h"
+#include "search/SearchTargetFileSystem.h"
+
+namespace qvsvr::kelvo {
+
+// The walk of a search over the tree.
+class SearchBase {
+ public:
+  virtual ~SearchBase() = default;
+
+  // Called after each hour with its local hour; false ends the walk.
+  virtual bool ReportProgress(std::uint32_t /*hour*/) { return true; }
+  // The moment to search from or to instead of `seconds`.
+  virtual std::int64_t AdjustTime(std::int64_t seconds) { return seconds; }
+
+  // Adds to `results` what the request finds and, unless it is a listing, to `files` what there is
+  // to play back. Uses up `request.frameRequests`. False when cancelled. Blocks; may throw.
+  [[nodiscard]] bool Run(SearchRequest& request, SearchTargetFileSystem& target,
+                         SearchResults& results, PlaybackFiles& files);
+};
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "media/FileSystemBase.h"
+#include "search/SearchRequest.h"
+
+namespace qvsvr::kelvo {
+
+// The file system as one search sees it: the plug-in's, less what the request leaves out.
+class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
+ public:
+  // Searches everything. Borrows both for its life; `fileSystem`'s lists are asked on the caller's
+  // thread.
+  SearchTargetFileSystem(qv::kelvo::FileSystemBase& fileSystem, qv::kelvo::Platform& system)
+      : FileSystemBase(system), inner(fileSystem) {}
+
+  // Narrows it down to the targets of a request.
+  void Restrict(const SearchRequest& request);
+
+  void GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
+                  const qv::kelvo::ArchiveFilter* filter) override;
+  void GetTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
+                  const qv::kelvo::ArchiveFilter* filter) override;
+
+  [[nodiscard]] qv::kelvo::MediaFiles& MediaFiles() { return platform.mediaFiles; }
+
+ private:
+  bool searchLocal = true;
+  bool allArchives = true;
+  qv::kelvo::ArchiveFilter archives;
+  qv::kelvo::FileSystemBase& inner;
+};
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/Platform.h"
+
+namespace qvsvr::kelvo {
+
+// What one run has met.
+struct CleanupCounts {
+  std::size_t volumes = 0, years = 0, months = 0, days = 0, hours = 0;
+  std::size_t emptyVolumes = 0, emptyYears = 0, emptyMonths = 0, emptyDays = 0, emptyHours = 0;
+  std::size_t files = 0;          // index and metadata files
+  std::size_t emptyFiles = 0;     // media files too short to hold a frame
+  std::size_t orphanedFiles = 0;  // index and metadata files without a media file
+};
+
+// Looks for what crashes leave in the trees: media files that hold nothing, companions without a
+// media file, empty directories. Nothing of the current hour or of the five minutes before it is
+// touched. With `removing` it removes them, else it only tells. Ends early when `stop` is set. Any
+// thread.
+CleanupCounts FsCleanup(qv::kelvo::Platform& platform, const std::vector<std::string>& volumes,
+                        std::size_t volumeDepth, const std::atomic<bool>& stop, bool removing);
+
+// Visits the paths of a directory's index and metadata files until `visit` returns false. Returns
+// 0; -1 when there is neither such a file nor a media file; -2 when the directory can't be listed.
+int VisitCompanionFiles(qv::kelvo::Directories& directories, const std::string& directory,
+                        const std::function<bool(const std::string&)>& visit);
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,127 @@
+#include "storage/Protection.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "media/CFileInfo.h"
+#include "media/RecordPath.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+constexpr std::uint8_t kWideInput = 0x80;  // an input byte from here on stands for an encoder
+constexpr std::uint64_t kDuplicate = std::uint64_t{1} << 32;
+constexpr int kNumberShift = 33;
+constexpr std::uint64_t kNoKey = 0;
+
+// What tells the files of a directory apart; kNoKey for a name that isn't one of this system's own.
+std::uint64_t NoteKey(std::string_view name) {
+  const qv::kelvo::ParsedName parsed = qv::kelvo::ParseName(name);
+  if (!parsed.valid || (!parsed.suffix.empty() && !parsed.isDuplicate)) return kNoKey;
+  const std::uint64_t number = parsed.minute * 100u + parsed.second;
+  return (number << kNumberShift) | (parsed.isDuplicate ? kDuplicate : 0) | parsed.id;
+}
+
+std::int64_t InSeconds(std::int32_t days) {
+  return std::abs(std::int64_t{days}) * kSecondsPerDay;
+}
+
+}  // namespace
+
+const HeadNotes::Note* HeadNotes::Find(std::uint64_t key) const {
+  const auto found = std::ranges::lower_bound(notes, key, {}, &Note::key);
+  return found != notes.end() && found->key == key ? &*found : nullptr;
+}
+
+void HeadNotes::Add(const Note& note) {
+  notes.insert(std::ranges::lower_bound(notes, note.key, {}, &Note::key), note);
+}
+
+Protection::Protection(const RetentionRules& rules, const BookmarkTable& bookmarks,
+                       qv::kelvo::Platform& platform, const std::size_t& volumeDepth)
+    : retention(rules),
+      bookmarkTable(bookmarks),
+      system(platform),
+      depth(volumeDepth),
+      reader(platform.mediaFiles) {}
+
+Removable Protection::CheckRemovable(const std::string& path) {
+  const std::size_t name = path.find_last_of(qv::kelvo::kPathSeparator) + 1;
+  const std::string directory = path.substr(0, name);
+  const std::int64_t time = PathToTime(path, depth);
+  HeadNotes none;
+  return Check({directory, std::string_view(path).substr(name), time}, Near(time), none).removable;
+}
+
+Verdict Protection::Check(const RecordingEntry& file,
+                          const std::vector<const BookmarkRecord*>& near, HeadNotes& notes) {
+  qv::kelvo::PathFields fields;
+  if (!qv::kelvo::ParsePath(file.name, fields)) return {};
+  const qv::kelvo::StreamID id = fields.id;
+  for (const BookmarkRecord* record : near) {
+    if (record->Covers(file.time, id)) return {Removable::Bookmarked, kNoTime};
+  }
+
+  const auto retainedUntil = [this](std::int64_t until) {
+    return NowSeconds() < until ? Verdict{Removable::Retained, until} : Verdict{};
+  };
+  if (retention.expirationDays >= 1) {
+    return retainedUntil(AddSeconds(file.time, InSeconds(retention.expirationDays)));
+  }
+  // Only the files of channels have inputs of their own rules. Without a rule for the device the
+  // head could only say that the file is free.
+  if ((qv::kelvo::InputOf(id) & kWideInput) != 0 || !HasRule(id)) return {};
+
+  const std::uint64_t key = NoteKey(file.name);
+  const HeadNotes::Note* known = key == kNoKey ? nullptr : notes.Find(key);
+  HeadNotes::Note head;
+  if (known != nullptr) {
+    head = *known;
+  } else {
+    head = ReadHead(file);
+    head.key = key;
+    if (key != kNoKey && AddSeconds(file.time, kFinalAge) < NowSeconds()) notes.Add(head);
+  }
+  if (!head.ofChannels) return {};
+  const auto rule = retention.cameraExpiration.find((id & ~0xFFu) | head.channel);
+  if (rule == retention.cameraExpiration.end()) return {};
+  return retainedUntil(AddSeconds(head.lastTime, InSeconds(rule->second)));
+}
+
+bool Protection::HasRule(qv::kelvo::StreamID id) const {
+  const auto first = retention.cameraExpiration.lower_bound(id & ~0xFFu);
+  return first != retention.cameraExpiration.end() && first->first <= (id | 0xFFu);
+}
+
+HeadNotes::Note Protection::ReadHead(const RecordingEntry& file) {
+  HeadNotes::Note note;
+  qv::kelvo::CFileInfo info;
+  info.path = file.Path();
+  const bool read = qv::kelvo::FillStreamRows(reader, info);
+  reader.Close();
+  const qv::kelvo::StreamRow& row = info.streamRows[0];
+  note.ofChannels = read && (info.fileInput & kWideInput) != 0 && row.frames != 0;
+  note.channel = row.channel;
+  note.lastTime = row.lastTime;
+  return note;
+}
+
+std::uint64_t Protection::Revision() {
+  if (basis.retentionRevision == retention.revision &&
+      basis.bookmarkRevision == bookmarkTable.revision) {
+    return revision;
+  }
+  // Devices are configured again and again with the same rules.
+  if (basis.bookmarkRevision != bookmarkTable.revision ||
+      basis.expirationDays != retention.expirationDays ||
+      basis.cameraExpiration != retention.cameraExpiration) {
+    ++revision;
+    basis.expirationDays = retention.expirationDays;
+    basis.cameraExpiration = retention.cameraExpiration;
+  }
+  basis.retentionRevision = retention.revision;
+  basis.bookmarkRevision = bookmarkTable.revision;
+  return revision;
+}
+
+}  // namespace qvsvr::kelvo

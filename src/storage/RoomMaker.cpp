@@ -1,0 +1,53 @@
+#include "storage/RoomMaker.h"
+
+#include "host/Log.h"
+#include "storage/RecordingRemoval.h"
+
+namespace qvsvr::kelvo {
+
+RoomMaker::RoomMaker(const WalkServices& borrowed) : services(borrowed), walker(borrowed) {}
+
+std::string RoomMaker::MakeRoom(const Request& request) {
+  lastRoomMakingTime = services.platform.clock.NowMs() / 1000;
+  ++roomMakingCount;
+  walker.bookmarkSkips = walker.retentionSkips = failures = 0;
+  walker.SetVolumes(request.volumes);
+  walker.isBeingWritten = [&request](const std::string& path) {
+    return request.manager.IsBeingWritten(path);
+  };
+  walker.Restart();
+  const auto stopping = [&request] { return request.manager.IsStopping(); };
+  while (!stopping()) {
+    const auto oldest = walker.NextRemovableFile(stopping);
+    if (!oldest) return {};
+    const std::string& path = oldest->path;
+    const auto drive = request.drives.find(oldest->volume);
+    if (drive == request.drives.end()) {
+      LogPrintf(LogError, "GRV failed to locate drive for %s", path.c_str());
+      continue;
+    }
+    if (drive->second.alarmBits != 0) {
+      LogPrintf(LogTrace, "GRV drive alarmed for %s", path.c_str());
+      continue;
+    }
+    LogPrintf(LogTrace, "GRV rm: %s", path.c_str());
+    if (!RemoveRecording(path, services.volumeDepth)) {
+      walker.NoteFailure(path);
+      ++failures;
+      LogPrintf(LogTrace, "GRV failed to rm %s", path.c_str());
+      continue;
+    }
+    const std::int64_t usable = request.usableGB(drive->first);
+    if (usable >= request.desiredGB) return drive->first;
+    LogPrintf(LogTrace, "GRV GAFS:%d Desired:%d", static_cast<int>(usable),
+              static_cast<int>(request.desiredGB));
+  }
+  return {};
+}
+
+void RoomMaker::Reset() {
+  lastRoomMakingTime = kNoTime;
+  roomMakingCount = 0;
+}
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "storage/DriveTable.h"
+#include "storage/IRecordManager.h"
+#include "storage/OldestFileWalker.h"
+
+namespace qvsvr::kelvo {
+
+// Deletes the oldest recordings that nothing protects, across all volumes, until a drive has room.
+// Worker thread only.
+class RoomMaker {
+ public:
+  // Borrows the services for its life.
+  explicit RoomMaker(const WalkServices& borrowed);
+
+  struct Request {
+    const IRecordManager& manager;
+    const std::map<std::string, DriveRecord>& drives;
+    std::vector<std::string> volumes;  // names of drives that recordings may be deleted on
+    std::int64_t desiredGB = 0;
+    std::function<std::int64_t(const std::string&)> usableGB;  // measures one drive
+  };
+  // The drive that has the room now; empty when nothing more can be deleted, or when the manager
+  // is stopping. Blocks for as long as deleting takes.
+  [[nodiscard]] std::string MakeRoom(const Request& request);
+
+  // To be called before each choice of a volume, with room or without.
+  void ForgetOldFailures() { walker.ForgetOldFailures(); }
+
+  // Whether the last run passed anything over.
+  [[nodiscard]] std::uint32_t ProtectedSkips() const {
+    return walker.bookmarkSkips + walker.retentionSkips;
+  }
+  [[nodiscard]] std::uint32_t Failures() const { return failures; }
+
+  // When room was last made, seconds since 1970, and how often; kNoTime and 0 after Reset.
+  [[nodiscard]] std::int64_t LastTime() const { return lastRoomMakingTime; }
+  [[nodiscard]] std::uint64_t Count() const { return roomMakingCount; }
+  void Reset();
+
+ private:
+  WalkServices services;
+  OldestFileWalker walker;
+  std::uint32_t failures = 0;
+  std::int64_t lastRoomMakingTime = kNoTime;
+  std::uint64_t roomMakingCount = 0;
+};
+
+}  // namespace qvsvr::kelvo

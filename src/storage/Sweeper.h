@@ -1,0 +1,91 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "media/PSReader.h"
+#include "platform/Platform.h"
+#include "storage/Bookmarks.h"
+#include "storage/RecordingTree.h"
+
+namespace qvsvr::kelvo {
+
+// The background pass over the trees: expires recordings and measures bookmarks in time order, then
+// has the debris cleaned up. One thread at a time, which works on private copies. Start and Stop
+// belong to one thread, Running to any.
+class Sweeper {
+ public:
+  struct Work {
+    std::vector<std::string> volumes;
+    std::map<qv::kelvo::StreamID, std::int32_t> rules;  // days per input; below 0 expires
+    Bookmarks bookmarks;
+    std::int32_t globalDays = 0;  // below 0: expire after so many days
+  };
+  // What the pass needs of its owner; called on the sweeper's thread.
+  struct Owner {
+    std::function<void(const Bookmarks&)> sendSizes;  // at the end of a whole pass
+    std::function<bool()> cleanupRemoves;
+  };
+
+  // Borrows the platform for its life. The owner's functions must work until Stop.
+  Sweeper(qv::kelvo::Platform& borrowed, Owner callbacks);
+  ~Sweeper() { Stop(); }
+  Sweeper(const Sweeper&) = delete;
+  Sweeper& operator=(const Sweeper&) = delete;
+
+  [[nodiscard]] bool Running() const { return running; }
+
+  // Starts a pass; false while one is running. `volumeDepth` is the number of path parts of a
+  // volume's root.
+  bool Start(Work copies, std::size_t volumeDepth);
+
+  // Ends the pass at the next file and waits. Returns whether one was running.
+  bool Stop();
+
+ private:
+  struct HourWork;  // what the visits of one hour directory need
+
+  void Run();
+  void Sweep();
+  void LogBegin(std::int64_t expireDays, std::int64_t cutoff) const;
+  // Days after which the walk's files may expire; 0 when none do.
+  [[nodiscard]] std::int64_t ExpireDays() const;
+
+  bool Restart();
+  [[nodiscard]] bool NextHourDir(HourDir& directory);
+  void VisitDirectory(const HourDir& directory, std::int64_t cutoff);
+  void VisitFile(HourWork& hour, const NamedRecording& recording);
+  void Expire(const std::string& path, std::int64_t time);
+  [[nodiscard]] bool IsExpired(const std::string& path, std::int64_t time);
+  [[nodiscard]] bool ExpiredByCamera(const std::string& path, qv::kelvo::StreamID id);
+  [[nodiscard]] bool AccountBookmarks(const std::vector<BookmarkRecord*>& near,
+                                      const std::string& path, std::int64_t time,
+                                      std::uint64_t size);
+  [[nodiscard]] std::int64_t NowSeconds() const { return platform.clock.NowMs() / 1000; }
+
+  qv::kelvo::Platform& platform;
+  const Owner owner;
+
+  // The thread's own between Start and the join.
+  Work work;
+  std::size_t depth = 0;
+  qv::kelvo::PSReader reader;
+  std::int64_t currentHour = kNoTime;
+  std::vector<HourDir> hourDirs;  // of `currentHour`, taken from the back
+  std::uint64_t files = 0;
+  std::uint64_t expired = 0;
+  std::uint64_t bookmarkedFiles = 0;
+  std::uint64_t bookmarkedKB = 0;
+
+  std::thread thread;
+  std::atomic<bool> stop{false};
+  std::atomic<bool> running{false};
+};
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,319 @@
+#include <boost/filesystem.hpp>
+#include <condition_variable>
+#include <mutex>
+
+#include "tests/archiving/BucketFixture.h"
+#include "tests/archiving/Loopback.h"
+
+namespace qvArchiving {
+namespace {
+
+namespace fs = boost::filesystem;
+constexpr std::size_t kPart = 5u << 20;
+constexpr char kObject[] = "2024/01/02/03/a.ps";
+
+// Gathers what the callback is told and can hold transfers at their first progress.
+class Listener {
+ public:
+  ScannerCallback Callback() {
+    return [this](IScanner&, const std::shared_ptr<IResult>& result,
+                  const std::map<std::string, std::string>& values) {
+      const std::string what = values.at("Result");
+      std::unique_lock guard(lock);
+      ++told[what == "Status" ? result->GetStatusName(result->GetStatus()) : what];
+      changed.notify_all();
+      if (what == "Progress") changed.wait(guard, [this] { return !holding; });
+    };
+  }
+  void Hold(bool value) {
+    const std::lock_guard guard(lock);
+    holding = value;
+    changed.notify_all();
+  }
+  void WaitFor(const std::string& what) {
+    std::unique_lock guard(lock);
+    EXPECT_TRUE(changed.wait_for(guard, std::chrono::seconds(30), [&] { return told[what] > 0; }))
+        << what;
+  }
+  int Count(const std::string& what) {
+    const std::lock_guard guard(lock);
+    return told[what];
+  }
+  void Forget() {
+    const std::lock_guard guard(lock);
+    told.clear();
+  }
+
+ private:
+  std::mutex lock;
+  std::condition_variable changed;
+  std::map<std::string, int> told;
+  bool holding = false;
+};
+
+class BucketTransfers : public Bucket {
+ protected:
+  std::shared_ptr<IResult> Download(std::int64_t offset = 0, std::int64_t size = 0) {
+    return scanner->Download(Path(kObject), Path(kObject), offset, size);
+  }
+  std::string LastError(const std::shared_ptr<IResult>& result) {
+    std::string text;
+    result->GetLastError(text);
+    return text;
+  }
+
+  Listener listener;
+};
+
+TEST_F(BucketTransfers, RoundTripFilesOfAllKindsOfSizes) {
+  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, kPart, kPart + 1, 3 * kPart + 7}) {
+    const std::string content = SampleBytes(size, static_cast<unsigned>(size));
+    Put(kObject, content);
+    EXPECT_TRUE(Get(kObject) == content) << size;
+    std::uint64_t stored = 1;
+    EXPECT_TRUE(scanner->GetFileSize(Path(kObject), stored, error));
+    EXPECT_EQ(stored, size);
+  }
+}
+
+TEST_F(BucketTransfers, TellWhatWasMoved) {
+  tree.Write("source", SampleBytes(1000));
+  scanner = Open({{"CacheEnable", ""}}, listener.Callback());
+  auto result = scanner->Upload(Path("source"), Path(kObject), {{"camera", "7"}});
+  EXPECT_EQ(Finish(result), TransferStatus::COMPLETED);
+  EXPECT_EQ(listener.Count("COMPLETED"), 1);
+  EXPECT_GE(listener.Count("Progress"), 1);
+  EXPECT_EQ(host.CountLines(0, "UploadFile key=" + std::string(kObject) +
+                                   " complete @ 0.00 Mbps "
+                                   "size=1000"),
+            1u);
+  EXPECT_EQ(host.CountLines("cache+"), 0u);
+  result = Download();
+  EXPECT_EQ(Finish(result), TransferStatus::COMPLETED);
+  EXPECT_EQ(listener.Count("COMPLETED"), 2);
+  EXPECT_EQ(result->GetBytesTransferred(), 1000u);
+  EXPECT_EQ(result->GetBytesTotalSize(), 1000u);
+  EXPECT_EQ(result->GetMetadata()["camera"], "7");
+  EXPECT_EQ(result->GetId().size(), 36u);
+  EXPECT_EQ(result->GetElapsedMs(), 0);  // the clock stands
+  EXPECT_EQ(host.CountLines(0, "cache+ file=" + Path(kObject) + " size=1000 count=1 "), 1u);
+  result->ReleaseHandle();
+  EXPECT_EQ(result->GetStatus(), TransferStatus::FAILED);
+  EXPECT_EQ(result->GetId() + LastError(result), "");
+  EXPECT_EQ(result->GetBytesTotalSize(), 0u);
+  EXPECT_EQ(scanner->RetryDownload(result), nullptr);
+}
+
+TEST_F(BucketTransfers, RangesLandAtTheirPlaceAndLeaveTheRest) {
+  const std::string content = SampleBytes(2 * kPart + 100);
+  Put(kObject, content);
+  struct Case {
+    std::size_t offset;
+    std::size_t size;
+    std::size_t moved;
+  };
+  const Case kCases[] = {{0, 1978, 1978},
+                         {100, 1, 1},
+                         {kPart - 1, kPart + 50, kPart + 50},
+                         {2 * kPart, 5000, 100},
+                         {2 * kPart + 50, 0, 50}};
+  for (const Case& row : kCases) {
+    std::string expected(3 * kPart, '.');
+    tree.Write(kObject, expected);
+    const auto result =
+        Download(static_cast<std::int64_t>(row.offset), static_cast<std::int64_t>(row.size));
+    EXPECT_EQ(Finish(result), TransferStatus::COMPLETED) << row.offset << ' ' << LastError(result);
+    expected.replace(row.offset, row.moved, content, row.offset, row.moved);
+    EXPECT_TRUE(tree.Read(kObject) == expected) << row.offset;
+  }
+  EXPECT_EQ(Finish(Download(2 * kPart + 100, 10)), TransferStatus::FAILED);
+  fs::remove(Path(kObject));
+  EXPECT_EQ(Finish(Download(10, 20)), TransferStatus::COMPLETED);  // into a new file
+  EXPECT_EQ(tree.Read(kObject), std::string(10, '\0') + content.substr(10, 20));
+  EXPECT_EQ(Download(-1, 5), nullptr);
+}
+
+TEST_F(BucketTransfers, RangesOfOneFileComeTogether) {
+  const std::string content = SampleBytes(100 * 1000);
+  Put(kObject, content);
+  scanner = Open({{"CacheEnable", ""}});
+  std::vector<std::shared_ptr<IResult>> results;
+  for (int i = 0; i < 100; ++i) results.push_back(Download(i * 1000, 1000));
+  for (const auto& result : results) EXPECT_EQ(Finish(result), TransferStatus::COMPLETED);
+  EXPECT_TRUE(tree.Read(kObject) == content);
+  EXPECT_EQ(host.CountLines("cache+"), 1u);
+}
+
+TEST_F(BucketTransfers, FailWithTheStoresWords) {
+  EXPECT_EQ(scanner->Upload(Path("none"), Path(kObject), {}), nullptr);
+  EXPECT_EQ(host.CountLines(75, "] Upload error: "), 1u);
+  scanner = Open({}, listener.Callback());
+  auto result = Download();
+  EXPECT_EQ(Finish(result), TransferStatus::FAILED);
+  EXPECT_EQ(LastError(result), "No response body.");
+  EXPECT_FALSE(fs::exists(Path(kObject)));
+  EXPECT_EQ(listener.Count("Error"), 1);
+  EXPECT_EQ(listener.Count("FAILED"), 1);
+  tree.Write("file", "x");
+  secret = "wrong";
+  result = Open()->Upload(Path("file"), Path(kObject), {});
+  EXPECT_NE(Finish(result), TransferStatus::COMPLETED);
+  EXPECT_FALSE(scanner->TestFile(Path(kObject)));
+}
+
+TEST_F(BucketTransfers, RetryRefusesWhatHasNotFailed) {
+  Put(kObject, "x");
+  const auto result = Download();
+  EXPECT_EQ(Finish(result), TransferStatus::COMPLETED);
+  EXPECT_EQ(scanner->RetryDownload(result), nullptr);
+  EXPECT_EQ(scanner->RetryUpload(nullptr), nullptr);
+  EXPECT_EQ(host.CountLines(75, "RetryDownload error: the transfer has not failed"), 1u);
+}
+
+TEST_F(BucketTransfers, GoOnWhenTheServerComesBack) {
+  const std::string content = SampleBytes(6 * kPart + 11);
+  tree.Write("source", content);
+  scanner = Open({{"CacheEnable", ""}}, listener.Callback());
+
+  listener.Hold(true);
+  auto result = scanner->Upload(Path("source"), Path(kObject), {});
+  listener.WaitFor("Progress");
+  Server("kill");
+  listener.Hold(false);
+  EXPECT_EQ(Finish(result), TransferStatus::FAILED);
+  EXPECT_EQ(listener.Count("FAILED"), 1);
+  Server("resume");
+  auto repeated = scanner->RetryUpload(result);
+  EXPECT_EQ(Finish(repeated), TransferStatus::COMPLETED) << LastError(repeated);
+  EXPECT_EQ(repeated->GetId(), result->GetId());
+  EXPECT_EQ(listener.Count("COMPLETED"), 1);
+
+  listener.Forget();
+  listener.Hold(true);
+  result = Download();
+  listener.WaitFor("Progress");
+  Server("kill");
+  listener.Hold(false);
+  EXPECT_EQ(Finish(result), TransferStatus::FAILED);
+  auto failedAgain = scanner->RetryDownload(result);  // the server is away still
+  EXPECT_EQ(Finish(failedAgain), TransferStatus::FAILED);
+  EXPECT_EQ(listener.Count("FAILED"), 2);
+  EXPECT_EQ(host.CountLines("cache+"), 0u);
+  Server("resume");
+  clock.Advance(5000);
+  repeated = scanner->RetryDownload(failedAgain);
+  clock.Advance(1000);
+  EXPECT_EQ(Finish(repeated), TransferStatus::COMPLETED) << LastError(repeated);
+  EXPECT_LE(repeated->GetElapsedMs(), 1000);
+  EXPECT_EQ(listener.Count("COMPLETED"), 1);
+  EXPECT_EQ(host.CountLines("cache+"), 1u);
+  EXPECT_TRUE(tree.Read(kObject) == content);
+}
+
+TEST_F(BucketTransfers, StopWhenTheyAreCancelledAndGoOnWhenTheyAreRepeated) {
+  const std::string content = SampleBytes(4 * kPart);
+  Put(kObject, content);
+  TcpProxy proxy(port);
+  RedirectRequests(proxy.Url());
+  scanner = Open({}, listener.Callback());
+  listener.Hold(true);
+  const auto result = Download();
+  listener.WaitFor("Progress");
+  proxy.SetStalled(true);
+  result->Cancel();
+  listener.Hold(false);
+  EXPECT_EQ(Finish(result), TransferStatus::CANCELED);
+  EXPECT_EQ(listener.Count("CANCELED"), 1);
+  proxy.SetStalled(false);
+  const auto repeated = scanner->RetryDownload(result);
+  EXPECT_EQ(Finish(repeated), TransferStatus::COMPLETED) << LastError(repeated);
+  EXPECT_TRUE(tree.Read(kObject) == content);
+}
+
+TEST_F(BucketTransfers, WaitForASlowServerAndGiveUpOnASilentOne) {
+  const std::string content = SampleBytes(400'000);
+  Put(kObject, content);
+  TcpProxy proxy(port);
+  RedirectRequests(proxy.Url());
+  scanner = Open();
+  proxy.SetRate(100'000);
+  EXPECT_EQ(Finish(Download()), TransferStatus::COMPLETED);
+  EXPECT_TRUE(tree.Read(kObject) == content);
+  proxy.SetRate(0);
+  proxy.SetStalled(true);
+  const auto result = Download();
+  EXPECT_EQ(Finish(result), TransferStatus::FAILED);
+  EXPECT_EQ(LastError(result), "curlCode: 28, Timeout was reached");
+}
+
+TEST_F(BucketTransfers, CheckTheCertificateIfAsked) {
+  RedirectRequests("https://localhost:" + std::to_string(tlsPort));
+  struct Case {
+    const char* verify;
+    bool reaches;
+  };
+  for (const Case& row : {Case{"true", false}, {"True", true}, {"", true}}) {
+    scanner = Open({{"VerifySSL", row.verify}});
+    EXPECT_EQ(scanner->TestDirectory(tree.Root()), row.reaches) << row.verify;
+  }
+  const std::string content = SampleBytes(kPart + 5);
+  Put(kObject, content);
+  EXPECT_TRUE(Get(kObject) == content);
+}
+
+TEST_F(BucketTransfers, FetchOnlyWhatIsAskedFor) {
+  Put(kObject, SampleBytes(50'000));
+  TcpProxy proxy(port);
+  RedirectRequests(proxy.Url());
+  scanner = Open();
+  EXPECT_EQ(Finish(Download(0, 1978)), TransferStatus::COMPLETED);
+  const std::string line = " /" + std::string(kObject) + " HTTP/1.1";
+  EXPECT_EQ(proxy.Requests(), (std::vector<std::string>{"HEAD" + line, "GET" + line}));
+}
+
+TEST_F(BucketTransfers, FollowAnObjectThatChangesItsSize) {
+  Put(kObject, SampleBytes(3 * kPart, 1));
+  EXPECT_EQ(Finish(Download()), TransferStatus::COMPLETED);
+  Put(kObject, "short");
+  EXPECT_EQ(Finish(Download(1000, 1000)), TransferStatus::FAILED);
+  EXPECT_EQ(tree.Read(kObject).size(), 3 * kPart);
+  EXPECT_EQ(Finish(Download()), TransferStatus::COMPLETED);
+  EXPECT_EQ(tree.Read(kObject), "short");
+  // It shrinks while its parts are on their way.
+  Put(kObject, SampleBytes(16 * kPart, 2));
+  const auto held = Open({}, listener.Callback());
+  listener.Hold(true);
+  const auto result = held->Download(Path(kObject), Path(kObject), 0, 0);
+  listener.WaitFor("Progress");
+  Put(kObject, "short");
+  listener.Hold(false);
+  EXPECT_EQ(Finish(result), TransferStatus::FAILED);
+}
+
+TEST_F(BucketTransfers, OutliveTheirScanner) {
+  Put(kObject, SampleBytes(2 * kPart));
+  scanner = Open({{"CacheEnable", ""}}, listener.Callback());
+  std::vector<std::shared_ptr<IResult>> results;
+  for (int i = 0; i < 12; ++i) {
+    const std::string local = Path("local/" + std::to_string(i));
+    results.push_back(scanner->Download(Path(kObject), local, 0, 0));
+  }
+  listener.WaitFor("Progress");
+  scanner.reset();
+  for (const auto& result : results) {
+    result->Wait();
+    const TransferStatus status = result->GetStatus();
+    EXPECT_TRUE(status == TransferStatus::COMPLETED || status == TransferStatus::CANCELED);
+  }
+}
+
+TEST_F(BucketTransfers, NothingLeaksWhenResultsAreDropped) {
+  Put(kObject, SampleBytes(1000));
+  scanner = Open({{"CacheEnable", ""}});
+  (void)Download();
+  EXPECT_TRUE(host.WaitForLine("DownloadFile key="));
+  EXPECT_EQ(host.CountLines("cache+"), 1u);
+}
+
+}  // namespace
+}  // namespace qvArchiving

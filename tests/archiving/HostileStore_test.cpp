@@ -1,0 +1,154 @@
+#include <algorithm>
+
+#include "tests/archiving/BucketFixture.h"
+#include "tests/archiving/Loopback.h"
+
+namespace qvArchiving {
+namespace {
+
+// A store that answers what no store does.
+class HostileStore : public ScannerFixture {
+ protected:
+  std::uint32_t count = 0;
+  std::uint64_t bytes = 0;
+  std::string error;
+};
+
+std::string Repeat(const std::string& text, int times) {
+  std::string out;
+  for (int i = 0; i < times; ++i) out += text;
+  return out;
+}
+
+std::string List(const std::string& content) {
+  return "<?xml version=\"1.0\"?><ListBucketResult xmlns=\"x\">" + content + "</ListBucketResult>";
+}
+
+TEST_F(HostileStore, BadListingsAreErrors) {
+  const std::string good = List("<Contents><Key>2024/a</Key><Size>1</Size></Contents>");
+  const std::string kBodies[] = {
+      "",
+      "no document",
+      good.substr(0, good.size() - 5),
+      good.substr(0, good.size() / 2),
+      good + good,
+      List("<Contents><Key>&nothing;</Key></Contents>"),
+      List("<Contents><Key>&#xD800;</Key></Contents>"),
+      List("<Contents><Key>&#99999999999;</Key></Contents>"),
+      List("<Contents></Key></Contents>"),
+      List(Repeat("<a>", 100'000)),
+      List(Repeat("<a>", 1000) + Repeat("</a>", 1000)),
+      List(Repeat("<a/>", 200'000)),
+      "<!DOCTYPE a [<!ENTITY b \"" + Repeat("b", 1000) + "\">]><a>&b;</a>",
+      "<Other/>",
+      "<Error><Code>Strange</Code><Message>m</Message></Error>",
+      std::string("\0\0\0\0", 4),
+  };
+  for (const std::string& body : kBodies) {
+    const ScriptedServer server([&](const std::string&) { return HttpReply(body); });
+    RedirectRequests(server.Url());
+    const auto scanner = Open();
+    EXPECT_FALSE(scanner->QueryDirectory(Path("2024"), count, bytes, nullptr, true, error))
+        << body.substr(0, 200);
+    EXPECT_FALSE(error.empty() && !body.empty()) << body.substr(0, 200);
+  }
+  EXPECT_EQ(host.CountLines(75, "QueryDirectory, ListObjects error: "), std::size(kBodies));
+}
+
+TEST_F(HostileStore, BrokenTransportIsAnError) {
+  const std::string good = HttpReply(List(""));
+  const std::string kReplies[] = {
+      "",
+      "HTTP/1.1 200 OK\r\n",
+      "HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n<ListBucketResult/>",
+      "HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n<ListBucketResult>",
+      "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nFFFFFFFF\r\n<a/>",
+      "HTTP/1.1 200 OK\r\n" + Repeat("X-A: " + std::string(1000, 'a') + "\r\n", 1000) + "\r\n",
+      "HTTP/1.1 301 Moved\r\nLocation: http://127.0.0.1:1/\r\nContent-Length: 0\r\n\r\n",
+      HttpReply("<a", "500 No"),
+      HttpReply(std::string(20u << 20, ' ')),
+      "\x01\x02\x03" + good,
+  };
+  for (const std::string& reply : kReplies) {
+    const ScriptedServer server([&](const std::string&) { return reply; });
+    RedirectRequests(server.Url());
+    EXPECT_FALSE(Open()->QueryDirectory(Path("2024"), count, bytes, nullptr, true, error))
+        << reply.substr(0, 80);
+    EXPECT_FALSE(error.empty()) << reply.substr(0, 80);
+  }
+}
+
+TEST_F(HostileStore, OddEntriesAreTakenForWhatTheySay) {
+  const ScriptedServer server([](const std::string&) {
+    return HttpReply(
+        List("<!-- c --><Contents><Key>2024/&lt;a&gt;&#x20AC;<![CDATA[&]]></Key><Size>-5</Size>"
+             "<LastModified>never</LastModified></Contents>"
+             "<Contents><Size>99999999999999999999999</Size></Contents>"
+             "<Contents><Key>2024/b</Key><Size>7</Size>"
+             "<LastModified>2024-02-29T12:34:56.789Z</LastModified></Contents>"
+             "<CommonPrefixes/><CommonPrefixes><Prefix>99999999999/</Prefix></CommonPrefixes>"
+             "<CommonPrefixes><Prefix>/</Prefix></CommonPrefixes>"));
+  });
+  RedirectRequests(server.Url());
+  const auto scanner = Open();
+  ScannedFileSet files;
+  EXPECT_TRUE(scanner->QueryDirectory(Path("2024"), count, bytes, &files, true, error)) << error;
+  ASSERT_EQ(files.size(), 3u);
+  auto file = files.begin();
+  EXPECT_EQ(file->name, "");
+  ++file;
+  EXPECT_EQ(file->name, "<a>\xE2\x82\xAC&");
+  EXPECT_EQ(file->size, 0u);
+  EXPECT_EQ(file->modified, 0);
+  ++file;
+  EXPECT_EQ(file->modified, 1709210096);
+  std::set<int> years;
+  EXPECT_TRUE(scanner->GetYears(tree.Root(), years, error));
+  EXPECT_TRUE(years.empty());
+  TargetSpace space;
+  EXPECT_TRUE(scanner->GetDiskSpace("", space, error));
+  EXPECT_EQ(space.free, 0u);
+}
+
+TEST_F(HostileStore, DeletingEndsThoughPrefixesTurnInCircles) {
+  const ScriptedServer server([](const std::string& head) {
+    const bool deep = head.find("prefix=2024%2Fx") != std::string::npos;
+    return HttpReply(List(deep ? "<CommonPrefixes><Prefix>2024/</Prefix></CommonPrefixes>"
+                               : "<CommonPrefixes><Prefix>2024/</Prefix></CommonPrefixes>"
+                                 "<CommonPrefixes><Prefix>2024/x/</Prefix></CommonPrefixes>"));
+  });
+  RedirectRequests(server.Url());
+  EXPECT_TRUE(Open()->DeleteDirectory(Path("2024"), error, true));
+  EXPECT_EQ(server.Requests(), 2);
+}
+
+TEST_F(HostileStore, TransfersWithImpossibleSizesFail) {
+  struct Case {
+    const char* what;
+    std::string head;
+    std::string body;
+  };
+  const Case kCases[] = {
+      {"larger than any object", "Content-Length: 4611686018427387904\r\n\r\n", "x"},
+      {"longer than announced", "Content-Length: 5\r\n\r\n", HttpReply("1234567890")},
+      {"shorter than announced", "Content-Length: 5\r\n\r\n", HttpReply("123")},
+      {"cut", "Content-Length: 5\r\n\r\n", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n12"},
+      {"refused", "Content-Length: 5\r\n\r\n", HttpReply("<Error/>", "403 No")},
+  };
+  for (const Case& row : kCases) {
+    const ScriptedServer server([&](const std::string& head) {
+      return head.starts_with("HEAD") ? "HTTP/1.1 200 OK\r\n" + row.head : row.body;
+    });
+    RedirectRequests(server.Url());
+    tree.Write("2024/a.ps", "local content");
+    const auto scanner = Open();
+    const auto result = scanner->Download(Path("2024/a.ps"), Path("2024/a.ps"), 3, 0);
+    result->Wait();
+    EXPECT_EQ(result->GetStatus(), TransferStatus::FAILED) << row.what;
+    EXPECT_LE(tree.Read("2024/a.ps").size(), 13u) << row.what;
+    EXPECT_TRUE(tree.Read("2024/a.ps").starts_with("loc")) << row.what;
+  }
+}
+
+}  // namespace
+}  // namespace qvArchiving

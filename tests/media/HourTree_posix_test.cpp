@@ -1,0 +1,289 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <boost/filesystem.hpp>
+#include <cstdlib>
+#include <ctime>
+#include <set>
+
+#include "archiving/IResult.h"
+#include "media/CFileInfo.h"
+#include "media/FileSystemBase.h"
+#include "media/LocalHours.h"
+#include "tests/support/FakeHost.h"
+#include "tests/support/FakeScanner.h"
+#include "tests/support/TempTree.h"
+#include "tests/support/TestBundle.h"
+
+namespace qv::kelvo {
+namespace {
+
+constexpr UtcMs kHour = 3'600'000, kDay = 24 * kHour;
+
+// The process's time zone, for as long as it lives.
+class Zone {
+ public:
+  explicit Zone(const char* name) : before(std::getenv("TZ") == nullptr ? "" : std::getenv("TZ")) {
+    Set(name);
+  }
+  ~Zone() { Set(before.c_str()); }
+
+ private:
+  static void Set(const char* name) {
+    setenv("TZ", name, 1);
+    tzset();
+  }
+  std::string before;
+};
+
+struct TreeFixture : FileSystemBase {
+  explicit TreeFixture(Platform& system) : FileSystemBase(system) {}
+  void GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
+                  const ArchiveFilter*) override {
+    ++asked;
+    list.clear();
+    if ((flags & kVolumesLocal) != 0) list = local;
+    if ((flags & kVolumesArchive) != 0) list.insert(list.end(), mounted.begin(), mounted.end());
+  }
+  void GetTargets(TargetList& list, std::uint32_t flags, const ArchiveFilter*) override {
+    list = (flags & kVolumesArchive) != 0 ? targets : TargetList{};
+  }
+  std::vector<std::string> local, mounted;
+  TargetList targets;
+  int asked = 0;
+};
+
+class HourTree : public testing::Test {
+ protected:
+  HourTree() { files.local = {tree.MakeDirectory("a"), tree.MakeDirectory("b")}; }
+
+  // The hour directories that the walk from `start` visits, as "day/hour", with the step counted.
+  std::vector<std::string> WalkFrom(UtcMs start, UtcMs end) {
+    std::vector<std::string> visited;
+    UtcMs time = LocalHourStart(start);
+    for (int steps = 0; files.FindNextHour(time, end); ++steps) {
+      if (steps > 500) {
+        ADD_FAILURE() << "the walk doesn't end";
+        break;
+      }
+      const std::string path = HourDirectory("", time);
+      visited.push_back(path.substr(8, 5));
+      time = NextLocalHour(time);
+    }
+    return visited;
+  }
+
+  qvsvr::kelvo::FakeHost host;
+  TempTree tree;
+  TestBundle bundle;
+  TreeFixture files{bundle.platform};
+};
+
+TEST_F(HourTree, VisitsEveryHourOfTheNightsInWhichClocksChange) {
+  const struct {
+    const char* zone;
+    UtcMs firstDay;                  // some moment of the day before
+    std::vector<std::string> hours;  // in order, from 00 to 03 or what there is of it
+  } nights[] = {
+      {"Europe/Berlin", 1'761'390'000'000, {"26/00", "26/01", "26/02", "26/02", "26/03"}},
+      {"Europe/Berlin", 1'774'702'800'000, {"29/00", "29/01", "29/03"}},
+      {"Asia/Kolkata", 1'761'390'000'000, {"26/00", "26/01", "26/02", "26/03"}},
+      {"America/St_Johns", 1'762'000'000'000, {"02/00", "02/01", "02/01", "02/02", "02/03"}},
+      {"America/Sao_Paulo", 1'541'246'400'000, {"04/01", "04/02", "04/03"}},  // no midnight
+      {"America/Havana", 1'762'000'000'000, {"02/00", "02/00", "02/01", "02/02", "02/03"}},
+      {"Australia/Lord_Howe", 1'759'540'000'000, {"05/00", "05/01", "05/02", "05/03"}},
+  };
+  for (const auto& night : nights) {
+    SCOPED_TRACE(night.zone);
+    const Zone zone(night.zone);
+    const UtcMs midnight = NextLocalDay(night.firstDay);
+    EXPECT_EQ(ToLocal(midnight - 1).day, ToLocal(night.firstDay).day);
+    // All hours of both days exist.
+    for (UtcMs time = midnight - kDay; time < midnight + 2 * kDay; time += kHour / 4) {
+      boost::filesystem::create_directories(HourDirectory(files.local[0], time));
+    }
+    std::vector<std::string> visited = WalkFrom(midnight, midnight + 10 * kHour);
+    ASSERT_GE(visited.size(), night.hours.size());
+    visited.resize(night.hours.size());
+    EXPECT_EQ(visited, night.hours);
+    // And over gaps, from an empty tree's skips.
+    boost::filesystem::remove_all(files.local[0]);
+    const std::string last = HourDirectory(files.local[1], midnight + 9 * kHour);
+    boost::filesystem::create_directories(last);
+    EXPECT_EQ(WalkFrom(midnight - 40 * kDay, midnight + kDay).size(), 1u);
+    boost::filesystem::remove_all(files.local[1]);
+  }
+}
+
+TEST_F(HourTree, MapsLocalTimesBothWaysInEveryZone) {
+  for (const char* name : {"Europe/Berlin", "Asia/Kathmandu", "America/Havana", "Africa/Casablanca",
+                           "Australia/Lord_Howe", "Pacific/Apia", "America/Sao_Paulo", "UTC"}) {
+    SCOPED_TRACE(name);
+    const Zone zone(name);
+    for (UtcMs time = 1'230'768'000'000; time < 1'830'768'000'000; time += 41 * 60'000 * 61) {
+      const UtcMs start = LocalHourStart(time);
+      ASSERT_LE(start, time);
+      ASSERT_EQ(HourDirectory("", start), HourDirectory("", time)) << time;
+      for (const UtcMs next :
+           {NextLocalHour(time), NextLocalDay(time), NextLocalMonth(time), NextLocalYear(time)}) {
+        ASSERT_GT(next, time);
+        ASSERT_EQ(LocalHourStart(next), next) << time;
+      }
+      const CalendarTime local = ToLocal(time);
+      const UtcMs back = FromLocal(local);
+      const CalendarTime again = ToLocal(back);
+      ASSERT_EQ(again.hour * 60 + again.minute, local.hour * 60 + local.minute) << time;
+    }
+  }
+}
+
+TEST_F(HourTree, SkipsEmptyYearsByOneTestEach) {
+  const Zone zone("Europe/Berlin");
+  UtcMs time = FromLocal({2014, 3, 5, 7});
+  EXPECT_FALSE(files.FindNextHour(time, FromLocal({2024, 3, 5, 7})));
+  EXPECT_LE(files.asked, 11);
+  EXPECT_FALSE(files.FindNextHour(time, time));
+  EXPECT_LE(host.CountLines("dir exists"), 22u);  // two volumes
+  tree.MakeDirectory("b/2019/12/31/23");
+  time = FromLocal({2014, 3, 5, 7});
+  ASSERT_TRUE(files.FindNextHour(time, FromLocal({2024, 3, 5, 7})));
+  EXPECT_EQ(time, FromLocal({2019, 12, 31, 23}));
+  // From 1901 to the end of 32 bits.
+  time = LocalHourStart(-2'147'483'648'000);
+  std::vector<std::string> volumes;
+  HourListing listing;
+  int hours = 0;
+  for (; files.SearchHour(time, 2'147'483'947'000, {}, volumes, listing); ++hours) {
+    time = NextLocalHour(time);
+  }
+  EXPECT_EQ(hours, 1);
+}
+
+TEST_F(HourTree, ListsNamesOverVolumesInTheirOrder) {
+  const UtcMs time = 1'750'000'000'000;
+  const auto put = [&](const char* volume, const char* name) {
+    tree.Write(HourDirectory(std::string(volume) + "/", time) + name, "x");
+  };
+  for (const char* name :
+       {"1530-10010100.ps", "5959-10010100.ps", "1530-10010100a.ps", "junk.ps"}) {
+    put("a", name);
+  }
+  for (const char* name :
+       {"0000-00000000.PS", "1530-10010100.ps", "1530-10010100.psi", "1530-10010100b.ps"}) {
+    put("b", name);
+  }
+  std::vector<std::string> volumes;
+  HourListing listing;
+  files.ListHour(time, {}, volumes, listing);
+  std::string text;
+  for (const ListedFile& file : listing) {
+    text += file.name + ":";
+    for (const auto volume : file.volumes) text += std::to_string(volume);
+    text += " ";
+  }
+  EXPECT_EQ(text,
+            "0000-00000000.PS:1 1530-10010100.ps:01 1530-10010100b.ps:1 5959-10010100.ps:0 "
+            "1530-10010100a.ps:0 junk.ps:0 ");
+}
+
+TEST_F(HourTree, OrderOfNamesIsStrict) {
+  const std::vector<std::string> ordered = {"0000-00000000.ps",
+                                            "1530-10010100.ps",
+                                            "1530-10010100b.ps",
+                                            "1530-1001010A.ps",
+                                            "9961-10010100.ps",
+                                            "0000-00000000a.ps",
+                                            "junk",
+                                            "junk.ps"};
+  for (std::size_t a = 0; a < ordered.size(); ++a) {
+    for (std::size_t b = 0; b < ordered.size(); ++b) {
+      EXPECT_EQ(ComesBefore(ordered[a], ordered[b]), a < b) << ordered[a] << " " << ordered[b];
+    }
+  }
+}
+
+TEST(RangeTests, FiveMinutesReachBackFromTheStart) {
+  const struct {
+    std::int64_t file, start, end;
+    bool outside;
+  } cases[] = {{700, 1000, 2000, false}, {699, 1000, 2000, true},  {1999, 1000, 2000, false},
+               {2000, 1000, 2000, true}, {1500, 2000, 1000, true}, {1000, 1000, 1001, false}};
+  for (const auto& test : cases) {
+    EXPECT_EQ(IsOutsideRange(test.file, test.start, test.end), test.outside) << test.file;
+  }
+  // Bucket 2 of 100 seconds has been answered: bucket 3 begins at 1300.
+  EXPECT_TRUE(IsBucketSkipped(999, 2, 100, 1000, 2000));
+  EXPECT_FALSE(IsBucketSkipped(1000, 2, 100, 1000, 2000));
+  EXPECT_FALSE(IsBucketSkipped(1, 2, 0, 1000, 2000));
+  EXPECT_FALSE(IsBucketSkipped(1, 2, 1000, 1000, 2000));
+}
+
+TEST_F(HourTree, BringsDownWhatABucketHasAndTheDiskDoesnt) {
+  using testsupport::FakeScanner;
+  const UtcMs time = 1'750'000'000'000;
+  const std::string mount = tree.MakeDirectory("cache");
+  const auto bucket = std::make_shared<FakeScanner>(mount, "5");
+  const auto disk = std::make_shared<FakeScanner>(mount, "1");
+  files.targets = {disk, bucket};
+  files.mounted = {mount};
+  const std::string hour = HourDirectory(mount, time);
+  for (const char* name : {"0100-00110080.ps", "0100-00110080.psi", "0200-00110180.ps",
+                           "0200-00110180.psi", "0100-00110080.psm", "short.ps"}) {
+    bucket->files[hour + name] = std::string(5000, 'm');
+  }
+  tree.Write("cache" + hour.substr(mount.size() - 1) + "0100-00110080.psi", "here");
+  const RequestKey keys[] = {MakeRequestKey(0x00110000, 0, 0, 3)};
+  std::vector<std::string> volumes;
+  HourListing listing;
+  UtcMs walker = LocalHourStart(time);
+  ASSERT_TRUE(files.SearchHour(walker, walker + 1, keys, volumes, listing));
+  EXPECT_EQ(bucket->downloads, std::vector<std::string>{"0100-00110080.ps 0+1978"});
+  EXPECT_EQ(disk->queries, 0);
+  EXPECT_EQ(bucket->order, "WR");
+  ASSERT_EQ(listing.size(), 1u);
+  EXPECT_EQ(volumes, files.mounted);
+  EXPECT_EQ(host.CountLines("hints[]=0x1100003"), 1u);
+
+  files.ListHour(time, {}, volumes, listing);  // everything, now
+  EXPECT_EQ(bucket->downloads.size(), 4u);
+  EXPECT_EQ(bucket->order, "WRWWWRRR");
+
+  // A local file in the hour keeps the archives out of it.
+  tree.Write("a" + hour.substr(mount.size() - 1) + "3000-00110080.ps", "x");
+  const int queries = bucket->queries;
+  files.ListHour(time, {}, volumes, listing);
+  EXPECT_EQ(listing.size(), 1u);
+  EXPECT_EQ(bucket->queries, queries);
+  EXPECT_EQ(volumes, files.local);
+
+  bucket->failing = true;
+  files.ListHour(time + 5 * kHour, {}, volumes, listing);
+  EXPECT_TRUE(listing.empty());
+
+  // A target of no type at all doesn't keep the walk from the others.
+  bucket->failing = false;
+  files.targets = {std::make_shared<FakeScanner>(mount, "five"),
+                   std::make_shared<FakeScanner>(mount, ""),
+                   std::make_shared<FakeScanner>(mount, "99999999999"), bucket};
+  walker += 50 * kDay;
+  bucket->files[HourDirectory(mount, walker) + "0100-00110080.ps"] = "m";
+  ASSERT_TRUE(files.SearchHour(walker, walker + kHour, {}, volumes, listing));
+  EXPECT_EQ(listing.size(), 1u);
+}
+
+TEST(FileTimes, AreSecondsOrMinusOne) {
+  const auto date = [](int y, int m, int d) {
+    return static_cast<PackedDate>((y - 2000) << 9 | m << 5 | d);
+  };
+  EXPECT_EQ(SecondsOf({date(2025, 6, 15), 54'400'999}), 1'750'000'000);
+  EXPECT_EQ(SecondsOf({date(2025, 6, 14), 86'400'000 + 54'400'000}), 1'750'000'000);
+  for (const PackedTime bad :
+       {PackedTime{0, 0}, PackedTime{date(2025, 2, 29), 0}, PackedTime{date(2025, 13, 1), 0},
+        PackedTime{date(2025, 1, 0), 5}, PackedTime{date(2025, 1, 1), 0xFFFFFFFF}}) {
+    EXPECT_EQ(SecondsOf(bad), -1) << bad.date;
+  }
+}
+
+}  // namespace
+}  // namespace qv::kelvo

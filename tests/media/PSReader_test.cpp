@@ -1,0 +1,403 @@
+#include "media/PSReader.h"
+
+#include <algorithm>
+#include <boost/filesystem.hpp>
+#include <functional>
+#include <random>
+
+#include "media/ByteOrder.h"
+#include "tests/media/PSFileFixture.h"
+
+namespace qv::kelvo {
+namespace {
+
+constexpr UtcMs kStart = 1'750'000'000'000;
+constexpr char kMedia[] = "0640-100101FF.ps";
+constexpr char kIndex[] = "0640-100101FF.psi";
+
+struct Made {
+  std::uint16_t stream = 0, type = 0;
+  UtcMs ms = 0;
+  std::uint8_t flags = 0;
+  std::string payload, userData;
+  std::uint32_t ordinal = 0;  // within its stream
+};
+
+class PSReaderTest : public PSFileTest {
+ protected:
+  // Frames of streams 0, 3 and 16 in no particular order, with gaps and changes of flags.
+  void MakeRecording(std::size_t count, std::uint32_t seed = 1) {
+    std::mt19937 random(seed);
+    PSFile file(files);
+    ASSERT_EQ(Create(file), kPsOk);
+    std::array<std::uint32_t, kStreamCount> ordinals{};
+    UtcMs ms = 0;
+    for (std::size_t n = 0; n < count; ++n) AddFrame(file, random, ms, ordinals);
+    file.Close();
+  }
+
+  void AddFrame(PSFile& file, std::mt19937& random, UtcMs& ms,
+                std::array<std::uint32_t, kStreamCount>& ordinals) {
+    static constexpr std::uint16_t kStreams[] = {0, 0, 3, 16};
+    Made frame;
+    frame.stream = kStreams[random() % 4];
+    const std::uint32_t before = ordinals[frame.stream]++;
+    frame.ordinal = before;
+    frame.type = frame.stream == 16 ? 0 : before % 5 == 0 ? 1 : before % 5 < 3 ? 2 : 3;
+    ms += random() % 20 == 0 ? 1500 : 40;
+    frame.ms = ms;
+    frame.flags = static_cast<std::uint8_t>(before / 30 % 8 << 5);
+    frame.payload.resize(random() % 300);
+    for (char& c : frame.payload) c = static_cast<char>(random());
+    frame.userData = std::string(random() % 30 * 3, 'u');
+    PSFrame given = Frame(frame.stream, frame.type, frame.ms, frame.payload);
+    given.flags = frame.flags;
+    given.userData = AsBytes(frame.userData).data();
+    given.userDataSize = frame.userData.size();
+    ASSERT_EQ(file.WriteFrame(given), kPsOk);
+    model.push_back(frame);
+  }
+
+  void ZeroCounts() { Patch(kIndex, 20, std::string(4, '\0')); }
+  void Patch(const char* name, std::size_t at, const std::string& bytes) {
+    std::string content = tree.Read(name);
+    content.replace(at, bytes.size(), bytes);
+    tree.Write(name, content);
+  }
+
+  void ExpectFrame(PSReadFrame& frame, int result, const Made& wanted) {
+    ASSERT_EQ(result, kPsOk);
+    EXPECT_EQ(frame.stream, wanted.stream);
+    EXPECT_EQ(frame.frameType, wanted.type);
+    EXPECT_EQ(frame.flags, wanted.flags);
+    EXPECT_EQ(frame.Time(), kStart + wanted.ms);
+    EXPECT_EQ(frame.userDataSize, wanted.userData.size());
+    const std::size_t at = std::to_integer<std::size_t>(packet[8]) + 9;
+    ASSERT_LE(at, frame.size);
+    const std::string payload(reinterpret_cast<const char*>(&packet[at]), frame.size - at);
+    EXPECT_EQ(payload, wanted.payload);
+  }
+  PSReadFrame Ask(std::uint16_t stream, std::uint32_t index) {
+    PSReadFrame frame;
+    frame.stream = stream;
+    frame.index = index;
+    frame.packet = packet;
+    frame.userData = userData;
+    return frame;
+  }
+  [[nodiscard]] std::vector<Made> Chosen(std::uint32_t mask) const {
+    std::vector<Made> chosen;
+    std::ranges::copy_if(model, std::back_inserter(chosen),
+                         [mask](const Made& m) { return (mask >> m.stream & 1u) != 0; });
+    return chosen;
+  }
+
+  // Everything the reader offers against the model, by steps and jumps.
+  void ExpectAll() {
+    const auto count = static_cast<std::uint32_t>(model.size());
+    ASSERT_EQ(reader.GetFrameCount(kWholeFile), count);
+    std::mt19937 random(7);
+    for (const std::uint32_t mask : {1u, 1u << 3, 1u << 16, 9u, 0x10009u, 0xFFFFFFFFu}) {
+      SCOPED_TRACE(mask);
+      const std::vector<Made> chosen = Chosen(mask);
+      const auto size = static_cast<std::uint32_t>(chosen.size());
+      ASSERT_EQ(reader.CountFrames(mask), size);
+      std::vector<std::uint32_t> order;
+      for (std::uint32_t n = 0; n < size; ++n) order.push_back(n);
+      for (std::uint32_t n = size; n > 0; --n) order.push_back(n - 1);
+      for (int n = 0; n < 40; ++n) order.push_back(static_cast<std::uint32_t>(random() % size));
+      order.push_back(order.back());  // where it stands already
+      for (const std::uint32_t position : order) {
+        PSReadFrame frame = Ask(0, position);
+        const int result = reader.NextFrame(frame, mask);
+        ExpectFrame(frame, result, chosen[position]);
+        EXPECT_EQ(frame.index, chosen[position].ordinal);
+        if (HasFailure()) return;
+      }
+      PSReadFrame behind = Ask(0, size);
+      EXPECT_EQ(reader.NextFrame(behind, mask), kPsBadArgument);
+    }
+    for (int n = 0; n < 200; ++n) {
+      const Made& wanted = model[n < 100 ? n % count : random() % count];
+      PSReadFrame frame = Ask(wanted.stream, wanted.ordinal);
+      const int result = reader.GetFrame(frame);
+      ExpectFrame(frame, result, wanted);
+    }
+    for (std::uint32_t n = 0; n < count; n += 17) {
+      PSReadFrame frame = Ask(kWholeFile, n);
+      const int result = reader.GetFrame(frame);
+      ExpectFrame(frame, result, model[n]);
+      EXPECT_EQ(reader.TestFrameStart(n), kPsOk);
+    }
+    PSReadFrame behind = Ask(0, reader.GetFrameCount(0));
+    EXPECT_EQ(reader.GetFrame(behind), kPsBadArgument);
+  }
+
+  // The runs by the rule, from the model.
+  [[nodiscard]] std::size_t CountRuns() const {
+    std::size_t runs = 0;
+    for (const unsigned stream : {0u, 3u, 16u}) {
+      const Made* last = nullptr;
+      for (const Made& frame : model) {
+        if (frame.stream != stream) continue;
+        if (last == nullptr || frame.flags != last->flags || frame.ms - last->ms > 1000) ++runs;
+        last = &frame;
+      }
+    }
+    return runs;
+  }
+
+  // Calls everything; results don't matter, but it must come back.
+  void TouchEverything() {
+    if (reader.Open(path) != kPsOk) return;
+    const std::uint32_t mask = 0xFFFFFFFF;
+    for (std::uint32_t n = 0; n < std::min(reader.CountFrames(mask), 500u); ++n) {
+      PSReadFrame frame = Ask(0, n);
+      if (reader.NextFrame(frame, mask) != kPsOk) break;
+    }
+    for (std::uint16_t stream = 0; stream < kStreamCount; ++stream) {
+      PackedTime first, last;
+      (void)reader.GetFirstLast(stream, first, last);
+      PSReadFrame frame = Ask(stream, reader.GetFrameCount(stream) - 1);
+      (void)reader.GetFrame(frame);
+      PsStreamDescriptor descriptor;
+      (void)reader.GetStreamInfo(stream, descriptor);
+    }
+    for (std::uint32_t n = 0; n < reader.GetRunCount(); ++n) {
+      PSRun run;
+      if (reader.GetRun(n, run) != kPsOk) break;
+    }
+    (void)reader.SeekTime(kStart / 1000 + 3);
+    PsFileInfo read;
+    (void)reader.GetFileInfo(read);
+  }
+
+  std::vector<Made> model;
+  PSReader reader{SystemPlatform().mediaFiles};
+  std::vector<std::byte> packet = std::vector<std::byte>(4'194'303);
+  std::array<std::byte, 128> userData{};
+};
+
+TEST_F(PSReaderTest, GivesBackEveryFrameFromWhateverIsLeftOfTheIndex) {
+  MakeRecording(700);
+  const std::string index = tree.Read(kIndex);
+  const struct {
+    const char* name;
+    std::function<void()> damage;
+    bool hasIndex, recovered;
+  } cases[] = {
+      {"whole", [] {}, true, false},
+      {"never closed", [&] { ZeroCounts(); }, true, true},
+      {"never closed, runs cut",
+       [&] {
+         tree.Write(kIndex, index.substr(0, 1088 + 700 * 32));
+         ZeroCounts();
+       },
+       true, true},
+      {"run table cut", [&] { tree.Write(kIndex, index.substr(0, index.size() - 5)); }, true, true},
+      {"stale count", [&] { Patch(kIndex, 64, "\x05"); }, true, true},
+      {"count beyond the file", [&] { Patch(kIndex, 20, "\xFF\xFF\xFF\x7F"); }, true, true},
+      {"preallocated",
+       [&] {
+         tree.Write(kIndex, index.substr(0, 1088 + 700 * 32) + std::string(9999, '\0'));
+         ZeroCounts();
+       },
+       true, true},
+      {"missing", [&] { boost::filesystem::remove(tree.Path(kIndex)); }, false, false},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    tree.Write(kIndex, index);
+    test.damage();
+    ASSERT_EQ(reader.Open(path), kPsOk);
+    EXPECT_EQ(reader.HasIndex(), test.hasIndex);
+    EXPECT_EQ(reader.WasRecovered(), test.recovered);
+    ExpectAll();
+    EXPECT_EQ(reader.GetRunCount(), test.hasIndex ? CountRuns() : 0u);
+    PSRun run;
+    for (std::uint32_t n = 0; n < reader.GetRunCount(); ++n) {
+      ASSERT_EQ(reader.GetRun(n, run), kPsOk);
+    }
+    EXPECT_EQ(reader.GetRun(reader.GetRunCount(), run), kPsBadArgument);
+  }
+}
+
+TEST_F(PSReaderTest, RefusesHeadsThatArentOnes) {
+  MakeRecording(5);
+  const std::string index = tree.Read(kIndex), media = tree.Read(kMedia);
+  const struct {
+    const char* name;
+    std::size_t at;
+    std::string bytes;
+    int result;
+  } cases[] = {{"version", 0, std::string(4, '\0'), kPsBadArgument},
+               {"head size", 4, "\x41", kPsBadArgument},
+               {"stream record size", 8, "\x21", kPsBadArgument},
+               {"frame record size", 12, "\x21", kPsBadArgument},
+               {"stream count", 16, "\x21", kPsBadArgument}};
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.name);
+    tree.Write(kIndex, index);
+    Patch(kIndex, test.at, test.bytes);
+    EXPECT_EQ(reader.Open(path), test.result);
+  }
+  for (const std::size_t size : {0u, 63u, 64u, 1087u}) {
+    tree.Write(kIndex, index.substr(0, size));
+    EXPECT_EQ(reader.Open(path), kPsReadFailed) << size;
+  }
+  tree.Write(kIndex, index);
+  for (const std::size_t size : {0u, 15u, 21u, 1977u}) {
+    tree.Write(kMedia, media.substr(0, size));
+    EXPECT_EQ(reader.Open(path), kPsReadFailed) << size;
+  }
+  boost::filesystem::remove(path);
+  EXPECT_EQ(reader.Open(path), kPsOpenFailed);
+}
+
+TEST_F(PSReaderTest, SeesAnEmptyPairAsNoFrames) {
+  MakeRecording(0);
+  ASSERT_EQ(reader.Open(path), kPsOk);
+  PackedTime first, last;
+  EXPECT_EQ(reader.GetFrameCount(kWholeFile), 0u);
+  EXPECT_EQ(reader.GetFirstLast(kWholeFile, first, last), kPsBadArgument);
+  EXPECT_EQ(reader.SeekTime(0), 0u);
+}
+
+TEST_F(PSReaderTest, ListsTheCutFrameButCantReadIt) {
+  MakeRecording(50);
+  const std::string media = tree.Read(kMedia);
+  tree.Write(kMedia, media.substr(0, media.size() - 1));
+  for (const bool indexed : {true, false}) {
+    if (!indexed) boost::filesystem::remove(tree.Path(kIndex));
+    ASSERT_EQ(reader.Open(path), kPsOk);
+    EXPECT_EQ(reader.GetFrameCount(kWholeFile), 50u);
+    PSReadFrame frame = Ask(kWholeFile, 49);
+    EXPECT_EQ(reader.GetFrame(frame), kPsReadFailed);
+    EXPECT_NE(frame.size, 0u);  // its fields are told all the same
+    frame = Ask(kWholeFile, 48);
+    const int result = reader.GetFrame(frame);
+    ExpectFrame(frame, result, model[48]);
+  }
+}
+
+TEST_F(PSReaderTest, ScansHeadersOfOlderWriters) {
+  // Seconds in the place of stream info and date, and nothing at all there.
+  MakeRecording(3);
+  std::string media = tree.Read(kMedia);
+  const auto patch = [&](std::size_t frame, const char(&tail)[5]) {
+    ASSERT_EQ(reader.Open(path), kPsOk);
+    const std::int64_t at = reader.GetFrameOffset(static_cast<std::uint32_t>(frame));
+    media.replace(static_cast<std::size_t>(at) + 28, 4, std::string(tail, 4));
+  };
+  patch(1, "\x49\x96\x02\xD2");  // 1234567890
+  patch(2, "\xFF\xFF\xFF\xFF");
+  tree.Write(kMedia, media);
+  boost::filesystem::remove(tree.Path(kIndex));
+  ASSERT_EQ(reader.Open(path), kPsOk);
+  ASSERT_EQ(reader.GetFrameCount(kWholeFile), 3u);
+  PSReadFrame frame = Ask(kWholeFile, 1);
+  frame.packet = {};
+  ASSERT_EQ(reader.GetFrame(frame), kPsOk);
+  EXPECT_EQ(frame.Time(), 1'234'567'890'000 + model[1].ms % 1000);
+  frame.index = 2;
+  frame.stream = kWholeFile;
+  ASSERT_EQ(reader.GetFrame(frame), kPsOk);
+  EXPECT_GT(frame.Time(), kStart + 86'400'000);  // of the file's making, today
+}
+
+TEST_F(PSReaderTest, EndsWalksOverLinksInARing) {
+  MakeRecording(60);
+  for (std::size_t n = 0; n < 60; ++n) {
+    Patch(kIndex, 1088 + n * 32 + 16, std::string("\1\0\0\0\0\0\0\0", 8));  // prev 1, next 0
+  }
+  ASSERT_EQ(reader.Open(path), kPsOk);
+  PSReadFrame frame = Ask(0, reader.GetFrameCount(0) - 1);
+  (void)reader.GetFrame(frame);
+  EXPECT_EQ(reader.CountFrames(0xFFFFFFFFu), 60u);
+}
+
+TEST_F(PSReaderTest, KeepsWhatItSawWhileTheFileGrows) {
+  std::mt19937 random(3);
+  std::array<std::uint32_t, kStreamCount> ordinals{};
+  UtcMs ms = 0;
+  PSFile file(files);
+  ASSERT_EQ(Create(file), kPsOk);
+  for (int n = 0; n < 90; ++n) AddFrame(file, random, ms, ordinals);
+  ASSERT_EQ(reader.Open(path), kPsOk);
+  std::vector<Made> all = model;
+  for (int n = 0; n < 2000; ++n) AddFrame(file, random, ms, ordinals);
+  std::swap(model, all);
+  ExpectAll();
+  file.Close();
+  ExpectAll();
+  model = all;
+  ASSERT_EQ(reader.Open(path), kPsOk);
+  ExpectAll();
+}
+
+TEST_F(PSReaderTest, SeeksTheKeyFrameAheadOfAMoment) {
+  PSFile file(files);
+  ASSERT_EQ(Create(file), kPsOk);
+  // One frame a second; key frames at 0, 4 and 8.
+  for (std::uint16_t n = 0; n < 10; ++n) {
+    ASSERT_EQ(file.WriteFrame(Frame(0, n % 4 == 0 ? 1 : 2, n * 1000, "x")), kPsOk);
+  }
+  file.Close();
+  ASSERT_EQ(reader.Open(path), kPsOk);
+  const struct {
+    std::int64_t second;
+    std::uint32_t index;
+  } cases[] = {{-1, 0}, {0, 0}, {3, 0}, {4, 0}, {5, 4}, {8, 4}, {9, 8}, {10, 10}};
+  for (const auto& test : cases) {
+    EXPECT_EQ(reader.SeekTime(kStart / 1000 + test.second), test.index) << test.second;
+  }
+}
+
+TEST_F(PSReaderTest, SurvivesCutsAndFlippedBytes) {
+  MakeRecording(120);
+  const std::string index = tree.Read(kIndex), media = tree.Read(kMedia);
+  for (std::size_t cut = 0; cut <= 4096; cut += 1 + cut / 64) {
+    tree.Write(kIndex, index.substr(0, index.size() - std::min(cut, index.size())));
+    TouchEverything();
+    tree.Write(kIndex, index);
+    tree.Write(kMedia, media.substr(0, media.size() - std::min(cut, media.size())));
+    TouchEverything();
+    tree.Write(kMedia, media);
+  }
+  std::mt19937 random(5);
+  for (int round = 0; round < 600; ++round) {
+    std::string badIndex = index, badMedia = media;
+    for (int flips = 0; flips < 4; ++flips) {
+      // Half of them in the head, where they hurt most.
+      const std::size_t part = flips % 2 == 0 ? 1400 : badIndex.size();
+      badIndex[random() % part] ^= static_cast<char>(1u << random() % 8);
+      badMedia[random() % badMedia.size()] ^= static_cast<char>(random());
+    }
+    tree.Write(kMedia, badMedia);
+    if (round % 4 == 0)
+      boost::filesystem::remove(tree.Path(kIndex));
+    else
+      tree.Write(kIndex, badIndex);
+    TouchEverything();
+  }
+}
+
+TEST_F(PSReaderTest, GoesOnWhereAnotherReaderStood) {
+  MakeRecording(300);
+  ASSERT_EQ(reader.Open(path), kPsOk);
+  PSReadFrame frame = Ask(0, 100);
+  ASSERT_EQ(reader.NextFrame(frame, 9u), kPsOk);
+  PSReader other(SystemPlatform().mediaFiles);
+  ASSERT_EQ(other.Open(path), kPsOk);
+  ASSERT_EQ(other.SetPlace(reader.GetPlace()), kPsOk);
+  const std::vector<Made> chosen = Chosen(9u);
+  for (const std::uint32_t position : {100u, 101u, 130u, 3u}) {
+    frame = Ask(0, position);
+    const int result = other.NextFrame(frame, 9u);
+    ExpectFrame(frame, result, chosen[position]);
+  }
+  EXPECT_EQ(other.SetPlace({300, {}}), kPsBadArgument);
+}
+
+}  // namespace
+}  // namespace qv::kelvo

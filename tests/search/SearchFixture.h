@@ -1,0 +1,245 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <boost/filesystem.hpp>
+#include <cstring>
+#include <map>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "host/Xml.h"
+#include "media/PSFile.h"
+#include "media/RecordPath.h"
+#include "search/Search.h"
+#include "tests/support/FakeHost.h"
+#include "tests/support/FakeScanner.h"
+#include "tests/support/TempTree.h"
+#include "tests/support/TestBundle.h"
+
+namespace qvsvr::kelvo {
+
+using qv::kelvo::StreamID;
+using qv::kelvo::UtcMs;
+
+inline constexpr UtcMs kStart = 1'750'000'000'000;  // 2025-06-15 15:06:40 UTC
+inline constexpr std::int64_t kSecond0 = kStart / 1000;
+inline constexpr StreamID kDevice = 0x001100FF;  // a file of the whole device 0
+
+// One frame of a recording; it counts its content itself: the time and the stream as text.
+struct Shot {
+  std::uint16_t stream = 0, type = 1;
+  UtcMs time = 0;
+  std::uint8_t flags = 0;
+
+  [[nodiscard]] std::string Payload() const {
+    return std::to_string(time) + "/" + std::to_string(stream);
+  }
+  [[nodiscard]] std::int64_t Second() const { return time / 1000; }
+  bool operator==(const Shot&) const = default;
+};
+
+// Volumes and archives by hand.
+struct TestFileSystem : qv::kelvo::FileSystemBase {
+  explicit TestFileSystem(qv::kelvo::Platform& system) : FileSystemBase(system) {}
+  void GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
+                  const qv::kelvo::ArchiveFilter* filter) override {
+    lastFilter = filter == nullptr ? qv::kelvo::ArchiveFilter{} : *filter;
+    list.clear();
+    if ((flags & qv::kelvo::kVolumesLocal) != 0) list = volumes;
+    if ((flags & qv::kelvo::kVolumesArchive) != 0) {
+      list.insert(list.end(), mounted.begin(), mounted.end());
+    }
+  }
+  void GetTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
+                  const qv::kelvo::ArchiveFilter*) override {
+    list = (flags & qv::kelvo::kVolumesArchive) != 0 ? targets : qv::kelvo::TargetList{};
+  }
+  std::vector<std::string> volumes, mounted;
+  qv::kelvo::TargetList targets;
+  qv::kelvo::ArchiveFilter lastFilter;
+};
+
+// A device with 16 video and 16 audio streams on encoder 0, channel = number of the stream.
+class SearchTest : public testing::Test {
+ protected:
+  struct Event {
+    char kind;  // P progress or end, R result, F frame, E frame without content
+    KelvoHostRequest request;
+    std::string payload;  // elementary payload of a frame; text of a result
+  };
+
+  SearchTest() {
+    files.volumes = {tree.MakeDirectory("a"), tree.MakeDirectory("b")};
+    host.onOther = [this](const KelvoHostRequest& request, KelvoHostReply& reply) {
+      return Hear(request, reply);
+    };
+  }
+
+  std::string Path(UtcMs start, StreamID id = kDevice, std::size_t volume = 0) {
+    return qv::kelvo::MakePath(files.volumes[volume], start, id, qv::kelvo::CreateDirectories::Yes);
+  }
+
+  // Writes a recording that is named after its first frame; returns its path.
+  std::string Write(const std::vector<Shot>& shots, StreamID id = kDevice, std::size_t volume = 0) {
+    const std::string path = Path(shots.front().time, id, volume);
+    std::array<qv::kelvo::PsStreamDescriptor, qv::kelvo::kStreamCount> descriptors;
+    for (unsigned n = 0; n < qv::kelvo::kStreamCount; ++n) {
+      auto& descriptor = descriptors[n];
+      const bool video = n < 16;
+      descriptor.streamType = static_cast<std::uint8_t>(video ? 130 : 145);
+      descriptor.streamId = static_cast<std::uint8_t>(video ? 0xE0 + n : 0xC0 + n - 16);
+      descriptor.channel = static_cast<std::uint8_t>(n % 16);
+      descriptor.width16 = 40;
+      descriptor.height16 = 30;
+      descriptor.bufSizeSamples = 160;
+      descriptor.sampleRate = 8000;
+    }
+    qv::kelvo::PsFileInfo info;
+    info.fileInput[0] = static_cast<std::uint8_t>(id);
+    qv::kelvo::PSFile file(qv::kelvo::SystemPlatform().mediaFiles);
+    EXPECT_EQ(file.Create(path, info, descriptors, 0), 0);
+    for (const Shot& shot : shots) {
+      qv::kelvo::PSFrame frame;
+      const std::string payload = shot.Payload();
+      frame.stream = shot.stream;
+      frame.frameType = shot.type;
+      frame.flags = shot.flags;
+      frame.channel = static_cast<std::uint8_t>(shot.stream % 16);
+      frame.SetTime(shot.time);
+      frame.payload = reinterpret_cast<const std::byte*>(payload.data());
+      frame.payloadSize = static_cast<std::uint32_t>(payload.size());
+      EXPECT_EQ(file.WriteFrame(frame), 0);
+    }
+    file.Close();
+    return path;
+  }
+
+  // Frames of one stream, `stepMs` apart, by the letters of their types.
+  static std::vector<Shot> Shots(UtcMs start, std::int64_t stepMs, const std::string& types,
+                                 std::uint16_t stream = 0) {
+    std::vector<Shot> shots;
+    for (const char type : types) {
+      const auto number = static_cast<std::uint16_t>(std::string("AIPB").find(type));
+      shots.push_back({stream, number, start, 0});
+      start += stepMs;
+    }
+    return shots;
+  }
+  static std::string Repeat(int count, const std::string& text) {
+    std::string all;
+    for (int n = 0; n < count; ++n) all += text;
+    return all;
+  }
+
+  static std::string Request(int type, std::int64_t start, std::int64_t end, int resolution,
+                             const std::string& device) {
+    return "<qDVR Type=\"" + std::to_string(type) + "\" Start=\"" + std::to_string(start) +
+           "\" End=\"" + std::to_string(end) + "\" Resolution=\"" + std::to_string(resolution) +
+           "\"><Devices ID=\"1114112\"><Device Number=\"0\">" + device +
+           "</Device></Devices></qDVR>";
+  }
+  static std::string Video(int input, const std::vector<std::int64_t>& moments = {}) {
+    std::string text = "<Input Number=\"" + std::to_string(input) + "\">";
+    for (const auto moment : moments) {
+      text += "<Request Frame=\"" + std::to_string(moment) + "\"/>";
+    }
+    return "<Video>" + text + "</Input></Video>";
+  }
+  static std::string Audio(int input) {
+    return "<Audio><Input Number=\"" + std::to_string(input) + "\"/></Audio>";
+  }
+
+  // Runs the search; afterwards no file is open.
+  void Run(const std::string& xml, std::uint32_t requestId = 7) {
+    events.clear();
+    SearchTargetFileSystem target(files, bundle.platform);
+    EXPECT_EQ(Search(xml, requestId, target, core), 0u);
+    EXPECT_EQ(bundle.files.OpenFiles(), 0u);
+  }
+
+  [[nodiscard]] std::string Order() const {
+    std::string order;
+    for (const Event& event : events) order += event.kind;
+    return order;
+  }
+  // The content of the frames that came, in order.
+  [[nodiscard]] std::vector<std::string> Played() const {
+    std::vector<std::string> played;
+    for (const Event& event : events) {
+      if (event.kind == 'F') played.push_back(event.payload);
+    }
+    return played;
+  }
+  [[nodiscard]] static std::vector<std::string> Payloads(const std::vector<Shot>& shots) {
+    std::vector<std::string> payloads;
+    for (const Shot& shot : shots) payloads.push_back(shot.Payload());
+    return payloads;
+  }
+  [[nodiscard]] std::string ResultText() const {
+    for (const Event& event : events) {
+      if (event.kind == 'R') return event.payload;
+    }
+    return {};
+  }
+  // Input, Start, End, Count and Flags of each Result; audio inputs are 100 and up.
+  using Line = std::tuple<int, int, int, int, int>;
+  [[nodiscard]] std::vector<Line> Results() const {
+    std::vector<Line> lines;
+    XmlDocument document;
+    EXPECT_TRUE(document.ParseText(ResultText()));
+    Collect(*document.RootElement(), 0, lines);
+    std::ranges::sort(lines);
+    return lines;
+  }
+
+  FakeHost host;
+  qv::kelvo::TempTree tree;
+  qv::kelvo::TestBundle bundle;
+  FakeCore core{bundle.clock};
+  TestFileSystem files{bundle.platform};
+  std::vector<Event> events;
+  // Answers an event by its number from 0; the status of the reply.
+  std::function<std::uint32_t(std::size_t number, char kind)> answer;
+  std::uint32_t returned = 0;  // by the host function, when `answer` isn't 0
+
+ private:
+  static void Collect(const TiXmlElement& parent, int input, std::vector<Line>& lines) {
+    for (const TiXmlElement* at = parent.FirstChildElement(); at != nullptr;
+         at = at->NextSiblingElement()) {
+      const TiXmlElement& child = *at;
+      int number = input;
+      if (child.ValueStr() == "Audio") number = 100;
+      if (child.ValueStr() == "Input") {
+        int own = 0;
+        EXPECT_TRUE(ReadInt(child, "Number", own));
+        number += own;
+      }
+      if (child.ValueStr() == "Result") {
+        int v[4] = {};
+        const char* const names[] = {"Start", "End", "Count", "Flags"};
+        for (int n = 0; n < 4; ++n) EXPECT_TRUE(ReadInt(child, names[n], v[n]));
+        lines.emplace_back(input, v[0], v[1], v[2], v[3]);
+      }
+      Collect(child, number, lines);
+    }
+  }
+
+  std::uint32_t Hear(const KelvoHostRequest& request, KelvoHostReply& reply) {
+    EXPECT_EQ(request.Class, KELVO_CLASS_SEARCH);
+    std::string bytes(static_cast<const char*>(request.Payload), request.Length);
+    char kind = 'P';
+    if (request.SubCode == KELVO_SUB_SEARCH_RESULT) kind = 'R';
+    if (request.SubCode == KELVO_SUB_SEARCH_FRAME) {
+      kind = bytes.empty() ? 'E' : 'F';
+      bytes = bytes.substr(std::min<std::size_t>(bytes.size(), request.u.Header.PayloadOffset));
+    }
+    reply.Status = answer ? answer(events.size(), kind) : 0;
+    events.push_back({kind, request, bytes});
+    return reply.Status != 0 ? returned : 0;
+  }
+};
+
+}  // namespace qvsvr::kelvo

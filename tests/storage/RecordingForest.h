@@ -1,0 +1,161 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <boost/filesystem/operations.hpp>
+#include <fstream>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "media/PSFile.h"
+#include "media/RecordPath.h"
+#include "platform/Platform.h"
+#include "storage/IRecordManager.h"
+#include "tests/support/FakeDrives.h"
+#include "tests/support/FakeHost.h"
+#include "tests/support/FaultyFiles.h"
+#include "tests/support/ManualClock.h"
+
+namespace qvsvr::kelvo {
+
+inline constexpr std::uint64_t kGiB = std::uint64_t{1} << 30;
+
+// Directory listings that are counted, with change stamps by hand.
+class CountedDirectories : public qv::kelvo::Directories {
+ public:
+  int List(const std::string& path, std::string_view pattern, qv::kelvo::ListSizes sizes,
+           const std::function<bool(const qv::kelvo::DirectoryEntry&)>& visit) override {
+    ++lists;
+    if (onList) onList(path);
+    return qv::kelvo::SystemPlatform().directories.List(path, pattern, sizes, visit);
+  }
+  std::uint64_t ChangeStamp(const std::string& path) override {
+    return stampsKnown ? std::hash<std::string>()(path) + generation : 0;
+  }
+
+  std::atomic<int> lists{0};
+  bool stampsKnown = false;
+  std::uint64_t generation = 1;  // raise it when a directory has changed
+  std::function<void(const std::string&)> onList;
+};
+
+// Drives in the current directory on which each media file takes one GB of `capacityGB`.
+class ForestDrives : public qv::kelvo::Drives {
+ public:
+  int FixedDrives(std::vector<std::string>& list) override {
+    list = names;
+    return 0;
+  }
+  std::string SearchedPlace() override { return "here"; }
+  int SystemDirectory(std::string& path) override {
+    path = "/usr";
+    return 0;
+  }
+  int DeviceNumber(const std::string&, std::uint64_t&) override { return 1; }
+  std::string Space(const std::string& path, qv::kelvo::DriveSpace& space) override {
+    if (!error.empty() && path == faulty) return error;
+    const std::uint64_t used = std::min<std::uint64_t>(CountMedia(path), capacityGB[path]);
+    const std::uint64_t free = (capacityGB[path] - used) * kGiB;
+    space = {capacityGB[path] * kGiB, free, free};
+    return {};
+  }
+  static std::uint64_t CountMedia(const std::string& drive) {
+    std::uint64_t count = 0;
+    // Others may be deleting meanwhile.
+    boost::system::error_code error;
+    boost::filesystem::recursive_directory_iterator at(drive, error), end;
+    for (; !error && at != end; at.increment(error)) {
+      if (at->path().extension() == ".ps") ++count;
+    }
+    return count;
+  }
+
+  std::vector<std::string> names;
+  std::map<std::string, std::uint64_t> capacityGB;
+  std::string faulty;
+  std::string error;
+};
+
+struct TestManager : IRecordManager {
+  std::int64_t ReservedGB(const std::string&) const override { return 0; }
+  bool IsBeingWritten(const std::string& path) const override { return path == open; }
+  bool IsStopping() const override { return stopping; }
+  std::string open;
+  bool stopping = false;
+};
+
+// Trees of recordings on drives "a/" and "b/" in the current directory, which is the test's own.
+class RecordingForest : public ::testing::Test {
+ protected:
+  static constexpr std::int64_t kNow = 1'750'000'000;  // a Sunday in June, 17:06:40 local time
+  static constexpr std::int64_t kHour = 3600;
+  static constexpr std::int64_t kDay = 24 * kHour;
+  static constexpr qv::kelvo::StreamID kCamera = 0x00120100;
+
+  RecordingForest() : clock(kNow * 1000) {}
+
+  void AddDrive(const std::string& name, std::uint64_t capacityGB = 1000) {
+    boost::filesystem::create_directories(name);
+    drives.names.push_back(name);
+    drives.capacityGB[name] = capacityGB;
+  }
+
+  static void WriteFile(const std::string& path, std::size_t size = 1) {
+    boost::filesystem::create_directories(boost::filesystem::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << std::string(size, 'x');
+  }
+
+  // A media file with its index, both without content; returns its path.
+  static std::string Plant(const std::string& drive, std::int64_t time,
+                           qv::kelvo::StreamID id = kCamera) {
+    std::string path =
+        qv::kelvo::MakePath(drive, time * 1000, id, qv::kelvo::CreateDirectories::No);
+    WriteFile(path);
+    WriteFile(path + "i");
+    return path;
+  }
+
+  // One of an encoder's file with a frame of an input's first stream at `last`.
+  std::string PlantReal(const std::string& drive, std::int64_t time, qv::kelvo::StreamID id,
+                        std::uint8_t fileInput, std::uint8_t channel, std::int64_t last) {
+    const std::string path =
+        qv::kelvo::MakePath(drive, time * 1000, id, qv::kelvo::CreateDirectories::Yes);
+    qv::kelvo::PSFile file(files);
+    std::array<qv::kelvo::PsStreamDescriptor, qv::kelvo::kStreamCount> descriptors;
+    descriptors[0].streamType = 130;
+    descriptors[0].streamId = 0xE0;
+    descriptors[0].channel = channel;
+    qv::kelvo::PsFileInfo info;
+    info.fileInput[0] = fileInput;
+    EXPECT_EQ(file.Create(path, info, descriptors, 0), 0);
+    if (last != 0) {
+      const std::array<std::byte, 64> payload{};
+      qv::kelvo::PSFrame frame;
+      frame.frameType = 1;
+      frame.channel = channel;
+      frame.payload = payload.data();
+      frame.payloadSize = payload.size();
+      frame.SetTime(last * 1000);
+      EXPECT_EQ(file.WriteFrame(frame), 0);
+    }
+    file.Close();
+    return path;
+  }
+
+  static bool Exists(const std::string& path) { return boost::filesystem::exists(path); }
+
+  FakeHost host;
+  qv::kelvo::ManualClock clock;
+  ForestDrives drives;
+  CountedDirectories directories;
+  qv::kelvo::FaultyFiles files{qv::kelvo::SystemPlatform().mediaFiles};
+  qv::kelvo::Platform platform{clock, drives, directories, files,
+                               qv::kelvo::SystemPlatform().durableFiles};
+  FakeCore core{clock};
+  TestManager manager;
+};
+
+}  // namespace qvsvr::kelvo

@@ -1,0 +1,141 @@
+#include "storage/RecordingTree.h"
+
+#include <algorithm>
+
+#include "storage/Cleanup.h"
+#include "tests/storage/RecordingForest.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+class RecordingTree : public RecordingForest {
+ protected:
+  std::vector<std::string> Tree() {
+    std::vector<std::string> paths;
+    for (const auto& entry : boost::filesystem::recursive_directory_iterator("a")) {
+      const bool directory = boost::filesystem::is_directory(entry.path());
+      paths.push_back(entry.path().string().substr(2) + (directory ? "/" : ""));
+    }
+    std::ranges::sort(paths);
+    return paths;
+  }
+  CleanupCounts Clean(bool removing) { return FsCleanup(platform, {"a/"}, 1, stop, removing); }
+  std::atomic<bool> stop{false};
+};
+
+TEST_F(RecordingTree, ReadsTimesOutOfPaths) {
+  // Local time is one hour ahead of UTC in winter and two in summer.
+  const struct {
+    const char* path;
+    std::int64_t time;
+  } kRows[] = {
+      {"a/2025", 1'735'686'000},
+      {"a/2025/06/15/17/0640-00120100.ps", 1'750'000'000},
+      {"//a//2025//06//15//17//", 1'749'999'600},
+      {"a/2025/06/15/17/6-x", 1'749'999'606},
+      {"a/2025/06/15/17/0640-00120100.ps/x", kNoTime},
+      {"a/2025/06/15/17/0640.ps", kNoTime},
+      {"a/2025/06/15/17/x640-", kNoTime},
+      {"a/2025/xx", kNoTime},
+      {"a/2025/06/15x", kNoTime},
+      {"a/-2025", kNoTime},
+      {"a/99999999999999999999", kNoTime},
+      {"a/", kNoTime},
+      {"", kNoTime},
+  };
+  for (const auto& row : kRows) EXPECT_EQ(PathToTime(row.path, 1), row.time) << row.path;
+  EXPECT_EQ(PathToTime("d/a/2025/06/15/17", 2), 1'749'999'600);
+
+  const HourTimes even("a/2025/06/15/17/", 1);
+  const HourTimes night("a/2025/10/26/02/", 1);  // comes twice
+  for (const std::uint32_t number : {0u, 640u, 5959u, 5999u}) {
+    const std::string name = std::to_string(number) + "-";
+    EXPECT_EQ(even.At(number), PathToTime("a/2025/06/15/17/" + name, 1));
+    EXPECT_EQ(night.At(number), PathToTime("a/2025/10/26/02/" + name, 1));
+  }
+}
+
+TEST_F(RecordingTree, ReadsKeysOutOfNames) {
+  const struct {
+    const char* path;
+    std::uint32_t key;
+  } kRows[] = {
+      {"a/2025/0640-0012aBcD.ps", 0x0012ABCD},
+      {"a/0640-00120100a.ps", 0x00120100},
+      {"a/0640-0012010.ps", 0},
+      {"a/0640-0012010g.ps", 0},
+      {"a/0640.ps", 0},
+      {"my-disk/0640-00120100.ps", 0},
+      {"0640-", 0},
+      {"0640-+0120100.ps", 0},
+  };
+  for (const auto& row : kRows) EXPECT_EQ(FileNameKey(row.path), row.key) << row.path;
+}
+
+TEST_F(RecordingTree, ListsNumberedDirectoriesOnly) {
+  for (const char* name : {"2049", "2051", "2001", "20x1", "1999", "02", "12", "13", "1x", "007"}) {
+    boost::filesystem::create_directories(std::string("a/") + name);
+  }
+  WriteFile("a/2010");
+  using Names = std::vector<std::string>;
+  EXPECT_EQ(ListHourParts(directories, "a/", 2000, 2050), (Names{"2001", "2049"}));
+  EXPECT_EQ(ListHourParts(directories, "a/", 1, 12), (Names{"02", "12"}));
+  EXPECT_EQ(ListHourParts(directories, "none/", 1, 12), Names{});
+}
+
+TEST_F(RecordingTree, CleanupTakesDebrisOfEarlierHoursAndSparesTheRest) {
+  const std::string hour = "a/2025/06/15/15/";
+  const auto plant = [&] {
+    WriteFile(hour + "0000-00120100.ps", 2048);
+    WriteFile(hour + "0000-00120100.psi");
+    WriteFile(hour + "0100-00120100.ps", 2047);
+    WriteFile(hour + "0100-00120100.psi");
+    WriteFile(hour + "0100-00120100.psm");
+    WriteFile(hour + "0200-00120100.psi");  // orphans
+    WriteFile(hour + "0200-00120100.psm");
+    WriteFile(hour + "0300-00120100.ps");  // without a companion nobody looks at it
+    WriteFile(hour + "0400-00120100.psi.psm");
+    WriteFile(hour + "other.psi");  // stands for no time
+    WriteFile("a/2025/06/15/16/5459-00120100.psi");
+    WriteFile("a/2025/06/15/16/5501-00120100.psi");
+    WriteFile("a/2025/06/15/17/0000-00120100.psi");
+    WriteFile("a/2025/06/14/03/notes.txt");
+    boost::filesystem::create_directories("a/2025/06/13/04");
+    boost::filesystem::create_directories("a/2024/01/02");
+    boost::filesystem::create_directories("a/2023");
+  };
+  plant();
+  const auto before = Tree();
+  const CleanupCounts reported = Clean(false);
+  EXPECT_EQ(Tree(), before);
+  EXPECT_EQ(reported.emptyFiles, 2u) << "seen from each companion";
+  EXPECT_EQ(reported.orphanedFiles, 6u);
+  EXPECT_EQ(reported.emptyHours, 2u);
+  EXPECT_EQ(reported.emptyDays, 1u);
+  EXPECT_EQ(reported.emptyYears, 1u);
+  EXPECT_EQ(host.CountLines(25, "fs-cleanup - Reporting empty dirs"), 1u);
+  EXPECT_EQ(host.CountLines(25, "fs-cleanup - vols:1  dirs:13[y:3, m:2, d:4, h:5]") +
+                host.CountLines(25, "fs-cleanup - vols:1  dirs:14[y:3, m:2, d:4, h:5]"),
+            1u);
+  EXPECT_EQ(host.CountLines(0, "fs-cleanup -  and file " + hour + "0100-00120100.psi"), 2u);
+
+  const CleanupCounts removed = Clean(true);
+  EXPECT_EQ(removed.emptyFiles, 1u);
+  EXPECT_EQ(removed.files, reported.files);
+  EXPECT_EQ(Tree(),
+            (std::vector<std::string>{
+                "2025/", "2025/06/", "2025/06/14/", "2025/06/14/03/", "2025/06/14/03/notes.txt",
+                "2025/06/15/", "2025/06/15/15/", "2025/06/15/15/0000-00120100.ps",
+                "2025/06/15/15/0000-00120100.psi", "2025/06/15/15/0300-00120100.ps",
+                "2025/06/15/15/other.psi", "2025/06/15/16/", "2025/06/15/16/5501-00120100.psi",
+                "2025/06/15/17/", "2025/06/15/17/0000-00120100.psi"}));
+  EXPECT_EQ(host.CountLines("failed to remove"), 0u) << "a directory with content is no failure";
+
+  host.ForgetTraffic();
+  stop = true;
+  Clean(true);
+  EXPECT_TRUE(host.Lines().empty());
+}
+
+}  // namespace
+}  // namespace qvsvr::kelvo

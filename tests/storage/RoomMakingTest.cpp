@@ -1,0 +1,252 @@
+// Making room on real trees: what protects a recording, what is passed over, what is remembered.
+#include <algorithm>
+
+#include "storage/CFileSystem.h"
+#include "tests/storage/ParsedXml.h"
+#include "tests/storage/RecordingForest.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+class RoomMaking : public RecordingForest {
+ protected:
+  RoomMaking() {
+    AddDrive("a/", 0);
+    AddDrive("b/", 0);
+    storage = std::make_unique<CFileSystem>(core, platform);
+    EXPECT_TRUE(storage->LoadStorage());
+    host.ForgetTraffic();
+  }
+
+  void Apply(const std::string& content) {
+    const ParsedXml xml("<qDVR><Storage ID='327680'>" + content + "</Storage></qDVR>");
+    bool given = false;
+    TiXmlElement reply("Storage");
+    storage->ApplyStorageXml(xml.Root(), given, reply);
+  }
+  void KeepDays(int days) { Apply("<Expiration Type='1' Days='" + std::to_string(days) + "'/>"); }
+  void Bookmark(std::int64_t start, std::int64_t end) {
+    const ParsedXml xml("<Cases ID='393216'><Case ID='c'><Bookmark ID='b' Start='" +
+                        std::to_string(start) + "' End='" + std::to_string(end) +
+                        "'><Devices ID='1179648'><Device Number='1'><Video/></Device></Devices>"
+                        "</Bookmark></Case></Cases>");
+    storage->ApplyCasesXml(xml.Root(), false);
+  }
+  // Fills the drives with what is on them.
+  void Fill() {
+    for (const std::string& name : drives.names) {
+      drives.capacityGB[name] = ForestDrives::CountMedia(name);
+    }
+  }
+  std::string MakeRoom(std::int64_t gigabytes = 1) {
+    return storage->GetRecordVolume(&manager, gigabytes);
+  }
+  std::size_t CountEvents(const std::string& text) {
+    const auto events = host.Events();
+    return static_cast<std::size_t>(std::ranges::count_if(
+        events, [&](const auto& event) { return event.text.find(text) != std::string::npos; }));
+  }
+
+  std::unique_ptr<CFileSystem> storage;
+};
+
+TEST_F(RoomMaking, JudgesByBookmarkThenGlobalRuleThenRuleOfTheInput) {
+  constexpr qv::kelvo::StreamID kDevice2 = 0x00120200;
+  constexpr qv::kelvo::StreamID kForeign = 0x00130100;
+  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 10);
+  storage->SetCameraExpiration(0, 0x00120000, 1, 6, 2, 20);
+  storage->AddKnownDevice(0x00120000);
+  const std::int64_t old = kNow - 30 * kDay;
+  struct Case {
+    const char* what;
+    std::string path;
+    bool free, freeWithGlobalRule;
+  };
+  const Case cases[] = {
+      {"no head", Plant("a/", old, kCamera), true, false},
+      {"kept input, young", PlantReal("a/", old, kCamera + 1, 0xFF, 5, kNow - 10 * kDay + 1), false,
+       false},
+      {"kept input, old", PlantReal("a/", old, kCamera + 2, 0xFF, 5, kNow - 10 * kDay), true,
+       false},
+      {"expiring input, young", PlantReal("a/", old, kCamera + 3, 0x80, 6, kNow - 20 * kDay + 1),
+       false, false},
+      {"input without a rule", PlantReal("a/", old, kCamera + 4, 0xFF, 7, kNow), true, false},
+      {"no frames", PlantReal("a/", old, kCamera + 5, 0xFF, 5, 0), true, false},
+      {"own input in the head", PlantReal("a/", old, kCamera + 6, 0x05, 5, kNow), true, false},
+      {"encoder's name", PlantReal("a/", old, kCamera + 0x80, 0xFF, 5, kNow), true, false},
+      {"device without a rule", PlantReal("a/", old, kDevice2, 0xFF, 5, kNow), true, false},
+      {"unknown provider", PlantReal("a/", old, kForeign, 0xFF, 5, kNow), true, false},
+      {"too old for the global rule", Plant("a/", kNow - 40 * kDay), true, true},
+  };
+  WriteFile("a/2025/05/01/00/0000-odd.ps");
+  const auto free = [&](const std::string& path) {
+    const bool exists = Exists(path);
+    const auto removed = storage->RemoveFile(path, false);
+    if (removed && exists) WriteFile(path);  // its content has been judged
+    return removed;
+  };
+  KeepDays(40);
+  for (const Case& row : cases) EXPECT_EQ(free(row.path), row.freeWithGlobalRule) << row.what;
+  EXPECT_TRUE(free("a/2025/05/01/00/0000-odd.ps")) << "no rule knows a name like that";
+  KeepDays(0);
+  Apply("<Expiration Type='0' Days='0'/>");
+  for (const Case& row : cases) EXPECT_EQ(free(row.path), row.free) << row.what;
+
+  // A bookmark goes before all; its edges are seconds sharp.
+  const std::string marked = Plant("a/", old, kCamera + 9);
+  const std::int64_t starts[] = {old + 301, old + 300, old - 119, old - 120};
+  const std::int64_t ends[] = {old + 400, old + 400, old - 119, old - 120};
+  const bool expected[] = {true, false, false, true};
+  for (int i = 0; i < 4; ++i) {
+    Bookmark(starts[i], ends[i]);
+    EXPECT_EQ(free(marked), expected[i]) << i;
+  }
+}
+
+TEST_F(RoomMaking, TakesTheOldestOfAllVolumesAndMeasuresItsDriveOnly) {
+  const std::string first = Plant("b/", kNow - 5 * kDay);
+  const std::string second = Plant("a/", kNow - 5 * kDay + 1);
+  const std::string third = Plant("a/", kNow - 4 * kDay);
+  const std::string fourth = Plant("b/", kNow - 3 * kDay);
+  const std::string last = Plant("a/", kNow - 2 * kDay);
+  WriteFile("a/2025/06/01/00/6000-00120100.ps");
+  WriteFile("a/2025/06/01/00/no.ps");
+  boost::filesystem::create_directories("a/2025/06/01/01/0000-00120100.ps");
+  Fill();
+  EXPECT_EQ(MakeRoom(2), "a/");
+  EXPECT_EQ(Exists(first) || Exists(second) || Exists(third), false);
+  EXPECT_EQ(Exists(fourth) && Exists(last), true);
+  EXPECT_FALSE(Exists("b/" + first.substr(2, 10))) << "emptied directories go, too";
+  EXPECT_TRUE(Exists("a/2025/06/01/00/6000-00120100.ps"));
+  host.ForgetTraffic();
+  EXPECT_EQ(MakeRoom(2), "a/");
+  EXPECT_TRUE(host.Events().empty());
+  EXPECT_EQ(host.CountLines("GRV"), 0u) << "with room nothing is looked for";
+}
+
+TEST_F(RoomMaking, WithRoomNoDirectoryIsRead) {
+  Plant("a/", kNow - kDay);
+  drives.capacityGB["a/"] = 10;
+  directories.lists = 0;
+  EXPECT_EQ(MakeRoom(9), "a/");
+  EXPECT_EQ(directories.lists, 0);
+}
+
+TEST_F(RoomMaking, EmptyTreeIsNotSearchedForEachFrame) {
+  EXPECT_EQ(MakeRoom(), "");
+  directories.lists = 0;
+  EXPECT_EQ(MakeRoom(), "");
+  EXPECT_EQ(directories.lists, 0);
+  const std::string planted = Plant("a/", kNow - kDay);
+  Fill();
+  clock.Advance(6000);
+  EXPECT_EQ(MakeRoom(), "a/");
+  EXPECT_FALSE(Exists(planted));
+}
+
+TEST_F(RoomMaking, NotPossibleIsToldOnceAndEnds) {
+  KeepDays(30);
+  const std::string kept = Plant("a/", kNow - kDay);
+  Fill();
+  host.ForgetTraffic();
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(MakeRoom(), "");
+  EXPECT_EQ(host.Events().size(), 1u);
+  EXPECT_EQ(CountEvents("Recording Not Possible"), 1u);
+  EXPECT_EQ(host.CountLines(0, "GRV skipped 1 protected files and 0 rm failures"), 1u);
+  drives.capacityGB["b/"] = 1;
+  EXPECT_EQ(MakeRoom(), "b/");
+  EXPECT_EQ(MakeRoom(), "b/");
+  EXPECT_EQ(host.Events().size(), 2u);
+  EXPECT_EQ(CountEvents("Healthy"), 1u);
+  drives.capacityGB["b/"] = 0;
+  clock.Advance(29 * kDay * 1000);
+  EXPECT_EQ(MakeRoom(), "a/") << "the rule has run out";
+  EXPECT_FALSE(Exists(kept));
+}
+
+TEST_F(RoomMaking, RemembersWhatItSawOfAProtectedTree) {
+  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 100);
+  storage->AddKnownDevice(0x00120000);
+  for (int i = 1; i <= 20; ++i) {
+    PlantReal(i % 2 == 0 ? "a/" : "b/", kNow - i * 7 * kHour, kCamera, 0xFF, 5,
+              kNow - i * 7 * kHour);
+  }
+  Fill();
+  directories.stampsKnown = true;
+  const auto opens = [&] { return files.Calls(qv::kelvo::FileCall::Open); };
+  EXPECT_EQ(MakeRoom(), "");
+  const std::size_t heads = opens();
+  directories.lists = 0;
+  EXPECT_EQ(MakeRoom(), "");
+  EXPECT_EQ(directories.lists, 0) << "nothing can have changed yet";
+  EXPECT_EQ(opens(), heads);
+
+  // The next look costs no listing of an hour, and a rule that changes costs no head.
+  std::vector<std::string> hours;
+  directories.onList = [&](const std::string& path) {
+    if (path.size() > std::string("a/2025/06/15/").size()) hours.push_back(path);
+  };
+  clock.Advance(6000);
+  EXPECT_EQ(MakeRoom(), "");
+  EXPECT_EQ(hours.size(), 0u);
+  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 99);
+  EXPECT_EQ(MakeRoom(), "");
+  EXPECT_EQ(hours.size(), 20u);
+  EXPECT_EQ(opens(), heads);
+
+  // A directory that changed is looked at again.
+  const std::string added = Plant("a/", kNow - 14 * kHour + 1);
+  ++directories.generation;
+  clock.Advance(6000);
+  drives.capacityGB["a/"] = ForestDrives::CountMedia("a/");
+  EXPECT_EQ(MakeRoom(), "a/");
+  EXPECT_FALSE(Exists(added));
+}
+
+TEST_F(RoomMaking, PassesOverWhatIsBeingWrittenOrCannotBeRemoved) {
+  const std::string open = Plant("a/", kNow - 60);
+  Fill();
+  manager.open = open;
+  EXPECT_EQ(MakeRoom(), "");
+  EXPECT_TRUE(Exists(open));
+
+  // A companion that can't be removed makes a failure; the media file comes back in its place.
+  const std::string stuck = Plant("a/", kNow - kDay);
+  std::string companion = stuck;
+  companion.replace(companion.size() - 2, 2, "psm");
+  WriteFile(companion + "/in the way");
+  clock.Advance(5000);
+  EXPECT_EQ(MakeRoom(3), "");
+  EXPECT_EQ(host.CountLines(0, "GRV failed to rm " + stuck), 1u);
+  boost::filesystem::remove_all(companion);
+  WriteFile(stuck);
+  Fill();
+  clock.Advance(19 * 60'000);
+  EXPECT_EQ(MakeRoom(), "");
+  EXPECT_TRUE(Exists(stuck));
+  clock.Advance(60'000);
+  EXPECT_EQ(MakeRoom(), "a/");
+  EXPECT_FALSE(Exists(stuck));
+}
+
+TEST_F(RoomMaking, StopsBetweenFilesAndSparesFaultyDrives) {
+  Plant("a/", kNow - kDay);
+  Fill();
+  manager.stopping = true;
+  EXPECT_EQ(MakeRoom(), "");
+  manager.stopping = false;
+  drives.faulty = "a/";
+  drives.error = "gone";
+  storage->ReportStatus(true);
+  EXPECT_EQ(CountEvents("Get disk space error"), 1u);
+  EXPECT_EQ(MakeRoom(), "");
+  EXPECT_EQ(ForestDrives::CountMedia("a/"), 1u);
+  // It comes back with the next full report.
+  drives.error.clear();
+  EXPECT_EQ(MakeRoom(), "");
+  storage->ReportStatus(true);
+  EXPECT_EQ(MakeRoom(), "a/");
+}
+
+}  // namespace
+}  // namespace qvsvr::kelvo

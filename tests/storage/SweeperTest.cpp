@@ -1,0 +1,209 @@
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+
+#include "storage/CFileSystem.h"
+#include "storage/RecordingRemoval.h"
+#include "tests/storage/ParsedXml.h"
+#include "tests/storage/RecordingForest.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+class Sweep : public RecordingForest {
+ protected:
+  Sweep() {
+    AddDrive("a/");
+    AddDrive("b/");
+    EXPECT_TRUE(storage.LoadStorage());
+    host.ForgetTraffic();
+  }
+
+  void Apply(const std::string& content) {
+    const ParsedXml xml("<qDVR><Storage ID='327680'>" + content + "</Storage></qDVR>");
+    bool given = false;
+    TiXmlElement reply("Storage");
+    storage.ApplyStorageXml(xml.Root(), given, reply);
+  }
+  void Global(int type, int days) {
+    Apply("<Expiration Type='" + std::to_string(type) + "' Days='" + std::to_string(days) + "'/>");
+  }
+  void Camera(int type, int days) { storage.SetCameraExpiration(0, 0x00120000, 1, 5, type, days); }
+  void Bookmark(std::int64_t start, std::int64_t end) {
+    const std::string record = "' Start='" + std::to_string(start) + "' End='" +
+                               std::to_string(end) +
+                               "'><Devices ID='1179648'><Device Number='1'><Audio/></Device>"
+                               "</Devices></Bookmark>";
+    const ParsedXml xml("<Cases ID='393216'><Case ID='c'><Bookmark ID='one" + record +
+                        "<Bookmark ID='two" + record +
+                        "</Case><Case ID='b'><Bookmark ID='none' "
+                        "Start='1' End='2'/></Case></Cases>");
+    storage.ApplyCasesXml(xml.Root(), false);
+  }
+  // One whole pass.
+  void Run() {
+    host.ForgetTraffic();
+    EXPECT_FALSE(storage.KickSweeper(false));
+    ASSERT_TRUE(host.WaitForLine("fs-cleanup - elapsed"));
+    storage.KickSweeper(true);
+  }
+  // A recording big enough for cleanup, `days` old by name and head.
+  std::string Aged(double days, std::uint8_t input = 5) {
+    const auto time = kNow - static_cast<std::int64_t>(days * static_cast<double>(kDay));
+    return PlantReal("a/", time, kCamera + input, 0xFF, input, time);
+  }
+
+  CFileSystem storage{core, platform};
+};
+
+TEST_F(Sweep, ExpiresByTheGlobalRuleOrByThoseOfTheInputs) {
+  struct Case {
+    const char* what;
+    int globalType, globalDays, cameraType, cameraDays;
+    bool day3, day8, day31, foreign31;  // which recordings stay
+  };
+  const Case cases[] = {
+      {"no rule", 0, 0, 0, 0, true, true, true, true},
+      {"global keep", 1, 2, 0, 0, true, true, true, true},
+      {"global", 2, 7, 0, 0, true, false, false, false},
+      {"input", 0, 0, 2, 7, true, false, false, true},
+      {"input keeps", 0, 0, 1, 2, true, true, true, true},
+      {"input's longer rule sets the walk", 2, 7, 2, 30, true, true, false, false},
+      {"global rule decides", 2, 30, 2, 7, true, true, false, false},
+  };
+  for (const Case& row : cases) {
+    SCOPED_TRACE(row.what);
+    boost::filesystem::remove_all("a/2025");
+    const std::string day3 = Aged(3), day8 = Aged(8), day31 = Aged(31), foreign = Aged(31.5, 6);
+    Global(row.globalType, row.globalDays);
+    storage.ForgetDevice(0x00120000);
+    if (row.cameraType != 0) Camera(row.cameraType, row.cameraDays);
+    Run();
+    EXPECT_EQ(Exists(day3), row.day3);
+    EXPECT_EQ(Exists(day8), row.day8);
+    EXPECT_EQ(Exists(day31), row.day31);
+    EXPECT_EQ(Exists(foreign), row.foreign31);
+    const bool rules = row.globalType == 2 || row.cameraType == 2;
+    EXPECT_EQ(host.CountLines(25, "Sweeper - no expiration rules and no bookmarks, nothing to do."),
+              rules ? 0u : 1u);
+    EXPECT_EQ(host.CountLines(25, row.globalType == 2 ? "Sweeper - expiring all files older than "
+                                                      : "expiring per-camera files older than "),
+              rules ? 1u : 0u);
+    EXPECT_EQ(
+        host.CountLines(
+            25, "(files:4/expired:" +
+                    std::to_string(4 - row.day3 - row.day8 - row.day31 - row.foreign31) + ")"),
+        rules ? 1u : 0u);
+  }
+}
+
+TEST_F(Sweep, HeadsDecideForInputs) {
+  Camera(2, 7);
+  const std::int64_t old = kNow - 8 * kDay;
+  const std::string empty = PlantReal("a/", old, kCamera + 5, 0xFF, 5, 0);
+  const std::string grown = PlantReal("a/", old, kCamera + 6, 0xFF, 5, kNow - 7 * kDay + 1);
+  const std::string encoder = PlantReal("a/", old, kCamera + 0x81, 0x81, 5, old);
+  const std::string single = PlantReal("a/", old, kCamera + 7, 0x05, 5, old);
+  WriteFile("b/2025/06/01/00/0000-odd.ps", 3000);
+  Run();
+  EXPECT_EQ(host.CountLines(0, "Sweeper - expiring " + empty), 1u);
+  EXPECT_TRUE(Exists(grown));
+  EXPECT_TRUE(Exists(encoder));
+  EXPECT_TRUE(Exists(single));
+  EXPECT_FALSE(Exists("b/2025/06/01/00/0000-odd.ps"));
+  EXPECT_FALSE(Exists("b/2025"));
+}
+
+TEST_F(Sweep, MeasuresBookmarksAndKeepsTheirFootage) {
+  const std::int64_t begin = kNow - 20 * kDay;
+  const struct {
+    std::int64_t time;
+    bool stays;
+  } kRows[] = {
+      {begin - 301, false}, {begin - 300, true}, {begin + 719, true}, {begin + 720, false}};
+  Bookmark(begin, begin + 600);
+  Global(2, 7);
+  std::vector<std::string> paths;
+  for (const auto& row : kRows) {
+    paths.push_back(Plant("a/", row.time));
+    WriteFile(paths.back(), 3000);
+    WriteFile(paths.back() + "i", 500);
+  }
+  Run();
+  for (std::size_t i = 0; i < paths.size(); ++i) EXPECT_EQ(Exists(paths[i]), kRows[i].stays) << i;
+  EXPECT_EQ(host.CountLines(25, "Sweeper - calculating size for 3 bookmarks."), 1u);
+  EXPECT_EQ(host.CountLines(25, "(files:4/expired:2)[bookmarked:2/size:8]."), 1u);
+  ASSERT_EQ(host.Events().size(), 1u);
+  EXPECT_EQ(host.Events()[0].eventClass, 4u);
+  EXPECT_EQ(host.Events()[0].text,
+            R"(<?xml ?><qDVR><Cases ID="327680"><Case ID="b"><Bookmark ID="none" SizeKB="0" />)"
+            R"(</Case><Case ID="c"><Bookmark ID="one" SizeKB="8" />)"
+            R"(<Bookmark ID="two" SizeKB="8" /></Case></Cases></qDVR>)");
+}
+
+TEST_F(Sweep, StopsAtTheNextFileAndWaits) {
+  Global(2, 7);
+  for (int i = 0; i < 3; ++i) Plant("a/", kNow - (20 - i) * kDay);
+  // Holds the pass in its first hour until the worker has begun to stop it.
+  std::mutex mutex;
+  std::condition_variable signal;
+  bool inside = false, leave = false;
+  directories.onList = [&](const std::string& path) {
+    if (path.size() < std::string("a/2025/05/26/17/").size()) return;
+    std::unique_lock lock(mutex);
+    inside = true;
+    signal.notify_all();
+    signal.wait(lock, [&] { return leave; });
+  };
+  EXPECT_FALSE(storage.KickSweeper(false));
+  {
+    std::unique_lock lock(mutex);
+    signal.wait(lock, [&] { return inside; });
+  }
+  EXPECT_TRUE(storage.KickSweeper(false));
+  EXPECT_EQ(host.CountLines(0, "Sweeper - still running..."), 1u);
+  std::thread helper([&] {
+    const std::lock_guard lock(mutex);
+    leave = true;
+    signal.notify_all();
+  });
+  storage.ForgetDevice(0x00120000);
+  helper.join();
+  EXPECT_FALSE(storage.KickSweeper(true)) << "nothing runs any more";
+  EXPECT_LE(host.CountLines("Sweeper - interrupted."), 1u);
+  EXPECT_EQ(host.CountLines("Sweeper - interrupted.") + host.CountLines("Sweeper - completed"), 1u);
+}
+
+// The thread sanitizer looks on: the pass, room-making, status reports and searches in one tree.
+TEST_F(Sweep, RunsBesideRoomMakingAndListings) {
+  Global(2, 7);
+  Bookmark(kNow - 20 * kDay, kNow - 19 * kDay);
+  for (int i = 0; i < 300; ++i) Plant(i % 2 == 0 ? "a/" : "b/", kNow - i * 5 * kHour);
+  for (auto& [name, capacity] : drives.capacityGB) capacity = ForestDrives::CountMedia(name);
+  std::atomic<bool> done{false};
+  std::thread search([&] {
+    while (!done) {
+      std::vector<std::string> volumes;
+      storage.GetVolumes(volumes, qv::kelvo::kVolumesLocal, nullptr);
+      for (const HourDir& hour : HourDirs(volumes, kNow - 10 * kHour)) {
+        ListRecordings(directories, hour.path, qv::kelvo::ListSizes::Yes,
+                       [](const NamedRecording&) { return true; });
+      }
+    }
+  });
+  host.SetThreshold(25);
+  EXPECT_FALSE(storage.KickSweeper(false));
+  for (int i = 0; i < 30; ++i) {
+    // The one that comes too late sees a missing file, which is no error.
+    static_cast<void>(RemoveRecording(Plant("a/", kNow - (9 + i) * kDay), 1));
+    storage.ReportStatus(i % 10 == 0);
+    Apply("");
+  }
+  EXPECT_TRUE(host.WaitForLine("fs-cleanup - elapsed"));
+  done = true;
+  search.join();
+  EXPECT_EQ(host.CountLines(50, "remove "), 0u);
+}
+
+}  // namespace
+}  // namespace qvsvr::kelvo

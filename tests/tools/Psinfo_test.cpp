@@ -1,0 +1,150 @@
+#include <array>
+
+#include "media/PSFile.h"
+#include "platform/Platform.h"
+#include "tests/tools/ToolFixture.h"
+
+namespace toolstest {
+namespace {
+
+using namespace qv::kelvo;
+
+constexpr std::size_t kMediaHead = 1978, kIndexHead = 1088, kRecord = 32;
+constexpr std::uint32_t kPayload = 100;
+constexpr std::size_t kFrameSize = 160;  // 32 + 100, up to a multiple of 32
+constexpr unsigned kFrames = 40;
+
+// A recording of one video and one audio stream that take turns, with motion in the middle.
+class PsinfoTest : public ToolTest {
+ protected:
+  void SetUp() override { Write(0x85); }
+  void Write(std::uint8_t fileInput) {
+    std::array<PsStreamDescriptor, kStreamCount> descriptors;
+    for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+      const bool video = stream < kVideoStreams;
+      descriptors[stream].streamId = static_cast<std::uint8_t>((video ? 0xE0 : 0xC0) + stream % 16);
+      descriptors[stream].streamType = video ? 132 : 146;
+      descriptors[stream].encoder = 5;
+    }
+    descriptors[0].name = "Gate";
+    PSFile file(SystemPlatform().mediaFiles);
+    PsFileInfo info;
+    info.fileInput[0] = fileInput;
+    ASSERT_EQ(file.Create(tree.Path("a.ps"), info, descriptors, 0), kPsOk);
+    const std::string payload(kPayload, 'x');
+    for (unsigned number = 0; number < kFrames; ++number) {
+      PSFrame frame;
+      frame.stream = number % 2 == 0 ? 0 : 16;
+      frame.frameType = number % 2 != 0 ? kFrameAudio : number % 10 == 0 ? kFrameI : kFrameP;
+      frame.flags = number >= 10 && number < 20 ? 0x80 : 0;
+      frame.encoder = 5;
+      frame.SetTime(1'700'000'000'000 + number * 40);
+      frame.payload = reinterpret_cast<const std::byte*>(payload.data());
+      frame.payloadSize = kPayload;
+      ASSERT_EQ(file.WriteFrame(frame), kPsOk);
+    }
+    file.Close();
+  }
+};
+
+TEST_F(PsinfoTest, PrintsStreamsRunsAndFrames) {
+  const auto printed = Psinfo("print -v a.ps");
+  EXPECT_EQ(printed.code, 0);
+  for (const char* const text :
+       {"closed index, 40 frames, 2023-11-14 22:13:20.000Z to 2023-11-14 22:13:21.560Z",
+        "stream  0 video      20 frames  channel 0 encoder 1", "H.264", "Gate", "AAC",
+        "run    5  stream 16", "frame     39 at       8218  stream 16  A"}) {
+    EXPECT_TRUE(printed.Says(text)) << text << "\n" << printed.text;
+  }
+}
+
+TEST_F(PsinfoTest, MakesTheVeryIndexThatWasLost) {
+  EXPECT_EQ(Psinfo("check .").text, "./a.ps: 40 frames, good\n0 of 1 recordings damaged\n");
+  const std::string index = tree.Read("a.psi");
+  auto stale = index;
+  for (std::size_t at = 20; at < 44; ++at) stale[at] = 0;  // a head without counts
+  for (const std::string& before : {stale, index.substr(0, kIndexHead + 300)}) {
+    tree.Write("a.psi", before);
+    EXPECT_EQ(Psinfo("check a.ps").code, 1);
+    EXPECT_EQ(Psinfo("rebuild a.psi").code, 0);
+    EXPECT_TRUE(tree.Read("a.psi") == index);
+  }
+  EXPECT_EQ(std::remove(tree.Path("a.psi").c_str()), 0);
+  EXPECT_TRUE(Psinfo("check a.ps").Says("there is no index"));
+  const auto rebuilt = Psinfo("rebuild a.ps");
+  EXPECT_TRUE(rebuilt.Says("40 frames, 6 runs")) << rebuilt.text;
+  // Only the old index knew the encoder's upper bits and the streams without frames.
+  EXPECT_TRUE(tree.Read("a.psi").substr(kIndexHead) == index.substr(kIndexHead));
+  EXPECT_TRUE(Psinfo("check a.ps").Says("a.ps: 40 frames, good"));
+
+  Write(3);  // a file for one input, whose frames don't tell the encoder
+  EXPECT_TRUE(Psinfo("check a.ps").Says("good"));
+}
+
+TEST_F(PsinfoTest, SaysWhereAPairIsDamaged) {
+  const std::size_t thirdFrame = kMediaHead + 3 * kFrameSize;
+  const std::size_t runs = kIndexHead + kFrames * kRecord;
+  const struct {
+    const char* file;
+    std::size_t offset;
+    const char* finding;
+  } rows[] = {
+      {"a.ps", 5, "media offset 0: the pack header isn't the constant"},
+      {"a.ps", thirdFrame, "media offset 2458: no 00 00 01 where a frame begins"},
+      {"a.ps", thirdFrame + 23, "media offset 2479: the size of the frame before is wrong"},
+      {"a.ps", thirdFrame + 29, "media offset 2487: the pad count doesn't fit the frame"},
+      {"a.ps", thirdFrame + 31,
+       "index offset 1190: frame record 3: date isn't what the frames say"},
+      {"a.psi", 4, "index offset 0: the head has no version or other record sizes"},
+      {"a.psi", 23, "index offset 20: the head counts 4278190120 frames"},
+      {"a.psi", 64 + 4, "index offset 68: stream record 0: first frame isn't what the frames say"},
+      {"a.psi", kIndexHead + 20, "index offset 1108: frame record 0: next link isn't what"},
+      {"a.psi", kIndexHead + kRecord + 14, "index offset 1132: frame record 1: offset isn't what"},
+      {"a.psi", runs + 17, "index offset 2385: run record 1: flags isn't what the frames say"},
+  };
+  for (const auto& row : rows) {
+    const std::string good = tree.Read(row.file);
+    auto bad = good;
+    bad[row.offset] = static_cast<char>(bad[row.offset] ^ 0xFF);
+    tree.Write(row.file, bad);
+    const auto checked = Psinfo("check a.ps");
+    EXPECT_EQ(checked.code, 1) << row.finding;
+    EXPECT_TRUE(checked.Says(row.finding)) << row.finding << "\n" << checked.text;
+    tree.Write(row.file, good);
+  }
+}
+
+TEST_F(PsinfoTest, SavesTheFramesBehindDamageAndBeforeACut) {
+  auto media = tree.Read("a.ps");
+  media[kMediaHead + 5 * kFrameSize] = 1;
+  media.resize(media.size() - 10);
+  tree.Write("a.ps", media);
+  const auto rebuilt = Psinfo("rebuild a.ps");
+  EXPECT_TRUE(rebuilt.Says("38 frames")) << rebuilt.text;
+  EXPECT_TRUE(rebuilt.Says("; 310 bytes of the media file belong to no frame")) << rebuilt.text;
+  EXPECT_TRUE(Psinfo("print a.ps").Says("closed index, 38 frames"));
+}
+
+TEST_F(PsinfoTest, LivesThroughAnyBytes) {
+  const std::string media = tree.Read("a.ps"), index = tree.Read("a.psi");
+  std::uint32_t random = 12345;
+  for (int round = 0; round < 40; ++round) {
+    for (const auto* const file : {&media, &index}) {
+      auto bad = *file;
+      for (int flip = 0; flip < 20; ++flip) {
+        random = random * 1664525 + 1013904223;
+        bad[(random >> 8) % bad.size()] = static_cast<char>(random >> 3);
+      }
+      bad.resize(bad.size() - random % 4096 % bad.size());
+      tree.Write(file == &media ? "a.ps" : "a.psi", bad);
+      for (const char* const verb : {"check", "print -v"}) {
+        const auto outcome = Psinfo(std::string(verb) + " a.ps");
+        EXPECT_TRUE(outcome.code >= 0 && outcome.code <= 2) << outcome.text;
+      }
+      tree.Write(file == &media ? "a.ps" : "a.psi", *file);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace toolstest

@@ -1,0 +1,90 @@
+#include "nvrhost/HostSetup.h"
+
+#include <algorithm>
+#include <boost/filesystem.hpp>
+#include <csignal>
+#include <stdexcept>
+
+namespace nvrhost {
+namespace {
+namespace fs = boost::filesystem;
+
+volatile std::sig_atomic_t interrupted = 0;
+
+}  // namespace
+
+std::string FindPlugin(const std::string& option, const std::string& programPath) {
+  const fs::path plugin = option.empty() ? fs::canonical(programPath).parent_path() / KELVO_MODULE
+                                         : fs::absolute(option);
+  if (!fs::is_regular_file(plugin)) {
+    throw std::runtime_error("no plug-in at " + plugin.string() + " (--plugin says where it is)");
+  }
+  return plugin.string();
+}
+
+void EnterForRecording(const std::string& directory) {
+  const fs::path drives = fs::absolute(directory) / "drives";
+  fs::create_directories(drives);
+  bool any = false;
+  for (const auto& entry : fs::directory_iterator(drives)) any = any || fs::is_directory(entry);
+  if (!any) fs::create_directory(drives / "disk1");
+  fs::current_path(drives.parent_path());
+}
+
+void EnterRecorded(const std::string& directory) {
+  const fs::path path = fs::absolute(directory);
+  if (!fs::is_directory(path / "drives")) {
+    throw std::runtime_error("no recordings: " + (path / "drives").string() + " doesn't exist");
+  }
+  fs::current_path(path);
+}
+
+void CatchInterrupts() {
+  std::signal(SIGINT, [](int) { interrupted = 1; });
+  std::signal(SIGTERM, [](int) { interrupted = 1; });
+}
+
+bool Interrupted() {
+  return interrupted != 0;
+}
+
+Listener::Listener(hostkit::SimHost& host, Console& toConsole, std::uint32_t lowestShown,
+                   bool withEvents)
+    : console(toConsole), shownLevel(lowestShown), showEvents(withEvents) {
+  host.SetLogLevel(std::min<std::uint32_t>(shownLevel, KELVO_LOG_WARNING));
+  host.onLog = [this](const hostkit::SimHost::LogLine& line) { TakeLog(line); };
+  host.onEvent = [this](const hostkit::SimHost::Event& event) { TakeEvent(event); };
+}
+
+std::size_t Listener::Files() const {
+  const std::lock_guard guard(lock);
+  return files.size();
+}
+
+void Listener::TakeLog(const hostkit::SimHost::LogLine& line) {
+  if (line.level >= KELVO_LOG_ERROR) {
+    ++errors;
+  } else if (line.level >= KELVO_LOG_WARNING) {
+    ++warnings;
+  }
+  if (line.level < shownLevel) return;
+  const char* const name = line.level >= KELVO_LOG_CRITICAL  ? "critical"
+                           : line.level >= KELVO_LOG_ERROR   ? "error"
+                           : line.level >= KELVO_LOG_WARNING ? "warning"
+                           : line.level >= KELVO_LOG_INFO    ? "info"
+                                                             : "trace";
+  console.ErrorLine(std::string("kelvo ") + name + ": " + line.text);
+}
+
+// An event of an input that begins or ends to be recorded names the file.
+void Listener::TakeEvent(const hostkit::SimHost::Event& event) {
+  if (showEvents) console.ErrorLine("event " + event.xml);
+  const std::string attribute = "Path=\"";
+  const auto begin = event.xml.find(attribute);
+  if (begin == std::string::npos) return;
+  const auto from = begin + attribute.size();
+  const std::lock_guard guard(lock);
+  files.insert(event.xml.substr(from, event.xml.find('"', from) - from));
+}
+
+}  // namespace nvrhost

@@ -1,0 +1,206 @@
+#include "psinfo/MediaWalk.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <system_error>
+
+#include "media/ByteOrder.h"
+#include "platform/Platform.h"
+
+namespace psinfo {
+namespace {
+
+using namespace qv::kelvo;
+
+constexpr std::size_t kReadAhead = 1 << 20;
+constexpr std::uint16_t kMapBytesBehindLength = kProgramMapSize - 6;
+
+// A media file through a buffer that follows the walk.
+class Source {
+ public:
+  explicit Source(const std::string& path) {
+    if (const int error = SystemPlatform().mediaFiles.Open(path, OpenMode::Read, file)) {
+      throw std::runtime_error(path + ": " + std::generic_category().message(error));
+    }
+    if (const int error = file->Size(size)) {
+      throw std::runtime_error(path + ": " + std::generic_category().message(error));
+    }
+  }
+  [[nodiscard]] std::uint64_t Size() const { return size; }
+  // At most `length` bytes; fewer only at the end of the file. Valid until the next call.
+  [[nodiscard]] ConstBytes At(std::uint64_t offset, std::size_t length) {
+    if (offset < begin || offset + length > begin + buffer.size()) {
+      begin = offset;
+      buffer.resize(std::max(length, kReadAhead));
+      buffer.resize(file->ReadAt(begin, buffer).bytes);
+    }
+    const ConstBytes rest = ConstBytes(buffer).subspan(static_cast<std::size_t>(offset - begin));
+    return rest.first(std::min(length, rest.size()));
+  }
+
+ private:
+  std::unique_ptr<MediaFile> file;
+  std::uint64_t size = 0;
+  std::uint64_t begin = 0;
+  std::vector<std::byte> buffer;
+};
+
+class Walker {
+ public:
+  explicit Walker(const std::string& path) : source(path) { walk.size = source.Size(); }
+
+  MediaWalk Run() {
+    ReadHead();
+    std::uint64_t position = walk.dataStart;
+    while (position < walk.size) {
+      std::string fault = FrameFault(position);
+      if (fault.empty()) {
+        position = TakeFrame(position);
+        continue;
+      }
+      Find(position, std::move(fault));
+      const std::uint64_t next = NextPlausible(position + kFrameAlignment);
+      walk.unreadable += next - position;
+      previousSize = 0;
+      position = next;
+    }
+    return std::move(walk);
+  }
+
+ private:
+  void Find(std::uint64_t offset, std::string rule) {
+    walk.findings.push_back({Finding::Where::Media, offset, std::move(rule)});
+  }
+
+  void ReadHead() {
+    const ConstBytes head = source.At(0, kPackHeaderSize + kProgramMapSize);
+    if (head.size() < kPackHeaderSize + kProgramMapSize) {
+      Find(head.size(), "the file ends inside its head of 1978 bytes");
+      walk.dataStart = walk.size;
+      return;
+    }
+    if (std::to_integer<unsigned>(head[3]) != 0xBA) return;  // a file without a map
+    if (!std::ranges::equal(head.first<kPackHeaderSize>(), kPackHeader))
+      Find(0, "the pack header isn't the constant");
+    const ConstBytes map = head.subspan(kPackHeaderSize);
+    walk.dataStart = kPackHeaderSize + 6 + ProgramMapLength(map.first<6>());
+    if (!HasStartCode(map)) Find(kPackHeaderSize, "the stream map doesn't begin with 00 00 01");
+    if (ProgramMapLength(map.first<6>()) != kMapBytesBehindLength) {
+      Find(kPackHeaderSize + 4, "the stream map isn't 1956 bytes long behind its length");
+    }
+    if (!DecodeFileInfo(map, walk.info)) {
+      Find(kPackHeaderSize + 8, "the stream map contradicts its own length");
+      return;
+    }
+    walk.streams.resize(kStreamCount);
+    for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+      auto& descriptor = walk.streams[stream];
+      if (!DecodeStreamDescriptor(map, stream, descriptor)) {
+        Find(kPackHeaderSize, "the stream map has no entry " + std::to_string(stream));
+      } else if (StreamOfId(descriptor.streamId) != stream) {
+        Find(kPackHeaderSize,
+             "entry " + std::to_string(stream) + " of the stream map has the id of another stream");
+      }
+    }
+  }
+
+  // What makes the walk stop at a place, or nothing.
+  std::string FrameFault(std::uint64_t position) {
+    const ConstBytes bytes = source.At(position, kPesHeaderSize);
+    if (bytes.size() < kPesHeaderSize) return "the file ends inside the header of a frame";
+    const PesHeader header = DecodePesHeader(bytes.first<kPesHeaderSize>());
+    if (!HasStartCode(bytes)) return "no 00 00 01 where a frame begins";
+    if (!IsFrameSize(header.size)) return "the size of a frame is 0, or no multiple of 32";
+    if (position + header.size > walk.size) return "the file ends inside a frame";
+    return {};
+  }
+
+  std::uint64_t TakeFrame(std::uint64_t position) {
+    const auto bytes = source.At(position, kPesHeaderSize).first<kPesHeaderSize>();
+    const PesHeader header = DecodePesHeader(bytes);
+    CheckHeader(position, bytes, header);
+    PsiFrameRecord record;
+    record.stream = StreamOfId(header.streamId);
+    record.frameInfo = header.frameInfo;
+    record.streamInfo = header.streamInfo;
+    record.SetSize(header.size);
+    record.date = header.date;
+    record.ms = static_cast<std::uint32_t>(header.dts / kTicksPerMs);
+    record.offsetUnits = static_cast<std::uint32_t>((position - walk.dataStart) / kFrameAlignment);
+    walk.frames.push_back(record);
+    previousSize = header.size;
+    return position + header.size;
+  }
+
+  // Rules that a reader can do without.
+  void CheckHeader(std::uint64_t position, ConstPesHeaderBytes bytes, const PesHeader& header) {
+    constexpr std::size_t kLengthAt = 4, kPtsAt = 9, kPreviousAt = 21, kInfoAt = 27, kStreamAt = 28,
+                          kPadAt = 29, kDateAt = 30;
+    constexpr std::uint32_t kSizeBits = 0x3FFFFF;
+    const unsigned id = header.streamId;
+    const std::uint32_t pad = PadCount(header.padInfo);
+    // After damage the size of the frame before is unknown.
+    const bool previousWrong =
+        previousSize != 0 && (header.previousSize & kSizeBits) != (previousSize & kSizeBits);
+    const struct {
+      bool broken;
+      std::size_t at;
+      const char* rule;
+    } rules[] = {
+        {id < 0xC0 || id > 0xEF, 3, "the stream id is none of C0 to EF"},
+        {GetBE16(bytes, kLengthAt) != ((header.size - 6) & 0xFFFF), kLengthAt,
+         "the packet length isn't the frame's size less 6"},
+        {GetU8(bytes, 6) != 0x80 || GetU8(bytes, 7) != 0xC1, 6, "the marks aren't 80 C1"},
+        {GetU8(bytes, 8) != header.userDataBytes + 23u, 8,
+         "the header length isn't the metadata's and 23"},
+        {header.dts / kTicksPerMs >= 2ull * kMsPerDay || header.pts < header.dts, kPtsAt,
+         "the time stamps aren't a time of day"},
+        {previousWrong, kPreviousAt, "the size of the frame before is wrong"},
+        {(header.frameInfo & 0x1C) != 0x1C, kInfoAt, "the fixed bits of the frame info aren't set"},
+        {(header.streamInfo & 0xC0) != 0xC0, kStreamAt,
+         "the fixed bits of the stream info aren't set"},
+        {(header.padInfo & 0xE0) != 0xC0 ||
+             kPesHeaderSize + header.userDataBytes + pad > header.size,
+         kPadAt, "the pad count doesn't fit the frame"},
+        {MonthOf(header.date) < 1 || MonthOf(header.date) > 12 || DayOf(header.date) < 1, kDateAt,
+         "the date isn't one"},
+        {(header.frameInfo & kFrameTypeMask) == kFrameAudio &&
+             StreamOfId(header.streamId) < kVideoStreams,
+         kInfoAt, "a video frame has the type of audio"},
+    };
+    for (const auto& rule : rules) {
+      if (rule.broken) Find(position + rule.at, rule.rule);
+    }
+  }
+
+  // Where the walk may go on: a header with all its marks, whose frame is followed by another or by
+  // the end.
+  std::uint64_t NextPlausible(std::uint64_t position) {
+    for (; position + kPesHeaderSize <= walk.size; position += kFrameAlignment) {
+      const ConstBytes bytes = source.At(position, kPesHeaderSize);
+      if (bytes.size() < kPesHeaderSize) break;
+      if (!HasStartCode(bytes) || GetU8(bytes, 6) != 0x80 || GetU8(bytes, 7) != 0xC1 ||
+          GetU8(bytes, 19) != 0x0F) {
+        continue;
+      }
+      const PesHeader header = DecodePesHeader(bytes.first<kPesHeaderSize>());
+      const std::uint64_t end = position + header.size;
+      if (!IsFrameSize(header.size) || end > walk.size) continue;
+      if (end == walk.size || HasStartCode(source.At(end, 3))) return position;
+    }
+    return walk.size;
+  }
+
+  Source source;
+  MediaWalk walk;
+  std::uint32_t previousSize = kNoPreviousFrame;
+};
+
+}  // namespace
+
+MediaWalk WalkMedia(const std::string& path) {
+  return Walker(path).Run();
+}
+
+}  // namespace psinfo

@@ -1,0 +1,121 @@
+// psinfo: looks into recordings, says where one is damaged, and makes a new index.
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <boost/filesystem.hpp>
+#include <cstdio>
+#include <stdexcept>
+
+#include "psinfo/Check.h"
+#include "psinfo/Print.h"
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+constexpr int kDamaged = 1, kFailed = 2;
+constexpr std::size_t kFindingsShown = 20;
+
+// The media files that the user means: .ps files, .psi files for the .ps beside them, and all
+// recordings below directories.
+std::vector<std::string> MediaPaths(const std::vector<std::string>& given) {
+  std::vector<std::string> paths;
+  for (const auto& text : given) {
+    const fs::path path(text);
+    if (fs::is_directory(path)) {
+      std::vector<std::string> found;
+      for (const auto& entry : fs::recursive_directory_iterator(
+               path, fs::directory_options::follow_directory_symlink)) {
+        if (entry.path().extension() == ".ps") found.push_back(entry.path().string());
+      }
+      std::sort(found.begin(), found.end());
+      paths.insert(paths.end(), found.begin(), found.end());
+    } else if (path.extension() == ".psi") {
+      paths.push_back(text.substr(0, text.size() - 1));
+    } else {
+      paths.push_back(text);
+    }
+  }
+  if (paths.empty()) throw std::runtime_error("no recordings there");
+  return paths;
+}
+
+int Check(const std::vector<std::string>& paths) {
+  std::size_t damaged = 0;
+  for (const auto& path : paths) {
+    const auto result = psinfo::CheckRecording(path);
+    std::printf("%s: %zu frames, %s\n", path.c_str(), result.frames,
+                result.findings.empty() ? "good" : "DAMAGED");
+    if (result.findings.empty()) continue;
+    ++damaged;
+    for (std::size_t i = 0; i < std::min(result.findings.size(), kFindingsShown); ++i) {
+      const auto& finding = result.findings[i];
+      std::printf("  %s offset %llu: %s\n",
+                  finding.where == psinfo::Finding::Where::Media ? "media" : "index",
+                  static_cast<unsigned long long>(finding.offset), finding.rule.c_str());
+    }
+    if (result.findings.size() > kFindingsShown) {
+      std::printf("  and %zu more\n", result.findings.size() - kFindingsShown);
+    }
+    if (result.unreadable > 0) {
+      std::printf("  %llu bytes of the media file belong to no frame\n",
+                  static_cast<unsigned long long>(result.unreadable));
+    }
+  }
+  std::printf("%zu of %zu recordings damaged\n", damaged, paths.size());
+  return damaged == 0 ? 0 : kDamaged;
+}
+
+int Rebuild(const std::vector<std::string>& paths) {
+  for (const auto& path : paths) {
+    const auto result = psinfo::RebuildIndex(path);
+    std::printf("%s: %zu frames, %zu runs", result.indexPath.c_str(), result.frames, result.runs);
+    if (result.unreadable > 0) {
+      std::printf("; %llu bytes of the media file belong to no frame",
+                  static_cast<unsigned long long>(result.unreadable));
+    }
+    std::printf("\n");
+  }
+  return 0;
+}
+
+int Run(int argc, char** argv) {
+  CLI::App app("Looks into recordings: a .ps media file with its .psi index.\n");
+  app.require_subcommand(1);
+  app.failure_message(CLI::FailureMessage::simple);
+  std::vector<std::string> given;
+  bool frames = false;
+  const auto add = [&](const char* name, const char* help) {
+    auto* const command = app.add_subcommand(name, help);
+    command->add_option("path", given, ".ps or .psi files, or directories")
+        ->required()
+        ->check(CLI::ExistingPath);
+    return command;
+  };
+  auto* const print = add("print", "head, streams, runs and frames");
+  print->add_flag("-v,--frames", frames, "every frame, too");
+  auto* const check = add("check", "hold pairs against the rules of the format");
+  check->footer("Ends with 0 if all are good, 1 if one is damaged, 2 if it couldn't be read.");
+  add("rebuild", "make the index anew from the media file (not while it is being written)");
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kFailed;
+  }
+  const auto paths = MediaPaths(given);
+  if (check->parsed()) return Check(paths);
+  if (!print->parsed()) return Rebuild(paths);
+  for (const auto& path : paths) psinfo::PrintRecording(path, frames);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "psinfo: %s\n", error.what());
+    return kFailed;
+  }
+}
