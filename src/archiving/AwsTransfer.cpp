@@ -24,7 +24,7 @@ constexpr char kContentType[] = "application/octet-stream";
 
 // A stream into the file at the offset. What the file holds elsewhere stays.
 Aws::IOStream* OpenAt(const std::string& file, std::int64_t offset) {
-  std::ofstream(file, std::ios::binary | std::ios::app);  // makes the file if it isn't there
+  const std::ofstream made(file, std::ios::binary | std::ios::app);  // if it isn't there
   auto* stream =
       Aws::New<Aws::FStream>(kTag, file, std::ios::in | std::ios::out | std::ios::binary);
   stream->seekp(offset);
