@@ -138,7 +138,8 @@ class Scan {
   const char* Attribute(const char* at, std::string& value) {
     value.clear();
     at = Tokens::ReadName(at, &nameScratch, encoding);
-    at = AtEnd(at) ? nullptr : Tokens::SkipWhiteSpace(at, encoding);
+    if (AtEnd(at)) return nullptr;
+    at = Tokens::SkipWhiteSpace(at, encoding);
     if (AtEnd(at) || *at != '=') return nullptr;
     at = Tokens::SkipWhiteSpace(at + 1, encoding);
     if (AtEnd(at)) return nullptr;

@@ -1,6 +1,9 @@
 #include "search/ResultDocument.h"
 
+#include <charconv>
 #include <cstddef>
+#include <iterator>
+#include <utility>
 
 #include "host/Log.h"
 #include "host/Xml.h"
@@ -10,20 +13,11 @@ namespace {
 
 constexpr int kThumbnailAtMoments = 2;
 constexpr int kThumbnailPerBucket = 1;
+// Text that a record usually takes at most.
+constexpr std::size_t kListingBytes = 80;
+constexpr std::size_t kPlaybackBytes = 160;
 constexpr int kPixelsPerUnit = 16;
 constexpr std::uint16_t kNoBufferSize = 65535;
-
-TiXmlElement* AddChild(TiXmlElement& parent, const char* name) {
-  auto* child = new TiXmlElement(name);
-  parent.LinkEndChild(child);
-  return child;
-}
-
-TiXmlElement* AddNumbered(TiXmlElement& parent, const char* name, std::uint32_t number) {
-  TiXmlElement* child = AddChild(parent, name);
-  child->SetAttribute("Number", static_cast<int>(number));
-  return child;
-}
 
 int ThumbnailMode(const SearchRequest& request) {
   if (!request.frameRequests.empty()) return kThumbnailAtMoments;
@@ -36,10 +30,54 @@ bool MakesSense(const ResultValues& values) {
 
 }  // namespace
 
-ResultDocument::ResultDocument(const SearchRequest& request) : listing(request.type == 0) {
-  root = BeginXml(document);
-  root->SetAttribute("Type", request.type);
-  if (!listing) root->SetAttribute("Thumbnail", ThumbnailMode(request));
+ResultDocument::ResultDocument(const SearchRequest& request, std::size_t records)
+    : listing(request.type == 0) {
+  text.reserve(records * (listing ? kListingBytes : kPlaybackBytes));
+  text = "<?xml ?>";
+  Open(kRootName);
+  Attribute("Type", request.type);
+  if (!listing) Attribute("Thumbnail", ThumbnailMode(request));
+}
+
+void ResultDocument::Open(const char* name) {
+  if (inStartTag) text += '>';
+  text.append("<").append(name);
+  elements.push_back(name);
+  inStartTag = true;
+}
+
+void ResultDocument::OpenNumbered(const char* name, std::uint32_t number) {
+  Open(name);
+  Attribute("Number", static_cast<std::int32_t>(number));
+}
+
+void ResultDocument::Attribute(const char* name, std::int32_t value) {
+  char digits[16];
+  const auto end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
+  text.append(" ").append(name).append("=\"").append(digits, end).append("\"");
+}
+
+void ResultDocument::Close() {
+  if (inStartTag) {
+    text += " />";
+  } else {
+    text.append("</").append(elements.back()).append(">");
+  }
+  elements.pop_back();
+  inStartTag = false;
+}
+
+void ResultDocument::OpenMedia(bool audio) {
+  if (audio == inAudio) return;
+  Close();
+  Open("Audio");
+  inAudio = true;
+}
+
+void ResultDocument::CloseContext() {
+  OpenMedia(true);
+  Close();
+  if (qv::kelvo::KeyContext(*current) != 0) Close();
 }
 
 void ResultDocument::OpenInput(RequestKey input) {
@@ -48,18 +86,26 @@ void ResultDocument::OpenInput(RequestKey input) {
   const bool newProvider = !current || KeyProvider(*current) != KeyProvider(input);
   const bool newDevice = newProvider || KeyDevice(*current) != KeyDevice(input);
   const bool newContext = newDevice || KeyContext(*current) != KeyContext(input);
+  if (current) {
+    Close();  // the Input
+    if (newContext) CloseContext();
+    if (newDevice) Close();
+    if (newProvider) Close();
+  }
   if (newProvider) {
-    provider = AddChild(*root, "Devices");
-    provider->SetAttribute("ID", static_cast<int>(KeyProvider(input)));
+    Open("Devices");
+    Attribute("ID", static_cast<std::int32_t>(KeyProvider(input)));
   }
-  if (newDevice) device = AddNumbered(*provider, "Device", KeyDevice(input));
+  if (newDevice) OpenNumbered("Device", KeyDevice(input));
   if (newContext) {
-    const std::uint32_t number = KeyContext(input);
-    TiXmlElement* parent = number == 0 ? device : AddNumbered(*device, "Context", number);
-    video = AddChild(*parent, "Video");
-    audio = AddChild(*parent, "Audio");
+    if (const std::uint32_t number = KeyContext(input); number != 0) {
+      OpenNumbered("Context", number);
+    }
+    Open("Video");
+    inAudio = false;
   }
-  open = AddNumbered(IsAudioKey(input) ? *audio : *video, "Input", input & 31u);
+  OpenMedia(IsAudioKey(input));
+  OpenNumbered("Input", input & 31u);
   current = input;
 }
 
@@ -73,25 +119,32 @@ void ResultDocument::Add(RequestKey input, const ResultKey& key, const ResultVal
               static_cast<std::ptrdiff_t>(values.first), static_cast<std::ptrdiff_t>(values.last),
               static_cast<unsigned long>(stream));
   }
-  TiXmlElement* result = AddChild(*open, "Result");
-  result->SetAttribute("Start", static_cast<int>(values.first));
-  result->SetAttribute("End", static_cast<int>(values.last));
-  result->SetAttribute("Count", static_cast<int>(values.count));
-  result->SetAttribute("Flags", values.flags);
-  if (listing) return;
-  result->SetAttribute("Standard", key.standard);
-  result->SetAttribute("StreamID", static_cast<int>(stream));
-  if (!qv::kelvo::IsAudioKey(input)) {
-    result->SetAttribute("Width", key.width16 * kPixelsPerUnit);
-    result->SetAttribute("Height", key.height16 * kPixelsPerUnit);
-  } else if (key.bufSizeSamples != kNoBufferSize) {
-    result->SetAttribute("SampleRate", key.sampleRate);
-    result->SetAttribute("BufSizeSamples", key.bufSizeSamples);
+  Open("Result");
+  Attribute("Start", static_cast<std::int32_t>(values.first));
+  Attribute("End", static_cast<std::int32_t>(values.last));
+  Attribute("Count", static_cast<std::int32_t>(values.count));
+  Attribute("Flags", values.flags);
+  if (!listing) {
+    Attribute("Standard", key.standard);
+    Attribute("StreamID", static_cast<std::int32_t>(stream));
+    if (!qv::kelvo::IsAudioKey(input)) {
+      Attribute("Width", key.width16 * kPixelsPerUnit);
+      Attribute("Height", key.height16 * kPixelsPerUnit);
+    } else if (key.bufSizeSamples != kNoBufferSize) {
+      Attribute("SampleRate", key.sampleRate);
+      Attribute("BufSizeSamples", key.bufSizeSamples);
+    }
   }
+  Close();
 }
 
-std::string ResultDocument::Print() const {
-  return PrintXml(document);
+std::string ResultDocument::Finish() {
+  if (current) {
+    Close();  // the Input
+    CloseContext();
+  }
+  while (!elements.empty()) Close();
+  return std::move(text);
 }
 
 }  // namespace qvsvr::kelvo

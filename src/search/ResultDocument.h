@@ -1,36 +1,44 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
-
-#include <tinyxml.h>
+#include <vector>
 
 #include "search/SearchResult.h"
 
 namespace qvsvr::kelvo {
 
-// The result document of a search, built from records in the order of their inputs.
+// The result document of a search, built from records in the order of their inputs. Written as text
+// at once: a tree of it would take many times the room.
 class ResultDocument {
  public:
-  explicit ResultDocument(const SearchRequest& request);
+  // `records` is about how many will be added.
+  ResultDocument(const SearchRequest& request, std::size_t records);
 
   void Add(RequestKey input, const ResultKey& key, const ResultValues& values);
-  [[nodiscard]] std::string Print() const;
+  // Ends the document, which takes nothing more.
+  [[nodiscard]] std::string Finish();
 
  private:
   // Opens the elements that lead to an input, as far as they aren't open.
   void OpenInput(RequestKey input);
+  void OpenMedia(bool audio);
+  void CloseContext();
+
+  void Open(const char* name);
+  void OpenNumbered(const char* name, std::uint32_t number);
+  // Of the element that was opened last.
+  void Attribute(const char* name, std::int32_t value);
+  void Close();
 
   const bool listing;
-  TiXmlDocument document;
-  TiXmlElement* root = nullptr;
-  // The elements that are open; all belong to `document`.
-  TiXmlElement* provider = nullptr;
-  TiXmlElement* device = nullptr;
-  TiXmlElement* video = nullptr;
-  TiXmlElement* audio = nullptr;
-  TiXmlElement* open = nullptr;  // the Input
+  std::string text;
+  std::vector<const char*> elements;  // open ones
+  bool inStartTag = false;
   std::optional<RequestKey> current;
+  bool inAudio = false;  // of the context of `current`; its Video comes first
 };
 
 }  // namespace qvsvr::kelvo

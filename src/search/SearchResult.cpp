@@ -80,11 +80,13 @@ void SearchResults::AddRows(const CFileInfo& info, std::int64_t start) {
 }
 
 std::string SearchResults::Document(const SearchRequest& request) const {
-  ResultDocument document(request);
+  std::size_t count = 0;
+  for (const auto& entry : inputs) count += entry.second.size();
+  ResultDocument document(request, count);
   for (const auto& [key, records] : inputs) {
     for (const auto& [recordKey, values] : records) document.Add(key, recordKey, values);
   }
-  return document.Print();
+  return document.Finish();
 }
 
 }  // namespace qvsvr::kelvo

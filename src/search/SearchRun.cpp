@@ -64,6 +64,9 @@ class Walk {
 
   void EnterHour(UtcMs hour, const std::vector<std::string>& volumes) {
     hourStart = hour;
+    const int today = qv::kelvo::ToLocal(hour).day;
+    if (today != day) paths.clear();
+    day = today;
     directories.clear();
     for (const std::string& volume : volumes) {
       directories.push_back(qv::kelvo::HourDirectory(volume, hour));
@@ -154,7 +157,7 @@ class Walk {
     }
   }
 
-  // In the night in which clocks are set back one directory is visited twice.
+  // In the night in which clocks are set back a directory of the day is visited twice.
   void AddFile(const CFileInfo& info) {
     if (paths.contains(info.path)) return;
     results.AddRows(info, request.start);
@@ -170,11 +173,12 @@ class Walk {
   PlaybackFiles& files;
 
   UtcMs hourStart = 0;
+  int day = 0;                           // of the month
   std::vector<std::string> directories;  // of the hour, by volume
   std::int64_t fileStart = 0;            // seconds since 1970, by the file's name
   std::int64_t bucket = -1;              // the last one that got its picture
   std::vector<FileRun> runs;
-  std::unordered_set<std::string_view> paths;  // of `files`
+  std::unordered_set<std::string_view> paths;  // of the day's `files`
 };
 
 }  // namespace

@@ -257,7 +257,13 @@ TEST_F(SearchRun, AllThirtyTwoStreamsAtOnce) {
 }
 
 TEST_F(SearchRun, ExceptionEndsTheSearchWithItsEndEvent) {
-  files.targets = {std::make_shared<testsupport::FakeScanner>("/nowhere/", "five")};
+  struct Unreachable : testsupport::FakeScanner {
+    using FakeScanner::FakeScanner;
+    bool TestDirectory(const boost::filesystem::path&) override {
+      throw std::runtime_error("no way");
+    }
+  };
+  files.targets = {std::make_shared<Unreachable>("/nowhere/", "5")};
   SearchTest::Run(Request(0, kSecond0, kSecond0 + 10, 0, Video(0)));
   EXPECT_EQ(Order(), "P");
   EXPECT_EQ(host.CountLines(75, "search failed"), 1u);
