@@ -21,11 +21,11 @@ extern "C" {
 #define KELVO_ABI_OFFSET(type, field, offset) KELVO_ABI_ASSERT(offsetof(type, field) == (offset))
 
 /* Module ids. */
-#define KELVO_MODULE_ID 0x00050000u           /* this plug-in */
-#define KELVO_MODULE_CASES 0x00060000u        /* sender of Cases */
-#define KELVO_MODULE_EVENTS 0x000A0000u       /* sender of Events */
-#define KELVO_MODULE_DISK_PREP 0x00370000u    /* disk preparation, sender of Storage/Disk */
-#define KELVO_MODULE_ARCHIVES 0x00390000u     /* sender of Archives */
+#define KELVO_MODULE_ID 0x00050000u        /* this plug-in */
+#define KELVO_MODULE_CASES 0x00060000u     /* sender of Cases */
+#define KELVO_MODULE_EVENTS 0x000A0000u    /* sender of Events */
+#define KELVO_MODULE_DISK_PREP 0x00370000u /* disk preparation, sender of Storage/Disk */
+#define KELVO_MODULE_ARCHIVES 0x00390000u  /* sender of Archives */
 
 /* Log levels; a line is shown when its level is at or above the host's threshold. */
 #define KELVO_LOG_TRACE 0
@@ -172,11 +172,11 @@ typedef struct KelvoWriteBlock {
   uint8_t Reserved0D[3];
   uint32_t Length;
   uint32_t Reserved14;
-  void* Payload;      /* counted buffer of the host */
-  uint32_t Source;    /* provider id of the channel, or a module id for XML */
+  void* Payload;   /* counted buffer of the host */
+  uint32_t Source; /* provider id of the channel, or a module id for XML */
   uint32_t Reserved24;
-  uint32_t Class;     /* KELVO_WRITE_... */
-  uint32_t SubCode;   /* KELVO_WRITE_SUB_PES or 0 */
+  uint32_t Class;   /* KELVO_WRITE_... */
+  uint32_t SubCode; /* KELVO_WRITE_SUB_PES or 0 */
   KelvoFrameHeader Header;
 } KelvoWriteBlock;
 KELVO_ABI_SIZE(KelvoWriteBlock, 200);

@@ -37,7 +37,7 @@ void AddReservation(const RecordServices& services, const TiXmlElement& element,
       services.Reservations.HasReservation(guid)) {
     return;
   }
-  entry.OutDir = services.FileSystem.GetRecordVolume(&services.Manager, entry.ReserveGB);
+  entry.OutDir = services.FileSystem.GetVolumeToReserve(&services.Manager, entry.ReserveGB);
   // A size of 0 tells the client that there is no such room.
   if (entry.OutDir.empty()) entry.ReserveGB = 0;
   SendReservationResponse(services, entry);

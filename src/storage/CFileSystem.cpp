@@ -85,10 +85,20 @@ std::string CFileSystem::GetRecordVolume(const IRecordManager* manager, std::int
                    [this, manager](const std::string& drive, const DriveRecord& record) {
                      return GetUsableSpace(*manager, drive, record);
                    });
-  if (name.empty()) name = MakeRoom(*manager, desiredGB);
+  if (name.empty()) {
+    name = MakeRoom(*manager, desiredGB);
+    if (name.empty() && roomMaker.Undecided()) return {};
+  }
   const bool before = recordingState.recordingNotPossible;
   recordingState.Note(!name.empty());
   if (recordingState.recordingNotPossible != before) ReportStatus(false);
+  return name;
+}
+
+std::string CFileSystem::GetVolumeToReserve(const IRecordManager* manager, std::int64_t desiredGB) {
+  patient = true;
+  std::string name = GetRecordVolume(manager, desiredGB);
+  patient = false;
   return name;
 }
 
@@ -98,9 +108,12 @@ std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t de
                           .drives = driveTable.drives,
                           .volumes = ListRecordableVolumes(),
                           .desiredGB = desiredGB,
-                          .usableGB = [this, &manager](const std::string& drive) {
-                            return GetUsableSpace(manager, drive, driveTable.drives.at(drive));
-                          }});
+                          .usableGB =
+                              [this, &manager](const std::string& drive) {
+                                return GetUsableSpace(manager, drive, driveTable.drives.at(drive));
+                              },
+                          .patient = patient});
+  if (name.empty() && roomMaker.Undecided()) return name;
   const std::uint32_t skips = roomMaker.ProtectedSkips();
   if (!recordingState.recordingNotPossible && (skips != 0 || roomMaker.Failures() != 0)) {
     LogPrintf(LogTrace, "GRV skipped %u protected files and %u rm failures while making room.",
@@ -253,11 +266,14 @@ void CFileSystem::ReportStatus(bool full) {
 
 std::int64_t CFileSystem::OldestRemovable() {
   const std::int64_t begin = platform.clock.SteadyNs();
-  OldestFileWalker walker(Walks());
-  walker.SetVolumes(ListUsableVolumes());
-  const auto found = walker.NextRemovableFile([this] { return eventSink.IsStopping(); });
+  if (!oldestWalker || !oldestWalker->Paused()) oldestWalker.emplace(Walks());
+  oldestWalker->SetVolumes(ListUsableVolumes());
+  oldestWalker->Restart();
+  const auto found = oldestWalker->NextRemovableFile(
+      {[this] { return eventSink.IsStopping(); }, begin + RoomMaker::kSearchNs});
   scanTimes.Note(static_cast<std::uint64_t>(platform.clock.SteadyNs() - begin) / kNsPerMicrosecond);
-  return found ? found->time : -1;
+  if (!oldestWalker->Paused()) oldestRemovable = found ? found->time : -1;
+  return oldestRemovable;
 }
 
 bool CFileSystem::KickSweeper(bool stop) {

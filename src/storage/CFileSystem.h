@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -53,9 +54,14 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
 
   // Name of the drive with the most usable space, at least `desiredGB`. Without one the oldest
   // recordings that nothing protects are deleted until there is. Empty when that doesn't help, when
-  // `manager` is null or stopping, or `desiredGB` is below 1.
+  // `manager` is null or stopping, or `desiredGB` is below 1; and while it isn't known yet whether
+  // something may be deleted: a search through much that is protected goes on in the next calls.
   [[nodiscard]] virtual std::string GetRecordVolume(const IRecordManager* manager,
                                                     std::int64_t desiredGB);
+
+  // The same for somebody who asks only once: looks for as long as it takes.
+  [[nodiscard]] std::string GetVolumeToReserve(const IRecordManager* manager,
+                                               std::int64_t desiredGB);
 
   // Removes a recording with its companions and the directories that this empties. Returns whether
   // it is gone; a file that doesn't exist counts as gone. Without `force` a protected one stays.
@@ -148,7 +154,8 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   [[nodiscard]] StorageTables Tables() { return {driveTable, retention, lapse}; }
   [[nodiscard]] WalkServices Walks() { return {platform, protection, treeMemory, volumeDepth}; }
   [[nodiscard]] std::string MakeRoom(const IRecordManager& manager, std::int64_t desiredGB);
-  // Of the recordings that may go, seconds since 1970; -1 when there is none.
+  // Of the recordings that may go, seconds since 1970; -1 when there is none. While a long search
+  // is under way, what the last one found.
   [[nodiscard]] std::int64_t OldestRemovable();
   [[nodiscard]] Sweeper::Owner SweeperOwner();
   // To be called after each change of drives or targets.
@@ -172,6 +179,9 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   Protection protection;
   TreeMemory treeMemory;
   RoomMaker roomMaker;
+  bool patient = false;  // a search for room isn't interrupted
+  std::optional<OldestFileWalker> oldestWalker;
+  std::int64_t oldestRemovable = -1;
   ReadWriteTest readWriteTest;
   StatusReport statusReport;
   ScanTimes scanTimes;

@@ -7,21 +7,41 @@
 #include <string>
 
 #include "archiving/IScanner.h"
+#include "host/Xml.h"
+#include "platform/Clock.h"
 
 namespace qvsvr::kelvo {
 
+// Drives that iSCSI mounts: mount point to the number that names the target in its status.
+using NetworkDrives = std::map<std::string, std::int32_t>;
+
 // Storage beyond the local drives: network drives and archive targets. Worker thread only.
 struct NetworkTargets {
-  std::map<std::string, std::int32_t> iscsiDrives;  // mount point to the target's id
-  std::set<std::int32_t> writableTargets;           // of the ids above
+  NetworkDrives iscsiDrives;
+  std::set<std::int32_t> writableTargets;  // by the numbers above
   std::map<std::int32_t, std::shared_ptr<qvArchiving::IScanner>> archives;
-  std::set<std::int32_t> accessibleArchives;  // of the ids of `archives`
+  // By the keys of `archives`; outlives their replacement.
+  std::set<std::int32_t> accessibleArchives;
 
   // False only for a network drive whose target isn't writable.
   [[nodiscard]] bool IsVolumeWritable(const std::string& name) const {
     const auto drive = iscsiDrives.find(name);
     return drive == iscsiDrives.end() || writableTargets.contains(drive->second);
   }
+
+  // Replaces the archive targets by those of an Archives element. One that can't be made is logged
+  // and absent. A bucket target looks through its local copies meanwhile. The clock must outlive
+  // the targets.
+  void ReplaceArchives(const TiXmlElement& element, qv::kelvo::Clock& clock);
+
+  // Takes over the states that an Archives element of an action reports.
+  void ApplyStatus(const TiXmlElement& element);
+
+ private:
+  void ApplyTargetStatus(const TiXmlElement& target);
 };
+
+// The network drives that an Archives element of a configuration names.
+[[nodiscard]] NetworkDrives ReadNetworkDrives(const TiXmlElement& element);
 
 }  // namespace qvsvr::kelvo

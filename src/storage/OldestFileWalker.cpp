@@ -10,6 +10,7 @@ namespace {
 
 constexpr std::int64_t kFailureLifeNs = std::int64_t{20} * 60 * 1'000'000'000;
 constexpr std::int64_t kClearedLifeNs = std::int64_t{5} * 1'000'000'000;
+constexpr std::int64_t kPauseLifeNs = std::int64_t{120} * 1'000'000'000;
 
 }  // namespace
 
@@ -23,11 +24,30 @@ void OldestFileWalker::SetVolumes(std::vector<std::string> roots) {
   if (roots == volumes) return;
   volumes = std::move(roots);
   cleared.known = false;
-  begun = false;
+  begun = paused = false;
 }
 
 void OldestFileWalker::Restart() {
-  begun = false;
+  if (paused && MayGoOn()) return;
+  begun = paused = false;
+}
+
+bool OldestFileWalker::MayGoOn() {
+  std::int64_t until = passedUntil;
+  for (const Directory& directory : hourDirs) until = std::min(until, directory.until);
+  return pausedRevision == services.protection.Revision() && NowSeconds() < until &&
+         NowSeconds() >= pausedSeconds &&
+         services.platform.clock.SteadyNs() - pausedNs < kPauseLifeNs;
+}
+
+bool OldestFileWalker::PauseWhenDue(const Limits& limits) {
+  const std::int64_t now = services.platform.clock.SteadyNs();
+  if (now < limits.deadlineNs) return false;
+  paused = true;
+  pausedRevision = services.protection.Revision();
+  pausedSeconds = NowSeconds();
+  pausedNs = now;
+  return true;
 }
 
 void OldestFileWalker::NoteFailure(const std::string& path) {
@@ -41,29 +61,35 @@ void OldestFileWalker::ForgetOldFailures() {
   }
   failedFiles.clear();
   cleared.known = false;
+  begun = paused = false;
 }
 
-std::optional<OldestFileWalker::Found> OldestFileWalker::NextRemovableFile(
-    const std::function<bool()>& stop) {
+std::optional<OldestFileWalker::Found> OldestFileWalker::NextRemovableFile(const Limits& limits) {
+  paused = false;
   if (!begun && !Begin()) return std::nullopt;
   do {
-    if (auto found = TakeOldest()) {
+    if (auto found = TakeOldest(limits)) {
       NoteCleared(currentHour);
+      gave = true;
       return found;
     }
+    if (paused) return std::nullopt;
     CloseHour();
-  } while (StepHour(stop));
+  } while (StepHour(limits));
   return std::nullopt;
 }
 
 bool OldestFileWalker::Begin() {
-  if (StillCleared()) {
+  // The oldest hour is looked at wherever it lies. What was given may have been all of it.
+  const bool other = gave && cleared.resumeHour >= NowSeconds();
+  if (StillCleared() && !other) {
     currentHour = cleared.resumeHour;
     passedUntil = cleared.until;
     if (currentHour >= NowSeconds()) return false;
   } else {
     cleared.known = false;
     passedUntil = kNoTime;
+    gave = false;
     firstHour = currentHour =
         OldestHour(services.platform.directories, volumes, services.volumeDepth);
     if (currentHour == kNoTime) {
@@ -77,8 +103,8 @@ bool OldestFileWalker::Begin() {
   return true;
 }
 
-// On to the next hour that exists; false when there is none before now.
-bool OldestFileWalker::StepHour(const std::function<bool()>& stop) {
+// On to the next hour that exists; false when there is none before now or a limit was met.
+bool OldestFileWalker::StepHour(const Limits& limits) {
   do {
     currentHour += kSecondsPerHour;
     if (currentHour >= NowSeconds()) {
@@ -86,8 +112,9 @@ bool OldestFileWalker::StepHour(const std::function<bool()>& stop) {
       begun = false;
       return false;
     }
-    if (stop()) return false;
+    if (limits.stop()) return false;
     OpenHour();
+    if (PauseWhenDue(limits)) return false;
   } while (hourDirs.empty());
   return true;
 }
@@ -132,10 +159,11 @@ void OldestFileWalker::OpenDirectory(HourDir found) {
   hourDirs.push_back(std::move(directory));
 }
 
-// Finds the directory's next file that may go.
-void OldestFileWalker::Advance(Directory& directory) {
+// Finds the directory's next file that may go, unless that takes too long.
+void OldestFileWalker::Advance(Directory& directory, const Limits& limits) {
   HeadNotes& notes = services.memory.At(directory.path).heads;
   for (; !directory.judged && directory.next < directory.candidates.size(); ++directory.next) {
+    if (PauseWhenDue(limits)) return;
     const Candidate& candidate = directory.candidates[directory.next];
     const RecordingEntry file{directory.path, candidate.name,
                               directory.times->At(candidate.number)};
@@ -158,11 +186,12 @@ void OldestFileWalker::Advance(Directory& directory) {
   }
 }
 
-std::optional<OldestFileWalker::Found> OldestFileWalker::TakeOldest() {
+std::optional<OldestFileWalker::Found> OldestFileWalker::TakeOldest(const Limits& limits) {
   Directory* oldest = nullptr;
   std::int64_t least = kNoTime;
   for (Directory& directory : hourDirs) {
-    Advance(directory);
+    Advance(directory, limits);
+    if (paused) return std::nullopt;
     if (!directory.judged) continue;
     const std::int64_t time = directory.times->At(directory.candidates[directory.next].number);
     if (oldest != nullptr && time >= least) continue;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <map>
 #include <optional>
 #include <set>
@@ -55,18 +56,28 @@ class OldestFileWalker {
     std::int64_t time = 0;
   };
 
+  // When a search ends before it has looked at everything.
+  struct Limits {
+    std::function<bool()> stop;
+    std::int64_t deadlineNs = std::numeric_limits<std::int64_t>::max();  // monotonic
+  };
+
   // Borrows the services for its life.
   explicit OldestFileWalker(const WalkServices& borrowed) : services(borrowed) {}
 
   void SetVolumes(std::vector<std::string> roots);
 
   // The next call of NextRemovableFile begins at the oldest hour again, or, if the walk was there
-  // within the last seconds, where it first found something that may go.
+  // within the last seconds, where it first found something that may go. A paused search goes on
+  // where it is, unless what it passed over may have become free meanwhile.
   void Restart();
 
   // The oldest recording that may go and that wasn't given since the restart. Nothing when there is
-  // none before now, or as soon as `stop` says so.
-  [[nodiscard]] std::optional<Found> NextRemovableFile(const std::function<bool()>& stop);
+  // none before now, or when a limit was met.
+  [[nodiscard]] std::optional<Found> NextRemovableFile(const Limits& limits);
+
+  // Whether the last search met its deadline: it is not known yet whether something may go.
+  [[nodiscard]] bool Paused() const { return paused; }
 
   // Tells which recordings are being written: those are passed over, protected or not. May be
   // empty.
@@ -112,12 +123,15 @@ class OldestFileWalker {
   };
 
   bool Begin();
-  bool StepHour(const std::function<bool()>& stop);
+  bool StepHour(const Limits& limits);
   void OpenHour();
   void OpenDirectory(HourDir found);
-  void Advance(Directory& directory);
-  [[nodiscard]] std::optional<Found> TakeOldest();
+  void Advance(Directory& directory, const Limits& limits);
+  [[nodiscard]] std::optional<Found> TakeOldest(const Limits& limits);
   void CloseHour();
+  // Whether the time is up; the search is paused then.
+  bool PauseWhenDue(const Limits& limits);
+  [[nodiscard]] bool MayGoOn();
   void NoteCleared(std::int64_t resumeHour);
   [[nodiscard]] bool StillCleared() const;
   [[nodiscard]] std::int64_t NowSeconds() const { return services.platform.clock.NowMs() / 1000; }
@@ -128,6 +142,11 @@ class OldestFileWalker {
   std::int64_t currentHour = kNoTime;
   std::vector<Directory> hourDirs;
   bool begun = false;
+  bool gave = false;  // something, since the walk began at the oldest hour
+  bool paused = false;
+  std::uint64_t pausedRevision = 0;
+  std::int64_t pausedSeconds = 0;
+  std::int64_t pausedNs = 0;
   std::int64_t passedUntil = kNoTime;  // of the hours passed since the restart
   Cleared cleared;
   std::set<std::string> failedFiles;

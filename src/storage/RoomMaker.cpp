@@ -10,16 +10,22 @@ RoomMaker::RoomMaker(const WalkServices& borrowed) : services(borrowed), walker(
 std::string RoomMaker::MakeRoom(const Request& request) {
   lastRoomMakingTime = services.platform.clock.NowMs() / 1000;
   ++roomMakingCount;
-  walker.bookmarkSkips = walker.retentionSkips = failures = 0;
   walker.SetVolumes(request.volumes);
+  qv::kelvo::Clock& clock = services.platform.clock;
+  if (walker.Paused() && !request.patient && clock.SteadyNs() < resumeNs) return {};
   walker.isBeingWritten = [&request](const std::string& path) {
     return request.manager.IsBeingWritten(path);
   };
   walker.Restart();
-  const auto stopping = [&request] { return request.manager.IsStopping(); };
-  while (!stopping()) {
-    const auto oldest = walker.NextRemovableFile(stopping);
-    if (!oldest) return {};
+  if (!walker.Paused()) walker.bookmarkSkips = walker.retentionSkips = failures = 0;
+  OldestFileWalker::Limits limits{[&request] { return request.manager.IsStopping(); }};
+  while (!limits.stop()) {
+    if (!request.patient) limits.deadlineNs = clock.SteadyNs() + kSearchNs;
+    const auto oldest = walker.NextRemovableFile(limits);
+    if (!oldest) {
+      resumeNs = clock.SteadyNs() + kSearchNs;
+      return {};
+    }
     const std::string& path = oldest->path;
     const auto drive = request.drives.find(oldest->volume);
     if (drive == request.drives.end()) {

@@ -26,10 +26,20 @@ class RoomMaker {
     std::vector<std::string> volumes;  // names of drives that recordings may be deleted on
     std::int64_t desiredGB = 0;
     std::function<std::int64_t(const std::string&)> usableGB;  // measures one drive
+    // Looks for as long as it takes, not only for a moment.
+    bool patient = false;
   };
-  // The drive that has the room now; empty when nothing more can be deleted, or when the manager
-  // is stopping. Blocks for as long as deleting takes.
+  // The drive that has the room now; empty when nothing more can be deleted, when the manager is
+  // stopping, or when nothing was found yet and the next call has to go on. Blocks for as long as
+  // deleting takes.
   [[nodiscard]] std::string MakeRoom(const Request& request);
+
+  // Whether the last run left open if something can be deleted.
+  [[nodiscard]] bool Undecided() const { return walker.Paused(); }
+
+  // A search that takes longer goes on in a later call, no sooner than it took, so that the worker
+  // has at least half of its time for frames.
+  static constexpr std::int64_t kSearchNs = 40'000'000;
 
   // To be called before each choice of a volume, with room or without.
   void ForgetOldFailures() { walker.ForgetOldFailures(); }
@@ -49,6 +59,7 @@ class RoomMaker {
   WalkServices services;
   OldestFileWalker walker;
   std::uint32_t failures = 0;
+  std::int64_t resumeNs = 0;  // monotonic; when a paused search goes on
   std::int64_t lastRoomMakingTime = kNoTime;
   std::uint64_t roomMakingCount = 0;
 };

@@ -1,41 +1,17 @@
 #include "tests/archiving/BucketFixture.h"
 
-#include <aws/core/Aws.h>
 #include <unistd.h>
 
 #include <boost/filesystem.hpp>
 #include <cstdlib>
-#include <fstream>
+
+#include "tests/support/S3Server.h"
 
 namespace qvArchiving {
 
 namespace {
 
-// The owner of the process initialises the SDK; here that is the test.
-class Api : public testing::Environment {
- public:
-  void SetUp() override {
-    setenv("AWS_EC2_METADATA_DISABLED", "true", 1);
-    setenv("AWS_RETRY_MODE", "standard", 1);
-    setenv("AWS_MAX_ATTEMPTS", "1", 1);
-    Aws::InitAPI(options);
-  }
-  void TearDown() override { Aws::ShutdownAPI(options); }
-
- private:
-  Aws::SDKOptions options;
-};
-
-[[maybe_unused]] const auto* const api = testing::AddGlobalTestEnvironment(new Api);
-
-// The value of a line name=value of the server's environment file.
-std::string ServerSetting(const std::string& name) {
-  std::ifstream file(KELVO_S3_FOLDER "/s3.env");
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with(name + "=")) return line.substr(name.size() + 1);
-  }
-  return {};
-}
+[[maybe_unused]] const auto* const api = testing::AddGlobalTestEnvironment(new testsupport::AwsApi);
 
 }  // namespace
 
@@ -69,11 +45,11 @@ std::shared_ptr<IScanner> ScannerFixture::Open(const ScannerProperties& more,
 }
 
 void Bucket::SetUp() {
-  access = ServerSetting("access");
-  secret = ServerSetting("secret");
+  access = testsupport::S3Setting("access");
+  secret = testsupport::S3Setting("secret");
   ASSERT_FALSE(access.empty()) << "first: tests/s3/server.sh start " KELVO_S3_FOLDER;
-  port = std::atoi(ServerSetting("port").c_str());
-  tlsPort = std::atoi(ServerSetting("tls_port").c_str());
+  port = std::atoi(testsupport::S3Setting("port").c_str());
+  tlsPort = std::atoi(testsupport::S3Setting("tls_port").c_str());
   static int count = 0;
   bucket = "kelvo-" + std::to_string(getpid()) + "-" + std::to_string(++count);
   RedirectRequests("http://localhost:" + std::to_string(port));

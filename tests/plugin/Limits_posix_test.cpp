@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "tests/plugin/Hostile.h"
+#include "tests/plugin/SearchFixture.h"
 
 // What the plug-in uses of the process: descriptors, memory, time.
 namespace plugintest {
@@ -54,6 +55,30 @@ TEST_F(Limits, DescriptorsComeBackAfterFaults) {
       ASSERT_EQ(OpenDescriptors(), usual) << n;
     }
   }
+}
+
+TEST_F(SearchTest, DescriptorsComeBackAfterSearches) {
+  const auto camera = Camera();
+  Record(camera, MakeFrames(VideoProvider(camera), Now(), 40, Times(20, "IPB"), 300));
+  const auto usual = OpenDescriptors();
+  const std::string name = tree.FilesEndingIn(".ps").at(0);
+  const std::string media = tree.Read(name);
+  const Ask ask = Ask{1, 0, 0x7FFFFFFF}.Video(camera);
+  const auto play = [&](int cancelAt = 0) {
+    (void)Search(ask, cancelAt);
+    ASSERT_EQ(OpenDescriptors(), usual);
+  };
+  for (int cancelAt = 0; cancelAt < 10; ++cancelAt) play(cancelAt);
+  for (const std::size_t size : {media.size() - 1, media.size() / 2, std::size_t{100}}) {
+    tree.Write(name, media.substr(0, size));
+    play();
+  }
+  tree.Write(name + "i", "no index");
+  play();
+  boost::filesystem::remove(tree.Path(name + "i"));
+  play();
+  boost::filesystem::remove(tree.Path(name));
+  play();
 }
 
 TEST_F(Limits, LongMessagesCostBoundedMemoryAndTime) {

@@ -1,4 +1,6 @@
 #include <atomic>
+#include <iostream>
+#include <random>
 #include <set>
 #include <thread>
 
@@ -114,6 +116,68 @@ TEST_F(SearchTest, RequestsWithoutATextOrAPluginLeaveTheReplyAlone) {
   EXPECT_EQ(read(text.data(), 0), 77u);
   EXPECT_EQ(read(text.data(), text.size()), 0u);
   EXPECT_EQ(host->Raw().Read(nullptr, nullptr), 0u);
+}
+
+TEST_F(SearchTest, HostThatHasHadEnoughHearsNoMore) {
+  const auto camera = Camera();
+  Record(camera, MakeFrames(VideoProvider(camera), kEvening, kSecond, Times(80, "IPBPB"), 300));
+  for (const auto& [type, moments] :
+       {std::pair{0, std::vector<std::int64_t>{}}, {1, {}}, {1, {kEvening / 1000 + 20}}}) {
+    const Ask ask =
+        Ask{type, kEvening / 1000 - 10, kEvening / 1000 + 500}.Video(camera, 0, moments);
+    const std::string whole = Search(ask).order;
+    ASSERT_EQ(whole.find('F') != whole.npos, type != 0) << whole;
+    for (std::size_t event = 1; event <= whole.size(); ++event) {
+      for (const std::uint32_t answer : {1u, 2u}) {
+        ASSERT_EQ(Search(ask.Xml(), static_cast<int>(event), answer).order, whole.substr(0, event));
+      }
+    }
+    EXPECT_EQ(Search(ask).order, whole);
+  }
+}
+
+TEST_F(SearchTest, PlaysWhatIsLeftOfDamagedRecordings) {
+  const auto camera = Camera();
+  const auto frames = MakeFrames(VideoProvider(camera), kEvening, 100, Times(30, "IPBPB"), 300);
+  Record(camera, frames);
+  const std::string name = tree.FilesEndingIn(".ps").at(0);
+  const std::string media = tree.Read(name), index = tree.Read(name + "i");
+  const Ask list = Ask{0, kEvening / 1000 - 10, kEvening / 1000 + 60}.Video(camera);
+  Ask play = list;
+  play.type = 1;
+  const std::size_t all = Search(play).frames.size();
+  ASSERT_GE(all, 140u);
+
+  for (std::size_t cut = 1; cut <= 4096; cut += 61) {
+    SCOPED_TRACE(cut);
+    tree.Write(name, media.substr(0, media.size() - cut));
+    Heard heard = Search(play);
+    ASSERT_EQ(heard.frames.size(), all);  // with an empty event for each that is lost
+    const std::size_t whole = heard.order.find('E') - heard.order.find('F');
+    ASSERT_LT(whole, all);
+    heard.frames.resize(whole);
+    ExpectPlayed(heard.frames, std::span(frames).first(whole));
+    tree.Write(name, media);
+    tree.Write(name + "i", index.substr(0, index.size() - cut));
+    heard = Search(play);
+    ExpectPlayed(heard.frames, std::span(frames).first(heard.frames.size()));
+    ASSERT_GE(heard.frames.size() * 32 + cut + 32, all * 32);
+    tree.Write(name + "i", index);
+  }
+
+  const auto seed = std::random_device{}();
+  std::cout << "seed " << seed << std::endl;
+  std::mt19937 random(seed);
+  for (int round = 0; round < 150; ++round) {
+    for (const auto& [file, content] : {std::pair{name, media}, {name + "i", index}}) {
+      std::string bad = content;
+      for (int n = 0; n < 3; ++n) {
+        bad[random() % (n == 0 ? 1200 : bad.size())] ^= static_cast<char>(1u << random() % 8);
+      }
+      tree.Write(file, bad);
+    }
+    for (const Ask& ask : {list, play}) ASSERT_TRUE(Search(ask).order.ends_with("P"));
+  }
 }
 
 // Eight searches at once, while frames come in, the configuration changes and files disappear.

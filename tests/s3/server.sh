@@ -86,7 +86,7 @@ pid file = $home/run/\$name.pid
 crash dir = $home/log
 rgw data = $home/rgw
 [client.rgw]
-rgw frontends = beast endpoint=127.0.0.1:$port ssl_endpoint=127.0.0.1:$tls_port ssl_certificate=$home/tls.pem ssl_private_key=$home/tls.key
+rgw frontends = beast tcp_nodelay=1 endpoint=127.0.0.1:$port ssl_endpoint=127.0.0.1:$tls_port ssl_certificate=$home/tls.pem ssl_private_key=$home/tls.key
 rgw dns name = localhost
 rgw thread pool size = 32
 # Its notices would wait for a gateway that was killed.

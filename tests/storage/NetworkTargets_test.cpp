@@ -5,6 +5,7 @@
 #include <atomic>
 #include <thread>
 
+#include "host/Log.h"
 #include "storage/CFileSystem.h"
 #include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeHost.h"
@@ -80,9 +81,8 @@ TEST_F(NetworkTargetsTest, TakesArchivesThatHaveAllTheyNeed) {
        Archive("ID='7' Enabled='1' Type='2' Address='a7' MountPoint='/m7/' Username='u'"
                " Password='p'"));
   ASSERT_EQ(network.archives.size(), 2u);
-  const qvArchiving::ScannerProperties cache = {{"CacheEnable", "true"},
-                                                {"CacheSizeGigabytes", "50"},
-                                                {"CacheRetentionSeconds", "604800"}};
+  const qvArchiving::ScannerProperties cache = {
+      {"CacheEnable", "true"}, {"CacheSizeGigabytes", "50"}, {"CacheRetentionSeconds", "604800"}};
   qvArchiving::ScannerProperties six = {
       {"FullyMountedPath", "/m6"}, {"FullName", "a6"}, {"Type", "3"}, {"UserName", ""}};
   qvArchiving::ScannerProperties seven = {{"FullyMountedPath", "/m7/"},

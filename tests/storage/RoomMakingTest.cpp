@@ -203,6 +203,88 @@ TEST_F(RoomMaking, RemembersWhatItSawOfAProtectedTree) {
   EXPECT_FALSE(Exists(added));
 }
 
+TEST_F(RoomMaking, LongSearchGoesOnInLaterCallsAndIsExactInTheEnd) {
+  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 100);
+  storage->AddKnownDevice(0x00120000);
+  for (int i = 0; i < 40; ++i) {
+    PlantReal(i % 2 == 0 ? "a/" : "b/", kNow - 200 * kHour + i * 400, kCamera, 0xFF, 5,
+              kNow - kDay);
+  }
+  const std::string free = Plant("b/", kNow - 2 * kHour);
+  Fill();
+  host.ForgetTraffic();
+  // Each head takes 20 ms, and the time that a call may take is over after three or four.
+  files.before = [this](qv::kelvo::FileCall call, const std::string& path) {
+    if (call == qv::kelvo::FileCall::Open && path.ends_with(".ps")) clock.Advance(20);
+  };
+  int calls = 0, waits = 0;
+  for (; Exists(free) && calls < 100; ++calls) {
+    const std::int64_t begin = clock.NowMs();
+    const std::string volume = MakeRoom();
+    EXPECT_EQ(volume, Exists(free) ? "" : "b/");
+    EXPECT_LE(clock.NowMs() - begin, 100);
+    // At once again: the worker has its frames to handle first.
+    const auto heads = files.Calls(qv::kelvo::FileCall::Open);
+    if (Exists(free)) {
+      EXPECT_EQ(MakeRoom(), "");
+    }
+    waits += files.Calls(qv::kelvo::FileCall::Open) == heads;
+    clock.Advance(60);
+  }
+  EXPECT_FALSE(Exists(free));
+  EXPECT_GE(calls, 5);
+  EXPECT_EQ(waits, calls);
+  EXPECT_TRUE(host.Events().empty()) << "nothing was known to be impossible";
+
+  // What was passed over becomes free on the way: it isn't missed.
+  const auto oldest = qv::kelvo::MakePath("a/", (kNow - 200 * kHour) * 1000, kCamera,
+                                          qv::kelvo::CreateDirectories::No);
+  directories.onList = [this](const std::string&) { clock.Advance(20); };
+  Fill();
+  clock.Advance(6000);
+  EXPECT_EQ(MakeRoom(), "");
+  EXPECT_TRUE(host.Events().empty());
+  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 1);
+  std::string volume;
+  for (int i = 0; i < 5 && volume.empty(); ++i, clock.Advance(60)) volume = MakeRoom();
+  EXPECT_EQ(volume, "a/");
+  EXPECT_FALSE(Exists(oldest));
+
+  // Without anything to find that is told as soon as it is known, and once.
+  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 100);
+  Fill();
+  for (int i = 0; i < 50; ++i, clock.Advance(60)) EXPECT_EQ(MakeRoom(), "");
+  EXPECT_EQ(CountEvents("Recording Not Possible"), 1u);
+}
+
+TEST_F(RoomMaking, LongSearchDelaysNoReportAndIsFinishedForAReservation) {
+  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 100);
+  storage->AddKnownDevice(0x00120000);
+  for (int i = 0; i < 20; ++i) {
+    PlantReal("a/", kNow - 200 * kHour + i * 400, kCamera, 0xFF, 5, kNow - kDay);
+  }
+  const std::int64_t time = kNow - 2 * kHour;
+  const std::string free = Plant("b/", time);
+  Fill();
+  host.ForgetTraffic();
+  files.before = [this](qv::kelvo::FileCall call, const std::string& path) {
+    if (call == qv::kelvo::FileCall::Open && path.ends_with(".ps")) clock.Advance(20);
+  };
+  const std::string told = "Time=\"" + std::to_string(time) + '"';
+  int reports = 0;
+  for (; CountEvents("<Storage " + told) == 0 && reports < 50; ++reports) {
+    const std::int64_t begin = clock.NowMs();
+    storage->ReportStatus(true);
+    EXPECT_LE(clock.NowMs() - begin, 100);
+  }
+  EXPECT_GE(reports, 3);
+  EXPECT_EQ(CountEvents("<Storage Time=\"-1\""), static_cast<std::size_t>(reports) - 1);
+
+  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 101);
+  EXPECT_EQ(storage->GetVolumeToReserve(&manager, 1), "b/");
+  EXPECT_FALSE(Exists(free));
+}
+
 TEST_F(RoomMaking, PassesOverWhatIsBeingWrittenOrCannotBeRemoved) {
   const std::string open = Plant("a/", kNow - 60);
   Fill();

@@ -39,6 +39,23 @@ void EnterRecorded(const std::string& directory) {
   fs::current_path(path);
 }
 
+void ConfigureStorage(hostkit::SimHost& host, const StorageOptions& options,
+                      const std::vector<hostkit::CameraConfig>& cameras,
+                      const std::string& configuration) {
+  const auto settings = SettingsOf(options, (fs::current_path() / "drives").string());
+  bool taken =
+      settings.Empty() || host.Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::StorageDelta(settings));
+  // Ahead of the cameras, whose files may make room as soon as they open.
+  const auto bookmarks = WithBookmarksOf(options, "<qDVR/>", cameras);
+  taken = taken && host.Ioctl(KELVO_IOCTL_CONFIGURATION, bookmarks) &&
+          host.Ioctl(KELVO_IOCTL_CONFIGURATION, configuration);
+  for (std::size_t i = 0; taken && i < options.reserveGB.size(); ++i) {
+    taken = host.WriteXml(KELVO_WRITE_ACTION,
+                          hostkit::ReserveAction(ReservationKey(i), options.reserveGB[i]));
+  }
+  if (!taken) throw std::runtime_error("the plug-in refused its configuration");
+}
+
 void CatchInterrupts() {
   std::signal(SIGINT, [](int) { interrupted = 1; });
   std::signal(SIGTERM, [](int) { interrupted = 1; });
@@ -48,12 +65,18 @@ bool Interrupted() {
   return interrupted != 0;
 }
 
-Listener::Listener(hostkit::SimHost& host, Console& toConsole, std::uint32_t lowestShown,
+Listener::Listener(hostkit::SimHost& simHost, Console& toConsole, std::uint32_t lowestShown,
                    bool withEvents)
-    : console(toConsole), shownLevel(lowestShown), showEvents(withEvents) {
+    : host(simHost), console(toConsole), shownLevel(lowestShown), showEvents(withEvents) {
   host.SetLogLevel(std::min<std::uint32_t>(shownLevel, KELVO_LOG_WARNING));
   host.onLog = [this](const hostkit::SimHost::LogLine& line) { TakeLog(line); };
   host.onEvent = [this](const hostkit::SimHost::Event& event) { TakeEvent(event); };
+}
+
+Listener::~Listener() {
+  host.Unload();
+  host.onLog = nullptr;
+  host.onEvent = nullptr;
 }
 
 std::size_t Listener::Files() const {
@@ -79,6 +102,7 @@ void Listener::TakeLog(const hostkit::SimHost::LogLine& line) {
 // An event of an input that begins or ends to be recorded names the file.
 void Listener::TakeEvent(const hostkit::SimHost::Event& event) {
   if (showEvents) console.ErrorLine("event " + event.xml);
+  for (const auto& news : drives.Take(event)) console.ErrorLine(news);
   const std::string attribute = "Path=\"";
   const auto begin = event.xml.find(attribute);
   if (begin == std::string::npos) return;

@@ -8,6 +8,8 @@
 
 #include "hostkit/SimHost.h"
 #include "nvrhost/Console.h"
+#include "nvrhost/DriveWatch.h"
+#include "nvrhost/StorageOptions.h"
 
 namespace nvrhost {
 
@@ -20,6 +22,12 @@ namespace nvrhost {
 void EnterForRecording(const std::string& directory);
 void EnterRecorded(const std::string& directory);
 
+// Gives the plug-in the storage settings, then the full configuration with the bookmarks, then the
+// reservations. Throws std::runtime_error.
+void ConfigureStorage(hostkit::SimHost& host, const StorageOptions& options,
+                      const std::vector<hostkit::CameraConfig>& cameras,
+                      const std::string& configuration);
+
 // From now on SIGINT and SIGTERM only set what Interrupted tells.
 void CatchInterrupts();
 [[nodiscard]] bool Interrupted();
@@ -28,9 +36,15 @@ void CatchInterrupts();
 // outlive it.
 class Listener {
  public:
-  Listener(hostkit::SimHost& host, Console& toConsole, std::uint32_t lowestShown, bool withEvents);
+  Listener(hostkit::SimHost& simHost, Console& toConsole, std::uint32_t lowestShown,
+           bool withEvents);
+  // Unloads the plug-in, which speaks to this object until then.
+  ~Listener();
+  Listener(const Listener&) = delete;
+  Listener& operator=(const Listener&) = delete;
 
   std::atomic<std::uint64_t> warnings{0}, errors{0};
+  DriveWatch drives;
   // Media files that events have named.
   [[nodiscard]] std::size_t Files() const;
 
@@ -38,6 +52,7 @@ class Listener {
   void TakeLog(const hostkit::SimHost::LogLine& line);
   void TakeEvent(const hostkit::SimHost::Event& event);
 
+  hostkit::SimHost& host;
   Console& console;
   const std::uint32_t shownLevel;
   const bool showEvents;

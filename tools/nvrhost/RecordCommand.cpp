@@ -1,9 +1,7 @@
 #include "nvrhost/RecordCommand.h"
 
-#include <atomic>
 #include <boost/filesystem.hpp>
 #include <chrono>
-#include <cstring>
 #include <stdexcept>
 
 #include "hostkit/SimHost.h"
@@ -14,6 +12,7 @@
 #include "nvrhost/Ledger.h"
 #include "nvrhost/Multiplex.h"
 #include "nvrhost/OptionGroup.h"
+#include "nvrhost/QueueEnd.h"
 #include "nvrhost/Report.h"
 #include "nvrhost/Summary.h"
 
@@ -24,55 +23,10 @@ namespace fs = boost::filesystem;
 using Steady = std::chrono::steady_clock;
 
 constexpr auto kProgressEvery = std::chrono::milliseconds(250);
-constexpr int kDrainSeconds = 120;
 
 double SecondsSince(Steady::time_point begin) {
   return std::chrono::duration<double>(Steady::now() - begin).count();
 }
-
-// Tells when the plug-in has worked through its queue: a message without content is the last in it,
-// and its buffer comes back when its turn has come.
-class QueueEnd {
- public:
-  explicit QueueEnd(hostkit::SimHost& toHost) : host(toHost) {
-    host.onRelease = [this](const std::byte* buffer) {
-      if (buffer != marker.load()) return;
-      const std::lock_guard guard(lock);
-      held = host.Outstanding() - 1;
-      reached = true;
-      changed.notify_all();
-    };
-  }
-
-  // Nobody else may give anything meanwhile. False if it took too long.
-  bool Wait() {
-    constexpr std::string_view kNothing("<qDVR/>\0", 8);
-    auto* const buffer = host.NewBuffer(kNothing);
-    marker.store(buffer);
-    KelvoWriteBlock block{};
-    block.Length = kNothing.size();
-    block.Payload = buffer;
-    block.Class = KELVO_WRITE_ACTION;
-    KelvoWriteReply reply{};
-    host.Raw().Write(&block, &reply);
-    if (reply.Accepted != 1) {
-      host.Release(buffer);
-      return false;
-    }
-    std::unique_lock guard(lock);
-    return changed.wait_for(guard, std::chrono::seconds(kDrainSeconds), [this] { return reached; });
-  }
-  // Buffers that the plug-in held on to at that moment.
-  [[nodiscard]] std::int64_t Held() const { return held; }
-
- private:
-  hostkit::SimHost& host;
-  std::atomic<const std::byte*> marker{nullptr};
-  std::mutex lock;
-  std::condition_variable changed;
-  bool reached = false;
-  std::int64_t held = 0;
-};
 
 void Configure(hostkit::SimHost& host, const RecordOptions& options, const CameraSet& set) {
   const auto send = [&host](const std::string& xml) {
@@ -80,9 +34,10 @@ void Configure(hostkit::SimHost& host, const RecordOptions& options, const Camer
       throw std::runtime_error("the plug-in refused its configuration");
     }
   };
-  send(Multiplex(hostkit::FullConfiguration(set.configs, options.preAlarmSeconds),
-                 options.channelsPerDevice));
   if (options.timeLapseMs > 0) send(hostkit::TimeLapseDelta(options.timeLapseMs));
+  ConfigureStorage(host, options.storage, set.configs,
+                   Multiplex(hostkit::FullConfiguration(set.configs, options.preAlarmSeconds),
+                             options.channelsPerDevice));
 }
 
 void ShowProgress(Console& console, const Feeder& feeder, const Listener& listener,
@@ -132,6 +87,7 @@ int Record(RecordOptions options, const std::string& programPath) {
   QueueEnd queueEnd(host);
   auto set = MakeCameras(options, console);
   if (!options.ledger.empty()) options.ledger = fs::absolute(options.ledger).string();
+  ApplyCameraRules(options.storage, set.configs);
   for (auto& camera : set.cameras) camera.keepsLedger = !options.ledger.empty();
   EnterForRecording(options.directory);
   const std::string drives = (fs::current_path() / "drives").string();
@@ -166,6 +122,9 @@ int Record(RecordOptions options, const std::string& programPath) {
     LedgerWriter ledger(options.ledger);
     for (const auto& camera : set.cameras) ledger.Add(camera.ledger);
     ledger.Finish();
+  }
+  if (options.driveTable) {
+    for (const auto& line : listener.drives.Table()) console.Line(line);
   }
   const auto files = written.Read();
   if (options.report) PrintTree(files, fs::current_path().string());

@@ -98,6 +98,9 @@ void AddRecordOptions(CLI::App& command, RecordOptions& options) {
   AddRunOptions(command, options);
   AddPictureOptions(command, options);
   AddDecisionOptions(command, options);
+  AddStorageOptions(command, options.storage, CameraRules::Yes);
+  command.add_flag("--drives", options.driveTable, "at the end, show the drives as last told")
+      ->group("Run");
 }
 
 Scenario MakeScenario(RecordOptions& options) {

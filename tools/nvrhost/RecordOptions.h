@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "nvrhost/Scenario.h"
+#include "nvrhost/StorageOptions.h"
 
 namespace nvrhost {
 
@@ -43,6 +44,9 @@ struct RecordOptions {
   bool events = false;
   bool report = false;
   std::string ledger;  // file that tells what was given; empty: none
+
+  StorageOptions storage;
+  bool driveTable = false;
 
   // Out of `size`.
   int width = 0, height = 0;

@@ -14,8 +14,19 @@ constexpr std::int64_t kLatestSearch = 2'147'483'647;  // a request's times are 
 
 std::string EnterAndFindPlugin(const SearchOptions& options, const std::string& programPath) {
   std::string plugin = FindPlugin(options.plugin, programPath);
-  EnterRecorded(options.directory);
+  if (options.archive.Given()) {
+    EnterForRecording(options.directory);
+  } else {
+    EnterRecorded(options.directory);
+  }
   return plugin;
+}
+
+Stored FindWhatIsThere(const SearchOptions& options) {
+  if (options.archive.Given()) {
+    return StoredIn(FindArchived(options.archive), options.archive.address);
+  }
+  return FindStored((boost::filesystem::current_path() / "drives").string());
 }
 
 }  // namespace
@@ -33,6 +44,7 @@ void AddSearchOptions(CLI::App& command, SearchOptions& options) {
             "@SECONDS [of the first recording]");
   group.Add("--to", options.to, "TIME", "its end [of the last recording]");
   AddLogOption(command, "Search", options.logLevel);
+  AddArchiveOptions(command, options.archive);
 }
 
 TimeRange RangeOf(const SearchOptions& options, const Stored& stored) {
@@ -46,13 +58,15 @@ TimeRange RangeOf(const SearchOptions& options, const Stored& stored) {
 
 SearchSession::SearchSession(const SearchOptions& options, const std::string& programPath,
                              Console& console)
-    : host(EnterAndFindPlugin(options, programPath)),
+    : library(options.archive.Given() ? std::make_unique<S3Library>() : nullptr),
+      host(EnterAndFindPlugin(options, programPath)),
       listener(host, console, LogLevel(options.logLevel), false),
-      stored(FindStored((boost::filesystem::current_path() / "drives").string())) {
+      stored(FindWhatIsThere(options)) {
   CatchInterrupts();
   host.onSearch = [this](const KelvoHostRequest& request) { return Take(request); };
   host.Load();
   host.Open();
+  if (library != nullptr) AnnounceArchive(host, options.archive);
 }
 
 SearchSession::~SearchSession() {
@@ -66,7 +80,9 @@ SearchSession::Outcome SearchSession::Ask(const hostkit::SearchRequest& request,
   outcome = {};
   thrown = nullptr;
   ++requestId;
-  host.Read(hostkit::RequestXml(request), requestId);
+  auto asked = request;
+  if (library != nullptr) asked.local = false;
+  host.Read(hostkit::RequestXml(asked), requestId);
   current = nullptr;
   if (thrown) std::rethrow_exception(thrown);
   if (Interrupted()) throw std::runtime_error("interrupted");

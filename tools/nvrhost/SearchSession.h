@@ -12,6 +12,7 @@
 
 #include "hostkit/SearchXml.h"
 #include "hostkit/SimHost.h"
+#include "nvrhost/ArchiveTarget.h"
 #include "nvrhost/Console.h"
 #include "nvrhost/HostSetup.h"
 #include "nvrhost/OptionGroup.h"
@@ -26,6 +27,7 @@ struct SearchOptions {
   std::vector<std::string> cameras;
   std::string from, to;
   std::string logLevel = "warning";
+  ArchiveOptions archive;  // searched instead of the drives
 };
 void AddSearchOptions(CLI::App& command, SearchOptions& options);
 
@@ -75,6 +77,7 @@ class SearchSession {
   std::uint32_t Take(const KelvoHostRequest& request);
   void TakeFrame(const KelvoHostRequest& request);
 
+  std::unique_ptr<S3Library> library;  // for an archive
   hostkit::SimHost host;
   Listener listener;
   Stored stored;

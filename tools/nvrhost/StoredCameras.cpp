@@ -79,9 +79,13 @@ std::uint32_t StoredCamera::ProviderId(bool ofAudio) const {
 }
 
 Stored FindStored(const std::string& drives) {
+  return StoredIn(FindRecordings(drives), drives);
+}
+
+Stored StoredIn(const std::vector<std::string>& mediaFiles, const std::string& place) {
   std::map<CameraKey, StoredCamera> cameras;
   Stored stored;
-  for (const auto& path : FindRecordings(drives)) {
+  for (const auto& path : mediaFiles) {
     const std::int64_t time = TimeOfName(path);
     if (time == 0) continue;
     AddCamerasOf(ReadRecordingHead(path), cameras);
@@ -90,7 +94,7 @@ Stored FindStored(const std::string& drives) {
     }
     stored.endSeconds = std::max(stored.endSeconds, time + kNameSlack + kFileSeconds);
   }
-  if (cameras.empty()) throw std::runtime_error("no recordings below " + drives);
+  if (cameras.empty()) throw std::runtime_error("no recordings below " + place);
   for (auto& [key, camera] : cameras) {
     if (camera.name.empty()) camera.name = "Input " + std::to_string(stored.cameras.size() + 1);
     stored.cameras.push_back(std::move(camera));

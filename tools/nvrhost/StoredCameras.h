@@ -31,6 +31,9 @@ struct Stored {
 // this one finds them. Throws std::runtime_error when there is none.
 [[nodiscard]] Stored FindStored(const std::string& drives);
 
+// The same for known media files, which lie in `place`. Those that aren't there tell only when.
+[[nodiscard]] Stored StoredIn(const std::vector<std::string>& mediaFiles, const std::string& place);
+
 // Those that the user names, by number (from 1) or by name; all for none. Throws
 // std::runtime_error.
 [[nodiscard]] std::vector<StoredCamera> ChooseCameras(const Stored& stored,

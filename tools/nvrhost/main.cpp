@@ -8,12 +8,14 @@
 #include <functional>
 #include <vector>
 
+#include "nvrhost/ArchiveCommand.h"
 #include "nvrhost/DemoCommand.h"
 #include "nvrhost/Ffmpeg.h"
 #include "nvrhost/PlayCommand.h"
 #include "nvrhost/RecordCommand.h"
 #include "nvrhost/Report.h"
 #include "nvrhost/SearchCommand.h"
+#include "nvrhost/StorageCommand.h"
 #include "nvrhost/ThumbsCommand.h"
 
 namespace {
@@ -61,6 +63,8 @@ struct Options {
   nvrhost::ListOptions list;
   nvrhost::PlayOptions play;
   nvrhost::ThumbsOptions thumbs;
+  nvrhost::UploadOptions upload;
+  nvrhost::StorageCommandOptions storage;
   DemoOptions demo;
 };
 
@@ -103,6 +107,16 @@ std::vector<Verb> AddVerbs(CLI::App& app, Options& options) {
   auto& thumbs = add("thumbs", "a contact sheet of key frames at chosen moments",
                      [&options, program] { return nvrhost::Thumbs(options.thumbs, program); });
   nvrhost::AddThumbsOptions(thumbs, options.thumbs);
+
+  auto& storage = add("storage", "set how the drives are used and show how they are",
+                      [&options, program] { return nvrhost::Storage(options.storage, program); });
+  nvrhost::AddStorageCommandOptions(storage, options.storage);
+  storage.footer("Ends with 0, 1 if a drive has an alarm, 2 if it couldn't run.");
+
+  auto& archive = add("archive", "upload a day's recordings to a bucket",
+                      [&options] { return nvrhost::Archive(options.upload); });
+  nvrhost::AddUploadOptions(archive, options.upload);
+  archive.footer("Ends with 0 if all is there, 1 if a file failed, 2 if it couldn't run.");
 
   auto& demo = add("demo", "all of it on a fresh directory, checked", [&options, program] {
     return nvrhost::Demo(options.demo.directory, options.demo.seconds, program);

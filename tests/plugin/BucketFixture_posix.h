@@ -1,0 +1,50 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "archiving/IScanner.h"
+#include "tests/plugin/SearchFixture.h"
+
+namespace plugintest {
+
+// A download as the server has seen it.
+struct Fetch {
+  std::string name;  // of the object
+  std::uint64_t offset = 0;
+  std::uint64_t bytes = 0;
+};
+
+// The plug-in with an archive: a fresh bucket of the S3 server.
+class BucketSearch : public SearchTest {
+ protected:
+  void SetUp() override;
+
+  // Moves what the drives hold to the bucket. Returns the objects' sizes by name.
+  std::map<std::string, std::uint64_t> MoveToBucket();
+  // Tells the plug-in of the bucket.
+  void Announce(int status = 0);
+  // Stores a changed content in the place of each media file that has a local copy.
+  void ReplaceMedia(const std::function<std::string(const std::string&)>& change);
+  // What was downloaded since the last call, in the order of the server's log. Each range must have
+  // been answered in full.
+  std::vector<Fetch> Fetches();
+
+  std::string cache;  // where local copies lie
+  std::string bucket;
+
+ private:
+  void Put(const std::string& localFile, const std::string& relative);
+  // The lines of the server's log, all requests that were answered by now among them.
+  std::vector<std::string> ServerLog();
+
+  std::shared_ptr<qvArchiving::IScanner> scanner;
+  std::streamoff logBegin = 0;
+  std::size_t seen = 0;  // lines
+  int markers = 0;
+};
+
+}  // namespace plugintest
