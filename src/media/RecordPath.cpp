@@ -115,7 +115,7 @@ std::string TreeDirectory(const std::string& root, UtcMs time, TreeLevel level) 
 
 std::string MakePath(const std::string& root, UtcMs time, StreamID id, CreateDirectories create) {
   const CalendarTime local = ToLocal(time);
-  const std::string directory = HourDirectory(root, local);
+  std::string directory = HourDirectory(root, local);
   if (create == CreateDirectories::Yes) MakeDirectories(directory.substr(0, directory.size() - 1));
   if (id == 0) return directory;
   std::string path = directory + FileName(local, id, "");

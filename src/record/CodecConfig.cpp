@@ -126,8 +126,9 @@ int CodecConfig::TakeSequence(const TiXmlElement& sequence, RecordStream& stream
                               bool restart) {
   int count = 0;
   for (const std::int32_t input : ReadSequence(sequence)) {
-    if (slotBase + count >= kSlots) break;
-    if (restart) stream.Slots[static_cast<std::size_t>(slotBase + count)].Input = input;
+    const int slot = slotBase + count;
+    if (slot >= kSlots) break;
+    if (restart) stream.Slots[static_cast<std::size_t>(slot)].Input = input;
     ++count;
   }
   return count;

@@ -19,7 +19,8 @@ struct ResultKey {
   std::uint8_t width16 = 0, height16 = 0;            // video
   std::uint16_t bufSizeSamples = 0, sampleRate = 0;  // audio
 
-  auto operator<=>(const ResultKey&) const = default;
+  // clang-tidy 14 misreads a defaulted comparison.
+  auto operator<=>(const ResultKey&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 
 // Seconds since 1970 UTC.
