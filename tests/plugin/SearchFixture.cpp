@@ -77,7 +77,7 @@ Heard SearchTest::Search(const std::string& xml, int cancelAt, std::uint32_t ans
   cancelEvent = cancelAt;
   cancelAnswer = answer;
   host->Read(xml, kRequestId);
-  EXPECT_EQ(bundle.files.OpenFiles(), openWriters) << "a search left a file open";
+  EXPECT_TRUE(bundle.files.WaitForOpenFiles(openWriters)) << "a search left a file open";
   return std::move(told);
 }
 

@@ -1,6 +1,7 @@
 #include "tests/support/FaultyFiles.h"
 
 #include <algorithm>
+#include <chrono>
 
 namespace qv::kelvo {
 
@@ -111,6 +112,11 @@ std::size_t FaultyFiles::OpenFiles() const {
   return open;
 }
 
+bool FaultyFiles::WaitForOpenFiles(std::size_t count) {
+  std::unique_lock lock(mutex);
+  return openChanged.wait_for(lock, std::chrono::seconds(10), [&] { return open == count; });
+}
+
 bool FaultyFiles::Goes(FileCall call, const std::string& path, FileFault& fault) {
   if (before) before(call, path);
   const std::lock_guard lock(mutex);
@@ -134,6 +140,7 @@ bool FaultyFiles::Goes(FileCall call, const std::string& path, FileFault& fault)
 void FaultyFiles::CountOpen(int change) {
   const std::lock_guard lock(mutex);
   open += static_cast<std::size_t>(change);
+  openChanged.notify_all();
 }
 
 }  // namespace qv::kelvo

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <condition_variable>
 #include <functional>
 #include <limits>
 #include <mutex>
@@ -52,6 +53,8 @@ class FaultyFiles : public MediaFiles {
   [[nodiscard]] std::size_t Calls(FileCall call) const;
   [[nodiscard]] std::size_t FaultsFired() const;
   [[nodiscard]] std::size_t OpenFiles() const;  // neither closed nor destroyed
+  // Until just so many are open: threads in the background open files too. False after 10 s.
+  [[nodiscard]] bool WaitForOpenFiles(std::size_t count);
 
  private:
   friend class FaultyFile;
@@ -66,6 +69,7 @@ class FaultyFiles : public MediaFiles {
 
   MediaFiles& real;
   mutable std::mutex mutex;
+  std::condition_variable openChanged;  // `open` has changed
   std::vector<Armed> faults;
   std::array<std::size_t, kFileCalls> calls{};
   std::size_t fired = 0;
