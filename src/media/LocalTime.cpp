@@ -12,6 +12,7 @@ CalendarTime ToLocal(UtcMs time) {
           local.hour,
           local.min,
           local.sec,
+          local.msec,
           wxDateTime::Tm(local).GetWeekDay()};
 }
 

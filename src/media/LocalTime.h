@@ -1,19 +1,9 @@
 #pragma once
 
+#include "media/CalendarTime.h"
 #include "platform/Clock.h"
 
 namespace qv::kelvo {
-
-// Broken-down time.
-struct CalendarTime {
-  int year = 0;
-  int month = 0;  // 1 to 12
-  int day = 0;    // 1 to 31
-  int hour = 0;
-  int minute = 0;
-  int second = 0;
-  int weekday = 0;  // Sunday is 0
-};
 
 // In the process's time zone. Any thread.
 [[nodiscard]] CalendarTime ToLocal(UtcMs time);

@@ -16,7 +16,7 @@ PackedTime Carry(PackedTime time) {
   return {static_cast<PackedDate>(time.date + 1), time.ms - kMsPerDay};
 }
 
-UtcTime ToUtc(UtcMs time) {
+CalendarTime ToUtc(UtcMs time) {
   using namespace std::chrono;
   const sys_time<milliseconds> moment{milliseconds{time}};
   const auto midnight = floor<days>(moment);
@@ -28,14 +28,15 @@ UtcTime ToUtc(UtcMs time) {
           static_cast<int>(clock.hours().count()),
           static_cast<int>(clock.minutes().count()),
           static_cast<int>(clock.seconds().count()),
-          static_cast<int>(clock.subseconds().count())};
+          static_cast<int>(clock.subseconds().count()),
+          static_cast<int>(weekday{midnight}.c_encoding())};
 }
 
 std::optional<PackedTime> Pack(UtcMs time) {
   constexpr UtcMs kFirst = 946'684'800'000;  // 2000-01-01
   constexpr UtcMs kEnd = 4'985'971'200'000;  // 2128-01-01
   if (time < kFirst || time >= kEnd) return std::nullopt;
-  const UtcTime utc = ToUtc(time);
+  const CalendarTime utc = ToUtc(time);
   return PackedTime{PackDate(utc.year, utc.month, utc.day).value(),
                     static_cast<std::uint32_t>(time % kMsPerDay)};
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "media/CalendarTime.h"
 #include "platform/Clock.h"
 
 namespace qv::kelvo {
@@ -18,17 +19,6 @@ struct PackedTime {
   std::uint32_t ms = 0;  // of the day; a stored value may reach into the next day
 
   bool operator==(const PackedTime&) const = default;
-};
-
-// A moment in UTC, broken down.
-struct UtcTime {
-  int year = 0;
-  int month = 0;  // 1 to 12
-  int day = 0;    // 1 to 31
-  int hour = 0;
-  int minute = 0;
-  int second = 0;
-  int millisecond = 0;
 };
 
 // Nothing when a part is out of range; the day isn't held against the month's length.
@@ -49,7 +39,7 @@ struct UtcTime {
 // adding 1 to it as a number. The date isn't made valid otherwise.
 [[nodiscard]] PackedTime Carry(PackedTime time);
 
-[[nodiscard]] UtcTime ToUtc(UtcMs time);
+[[nodiscard]] CalendarTime ToUtc(UtcMs time);
 
 // Nothing outside the years 2000 to 2127.
 [[nodiscard]] std::optional<PackedTime> Pack(UtcMs time);

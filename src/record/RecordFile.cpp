@@ -49,15 +49,8 @@ media::PSFrame ToPSFrame(const PendingFrame& pending, const ChannelSlot& slot) {
     frame.size = pending.Size;
     return frame;
   }
-  const media::UtcTime time = media::ToUtc(pending.Time);
+  frame.SetTime(pending.Time);
   frame.frameType = pending.Type;
-  frame.year = static_cast<std::uint16_t>(time.year);
-  frame.month = static_cast<std::uint16_t>(time.month);
-  frame.day = static_cast<std::uint16_t>(time.day);
-  frame.hour = static_cast<std::uint32_t>(time.hour);
-  frame.minute = static_cast<std::uint32_t>(time.minute);
-  frame.second = static_cast<std::uint32_t>(time.second);
-  frame.millisecond = static_cast<std::uint32_t>(time.millisecond);
   frame.encoder = static_cast<std::uint8_t>(slot.Encoder);
   frame.channel = static_cast<std::uint8_t>(slot.Input);
   frame.payload = bytes;

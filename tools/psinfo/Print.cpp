@@ -17,7 +17,7 @@ using namespace qv::kelvo;
 constexpr unsigned kVideoTypes = 128, kAudioTypes = 144;  // codec + this is the stream type
 
 std::string TimeText(UtcMs time) {
-  const UtcTime utc = ToUtc(time);
+  const CalendarTime utc = ToUtc(time);
   std::array<char, 40> text{};
   std::snprintf(text.data(), text.size(), "%04d-%02d-%02d %02d:%02d:%02d.%03dZ", utc.year,
                 utc.month, utc.day, utc.hour, utc.minute, utc.second, utc.millisecond);
