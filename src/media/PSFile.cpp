@@ -42,7 +42,7 @@ std::optional<std::uint32_t> MsOfDay(const PSFrame& frame) {
 }  // namespace
 
 void PSFrame::SetTime(UtcMs time) {
-  const CalendarTime utc = Pack(time) ? ToUtc(time) : CalendarTime{};
+  const CalendarTime utc = IsPackable(time) ? ToUtc(time) : CalendarTime{};
   year = static_cast<std::uint16_t>(utc.year);
   month = static_cast<std::uint16_t>(utc.month);
   day = static_cast<std::uint16_t>(utc.day);

@@ -33,9 +33,7 @@ CalendarTime ToUtc(UtcMs time) {
 }
 
 std::optional<PackedTime> Pack(UtcMs time) {
-  constexpr UtcMs kFirst = 946'684'800'000;  // 2000-01-01
-  constexpr UtcMs kEnd = 4'985'971'200'000;  // 2128-01-01
-  if (time < kFirst || time >= kEnd) return std::nullopt;
+  if (!IsPackable(time)) return std::nullopt;
   const CalendarTime utc = ToUtc(time);
   return PackedTime{PackDate(utc.year, utc.month, utc.day).value(),
                     static_cast<std::uint32_t>(time % kMsPerDay)};

@@ -41,7 +41,14 @@ struct PackedTime {
 
 [[nodiscard]] CalendarTime ToUtc(UtcMs time);
 
-// Nothing outside the years 2000 to 2127.
+// Whether the moment lies in the years 2000 to 2127.
+[[nodiscard]] constexpr bool IsPackable(UtcMs time) {
+  constexpr UtcMs kFirst = 946'684'800'000;  // 2000-01-01
+  constexpr UtcMs kEnd = 4'985'971'200'000;  // 2128-01-01
+  return time >= kFirst && time < kEnd;
+}
+
+// Nothing for a moment that isn't packable.
 [[nodiscard]] std::optional<PackedTime> Pack(UtcMs time);
 
 // The moment a stored time stands for, after Carry. Months and days out of range count on into the

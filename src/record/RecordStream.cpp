@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "host/Log.h"
+#include "media/PackedTime.h"
 #include "record/RecordDecision.h"
 
 namespace qvsvr::kelvo {
@@ -45,6 +46,10 @@ bool RecordStream::StreamAddFrame(std::uint32_t provider, void* buffer, std::uin
     LogPrintf(LogWarning, "frame of provider ID %08X has no buffer", provider);
     return false;
   }
+  const qv::kelvo::UtcMs time = qv::kelvo::UtcMs{header.Seconds} * 1000 + header.Milliseconds;
+  const bool isPes = (subCode & KELVO_WRITE_SUB_PES) != 0;
+  // A packet goes to the file with the time that stands in it.
+  if (!isPes && !HasUsableTime(provider, slot, time)) return false;
 
   PendingFrame* frame = Pending.Allocate();
   frame->Provider = provider;
@@ -52,8 +57,8 @@ bool RecordStream::StreamAddFrame(std::uint32_t provider, void* buffer, std::uin
   frame->Size = length;
   frame->Slot = static_cast<std::uint8_t>(slot);
   frame->Ptz = ptz;
-  frame->Time = qv::kelvo::UtcMs{header.Seconds} * 1000 + header.Milliseconds;
-  frame->IsPes = (subCode & KELVO_WRITE_SUB_PES) != 0;
+  frame->Time = time;
+  frame->IsPes = isPes;
   if (!FillFrame(*frame, header)) {
     Pending.Discard(frame);
     ++Services.Stats.PES;
@@ -62,6 +67,19 @@ bool RecordStream::StreamAddFrame(std::uint32_t provider, void* buffer, std::uin
   ApplyAlarmAndMotion(*frame);
   Pending.Append(frame);
   return true;
+}
+
+// False for a camera whose clock was never set: the writer would refuse its frames, which ends the
+// file for all channels. Logs once until the clock is right.
+bool RecordStream::HasUsableTime(std::uint32_t provider, int slot, qv::kelvo::UtcMs time) {
+  const bool usable = qv::kelvo::IsPackable(time);
+  const auto index = static_cast<std::size_t>(slot);
+  if (!usable && !BadClocks[index]) {
+    LogPrintf(LogWarning, "frames of provider ID %08X dropped: captured before the year 2000",
+              provider);
+  }
+  BadClocks[index] = !usable;
+  return usable;
 }
 
 // Type, flags and extension. False for a packet without a whole header and start code.

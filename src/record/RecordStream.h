@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bitset>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -32,7 +33,8 @@ class RecordStream {
 
   // Takes one frame. True: the stream owns the buffer's reference now. False: the caller releases.
   // First flushes what earlier frames have settled. `header` is borrowed for the call. A frame
-  // without a buffer is refused; one of length 0 is an empty payload.
+  // without a buffer is refused, and so is one, other than a packet, with a capture time that no
+  // file can hold; one of length 0 is an empty payload.
   bool StreamAddFrame(std::uint32_t provider, void* buffer, std::uint32_t length,
                       std::uint32_t subCode, const KelvoFrameHeader& header, bool ptz);
 
@@ -87,6 +89,7 @@ class RecordStream {
   enum class Fate { Open, Write, Drop };
 
   // RecordStream.cpp: intake and flush.
+  [[nodiscard]] bool HasUsableTime(std::uint32_t provider, int slot, qv::kelvo::UtcMs time);
   [[nodiscard]] static bool FillFrame(PendingFrame& frame, const KelvoFrameHeader& header);
   void ApplyAlarmAndMotion(PendingFrame& frame);
   [[nodiscard]] Fate DecideFront(const PendingFrame& front, qv::kelvo::UtcMs newest);
@@ -114,6 +117,7 @@ class RecordStream {
   bool NoVolume = false;    // the last attempt found no record volume
   bool OpenFailed = false;  // the last attempt to open failed
   bool* FileChanged = nullptr;
+  std::bitset<kSlots> BadClocks;  // slots whose last frame had a time that no file can hold
   std::array<qv::kelvo::HourOfWeekClock, kSlots> Hours;  // per slot: cameras' clocks may differ
   std::array<RateMeter, kSlots> Rates;
   std::optional<std::int64_t> SteadyOfFlush;  // read once per flush that writes

@@ -9,84 +9,49 @@ class RecordStreamTest : public StreamTest {
     StreamTest::SetUp();
     stream->OpenFile();
   }
-  std::string Close() {
-    stream->CloseFile();
-    return Written();
-  }
 };
-
-TEST_F(RecordStreamTest, KeepsGroupUpToTheLastWantedFrame) {
-  slot0.Schedule = AllWeek(1);
-  Feed("I0 P40 B80 P120m B160 P200 I240 P280 I320 P360 P400");
-  EXPECT_EQ(Close(), "I0 P40 P120m");  // B80 is depended on by nothing
-  EXPECT_EQ(Join(core.Returned), "P200 B160 B80 I0 P40 P120m P280 I240");
-}
-
-TEST_F(RecordStreamTest, PreMotionFramesAreKeptOnceMotionStarts) {
-  slot0.Schedule = AllWeek(1);
-  slot0.PreMotion = 500;
-  slot0.PostMotion = 100;
-  Feed("I0 I200 I400 I600 I800 I1000m I1100 I1200 I1900 I2000");
-  EXPECT_EQ(Close(), "I600 I800 I1000m I1100");
-  EXPECT_FALSE(slot0.MotionTime);
-}
-
-TEST_F(RecordStreamTest, TimeLapseKeepsSingleKeyFrames) {
-  stream->DefaultLapse = 1000;
-  Feed("I0 P100 I400 P500 I900 P950 I1000 P1100 I1400 P1500 I2100 I2200 P2300");
-  EXPECT_EQ(Close(), "I0 I1000");
-  EXPECT_EQ(stats.Dropped, (std::array<std::uint64_t, 4>{0, 3, 5, 0}));
-}
-
-TEST_F(RecordStreamTest, ScheduleFollowsLocalHourOfWeek) {
-  // The clock starts on a Sunday, 17:06:40 in this zone; 3,200 s later it is 18:00.
-  slot0.Schedule = {{17, 17, 2}};
-  slot0.Schedule.push_back({18, 18, 0});
-  Feed("I3199000 I3199999 I3200000 I3201000 I3202000");
-  EXPECT_EQ(Close(), "I3199000 I3199999");
-}
 
 TEST_F(RecordStreamTest, GroupWithoutSuccessorIsWrittenAfterFiveMinutes) {
   Feed("I0 P40 1:A300000");
   EXPECT_EQ(Waiting(), "I0 P40 1:A300000");
   Feed("1:A300001 1:A300002");
   EXPECT_EQ(Waiting(), "1:A300001 1:A300002");
-  EXPECT_EQ(Close(), "I0 P40");
+  stream->CloseFile();
+  EXPECT_EQ(Written(), "I0 P40");
 }
 
-TEST_F(RecordStreamTest, ReadyMadePacketsTakeTypeAndFlagsFromTheirHeader) {
+TEST_F(RecordStreamTest, ReadyMadePacketsAreTakenAsTheyAre) {
   slot0.Schedule = AllWeek(1);
-  std::string packet(64, '\0');
-  packet[2] = 1;
-  packet[24] = packet[25] = packet[26] = '\x08';
-  const auto give = [&](char info, std::uint32_t length, std::int64_t time) {
-    packet[27] = info;
+  Feed("I0m I10 I20 I30");
+  stream->CloseFile();
+  stream->DropSlotFrames(0);
+  // A packet as the first file holds it; its frame's header says something else.
+  std::string packet = tree.Read(tree.FilesEndingIn(".ps").at(0)).substr(1978, 64);
+  const auto give = [&](std::size_t length, std::uint32_t seconds = 0) {
     KelvoFrameHeader header{};
-    header.FrameType = KELVO_FRAME_B;  // not looked at
-    header.Seconds = static_cast<std::uint32_t>((start + time) / 1000);
+    header.FrameType = KELVO_FRAME_B;
+    header.Seconds = static_cast<std::uint32_t>(start / 1000) + 100 + seconds;
     void* buffer = host.NewBuffer(packet);
-    const bool taken =
-        stream->StreamAddFrame(kProvider, buffer, length, KELVO_WRITE_SUB_PES, header, false);
+    const bool taken = stream->StreamAddFrame(kProvider, buffer, static_cast<std::uint32_t>(length),
+                                              KELVO_WRITE_SUB_PES, header, false);
     if (!taken) core.DecrementReference(buffer);
     return taken;
   };
-  EXPECT_FALSE(give('\x9D', 31, 0));
+  EXPECT_FALSE(give(31));
   packet[2] = 2;
-  EXPECT_FALSE(give('\x9D', 64, 0));
+  EXPECT_FALSE(give(64));
   packet[2] = 1;
   EXPECT_EQ(stats.PES, 2u);
-  EXPECT_TRUE(give('\x9D', 64, 0));
-  ASSERT_NE(stream->Undecided().Front(), nullptr);
-  EXPECT_EQ(stream->Undecided().Front()->Type, kTypeI);
-  EXPECT_EQ(stream->Undecided().Front()->Flags, kFlagMotion);
-  EXPECT_EQ(stream->Undecided().Front()->Time, start);
-  EXPECT_TRUE(give('\x1E', 32, 1000));
-  EXPECT_TRUE(give('\x1D', 64, 2000));
-  EXPECT_TRUE(give('\x1D', 64, 3000));
-  EXPECT_TRUE(give('\x1D', 64, 4000));
+  bundle.clock.Advance(1000);
+  stream->OpenFile();
+  for (const std::uint32_t second : {0, 1, 2, 3}) EXPECT_TRUE(give(35, second));  // without padding
   stream->CloseFile();
-  EXPECT_EQ(stats.Written, (std::array<std::uint64_t, 4>{0, 1, 0, 0}));
-  EXPECT_EQ(stats.LastBytes, 64u);
+  EXPECT_EQ(Written(), "I0m I0m");
+  const auto second = testsupport::ReadPs(tree.Path(tree.FilesEndingIn(".ps").at(1)));
+  EXPECT_EQ(second.frames.at(0).type, kTypeI);
+  EXPECT_EQ(second.frames.at(0).flags, kFlagMotion);
+  EXPECT_EQ(second.frames.at(0).timeMs, start);
+  EXPECT_EQ(stats.LastBytes, 3u + 35u);
 }
 
 TEST_F(RecordStreamTest, RefusesWhatItCannotHold) {
@@ -99,31 +64,36 @@ TEST_F(RecordStreamTest, RefusesWhatItCannotHold) {
   EXPECT_FALSE(stream->StreamAddFrame(kProvider, nullptr, 100, 0, header, false));
   EXPECT_FALSE(stream->StreamAddFrame(kProvider, nullptr, 100, KELVO_WRITE_SUB_PES, header, false));
   EXPECT_EQ(host.CountLines(LogWarning, "00120100 has no buffer"), 2u);
+  // A camera without a clock doesn't end the file for the others. The clock starts in 2025.
+  EXPECT_FALSE(FeedOne("I-1750000000000"));
+  EXPECT_FALSE(FeedOne("I-803315200001"));
+  EXPECT_EQ(host.CountLines(LogWarning, "00120100 dropped: captured before the year 2000"), 1u);
+  EXPECT_TRUE(FeedOne("I-803315200000"));
+  EXPECT_EQ(stats.PES, 0u);
+  EXPECT_FALSE(FeedOne("I-1750000000000", KELVO_WRITE_SUB_PES)) << "no packet, whatever its time";
+  EXPECT_EQ(stats.PES, 1u);
 }
 
 TEST_F(RecordStreamTest, OddHeadersAreCutToWhatAFileHolds) {
   slot0.Schedule = AllWeek(2);
   KelvoFrameHeader header{};
   header.FrameType = 5;
-  header.ExtensionLength = 0x1FF;
   header.Seconds = 0xFFFFFFFF;
   header.Milliseconds = 0xFFFF;
-  std::fill(std::begin(header.Extension), std::end(header.Extension), std::uint8_t{9});
-  ASSERT_TRUE(stream->StreamAddFrame(kProvider, host.NewBuffer(std::string_view("x", 2)), 0, 0,
-                                     header, false));
+  const auto give = [&](std::uint32_t extension) {
+    header.ExtensionLength = extension;
+    ASSERT_TRUE(stream->StreamAddFrame(kProvider, host.NewBuffer("x"), 0, 0, header, false));
+    ++header.Milliseconds;
+  };
+  give(0x1FF);
   const PendingFrame* frame = stream->Undecided().Front();
   EXPECT_EQ(frame->Type, kTypeI);
   EXPECT_EQ(frame->ExtensionLength, 128);
   EXPECT_EQ(frame->Time, 0xFFFFFFFFLL * 1000 + 0xFFFF);
-  header.ExtensionLength = 0x106;
   header.Seconds = static_cast<std::uint32_t>(start / 1000);
-  for (int i = 0; i < 4; ++i) {
-    header.Milliseconds = static_cast<std::uint16_t>(i);
-    ASSERT_TRUE(stream->StreamAddFrame(kProvider, host.NewBuffer(std::string_view("x", 2)), 0, 0,
-                                       header, false));
-  }
-  stream->CloseFile();
-  const auto file = testsupport::ReadPs(tree.Path(tree.FilesEndingIn(".ps").at(0)));
+  for (const std::uint32_t extension : {0x106, 0, 0, 0}) give(extension);
+  const auto file =
+      testsupport::ReadPs(tree.Path(tree.FilesEndingIn(".ps").at(0)), testsupport::PsEnd::Unclosed);
   ASSERT_EQ(file.frames.size(), 2u);
   EXPECT_EQ(file.frames[0].userData.size(), 87u);
   EXPECT_EQ(file.frames[1].userData.size(), 6u);
@@ -132,22 +102,18 @@ TEST_F(RecordStreamTest, OddHeadersAreCutToWhatAFileHolds) {
 
 TEST_F(RecordStreamTest, ResetSlotReturnsItsFramesAndEmptiesIt) {
   slot0.Schedule = slot0.LapseSchedule = AllWeek(2);
-  slot0.SampleRate = 8000;
-  slot0.BufSizeSamples = 160;
+  slot0.SampleRate = slot0.BufSizeSamples = 160;
   slot0.Standard = slot0.Width = slot0.Height = slot0.PostMotion = slot0.PreMotion = 4;
-  slot0.PreAlarm = 100;
+  slot0.PreAlarm = stream->Slots[1].PreAlarm = 100;
   slot0.Name = "gate";
   slot0.ActiveAlarms[1] = std::nullopt;
-  stream->Slots[1].PreAlarm = 100;
   Feed("1:I0 I10m P20 1:P30");
   stream->ResetSlot(0);
   EXPECT_EQ(Waiting(), "1:I0 1:P30");
   EXPECT_EQ(Join(core.Returned), "I10m P20");
-  EXPECT_EQ(slot0.SampleRate, 8000);
-  EXPECT_EQ(slot0.BufSizeSamples, 160);
-  EXPECT_EQ(slot0.Standard + slot0.Width + slot0.Height + slot0.PostMotion + slot0.PreMotion +
-                slot0.PreAlarm,
-            0);
+  EXPECT_EQ(slot0.SampleRate + slot0.BufSizeSamples, 320) << "these stay";
+  EXPECT_EQ(slot0.Standard + slot0.Width + slot0.Height, 0);
+  EXPECT_EQ(slot0.PostMotion + slot0.PreMotion + slot0.PreAlarm, 0);
   EXPECT_EQ(slot0.Encoder + slot0.Input, -2);
   EXPECT_TRUE(slot0.Name.empty() && slot0.Schedule.empty() && slot0.LapseSchedule.empty());
   EXPECT_TRUE(slot0.ActiveAlarms.empty() && !slot0.MotionTime && !slot0.LastWritten);
@@ -171,6 +137,30 @@ TEST_F(RecordStreamTest, CountsWrittenBytesSinceTheLastCall) {
   stream->FlushPending();
   EXPECT_EQ(stream->TakeWrittenBytes(), 14u);
   EXPECT_EQ(stream->TakeWrittenBytes(), 0u);
+}
+
+// The order of frames and their links is checked through the stream in FlushModelTest.cpp.
+TEST(PendingFrames, SteadyLoadReusesMemoryAndABurstGivesItBack) {
+  PendingFrames frames;
+  const auto bring = [&](std::size_t pending) {
+    while (frames.Size() < pending) frames.Append(frames.Allocate());
+    while (frames.Size() > pending) frames.Erase(frames.Front());
+  };
+  bring(1000);
+  const std::size_t steady = frames.Capacity();
+  for (int i = 0; i < 5000; ++i) {
+    bring(1001);
+    bring(1000);
+  }
+  bring(500);
+  EXPECT_LE(frames.Capacity(), steady + 64);
+  EXPECT_GE(frames.Capacity(), 1000u) << "a load that swings would allocate each time";
+
+  bring(100'000);
+  bring(100);
+  EXPECT_LT(frames.Capacity(), 1000u) << "must not wait for the buffer to become empty";
+  bring(0);
+  EXPECT_LE(frames.Capacity(), 320u);
 }
 
 }  // namespace
