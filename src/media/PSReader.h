@@ -38,6 +38,12 @@ struct PSReadFrame {
   [[nodiscard]] UtcMs Time() const { return Unpack(time); }
 };
 
+// The frame's time since 1970 in ticks, of which a whole number makes a millisecond.
+[[nodiscard]] inline std::int64_t FrameTicks(const PSReadFrame& frame,
+                                             std::int64_t ticksPerSecond) {
+  return ticksPerSecond * (frame.Time() / 1000) + ticksPerSecond / 1000 * (frame.Time() % 1000);
+}
+
 // A stretch of one stream without a gap.
 struct PSRun {
   std::uint8_t stream = 0;

@@ -54,9 +54,14 @@ bool ForEachFrame(PSReader& reader, std::uint32_t mask, Visit visit) {
   return true;
 }
 
-void AddToSendList(CFileInfo& info, unsigned stream, std::uint32_t position, std::int64_t time) {
+// With `anew` the stream's row forgets what it told.
+void AddToSendList(CFileInfo& info, unsigned stream, std::uint32_t position, std::int64_t time,
+                   bool anew) {
   StreamRow& row = info.streamRows[stream];
-  if (row.frames == 0) row.firstTime = time;
+  if (anew) {
+    row.firstTime = time;
+    row.frames = 0;
+  }
   row.lastTime = time;
   ++row.frames;
   info.sendList.push_back(position);
@@ -87,7 +92,9 @@ bool PrepareMoments(PSReader& reader, CFileInfo& info, const MomentTable& table)
     if (moments == nullptr || moments->empty()) return true;
     while (!moments->empty() && moments->front() <= time) {
       moments->pop_front();
-      if (key) AddToSendList(info, frame.stream, key->position, key->time);
+      if (!key) continue;
+      const bool isFirst = info.streamRows[frame.stream].frames == 0;
+      AddToSendList(info, frame.stream, key->position, key->time, isFirst);
       key.reset();
     }
     return !moments->empty() || AnyLeft(table);
@@ -95,16 +102,17 @@ bool PrepareMoments(PSReader& reader, CFileInfo& info, const MomentTable& table)
   return ForEachFrame(reader, info.selectedMask, visit) && FinishSendList(info);
 }
 
+// One picture per bucket over all chosen streams. Only the row of the file's first picture starts
+// anew; what another stream gives counts on top of all its frames.
 bool PrepareBuckets(PSReader& reader, CFileInfo& info, const FileRequest& request,
                     std::int64_t& bucket) {
-  ClearFrames(info);
   const auto visit = [&](std::uint32_t position, const PSReadFrame& frame) {
     const std::int64_t time = SecondOf(frame);
     if (!StandsAlone(frame) || time < request.start || time >= request.end) return true;
     const std::int64_t own = (time - request.start) / request.resolution;
     if (own == bucket) return true;
     bucket = own;
-    AddToSendList(info, frame.stream, position, time);
+    AddToSendList(info, frame.stream, position, time, info.sendList.empty());
     return true;
   };
   return ForEachFrame(reader, info.selectedMask, visit) && FinishSendList(info);

@@ -62,7 +62,7 @@ void SearchResults::AddRun(const CFileInfo& info, const FileRun& run, std::int64
 void SearchResults::AddRows(const CFileInfo& info, std::int64_t start) {
   for (unsigned stream = 0; stream < qv::kelvo::kStreamCount; ++stream) {
     const StreamRow& row = info.streamRows[stream];
-    if ((info.selectedMask >> stream & 1u) == 0 || row.frames == 0) continue;
+    if ((info.selectedMask >> stream & 1u) == 0) continue;
     ResultKey key;
     Records* records = Find(info, stream, key.streamId);
     if (records == nullptr) continue;
