@@ -27,7 +27,7 @@ std::binary_semaphore wake{0};
 // A message that the worker releases when everything before it has been handled.
 char marker[] = "<qDVR/>";
 std::binary_semaphore markerReleased{0};
-const void* configurationBuffer = nullptr;
+const void* documentBuffer = nullptr;
 
 bool ownBuffers = false;
 
@@ -60,7 +60,7 @@ std::uint32_t HostFunction(const KelvoHostRequest* request, KelvoHostReply* repl
   } else if (request->Class == KELVO_CLASS_RELEASE) {
     if (request->Payload == marker) {
       markerReleased.release();
-    } else if (request->Payload != configurationBuffer) {
+    } else if (request->Payload != documentBuffer) {
       ReleasePayload(request->Payload);
     }
   } else if (request->Class == KELVO_CLASS_LOG) {
@@ -178,16 +178,32 @@ void PluginHost::Start(const Cameras& cameras) {
   KelvoModuleDescriptor descriptor{};
   load(&input, &descriptor);
   open(nullptr, nullptr);
+  Configure(ConfigurationXml(cameras));
+}
 
-  configuration = ConfigurationXml(cameras);
-  configurationBuffer = configuration.data();
+void PluginHost::Configure(const std::string& xml) {
+  document = xml;
+  documentBuffer = document.data();
   KelvoIoctlBlock block{};
   block.Operation = KELVO_IOCTL_CONFIGURATION;
-  block.Length = static_cast<std::uint32_t>(configuration.size() + 1);
-  block.Payload = configuration.data();
+  block.Length = static_cast<std::uint32_t>(document.size() + 1);
+  block.Payload = document.data();
   KelvoIoctlReply reply{};
   ioctl(&block, &reply);
   if (reply.Accepted != 1) throw std::runtime_error("the configuration was refused");
+  Drain();
+}
+
+void PluginHost::Act(const std::string& xml) {
+  document = xml;
+  documentBuffer = document.data();
+  KelvoWriteBlock block{};
+  block.Length = static_cast<std::uint32_t>(document.size() + 1);
+  block.Payload = document.data();
+  block.Class = KELVO_WRITE_ACTION;
+  KelvoWriteReply reply{};
+  write(&block, &reply);
+  if (reply.Accepted != 1) throw std::runtime_error("the action was refused");
   Drain();
 }
 

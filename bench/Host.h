@@ -55,6 +55,9 @@ class PluginHost {
 
   // Load, Open and the configuration; returns when all files are open.
   void Start(const Cameras& cameras);
+  // A configuration, or an action; they return when it has been applied.
+  void Configure(const std::string& xml);
+  void Act(const std::string& xml);
   // Returns when everything given so far has been handled.
   void Drain();
   // Close and Unload; all files are closed then.
@@ -74,7 +77,7 @@ class PluginHost {
   void* library = nullptr;
   KelvoExport load = nullptr, open = nullptr, read = nullptr, write = nullptr, ioctl = nullptr,
               close = nullptr, unload = nullptr;
-  std::string configuration;
+  std::string document;  // the latest that was given
 };
 
 }  // namespace bench

@@ -20,6 +20,7 @@ void StorageMonth(const std::string& module);
 void Listing(const std::string& module);
 void Playback(const std::string& module);
 void SearchMemory(const std::string& module);
+void Bucket(const std::string& module);
 
 // Records `rounds` frames of each channel for a tracer to look at, and prints how many were
 // written.

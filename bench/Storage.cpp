@@ -4,6 +4,7 @@
 #include <boost/filesystem.hpp>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 
@@ -221,13 +222,15 @@ void MeasureWorker(Site& site) {
 void MeasureSlowing(Site& site) {
   site.Open();
   site.drives.freeGB = {{"a/", 500}, {"b/", 400}};
-  constexpr int kFrames = 6400;
+  constexpr int kFrames = 25'600;
   constexpr int kTurns = 9;
   Recorder recorder(site);
   recorder.Give(kFrames);
-  std::vector<double> cpu, wall;
+  std::vector<double> cpu;
+  // Others on the machine disturb single turns, so the best ones are compared.
+  double leastMs[2] = {1e9, 1e9};
   for (int turn = 0; turn < kTurns; ++turn) {
-    double cpuMs[2], wallMs[2];
+    double cpuMs[2];
     for (const bool sweeping : {false, true}) {
       std::atomic<bool> end{false};
       std::thread sweeps([&] {
@@ -243,16 +246,16 @@ void MeasureSlowing(Site& site) {
         }
       });
       const std::int64_t begin = ThreadCpuNs();
-      wallMs[sweeping] = Ms([&] { recorder.Give(kFrames); });
+      const double wallMs = Ms([&] { recorder.Give(kFrames); });
+      leastMs[sweeping] = std::min(leastMs[sweeping], wallMs);
       cpuMs[sweeping] = static_cast<double>(ThreadCpuNs() - begin) / 1e6;
       end = true;
       sweeps.join();
     }
     cpu.push_back((cpuMs[1] / cpuMs[0] - 1) * 100);
-    wall.push_back((wallMs[1] / wallMs[0] - 1) * 100);
   }
-  std::printf("  recording beside a sweep: %.1f %% more time, %.1f %% more CPU of its thread\n",
-              Median(wall), Median(cpu));
+  std::printf("  recording beside a sweep: %.1f %% more time (best of %d turns each)\n",
+              (leastMs[1] / leastMs[0] - 1) * 100, kTurns);
   Report("recording slowed by a sweep beside it, CPU of its thread", Median(cpu), "%",
          Wanted::AtMost, 5);
 }
@@ -268,7 +271,7 @@ void MeasureSweep(Site& site) {
                                   {.sendSizes = [&](const auto&) { cpu = ThreadCpuNs(); },
                                    .cleanupRemoves = [] { return false; }});
     sweeper.Start({.volumes = {"a/", "b/"}, .rules = {}, .bookmarks = {}, .globalDays = -100}, 1);
-    while (cpu == 0 && sweeper.Running()) continue;
+    while (cpu == 0 && sweeper.Running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     sweeper.Stop();
     sweeps.push_back(static_cast<double>(cpu) / 1e6);
   }
@@ -301,14 +304,15 @@ void Storage(const std::string&) {
 
 void StorageMonth(const std::string&) {
   // A month is the same ten days three times: with each recording the oldest one goes, in hours of
-  // the usual density, so the trees never change their shape.
-  constexpr std::int64_t kDays = 10;
+  // the usual density, so the trees never change their shape. KELVO_BENCH_DAYS=30 runs them all.
+  const char* wanted = std::getenv("KELVO_BENCH_DAYS");
+  const std::int64_t days = wanted == nullptr ? 10 : std::max(1, std::atoi(wanted));
   Site site;
   PlantTree(kTreeCameras, 2);
   site.Open();
   std::int64_t refused = 0, planted = 0;
   double worst = 0;
-  for (std::int64_t step = 0; step < kDays * 86400 / kFileSeconds; ++step) {
+  for (std::int64_t step = 0; step < days * 86400 / kFileSeconds; ++step) {
     for (int camera = 0; camera < kTreeCameras; ++camera) {
       site.drives.freeGB.clear();
       site.drives.fullFor = kOneDeletion;
@@ -324,13 +328,10 @@ void StorageMonth(const std::string&) {
     }
     site.clock.Pass(kFileSeconds);
   }
-  std::printf(
-      "  %d of a month's 30 days, %d cameras: %lld files recorded into full drives, the longest "
-      "wait "
-      "%.1f ms\n",
-      static_cast<int>(kDays), kTreeCameras, static_cast<long long>(planted), worst);
-  Report("recordings refused in ten days on full drives", static_cast<double>(refused), "",
-         Wanted::AtMost, 0);
+  std::printf("  %d days, %d cameras: %lld files recorded into full drives, longest wait %.1f ms\n",
+              static_cast<int>(days), kTreeCameras, static_cast<long long>(planted), worst);
+  Report("recordings refused in " + std::to_string(days) + " days on full drives",
+         static_cast<double>(refused), "", Wanted::AtMost, 0);
 }
 
 }  // namespace bench

@@ -2,10 +2,11 @@
 # bench/run.sh BUILD_DIR [NAME]: all measurements, or the named one, and a table of what was wanted
 # and what was measured. Works on the memory file system and leaves nothing there.
 set -euo pipefail
+server=$(cd "$(dirname "$0")/.." && pwd)/tests/s3/server.sh
 build=$(cd "${1:?build folder}" && pwd)
 only=${2:-}
 names=(
-  record small ffmpeg syscalls pending write realtime idle storage month listing playback memory
+  record small ffmpeg syscalls pending write realtime idle storage month listing playback memory bucket
 )
 bench=$build/kelvo_bench
 module=$build/kelvo.so
@@ -14,7 +15,8 @@ module=$build/kelvo.so
 memory=/dev/shm
 [ -d "$memory" ] || memory=${TMPDIR:-/tmp}
 work=$(mktemp -d "$memory/kelvobenchXXXXXX")
-trap 'rm -rf "$work"' EXIT
+s3=
+trap '[ -z "$s3" ] || "$server" stop "$s3"; rm -rf "$work"' EXIT
 cd "$work"
 export KELVO_BENCH_RESULTS=$work/results
 : >"$KELVO_BENCH_RESULTS"
@@ -50,11 +52,31 @@ syscalls() {
   syscalls_of "1 file of 16 channels" 1 16
 }
 
+# Against an S3 server of its own, with its cache as servers have it.
+bucket() {
+  s3=$work/s3
+  if ! KELVO_S3_CACHE=true "$server" start "$s3"; then
+    echo "  left out: no S3 server could be started"
+    echo "playback from a bucket|-|at least 0.50x|left out" >>"$KELVO_BENCH_RESULTS"
+    return 0
+  fi
+  (
+    # shellcheck disable=SC1091
+    . "$s3/s3.env" # home, port, access, secret
+    AWS_EC2_METADATA_DISABLED=true AWS_ENDPOINT_URL_S3=http://localhost:$port \
+      AWS_ACCESS_KEY_ID=$access AWS_SECRET_ACCESS_KEY=$secret \
+      KELVO_BENCH_S3_LOG=$home/log/client.rgw.log "$bench" "$module" bucket
+  )
+}
+
 failed=0
 for name in "${names[@]}"; do
   [ -z "$only" ] || [ "$only" = "$name" ] || continue
   echo "$name"
-  if [ "$name" = syscalls ]; then syscalls; else "$bench" "$module" "$name"; fi || {
+  case $name in
+    syscalls | bucket) "$name" ;;
+    *) "$bench" "$module" "$name" ;;
+  esac || {
     echo "  $name could not be measured"
     failed=1
   }

@@ -2,12 +2,12 @@
 
 #include <boost/filesystem/operations.hpp>
 #include <exception>
-#include <fstream>
 #include <stdexcept>
 
 #include "archiving/AwsScanner.h"
 #include "archiving/AwsText.h"
 #include "archiving/CLocalDiskScanner.h"
+#include "archiving/RangeStream.h"
 #include "host/Log.h"
 
 namespace qvArchiving {
@@ -21,15 +21,6 @@ namespace {
 
 constexpr char kTag[] = "Download";
 constexpr char kContentType[] = "application/octet-stream";
-
-// A stream into the file at the offset. What the file holds elsewhere stays.
-Aws::IOStream* OpenAt(const std::string& file, std::int64_t offset) {
-  const std::ofstream made(file, std::ios::binary | std::ios::app);  // if it isn't there
-  auto* stream =
-      Aws::New<Aws::FStream>(kTag, file, std::ios::in | std::ios::out | std::ios::binary);
-  stream->seekp(offset);
-  return stream;
-}
 
 std::shared_ptr<AwsResult> AsAwsResult(const std::shared_ptr<IResult>& result) {
   auto own = std::dynamic_pointer_cast<AwsResult>(result);
@@ -116,7 +107,8 @@ std::shared_ptr<IResult> AwsScanner::StartDownload(const fs::path& remote, const
   } else {
     handle = transferManager->DownloadFile(
         ToAws(bucket), ToAws(key), static_cast<std::uint64_t>(offset),
-        static_cast<std::uint64_t>(size), [file, offset] { return OpenAt(file, offset); },
+        static_cast<std::uint64_t>(size),
+        [file, offset] { return Aws::New<RangeStream>(kTag, file, offset); },
         DownloadConfiguration(), ToAws(file), result);
   }
   result->SetHandle(handle);

@@ -97,7 +97,7 @@ bool IsBucket(const IScanner& target, std::string& root) {
     return false;  // a target of no type must not keep a search from the others
   }
   root = qvArchiving::PropertyOr(properties, key::kFullyMountedPath);
-  if (!root.ends_with(kPathSeparator)) root += kPathSeparator;
+  if (root.empty() || !IsPathSeparator(root.back())) root += kPathSeparator;
   return true;
 }
 

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "archiving/IResult.h"
-
 namespace qvsvr::kelvo {
 namespace {
 
@@ -12,6 +10,7 @@ using qv::kelvo::kPsOk;
 
 constexpr std::size_t kPacketRoom = 4'194'303;
 constexpr std::uint32_t kFramesPerFetch = 150;
+constexpr std::size_t kMaxRangesAhead = 3;  // with the one that is waited for, a bucket's threads
 
 }  // namespace
 
@@ -46,12 +45,15 @@ int SearchFile::ReadFrame() {
 
 int SearchFile::AdvanceFrame() {
   while (position < file.endPosition) {
+    if (!ahead.empty() && ahead.front().first == position) {
+      if (const int error = AwaitFirstAhead(); error != kPsOk) return error;
+    }
     int error = ReadFrame();
     if (error != kPsOk || !qv::kelvo::HasStartCode({packetBuffer.get(), 3})) {
       // The frame isn't on this disk, or is damaged: then it is sent as it stands.
-      bool fetched = false;
-      if (const int failed = FetchFromArchive(fetched); failed != kPsOk) return failed;
-      if (fetched || error == kPsOk) error = ReadFrame();
+      const Scanner holder = FindHolder();
+      if (holder != nullptr) error = FetchFromArchive(holder);
+      if (error == kPsOk) error = ReadFrame();
     }
     if (error != kPsOk) return error;
     const std::uint32_t place = position++;
@@ -68,33 +70,87 @@ bool SearchFile::IsPreRoll(std::uint32_t place) {
   return place < start;
 }
 
-// Brings down the frame at `position` and, where frames follow each other, some more.
-int SearchFile::FetchFromArchive(bool& fetched) {
-  fetched = false;
+SearchFile::Scanner SearchFile::FindHolder() {
   qv::kelvo::TargetList targets;
   target.GetTargets(targets, qv::kelvo::kVolumesLocal | qv::kelvo::kVolumesArchive, nullptr);
   const auto holder = std::ranges::find_if(
       targets, [this](const auto& archive) { return archive->IsWithinMount(file.path); });
-  if (holder == targets.end()) return kPsOk;
-  if (frame.size == 0) return kPsBadArgument;  // not even its place is known
+  return holder == targets.end() ? nullptr : *holder;
+}
 
-  const std::uint64_t offset = frame.fileOffset;
-  std::uint64_t end = offset + frame.size;
-  if (file.sendList.empty()) {
-    qv::kelvo::PSReadFrame last;
-    last.index = std::min(file.endPosition - 1, position + kFramesPerFetch);
-    if (const int error = reader.NextFrame(last, file.selectedMask); error != kPsOk) return error;
-    end = last.fileOffset + last.size;
+// Brings down the frame at `position` and, where frames follow each other, some more.
+int SearchFile::FetchFromArchive(const Scanner& holder) {
+  if (frame.size == 0) return kPsBadArgument;  // not even its place is known
+  Transfer transfer;
+  if (!file.sendList.empty()) {
+    const int error = StartFetch(holder, frame, position, transfer);
+    return error != kPsOk ? error : Await(transfer);
   }
-  if (end <= offset) return kPsBadArgument;
-  const auto transfer = (*holder)->Download(file.path, file.path, static_cast<std::int64_t>(offset),
-                                            static_cast<std::int64_t>(end - offset));
-  if (transfer == nullptr) return kPsBadArgument;
+  // What is on its way already is left out.
+  const std::uint32_t limit = ahead.empty() ? file.endPosition : ahead.front().first;
+  const std::uint32_t last = std::min(limit - 1, position + kFramesPerFetch);
+  if (const int error = StartFetch(holder, frame, last, transfer); error != kPsOk) return error;
+  if (ahead.empty()) {
+    nextRange = last + 1;
+    rangeEnd = reader.GetPlace();
+    rangesAhead = 1;
+    FetchAhead(holder);
+  }
+  return Await(transfer);
+}
+
+int SearchFile::StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& first,
+                           std::uint32_t last, Transfer& transfer) {
+  std::uint64_t end = first.fileOffset + first.size;
+  if (file.sendList.empty()) {
+    qv::kelvo::PSReadFrame lastFrame;
+    lastFrame.index = last;
+    if (const int error = reader.NextFrame(lastFrame, file.selectedMask); error != kPsOk) {
+      return error;
+    }
+    end = lastFrame.fileOffset + lastFrame.size;
+  }
+  if (end <= first.fileOffset) return kPsBadArgument;
+  transfer = holder->Download(file.path, file.path, static_cast<std::int64_t>(first.fileOffset),
+                              static_cast<std::int64_t>(end - first.fileOffset));
+  return transfer != nullptr ? kPsOk : kPsBadArgument;
+}
+
+void SearchFile::FetchAhead(const Scanner& holder) {
+  const qv::kelvo::PSReader::Place here = reader.GetPlace();
+  while (ahead.size() < rangesAhead && nextRange < file.endPosition) {
+    const std::uint32_t last = std::min(file.endPosition - 1, nextRange + kFramesPerFetch);
+    qv::kelvo::PSReadFrame first;
+    first.index = nextRange;
+    Transfer transfer;
+    const bool isMissing = reader.SetPlace(rangeEnd) == kPsOk &&
+                           reader.NextFrame(first, file.selectedMask) == kPsOk &&
+                           reader.TestFrameStart(reader.GetPlace().cursor) != kPsOk;
+    if (!isMissing || StartFetch(holder, first, last, transfer) != kPsOk) {
+      nextRange = file.endPosition;  // a frame that is here ends the row, until one is missing
+      break;
+    }
+    ahead.push_back({nextRange, holder, transfer});
+    nextRange = last + 1;
+    rangeEnd = reader.GetPlace();
+  }
+  (void)reader.SetPlace(here);
+}
+
+int SearchFile::AwaitFirstAhead() {
+  const Range range = std::move(ahead.front());
+  ahead.pop_front();
+  rangesAhead = std::min(rangesAhead + 1, kMaxRangesAhead);
+  FetchAhead(range.holder);
+  return Await(range.transfer);
+}
+
+int SearchFile::Await(const Transfer& transfer) {
   transfer->Wait();
-  const auto status = transfer->GetStatus();
+  const bool complete = transfer->GetStatus() == qvArchiving::TransferStatus::COMPLETED;
   transfer->ReleaseHandle();
-  fetched = status == qvArchiving::TransferStatus::COMPLETED;
-  return fetched ? kPsOk : kPsBadArgument;
+  if (!complete) ahead.clear();
+  return complete ? kPsOk : kPsBadArgument;
 }
 
 qv::kelvo::StreamID SearchFile::GetStreamId() const {

@@ -2,10 +2,13 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "archiving/IResult.h"
+#include "archiving/IScanner.h"
 #include "media/PSReader.h"
 #include "search/PlaybackFile.h"
 #include "search/SearchTargetFileSystem.h"
@@ -18,6 +21,8 @@ class SearchFile {
  public:
   // Borrows `target` for its life. Takes the file over.
   SearchFile(SearchTargetFileSystem& fileSystem, PlaybackFile&& file);
+  SearchFile(const SearchFile&) = delete;
+  SearchFile& operator=(const SearchFile&) = delete;
 
   // Opens the file and fetches the first frame. 0, a result of PSReader, or -1 when there is
   // nothing to send.
@@ -42,8 +47,27 @@ class SearchFile {
   [[nodiscard]] std::uint32_t FramesSent() const { return framesSent; }
 
  private:
+  using Scanner = std::shared_ptr<qvArchiving::IScanner>;
+  using Transfer = std::shared_ptr<qvArchiving::IResult>;
+  // Frames on their way from a bucket, which is kept for as long. One that is no longer wanted
+  // comes all the same: cut short, it could leave half a frame that looks like a whole one.
+  struct Range {
+    std::uint32_t first = 0;  // position
+    Scanner holder;
+    Transfer transfer;
+  };
+
   [[nodiscard]] int ReadFrame();
-  [[nodiscard]] int FetchFromArchive(bool& fetched);
+  // The target that the file's frames can be had from; null for a local file.
+  [[nodiscard]] Scanner FindHolder();
+  [[nodiscard]] int FetchFromArchive(const Scanner& holder);
+  // Begins to fetch the ranges that follow, while fewer than `rangesAhead` are on their way.
+  void FetchAhead(const Scanner& holder);
+  // Begins to fetch from `first` to the frame at position `last`, where the reader stands then.
+  [[nodiscard]] int StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& first,
+                               std::uint32_t last, Transfer& transfer);
+  [[nodiscard]] int AwaitFirstAhead();
+  [[nodiscard]] int Await(const Transfer& transfer);
   // Whether the stream begins behind the frame at `place`.
   [[nodiscard]] bool IsPreRoll(std::uint32_t place);
 
@@ -53,6 +77,10 @@ class SearchFile {
   std::array<std::uint32_t, qv::kelvo::kStreamCount> streamStart{};
   std::uint32_t position = 0;  // the next one
   std::uint32_t framesSent = 0;
+  std::deque<Range> ahead;              // behind `position`, one behind the other
+  std::size_t rangesAhead = 0;          // grows while one range after the other is played
+  std::uint32_t nextRange = 0;          // position of the first frame behind those asked for
+  qv::kelvo::PSReader::Place rangeEnd;  // of the last frame asked for
   std::unique_ptr<std::byte[]> packetBuffer;
   std::array<std::byte, 128> userDataBuffer;
   qv::kelvo::PSReadFrame frame;

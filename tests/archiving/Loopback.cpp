@@ -87,23 +87,12 @@ void TcpProxy::SetRate(std::size_t bytesPerSecond) {
   changed.notify_all();
 }
 
-void TcpProxy::SetStalled(bool value) {
-  const std::lock_guard guard(lock);
-  stalled = value;
-  changed.notify_all();
-}
-
-std::vector<std::string> TcpProxy::Requests() const {
-  const std::lock_guard guard(lock);
-  return requests;
-}
-
 bool TcpProxy::PassToClient(int client, const char* data, std::size_t size) {
   {
     std::unique_lock guard(lock);
-    changed.wait(guard, [this] { return !stalled || stopping; });
+    changed.wait(guard, [this] { return rate > 0 || stopping; });
     const std::size_t pace = rate;
-    if (pace > 0) {
+    if (pace != 0) {
       changed.wait_for(guard, std::chrono::microseconds(size * 1'000'000 / pace),
                        [&] { return stopping || rate != pace; });
     }
@@ -123,12 +112,6 @@ void TcpProxy::Relay(int client) {
     if (ready[0].revents != 0) {
       const ssize_t got = recv(client, buffer, sizeof(buffer), 0);
       if (got <= 0) break;
-      const std::string head(buffer, static_cast<std::size_t>(got));
-      for (const char* method : {"GET ", "HEAD ", "PUT ", "POST "}) {
-        if (!head.starts_with(method)) continue;
-        const std::lock_guard guard(lock);
-        requests.push_back(head.substr(0, head.find("\r\n")));
-      }
       open = SendAll(upstream, buffer, static_cast<std::size_t>(got));
     }
     if (open && ready[1].revents != 0) {
@@ -153,8 +136,8 @@ ScriptedServer::ScriptedServer(std::function<std::string(const std::string&)> re
         SendAll(client, answer.data(), answer.size());
       }) {}
 
-std::string HttpReply(const std::string& body, const std::string& status,
-                      const std::string& headers) {
-  return "HTTP/1.1 " + status + "\r\nConnection: close\r\n" + headers +
-         "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+std::string HttpReply(const std::string& body, const std::string& status) {
+  return "HTTP/1.1 " + status +
+         "\r\nConnection: close\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
+         body;
 }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <list>
 #include <mutex>
@@ -40,23 +41,18 @@ class TcpProxy {
   ~TcpProxy();
 
   [[nodiscard]] std::string Url() const { return listener.Url(); }
-  // Bytes that pass to the client per second; 0: all that come.
+  static constexpr std::size_t kAll = SIZE_MAX;
+  // Bytes that pass to the client per second. With 0 connections stay open all the same.
   void SetRate(std::size_t bytesPerSecond);
-  // From now on nothing passes to the client, and connections stay open.
-  void SetStalled(bool value);
-  // The first lines of the requests that passed.
-  [[nodiscard]] std::vector<std::string> Requests() const;
 
  private:
   void Relay(int client);
   bool PassToClient(int client, const char* data, std::size_t size);
 
   const int server;
-  mutable std::mutex lock;
+  std::mutex lock;
   std::condition_variable changed;
-  std::vector<std::string> requests;
-  std::size_t rate = 0;
-  bool stalled = false;
+  std::size_t rate = kAll;
   bool stopping = false;
   LoopbackListener listener;
 };
@@ -76,5 +72,4 @@ class ScriptedServer {
 };
 
 // A reply with a document and its true length.
-[[nodiscard]] std::string HttpReply(const std::string& body, const std::string& status = "200 OK",
-                                    const std::string& headers = "");
+[[nodiscard]] std::string HttpReply(const std::string& body, const std::string& status = "200 OK");

@@ -1,3 +1,5 @@
+#include <boost/filesystem.hpp>
+
 #include "tests/plugin/BucketFixture_posix.h"
 
 // Footage that lies in a bucket only, searched and played back through the exports.
@@ -102,14 +104,43 @@ TEST_F(BucketSearch, SearchesOnlyWhatIsAccessibleAndAskedFor) {
   const Ask ask = Ask{1, kEvening / 1000, kEvening / 1000 + 600}.Video(camera);
   EXPECT_TRUE(Search(ask).frames.empty());
   Announce(0);
-  std::string without = ask.Xml();
-  without.insert(without.find("<Devices"),
-                 "<Targets><Archive ID=\"4\" Search=\"0\"/><Local Search=\"1\"/></Targets>");
+  Ask without = ask;
+  without.inputs =
+      "<Targets><Archive ID=\"4\" Search=\"0\"/><Local Search=\"1\"/></Targets>" + ask.inputs;
   EXPECT_TRUE(Search(without).frames.empty());
   EXPECT_TRUE(Fetches().empty());
   EXPECT_FALSE(Search(ask).frames.empty());
   EXPECT_EQ(Fetches().size(), 3u) << "an index, a head and one range of the camera asked for";
   EXPECT_EQ(CountLog("kelvotestsecret"), 0);
+}
+
+TEST_F(BucketSearch, StopsWithTheHostAndLeavesNoHalfFrame) {
+  const auto camera = Camera();
+  const auto frames = MakeFrames(VideoProvider(camera), kEvening, 200, Times(200, "IPBPB"), 20'000);
+  Record(camera, frames);
+  MoveToBucket();
+  Announce();
+  const Ask ask = Ask{1, kEvening / 1000 - 10, kEvening / 1000 + 1000}.Video(camera);
+  const auto hear = host->onSearch;
+  for (const int stopAt : {1, 200, 400}) {
+    int count = 0;
+    host->onSearch = [&](const KelvoHostRequest& request) {
+      hear(request);
+      return request.SubCode == KELVO_SUB_SEARCH_FRAME && ++count == stopAt ? 1u : 0u;
+    };
+    const std::string download = "] Download remote=";
+    const int downloads = CountLog(download);
+    EXPECT_EQ(Search(ask).order.back(), 'F');
+    if (stopAt == 1) {
+      EXPECT_EQ(CountLog(download), downloads + 4) << "index, head and two ranges";
+    }
+    host->onSearch = hear;
+    // At once again, while what was stopped may be ending still.
+    const auto played = Search(ask).frames;
+    ExpectPlayed(played, std::span(frames).first(played.size()));
+    EXPECT_GE(played.size() + 5, frames.size());
+    boost::filesystem::remove_all(cache);
+  }
 }
 
 TEST_F(BucketSearch, EndsAFileWhoseObjectIsGoneOrCut) {

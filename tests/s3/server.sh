@@ -5,7 +5,8 @@
 #   server.sh kill DIR     ends the gateway at once; the store lives on
 #   server.sh resume DIR   starts the gateway again, on the same port
 #   server.sh stop DIR     ends everything and removes it
-# Left alone, it ends by itself after KELVO_S3_MINUTES (20).
+# Left alone, it ends by itself after KELVO_S3_MINUTES (20). KELVO_S3_CACHE=true lets the gateway
+# keep what it knows of users and buckets, for a server that nobody kills.
 set -u
 verb=${1:?start, kill, resume or stop}
 mkdir -p "${2:?folder}"
@@ -90,7 +91,7 @@ rgw frontends = beast tcp_nodelay=1 endpoint=127.0.0.1:$port ssl_endpoint=127.0.
 rgw dns name = localhost
 rgw thread pool size = 32
 # Its notices would wait for a gateway that was killed.
-rgw cache enabled = false
+rgw cache enabled = ${KELVO_S3_CACHE:-false}
 CONF
   # A certificate that nobody trusts.
   openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=localhost \
