@@ -23,7 +23,8 @@ class DurableFiles {
   // data is on disk when it returns.
   [[nodiscard]] virtual WriteResult WriteNew(const std::string& path, std::string_view content) = 0;
 
-  // Renames and makes the new name durable. Fails if `to` exists.
+  // Renames and makes the new name durable; after a failure the old name stands. Fails if `to`
+  // exists.
   [[nodiscard]] virtual int Rename(const std::string& from, const std::string& to) = 0;
 
   [[nodiscard]] virtual int Remove(const std::string& path) = 0;

@@ -80,13 +80,16 @@ void CFileSystem::PublishVolumes() {
 std::string CFileSystem::GetRecordVolume(const IRecordManager* manager, std::int64_t desiredGB) {
   if (manager == nullptr || manager->IsStopping() || desiredGB < 1) return {};
   roomMaker.ForgetOldFailures();
-  std::string name =
-      ChooseVolume(driveTable.drives, desiredGB,
-                   [this, manager](const std::string& drive, const DriveRecord& record) {
-                     return GetUsableSpace(*manager, drive, record);
-                   });
+  // All that could be deleted would be deleted in vain for more than the largest drive can hold.
+  bool possible = false;
+  std::string name = ChooseVolume(driveTable.drives, desiredGB,
+                                  [&](const std::string& drive, const DriveRecord& record) {
+                                    const Room room = MeasureRoom(*manager, drive, record);
+                                    possible |= room.mostGB >= desiredGB;
+                                    return room.usableGB;
+                                  });
   if (name.empty()) {
-    name = MakeRoom(*manager, desiredGB);
+    name = MakeRoom(*manager, desiredGB, possible);
     if (name.empty() && roomMaker.Undecided()) return {};
   }
   const bool before = recordingState.recordingNotPossible;
@@ -102,7 +105,8 @@ std::string CFileSystem::GetVolumeToReserve(const IRecordManager* manager, std::
   return name;
 }
 
-std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t desiredGB) {
+std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t desiredGB,
+                                  bool possible) {
   std::string name =
       roomMaker.MakeRoom({.manager = manager,
                           .drives = driveTable.drives,
@@ -112,6 +116,7 @@ std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t de
                               [this, &manager](const std::string& drive) {
                                 return GetUsableSpace(manager, drive, driveTable.drives.at(drive));
                               },
+                          .possible = possible,
                           .patient = patient});
   if (name.empty() && roomMaker.Undecided()) return name;
   const std::uint32_t skips = roomMaker.ProtectedSkips();
@@ -124,13 +129,20 @@ std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t de
 
 std::int64_t CFileSystem::GetUsableSpace(const IRecordManager& manager, const std::string& name,
                                          const DriveRecord& record) {
+  return MeasureRoom(manager, name, record).usableGB;
+}
+
+CFileSystem::Room CFileSystem::MeasureRoom(const IRecordManager& manager, const std::string& name,
+                                           const DriveRecord& record) {
   std::uint32_t totalGB = 0;
   std::uint32_t freeGB = 0;
   if (record.disabled || record.alarmBits != 0 || !IsVolumeWritable(name) ||
       !GetDiskSpace(name, totalGB, freeGB)) {
-    return 0;
+    return {};
   }
-  return UsableGB(totalGB, freeGB, manager.ReservedGB(name), record.reservePercent);
+  const std::int64_t reservedGB = manager.ReservedGB(name);
+  return {UsableGB(totalGB, freeGB, reservedGB, record.reservePercent),
+          UsableGB(totalGB, totalGB, reservedGB, record.reservePercent)};
 }
 
 bool CFileSystem::GetDiskSpace(const std::string& name, std::uint32_t& totalGB,

@@ -56,6 +56,7 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // recordings that nothing protects are deleted until there is. Empty when that doesn't help, when
   // `manager` is null or stopping, or `desiredGB` is below 1; and while it isn't known yet whether
   // something may be deleted: a search through much that is protected goes on in the next calls.
+  // Nothing is deleted for more than any drive could ever hold.
   [[nodiscard]] virtual std::string GetRecordVolume(const IRecordManager* manager,
                                                     std::int64_t desiredGB);
 
@@ -153,7 +154,14 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   void LoadSettings();
   [[nodiscard]] StorageTables Tables() { return {driveTable, retention, lapse}; }
   [[nodiscard]] WalkServices Walks() { return {platform, protection, treeMemory, volumeDepth}; }
-  [[nodiscard]] std::string MakeRoom(const IRecordManager& manager, std::int64_t desiredGB);
+  struct Room {
+    std::int64_t usableGB = 0;
+    std::int64_t mostGB = 0;  // if nothing was on the drive
+  };
+  [[nodiscard]] Room MeasureRoom(const IRecordManager& manager, const std::string& name,
+                                 const DriveRecord& record);
+  [[nodiscard]] std::string MakeRoom(const IRecordManager& manager, std::int64_t desiredGB,
+                                     bool possible);
   // Of the recordings that may go, seconds since 1970; -1 when there is none. While a long search
   // is under way, what the last one found.
   [[nodiscard]] std::int64_t OldestRemovable();

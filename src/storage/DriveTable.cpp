@@ -24,7 +24,7 @@ std::size_t CountPathParts(const std::string& path) {
   std::size_t parts = 0;
   bool inPart = false;
   for (const char c : path) {
-    const bool separator = c == qv::kelvo::kPathSeparator;
+    const bool separator = qv::kelvo::IsPathSeparator(c);
     if (!separator && !inPart) ++parts;
     inPart = !separator;
   }

@@ -12,6 +12,11 @@ constexpr std::int64_t kFailureLifeNs = std::int64_t{20} * 60 * 1'000'000'000;
 constexpr std::int64_t kClearedLifeNs = std::int64_t{5} * 1'000'000'000;
 constexpr std::int64_t kPauseLifeNs = std::int64_t{120} * 1'000'000'000;
 
+// What a listing and a head cost, in steps to a further hour or file, and what is done in any case.
+constexpr std::uint64_t kListingEffort = 64;
+constexpr std::uint64_t kHeadEffort = 256;
+constexpr std::uint64_t kLeastEffort = 4 * kHeadEffort;
+
 }  // namespace
 
 void TreeMemory::Forget(const std::string& volume, std::int64_t oldest) {
@@ -41,6 +46,7 @@ bool OldestFileWalker::MayGoOn() {
 }
 
 bool OldestFileWalker::PauseWhenDue(const Limits& limits) {
+  if (effort < kLeastEffort) return false;
   const std::int64_t now = services.platform.clock.SteadyNs();
   if (now < limits.deadlineNs) return false;
   paused = true;
@@ -66,6 +72,7 @@ void OldestFileWalker::ForgetOldFailures() {
 
 std::optional<OldestFileWalker::Found> OldestFileWalker::NextRemovableFile(const Limits& limits) {
   paused = false;
+  effort = 0;
   if (!begun && !Begin()) return std::nullopt;
   do {
     if (auto found = TakeOldest(limits)) {
@@ -114,6 +121,7 @@ bool OldestFileWalker::StepHour(const Limits& limits) {
     }
     if (limits.stop()) return false;
     OpenHour();
+    if (hourDirs.empty()) currentHour = SkipAbsentDay(volumes, currentHour);
     if (PauseWhenDue(limits)) return false;
   } while (hourDirs.empty());
   return true;
@@ -121,6 +129,7 @@ bool OldestFileWalker::StepHour(const Limits& limits) {
 
 void OldestFileWalker::OpenHour() {
   hourDirs.clear();
+  ++effort;
   for (HourDir& found : HourDirs(volumes, currentHour)) OpenDirectory(std::move(found));
 }
 
@@ -142,6 +151,7 @@ void OldestFileWalker::OpenDirectory(HourDir found) {
     directory.until = hour.until;
   } else {
     hour.stamp = 0;
+    effort += kListingEffort;
     directory.times.emplace(directory.path, services.volumeDepth);
     directory.near = services.protection.Near(directory.times->Start());
     ListRecordings(
@@ -167,7 +177,9 @@ void OldestFileWalker::Advance(Directory& directory, const Limits& limits) {
     const Candidate& candidate = directory.candidates[directory.next];
     const RecordingEntry file{directory.path, candidate.name,
                               directory.times->At(candidate.number)};
+    const std::uint64_t heads = services.protection.HeadsRead();
     const Verdict verdict = services.protection.Check(file, directory.near, notes);
+    effort += 1 + (services.protection.HeadsRead() - heads) * kHeadEffort;
     if (verdict.removable == Removable::Yes) {
       directory.onlyProtected = false;
       const std::string path = file.Path();

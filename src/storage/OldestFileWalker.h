@@ -56,7 +56,8 @@ class OldestFileWalker {
     std::int64_t time = 0;
   };
 
-  // When a search ends before it has looked at everything.
+  // When a search ends before it has looked at everything. A little is done behind the deadline,
+  // too: on a busy machine time passes without work, and mostly that little is all there is to do.
   struct Limits {
     std::function<bool()> stop;
     std::int64_t deadlineNs = std::numeric_limits<std::int64_t>::max();  // monotonic
@@ -144,6 +145,7 @@ class OldestFileWalker {
   bool begun = false;
   bool gave = false;  // something, since the walk began at the oldest hour
   bool paused = false;
+  std::uint64_t effort = 0;  // of this call, in steps to a further hour or file
   std::uint64_t pausedRevision = 0;
   std::int64_t pausedSeconds = 0;
   std::int64_t pausedNs = 0;

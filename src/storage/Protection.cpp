@@ -46,7 +46,7 @@ Protection::Protection(const RetentionRules& rules, const BookmarkTable& bookmar
       reader(platform.mediaFiles) {}
 
 Removable Protection::CheckRemovable(const std::string& path) {
-  const std::size_t name = path.find_last_of(qv::kelvo::kPathSeparator) + 1;
+  const std::size_t name = path.find_last_of(qv::kelvo::kPathSeparators) + 1;
   const std::string directory = path.substr(0, name);
   const std::int64_t time = PathToTime(path, depth);
   HeadNotes none;
@@ -94,6 +94,7 @@ bool Protection::HasRule(qv::kelvo::StreamID id) const {
 }
 
 HeadNotes::Note Protection::ReadHead(const RecordingEntry& file) {
+  ++headsRead;
   HeadNotes::Note note;
   qv::kelvo::CFileInfo info;
   info.path = file.Path();

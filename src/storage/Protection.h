@@ -69,6 +69,9 @@ class Protection {
     return BookmarksNear(bookmarkTable.bookmarks, hour);
   }
 
+  // How many heads were read so far.
+  [[nodiscard]] std::uint64_t HeadsRead() const { return headsRead; }
+
   // Changes when verdicts may have changed by anything but time.
   [[nodiscard]] std::uint64_t Revision();
 
@@ -96,6 +99,7 @@ class Protection {
   };
   Basis basis;
   std::uint64_t revision = 1;
+  std::uint64_t headsRead = 0;
 };
 
 }  // namespace qvsvr::kelvo

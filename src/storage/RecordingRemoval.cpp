@@ -22,7 +22,7 @@ bool RemoveLogged(const boost::filesystem::path& path) {
 
 // Cuts the last part and its separator; empty when nothing is left.
 void StripLastPart(std::string& path) {
-  const std::size_t separator = path.find_last_of(qv::kelvo::kPathSeparator);
+  const std::size_t separator = path.find_last_of(qv::kelvo::kPathSeparators);
   path.resize(separator == std::string::npos ? 0 : separator);
 }
 

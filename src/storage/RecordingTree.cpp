@@ -6,6 +6,7 @@
 #include <charconv>
 #include <ctime>
 
+#include "media/LocalTime.h"
 #include "media/RecordPath.h"
 #include "platform/Platform.h"
 
@@ -16,6 +17,7 @@ constexpr char kRecordings[] = "*.ps";
 constexpr int kFirstYear = 2000;
 constexpr std::size_t kDateParts = 4;
 constexpr std::size_t kIdDigits = 8;
+constexpr std::size_t kDayLength = sizeof "YYYY/MM/DD" - 1;
 constexpr char kLastName[] = "5999-";
 constexpr std::int64_t kLastNameSeconds = 59 * 60 + 99;
 constexpr int kMaxPart = 1'000'000;  // far above any date, and safe to calculate with
@@ -67,7 +69,8 @@ std::int64_t PathToTime(std::string_view path, std::size_t volumeDepth) {
   int second = 0;
   std::size_t part = 0;
   for (std::size_t start = 0; start < path.size();) {
-    const std::size_t stop = std::min(path.find(qv::kelvo::kPathSeparator, start), path.size());
+    const std::size_t stop =
+        std::min(path.find_first_of(qv::kelvo::kPathSeparators, start), path.size());
     const std::string_view text = path.substr(start, stop - start);
     start = stop + 1;
     if (text.empty() || part++ < volumeDepth) continue;
@@ -124,7 +127,7 @@ std::vector<std::string> ListHourParts(qv::kelvo::Directories& directories,
 
 std::string ChildDirectory(const std::string& directory, const std::string& name) {
   std::string path = directory;
-  if (!path.empty() && path.back() != qv::kelvo::kPathSeparator) path += qv::kelvo::kPathSeparator;
+  if (!path.empty() && !qv::kelvo::IsPathSeparator(path.back())) path += qv::kelvo::kPathSeparator;
   return path + name + qv::kelvo::kPathSeparator;
 }
 
@@ -145,6 +148,19 @@ std::vector<HourDir> HourDirs(const std::vector<std::string>& volumes, std::int6
     if (IsDirectory(path)) found.push_back({std::move(path), i});
   }
   return found;
+}
+
+std::int64_t SkipAbsentDay(const std::vector<std::string>& volumes, std::int64_t hour) {
+  if (qv::kelvo::ToLocal(hour * 1000).hour != 0) return hour;
+  const auto dayOf = [](std::int64_t time) {
+    return qv::kelvo::HourDirectory("", time * 1000).substr(0, kDayLength);
+  };
+  const std::string day = dayOf(hour);
+  const auto has = [&day](const std::string& volume) { return IsDirectory(volume + day); };
+  if (std::ranges::any_of(volumes, has)) return hour;
+  std::int64_t last = hour + kSecondsPerDay;  // no day is longer by more than an hour
+  while (dayOf(last) != day) last -= kSecondsPerHour;
+  return last;
 }
 
 HourTimes::HourTimes(const std::string& hourDirectory, std::size_t volumeDepth)

@@ -71,6 +71,11 @@ struct HourDir {
 [[nodiscard]] std::vector<HourDir> HourDirs(const std::vector<std::string>& volumes,
                                             std::int64_t hour);
 
+// Where a walk past `hour`, of which no volume has a directory, may go on from: the last hour of a
+// day of which no volume has one either, at whose beginning `hour` lies; else `hour` itself.
+[[nodiscard]] std::int64_t SkipAbsentDay(const std::vector<std::string>& volumes,
+                                         std::int64_t hour);
+
 // The times of an hour directory's files, without asking the calendar for each of them.
 class HourTimes {
  public:

@@ -6,8 +6,9 @@
 namespace qvsvr::kelvo {
 namespace {
 
-std::int32_t Negated(std::int32_t days) {
-  return -std::max(days, -std::numeric_limits<std::int32_t>::max());
+// Such that the opposite is a number, too.
+std::int32_t Bounded(std::int32_t days) {
+  return std::max(days, -std::numeric_limits<std::int32_t>::max());
 }
 
 }  // namespace
@@ -18,10 +19,10 @@ void RetentionRules::SetExpiration(int type, std::int32_t days) {
     case kExpirationNone:
       break;
     case kExpirationKeep:
-      value = days;
+      value = Bounded(days);
       break;
     case kExpirationExpire:
-      value = Negated(days);
+      value = -Bounded(days);
       break;
     default:
       return;
@@ -45,7 +46,7 @@ void RetentionRules::SetPreserveAudio(bool value) {
 }
 
 void RetentionRules::SetCameraExpiration(qv::kelvo::StreamID input, int type, std::int32_t days) {
-  cameraExpiration[input] = type < kExpirationExpire ? days : Negated(days);
+  cameraExpiration[input] = type < kExpirationExpire ? Bounded(days) : -Bounded(days);
   ++revision;
 }
 

@@ -11,8 +11,20 @@ std::string RoomMaker::MakeRoom(const Request& request) {
   lastRoomMakingTime = services.platform.clock.NowMs() / 1000;
   ++roomMakingCount;
   walker.SetVolumes(request.volumes);
+  undecided = false;
+  if (!request.possible) {
+    walker.bookmarkSkips = walker.retentionSkips = failures = 0;
+    return {};
+  }
+  const bool due = services.platform.clock.SteadyNs() >= resumeNs;
+  std::string drive;
+  if (!walker.Paused() || request.patient || due) drive = Delete(request);
+  undecided = drive.empty() && walker.Paused();
+  return drive;
+}
+
+std::string RoomMaker::Delete(const Request& request) {
   qv::kelvo::Clock& clock = services.platform.clock;
-  if (walker.Paused() && !request.patient && clock.SteadyNs() < resumeNs) return {};
   walker.isBeingWritten = [&request](const std::string& path) {
     return request.manager.IsBeingWritten(path);
   };
@@ -23,7 +35,7 @@ std::string RoomMaker::MakeRoom(const Request& request) {
     if (!request.patient) limits.deadlineNs = clock.SteadyNs() + kSearchNs;
     const auto oldest = walker.NextRemovableFile(limits);
     if (!oldest) {
-      resumeNs = clock.SteadyNs() + kSearchNs;
+      resumeNs = clock.SteadyNs() + kPauseNs;
       return {};
     }
     const std::string& path = oldest->path;

@@ -26,6 +26,8 @@ class RoomMaker {
     std::vector<std::string> volumes;  // names of drives that recordings may be deleted on
     std::int64_t desiredGB = 0;
     std::function<std::int64_t(const std::string&)> usableGB;  // measures one drive
+    // Whether deleting could ever help: false when even an empty drive would be too small.
+    bool possible = true;
     // Looks for as long as it takes, not only for a moment.
     bool patient = false;
   };
@@ -35,11 +37,12 @@ class RoomMaker {
   [[nodiscard]] std::string MakeRoom(const Request& request);
 
   // Whether the last run left open if something can be deleted.
-  [[nodiscard]] bool Undecided() const { return walker.Paused(); }
+  [[nodiscard]] bool Undecided() const { return undecided; }
 
-  // A search that takes longer goes on in a later call, no sooner than it took, so that the worker
-  // has at least half of its time for frames.
-  static constexpr std::int64_t kSearchNs = 40'000'000;
+  // A search that takes longer goes on in a later call, after a pause that the worker has for
+  // frames. What comes while nothing was found is lost, so the search gets the greater part.
+  static constexpr std::int64_t kSearchNs = 60'000'000;
+  static constexpr std::int64_t kPauseNs = 15'000'000;
 
   // To be called before each choice of a volume, with room or without.
   void ForgetOldFailures() { walker.ForgetOldFailures(); }
@@ -58,7 +61,10 @@ class RoomMaker {
  private:
   WalkServices services;
   OldestFileWalker walker;
+  [[nodiscard]] std::string Delete(const Request& request);
+
   std::uint32_t failures = 0;
+  bool undecided = false;
   std::int64_t resumeNs = 0;  // monotonic; when a paused search goes on
   std::int64_t lastRoomMakingTime = kNoTime;
   std::uint64_t roomMakingCount = 0;

@@ -10,6 +10,7 @@
 #include "host/Log.h"
 #include "media/CFileInfo.h"
 #include "media/RecordPath.h"
+#include "platform/Threads.h"
 #include "storage/Cleanup.h"
 #include "storage/RecordingRemoval.h"
 
@@ -18,8 +19,12 @@ namespace {
 
 constexpr std::uint8_t kWideInput = 0x80;  // an input byte from here on stands for an encoder
 
+// Days of a rule may reach back further than any calendar does.
+constexpr std::int64_t kOldestTold = -2'208'988'800;  // 1900
+
 std::string LocalText(std::int64_t seconds) {
-  return wxDateTime(wxLongLong(seconds * 1000)).Format("%c").ToStdString();
+  const wxLongLong told(std::max(seconds, kOldestTold) * 1000);
+  return wxDateTime(told).Format("%c").ToStdString();
 }
 
 std::uint64_t RoundedKB(std::uint64_t bytes) {
@@ -33,6 +38,10 @@ std::uint64_t SizeOf(const std::string& mediaPath, const char* extension) {
   const std::uintmax_t size =
       boost::filesystem::file_size(companion.replace_extension(extension), error);
   return error ? 0 : size;
+}
+
+bool SameHourDir(std::int64_t hour, std::int64_t other) {
+  return qv::kelvo::HourDirectory("", hour * 1000) == qv::kelvo::HourDirectory("", other * 1000);
 }
 
 }  // namespace
@@ -80,6 +89,7 @@ bool Sweeper::Stop() {
 }
 
 void Sweeper::Run() {
+  qv::kelvo::YieldToOtherThreads();
   try {
     Sweep();
     FsCleanup(platform, work.volumes, depth, stop, owner.cleanupRemoves());
@@ -152,9 +162,13 @@ bool Sweeper::Restart() {
 
 bool Sweeper::NextHourDir(HourDir& directory) {
   while (hourDirs.empty()) {
+    const std::int64_t last = currentHour;
     currentHour += kSecondsPerHour;
     if (stop || currentHour < 0 || currentHour >= NowSeconds()) return false;
+    // Where the clocks are set back an hour comes twice, and its directories only once.
+    if (SameHourDir(last, currentHour)) continue;
     hourDirs = HourDirs(work.volumes, currentHour);
+    if (hourDirs.empty()) currentHour = SkipAbsentDay(work.volumes, currentHour);
   }
   directory = std::move(hourDirs.back());
   hourDirs.pop_back();

@@ -18,7 +18,7 @@ std::string MountedPath(const qvArchiving::IScanner& archive) {
   const auto entry = properties.find(kMountedPathKey);
   if (entry == properties.end()) return {};
   std::string path = entry->second;
-  if (!path.empty() && path.back() != qv::kelvo::kPathSeparator) {
+  if (!path.empty() && !qv::kelvo::IsPathSeparator(path.back())) {
     path += qv::kelvo::kPathSeparator;
   }
   return path;

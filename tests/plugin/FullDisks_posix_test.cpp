@@ -23,9 +23,10 @@ namespace fs = boost::filesystem;
 
 constexpr std::int64_t kSecond = 1000, kStep = 300 * kSecond, kDay = 86'400 * kSecond;
 constexpr std::int64_t kNow = 1'750'003'200'000;
-constexpr char kVolumeSize[] = "size=1400m";
-constexpr off_t kOldSize = off_t{4} << 20;
-constexpr std::size_t kFrameSize = 320 << 10;
+// What is free is told in whole GiB, and one must stay: little more is ever recorded on.
+constexpr char kVolumeSize[] = "size=1120m";
+constexpr off_t kOldSize = off_t{1} << 20;
+constexpr std::size_t kFrameSize = 80 << 10;
 constexpr int kCameras = 2;
 // A key frame's fate is open until two more have come and another one after them.
 constexpr std::size_t kUndecided = 3;
@@ -61,7 +62,7 @@ class FullDisks : public PluginTest {
   }
 
   void SetUp() override {
-    constexpr std::uint64_t kNeeded = std::uint64_t{2} << 30;
+    constexpr std::uint64_t kNeeded = std::uint64_t{1} << 29;
     if (AvailableMemory() < kNeeded) GTEST_SKIP() << "too little memory for two full volumes";
     for (const char* name : {"a", "b"}) {
       const std::string path = tree.MakeDirectory(std::string("drives/") + name);

@@ -9,6 +9,7 @@
 #include "storage/CFileSystem.h"
 #include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeHost.h"
+#include "tests/support/TempTree.h"
 #include "tests/support/TestBundle.h"
 
 namespace qvsvr::kelvo {
@@ -45,6 +46,7 @@ class NetworkTargetsTest : public ::testing::Test {
   Names Volumes(std::uint32_t flags) {
     Names list;
     storage.GetVolumes(list, flags, nullptr);
+    for (std::string& volume : list) volume = qv::kelvo::Slashed(volume);
     return list;
   }
   std::size_t Targets() {
@@ -81,19 +83,20 @@ TEST_F(NetworkTargetsTest, TakesArchivesThatHaveAllTheyNeed) {
        Archive("ID='7' Enabled='1' Type='2' Address='a7' MountPoint='/m7/' Username='u'"
                " Password='p'"));
   ASSERT_EQ(network.archives.size(), 2u);
-  const qvArchiving::ScannerProperties cache = {
-      {"CacheEnable", "true"}, {"CacheSizeGigabytes", "50"}, {"CacheRetentionSeconds", "604800"}};
-  qvArchiving::ScannerProperties six = {
-      {"FullyMountedPath", "/m6"}, {"FullName", "a6"}, {"Type", "3"}, {"UserName", ""}};
-  qvArchiving::ScannerProperties seven = {{"FullyMountedPath", "/m7/"},
-                                          {"FullName", "a7"},
-                                          {"Type", "2"},
-                                          {"UserName", "u"},
-                                          {"Password", "p"}};
-  six.insert(cache.begin(), cache.end());
-  seven.insert(cache.begin(), cache.end());
-  EXPECT_EQ(network.archives.at(6)->Properties(), six);
-  EXPECT_EQ(network.archives.at(7)->Properties(), seven);
+  qvArchiving::ScannerProperties expected = {{"CacheEnable", "true"},
+                                             {"CacheSizeGigabytes", "50"},
+                                             {"CacheRetentionSeconds", "604800"},
+                                             {"FullyMountedPath", "/m6"},
+                                             {"FullName", "a6"},
+                                             {"Type", "3"},
+                                             {"UserName", ""}};
+  EXPECT_EQ(network.archives.at(6)->Properties(), expected);
+  expected["FullyMountedPath"] = "/m7/";
+  expected["FullName"] = "a7";
+  expected["Type"] = "2";
+  expected["UserName"] = "u";
+  expected["Password"] = "p";
+  EXPECT_EQ(network.archives.at(7)->Properties(), expected);
   EXPECT_TRUE(host.Lines().empty());
   Fill("");
   EXPECT_TRUE(network.archives.empty());
@@ -174,35 +177,32 @@ TEST_F(NetworkTargetsTest, TellsChangesOfStateOnce) {
   ASSERT_TRUE(Configure(Target("Enabled='1' ID='1'", {"/n/b/", "/n/a/"}) +
                         Target("Enabled='2' ID='2'", {"/n/c/"})));
   Told();
-  const struct {
-    const char* attributes;
-    Names told;
-  } steps[] = {
-      {"ID='1' Status='-1'", {}},
-      {"ID='1' Status='1'", {}},
-      {"Status='0'", {}},
-      {"ID='1' Status='0'",
-       {"Drive /n/a/ (ID 1) now writable via iSCSI.",
-        "Drive /n/b/ (ID 1) now writable via iSCSI."}},
-      {"ID='1' Status='0'", {}},
-      {"ID='1' Status='2'", {}},
-      {"ID='1'", {}},
-      {"ID='1' Status='-3'",
-       {"Drive /n/a/ (ID 1) inaccessible via iSCSI.",
-        "Drive /n/b/ (ID 1) inaccessible via iSCSI."}},
-      {"ID='1' Status='-3'", {}},
+  const std::pair<const char*, std::string> steps[] = {
+      {"ID='1' Status='-1'", ""},
+      {"ID='1' Status='1'", ""},
+      {"Status='0'", ""},
+      {"ID='1' Status='0'", "now writable"},
+      {"ID='1' Status='0'", ""},
+      {"ID='1' Status='2'", ""},
+      {"ID='1'", ""},
+      {"ID='1' Status='-3'", "inaccessible"},
+      {"ID='1' Status='-3'", ""},
   };
-  for (const auto& step : steps) {
-    SCOPED_TRACE(step.attributes);
-    Report(Target(step.attributes));
+  for (const auto& [attributes, told] : steps) {
+    SCOPED_TRACE(attributes);
+    Report(Target(attributes));
     EXPECT_TRUE(host.Events().empty());
-    EXPECT_EQ(Told(), step.told);
+    const Names lines{"Drive /n/a/ (ID 1) " + told + " via iSCSI.",
+                      "Drive /n/b/ (ID 1) " + told + " via iSCSI."};
+    EXPECT_EQ(Told(), told.empty() ? Names{} : lines);
   }
 }
 
-// The thread sanitizer looks on: searches ask for targets while the worker replaces them.
-TEST_F(NetworkTargetsTest, TargetsCanBeAskedWhileTheyAreReplaced) {
-  Report("<Archive ID='1' Status='0'/>");
+// The thread sanitizer looks on: searches ask for drives and targets while the worker changes them.
+TEST_F(NetworkTargetsTest, VolumesAndTargetsCanBeAskedWhileTheyChange) {
+  bundle.drives.Add("/d/local/");
+  storage.LoadStorage();
+  Report("<Archive ID='1' Status='0'/>" + Target("ID='5' Status='0'"));
   std::atomic<bool> done{false};
   std::atomic<int> looks{0};
   std::thread reader([&] {
@@ -210,10 +210,14 @@ TEST_F(NetworkTargetsTest, TargetsCanBeAskedWhileTheyAreReplaced) {
       qv::kelvo::TargetList targets;
       storage.GetTargets(targets, qv::kelvo::kVolumesArchive, nullptr);
       for (const auto& target : targets) EXPECT_EQ(target->Properties().at("FullName"), "a");
+      const Names now = Volumes(qv::kelvo::kVolumesLocal);
+      EXPECT_TRUE(now == Names{"/d/local/"} || now == (Names{"/d/local/", "/n/a/"}));
       ++looks;
     }
   });
-  for (int i = 0; i < 200 || looks < 200; ++i) Configure(i % 2 == 0 ? Local(1) : "");
+  for (int i = 0; i < 200 || looks < 200; ++i) {
+    Configure(i % 2 == 0 ? Local(1) : Target("Enabled='5' ID='7'", {"/n/a/"}));
+  }
   done = true;
   reader.join();
 }

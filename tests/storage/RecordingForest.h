@@ -13,7 +13,8 @@
 #include "media/PSFile.h"
 #include "media/RecordPath.h"
 #include "platform/Platform.h"
-#include "storage/IRecordManager.h"
+#include "storage/CFileSystem.h"
+#include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeDrives.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/FaultyFiles.h"
@@ -33,12 +34,12 @@ class CountedDirectories : public qv::kelvo::Directories {
     return qv::kelvo::SystemPlatform().directories.List(path, pattern, sizes, visit);
   }
   std::uint64_t ChangeStamp(const std::string& path) override {
-    return stampsKnown ? std::hash<std::string>()(path) + generation : 0;
+    return stampsKnown ? std::hash<std::string>()(path) + changes[path] + 1 : 0;
   }
 
   std::atomic<int> lists{0};
   bool stampsKnown = false;
-  std::uint64_t generation = 1;  // raise it when a directory has changed
+  std::map<std::string, std::uint64_t> changes;  // to be counted for each directory
   std::function<void(const std::string&)> onList;
 };
 
@@ -51,39 +52,47 @@ class ForestDrives : public qv::kelvo::Drives {
   }
   std::string SearchedPlace() override { return "here"; }
   int SystemDirectory(std::string& path) override {
-    path = "/usr";
+    path = system;
     return 0;
   }
   int DeviceNumber(const std::string&, std::uint64_t&) override { return 1; }
   std::string Space(const std::string& path, qv::kelvo::DriveSpace& space) override {
     if (!error.empty() && path == faulty) return error;
-    const std::uint64_t used = std::min<std::uint64_t>(CountMedia(path), capacityGB[path]);
+    const std::uint64_t used = std::min<std::uint64_t>(count(path), capacityGB[path]);
     const std::uint64_t free = (capacityGB[path] - used) * kGiB;
     space = {capacityGB[path] * kGiB, free, free};
     return {};
   }
+  // Fills the drives with what is on them.
+  void Fill() {
+    for (const std::string& name : names) capacityGB[name] = count(name);
+  }
   static std::uint64_t CountMedia(const std::string& drive) {
-    std::uint64_t count = 0;
+    std::uint64_t found = 0;
     // Others may be deleting meanwhile.
     boost::system::error_code error;
     boost::filesystem::recursive_directory_iterator at(drive, error), end;
-    for (; !error && at != end; at.increment(error)) {
-      if (at->path().extension() == ".ps") ++count;
-    }
-    return count;
+    for (; !error && at != end; at.increment(error)) found += at->path().extension() == ".ps";
+    return found;
   }
 
   std::vector<std::string> names;
   std::map<std::string, std::uint64_t> capacityGB;
+  std::function<std::uint64_t(const std::string&)> count = CountMedia;
   std::string faulty;
   std::string error;
+  std::string system = "/usr";  // directory
 };
 
 struct TestManager : IRecordManager {
-  std::int64_t ReservedGB(const std::string&) const override { return 0; }
+  std::int64_t ReservedGB(const std::string& volume) const override {
+    return reservedOn.empty() || reservedOn == volume ? reserved : 0;
+  }
   bool IsBeingWritten(const std::string& path) const override { return path == open; }
   bool IsStopping() const override { return stopping; }
   std::string open;
+  std::int64_t reserved = 0;
+  std::string reservedOn;  // one volume, or all
   bool stopping = false;
 };
 
@@ -97,10 +106,44 @@ class RecordingForest : public ::testing::Test {
 
   RecordingForest() : clock(kNow * 1000) {}
 
-  void AddDrive(const std::string& name, std::uint64_t capacityGB = 1000) {
-    boost::filesystem::create_directories(name);
-    drives.names.push_back(name);
-    drives.capacityGB[name] = capacityGB;
+  void AddDrives(std::uint64_t capacityGB) {
+    for (const char* name : {"a/", "b/"}) {
+      boost::filesystem::create_directories(name);
+      drives.names.push_back(name);
+      drives.capacityGB[name] = capacityGB;
+    }
+  }
+  // A start of the plug-in.
+  void Open() {
+    storage = std::make_unique<CFileSystem>(core, platform);
+    EXPECT_TRUE(storage->LoadStorage());
+  }
+  bool Apply(const std::string& storages) {
+    const ParsedXml xml("<qDVR Delta='1'>" + storages + "</qDVR>");
+    bool given = false;
+    TiXmlElement reply("Storage");
+    EXPECT_TRUE(storage->ApplyStorageXml(xml.Root(), given, reply));
+    return given;
+  }
+  void GlobalRule(int type, int days) {
+    Apply("<Storage ID='327680'><Expiration Type='" + std::to_string(type) + "' Days='" +
+          std::to_string(days) + "'/></Storage>");
+  }
+  // A Bookmark element for device 1 of the provider, or another one.
+  static std::string Bookmark(const std::string& id, std::int64_t start, std::int64_t end,
+                              unsigned device = 1) {
+    return "<Bookmark ID='" + id + "' Start='" + std::to_string(start) + "' End='" +
+           std::to_string(end) + "'><Devices ID='1179648'><Device Number='" +
+           std::to_string(device) + "'><Audio/></Device></Devices></Bookmark>";
+  }
+  void ApplyCases(const std::string& cases) {
+    const ParsedXml xml("<Cases ID='393216'>" + cases + "</Cases>");
+    storage->ApplyCasesXml(xml.Root(), false);
+  }
+  std::size_t CountEvents(const std::string& text) {
+    std::size_t found = 0;
+    for (const auto& event : host.Events()) found += event.text.find(text) != std::string::npos;
+    return found;
   }
 
   static void WriteFile(const std::string& path, std::size_t size = 1) {
@@ -121,7 +164,7 @@ class RecordingForest : public ::testing::Test {
   // One of an encoder's file with a frame of an input's first stream at `last`.
   std::string PlantReal(const std::string& drive, std::int64_t time, qv::kelvo::StreamID id,
                         std::uint8_t fileInput, std::uint8_t channel, std::int64_t last) {
-    const std::string path =
+    std::string path =
         qv::kelvo::MakePath(drive, time * 1000, id, qv::kelvo::CreateDirectories::Yes);
     qv::kelvo::PSFile file(files);
     std::array<qv::kelvo::PsStreamDescriptor, qv::kelvo::kStreamCount> descriptors;
@@ -156,6 +199,7 @@ class RecordingForest : public ::testing::Test {
                                qv::kelvo::SystemPlatform().durableFiles};
   FakeCore core{clock};
   TestManager manager;
+  std::unique_ptr<CFileSystem> storage;
 };
 
 }  // namespace qvsvr::kelvo

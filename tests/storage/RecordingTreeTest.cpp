@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "storage/Cleanup.h"
+#include "storage/RecordingRemoval.h"
 #include "tests/storage/RecordingForest.h"
 
 namespace qvsvr::kelvo {
@@ -14,7 +15,7 @@ class RecordingTree : public RecordingForest {
     std::vector<std::string> paths;
     for (const auto& entry : boost::filesystem::recursive_directory_iterator("a")) {
       const bool directory = boost::filesystem::is_directory(entry.path());
-      paths.push_back(entry.path().string().substr(2) + (directory ? "/" : ""));
+      paths.push_back(entry.path().generic_string().substr(2) + (directory ? "/" : ""));
     }
     std::ranges::sort(paths);
     return paths;
@@ -55,6 +56,22 @@ TEST_F(RecordingTree, ReadsTimesOutOfPaths) {
   }
 }
 
+TEST_F(RecordingTree, SkipsTheHoursOfAbsentDaysOnly) {
+  boost::filesystem::create_directories("b/2025/06/15");
+  const std::vector<std::string> volumes{"a/", "b/"};
+  constexpr std::int64_t kMidnight = 1'749'938'400;  // of that day
+  const struct {
+    std::int64_t hour, last;
+  } rows[] = {
+      {kMidnight, kMidnight},
+      {kMidnight - kHour, kMidnight - kHour},
+      {kMidnight - kDay, kMidnight - kHour},
+      {1'743'289'200, 1'743'289'200 + 22 * kHour},  // 2025-03-30, a day of 23 hours
+      {1'729'980'000, 1'729'980'000 + 24 * kHour},  // 2024-10-27, one of 25
+  };
+  for (const auto& row : rows) EXPECT_EQ(SkipAbsentDay(volumes, row.hour), row.last) << row.hour;
+}
+
 TEST_F(RecordingTree, ReadsKeysOutOfNames) {
   const struct {
     const char* path;
@@ -81,6 +98,37 @@ TEST_F(RecordingTree, ListsNumberedDirectoriesOnly) {
   EXPECT_EQ(ListHourParts(directories, "a/", 2000, 2050), (Names{"2001", "2049"}));
   EXPECT_EQ(ListHourParts(directories, "a/", 1, 12), (Names{"02", "12"}));
   EXPECT_EQ(ListHourParts(directories, "none/", 1, 12), Names{});
+}
+
+TEST_F(RecordingTree, RemovalTakesCompanionsAndEmptiedDirectoriesButNotTheVolume) {
+  const std::string path = "a/2024/05/06/07/0800-00110000.ps", later = "a/2024/05/31/23/0000-0.ps";
+  for (const char* suffix : {"", "i", "m"}) WriteFile(path + suffix);
+  WriteFile(later);
+  EXPECT_TRUE(RemoveRecording(path, 1));
+  EXPECT_EQ(Tree(), (std::vector<std::string>{"2024/", "2024/05/", "2024/05/31/", "2024/05/31/23/",
+                                              "2024/05/31/23/0000-0.ps"}));
+  EXPECT_TRUE(RemoveRecording(later, 1));
+  EXPECT_TRUE(Exists("a") && !Exists("a/2024"));
+  EXPECT_TRUE(RemoveRecording(later, 1)) << "a missing file is no error";
+  EXPECT_TRUE(host.Lines().empty());
+
+  // A directory with something in it can't be removed as a file.
+  const struct {
+    const char* stuck;  // suffix
+    bool success;
+    std::size_t told;
+  } rows[] = {{"", false, 1}, {"i", true, 1}, {"m", false, 0}};
+  for (const auto& row : rows) {
+    boost::filesystem::remove_all("a/2024");
+    for (const char* suffix : {"", "i", "m"}) {
+      WriteFile(path + suffix + (suffix == std::string(row.stuck) ? "/in the way" : ""));
+    }
+    host.ForgetTraffic();
+    EXPECT_EQ(RemoveRecording(path, 1), row.success) << row.stuck;
+    EXPECT_EQ(host.CountLines(50, "remove " + path + row.stuck + ", "), row.told);
+    EXPECT_EQ(host.Lines().size(), row.told) << "a directory that isn't empty is nothing to tell";
+    EXPECT_EQ(Tree().size(), 6u);
+  }
 }
 
 TEST_F(RecordingTree, CleanupTakesDebrisOfEarlierHoursAndSparesTheRest) {

@@ -1,32 +1,43 @@
-// Random trees, rules, bookmarks and clock changes: what goes and what stays is compared with a
-// model that lists everything and sorts. KELVO_RETENTION_FILES sets the size of the trees and
-// KELVO_RETENTION_SEED repeats one.
+// Two years of recordings on two volumes, random rules, bookmarks, failures and clock changes: what
+// goes and what stays is compared with a model that lists everything and sorts. Builds for
+// debugging take two months. KELVO_RETENTION_FILES sets the number of files, of which a day has
+// 137, and KELVO_RETENTION_SEED repeats a tree.
 #include <algorithm>
 #include <cstdlib>
-#include <optional>
 #include <random>
 #include <set>
+#include <tuple>
 
-#include "storage/CFileSystem.h"
-#include "tests/storage/ParsedXml.h"
+#include "storage/RecordingTree.h"
 #include "tests/storage/RecordingForest.h"
+#include "tests/support/TempTree.h"
 
 namespace qvsvr::kelvo {
 namespace {
+
+namespace fs = boost::filesystem;
 
 unsigned FromEnvironment(const char* name, unsigned otherwise) {
   const char* text = std::getenv(name);
   return text == nullptr ? otherwise : static_cast<unsigned>(std::strtoul(text, nullptr, 10));
 }
 
+// The content of many files of the tree, which are links to it: what is left of them is counted at
+// once, and a tree is quickly made.
+struct Original {
+  std::string path;
+  bool ofChannels = false;  // has a head that names an input
+  std::int64_t lastTime = 0;
+};
+
 struct ModelFile {
   std::string path;
   std::string drive;
   std::int64_t time = 0;
   qv::kelvo::StreamID id = 0;
-  bool ofChannels = false;  // has a head that names an input
-  std::uint8_t input = 0;
-  std::int64_t lastTime = 0;
+  const Original* original = nullptr;
+  bool stuck = false;  // its removal fails, though the media file goes
+  bool gone = false;
 };
 
 struct ModelBookmark {
@@ -38,79 +49,94 @@ class RetentionModel : public RecordingForest {
  protected:
   static constexpr unsigned kProvider = 0x00120000;
   static constexpr int kDevices = 3;
-  static constexpr std::int64_t kSpan = 60 * kDay;
+#if defined(NDEBUG) && !defined(_WIN32)
+  static constexpr unsigned kFiles = 100'000;
+#else
+  static constexpr unsigned kFiles = 8000;
+#endif
+  static constexpr unsigned kFilesPerDay = 137;
+  static constexpr int kOriginals = 30;  // of a drive and input: no file may have many links
 
   std::int64_t Below(std::int64_t limit) {
     return std::uniform_int_distribution<std::int64_t>(0, limit - 1)(random);
   }
 
+  void MakeOriginals(const std::string& drive) {
+    auto& made = originals[drive];
+    for (int i = 0; i < 3 * kOriginals; ++i) {
+      const std::int64_t last = kNow - Below(span);
+      const auto place = static_cast<std::uint8_t>(i / kOriginals);
+      const auto path = "of_" + drive + std::to_string(i) + "/";
+      made.push_back(place < 2
+                         ? Original{PlantReal(path, last, kCamera, 0xFF, place, last), true, last}
+                         : Original{Plant(path, last), false, 0});
+    }
+    drives.count = [this](const std::string& name) {
+      std::uint64_t links = 0;
+      for (const auto& original : originals[name]) links += fs::hard_link_count(original.path) - 1;
+      return links;
+    };
+  }
+
   void Build(unsigned count) {
-    AddDrive("a/", 0);
-    AddDrive("b/", 0);
-    std::set<std::string> taken;
+    span = (1 + count / kFilesPerDay) * kDay;
+    AddDrives(0);
+    for (const std::string& name : drives.names) MakeOriginals(name);
     for (unsigned i = 0; i < count; ++i) {
       ModelFile file;
       file.drive = drives.names[static_cast<std::size_t>(Below(2))];
-      file.time = kNow - Below(kSpan) - 600;
+      file.time = kNow - Below(span) - 600;
       // Some fall into the night on which the clocks are set forward.
       if (Below(10) == 0) file.time = 1'743'292'800 + Below(8 * kHour);
       const auto device = static_cast<unsigned>(Below(kDevices));
-      file.input = static_cast<std::uint8_t>(Below(2));
+      const auto input = static_cast<unsigned>(Below(2));
       const bool wide = Below(4) == 0;
-      file.id = kProvider | device << 8 | (wide ? 0x80u : file.input);
-      file.ofChannels = !wide && Below(4) != 0;
-      if (!taken
-               .insert(qv::kelvo::MakePath(file.drive, file.time * 1000, file.id,
-                                           qv::kelvo::CreateDirectories::No))
-               .second) {
-        continue;
-      }
-      file.lastTime = file.time + Below(300);
-      file.path = file.ofChannels
-                      ? PlantReal(file.drive, file.time, file.id, 0xFF, file.input, file.lastTime)
-                      : Plant(file.drive, file.time, file.id);
+      file.id = kProvider | device << 8 | (wide ? 0x80u : input);
+      const std::int64_t kind = wide || Below(4) == 0 ? 2 : std::int64_t{input};
+      file.original =
+          &originals[file.drive][static_cast<std::size_t>(kind * kOriginals + Below(kOriginals))];
+      file.path = qv::kelvo::MakePath(file.drive, file.time * 1000, file.id,
+                                      qv::kelvo::CreateDirectories::Yes);
+      file.time = PathToTime(file.path, 1);  // one of two where an hour comes twice
+      boost::system::error_code taken;
+      fs::create_hard_link(file.original->path, file.path, taken);
+      if (taken) continue;
+      fs::create_hard_link(file.original->path + 'i', file.path + 'i');
+      file.stuck = Below(100) == 0;
+      if (file.stuck) fs::create_directories(file.path + "m/in the way");
       model.push_back(file);
-      ++drives.capacityGB[file.drive];
     }
+    drives.Fill();
     std::ranges::sort(model, {}, [](const ModelFile& file) {
       return std::make_tuple(file.time, file.drive, file.path);
     });
   }
 
-  void ChooseRules(CFileSystem& storage) {
-    storage.ForgetDevice(kProvider);
+  void ChooseRules() {
+    storage->ForgetDevice(kProvider);
     rules.clear();
-    globalDays = Below(3) == 0 ? static_cast<int>(1 + Below(50)) : 0;
-    const ParsedXml xml("<qDVR><Storage ID='327680'><Expiration Type='" +
-                        std::to_string(globalDays > 0) + "' Days='" + std::to_string(globalDays) +
-                        "'/></Storage></qDVR>");
-    bool given = false;
-    TiXmlElement reply("Storage");
-    storage.ApplyStorageXml(xml.Root(), given, reply);
+    globalDays = Below(3) == 0 ? static_cast<int>(1 + Below(span / kDay)) : 0;
+    GlobalRule(globalDays > 0, globalDays);
     for (unsigned device = 0; device < kDevices; ++device) {
       for (unsigned input = 0; input < 2; ++input) {
         if (Below(2) == 0) continue;
-        const int days = static_cast<int>(1 + Below(60));
+        const int days = static_cast<int>(1 + Below(span / kDay));
         rules[kProvider | device << 8 | input] = days;
-        storage.SetCameraExpiration(0, kProvider, device, input, 1 + static_cast<int>(Below(2)),
-                                    days);
+        const int type = 1 + static_cast<int>(Below(2));
+        storage->SetCameraExpiration(0, kProvider, device, input, type, days);
       }
     }
-    storage.AddKnownDevice(kProvider);
+    storage->AddKnownDevice(kProvider);
 
-    std::string text = "<Cases ID='393216'><Case ID='c'>";
+    std::string text;
     bookmarks.clear();
     for (auto i = Below(6); i > 0; --i) {
-      const std::int64_t start = kNow - Below(kSpan);
-      bookmarks.push_back({start, start + Below(3 * kDay), static_cast<unsigned>(Below(kDevices))});
-      const ModelBookmark& made = bookmarks.back();
-      text += "<Bookmark ID='" + std::to_string(i) + "' Start='" + std::to_string(made.start) +
-              "' End='" + std::to_string(made.end) + "'><Devices ID='" + std::to_string(kProvider) +
-              "'><Device Number='" + std::to_string(made.device) +
-              "'><Video/></Device></Devices></Bookmark>";
+      const std::int64_t start = kNow - Below(span);
+      const auto device = static_cast<unsigned>(Below(kDevices));
+      bookmarks.push_back({start, start + Below(span / 24), device});
+      text += Bookmark(std::to_string(i), start, bookmarks.back().end, device);
     }
-    const ParsedXml cases(text + "</Case></Cases>");
-    storage.ApplyCasesXml(cases.Root(), false);
+    ApplyCases("<Case ID='c'>" + text + "</Case>");
   }
 
   bool Stays(const ModelFile& file) {
@@ -122,9 +148,9 @@ class RetentionModel : public RecordingForest {
       }
     }
     if (globalDays > 0) return now - file.time < globalDays * kDay;
-    if (!file.ofChannels) return false;
-    const auto rule = rules.find((file.id & ~0xFFu) | file.input);
-    return rule != rules.end() && now - file.lastTime < rule->second * kDay;
+    if (!file.original->ofChannels) return false;
+    const auto rule = rules.find(file.id);
+    return rule != rules.end() && now - file.original->lastTime < rule->second * kDay;
   }
 
   // Deletes from the model as room for `gigabytes` is made; the drive that has it then.
@@ -138,36 +164,46 @@ class RetentionModel : public RecordingForest {
     for (const auto& [name, room] : free) {
       if (room >= gigabytes && (best.empty() || room > free[best])) best = name;
     }
+    const auto possible = [&](const auto& drive) {
+      return static_cast<std::int64_t>(drive.second) >= gigabytes;
+    };
+    if (std::ranges::none_of(drives.capacityGB, possible)) return {};
     const std::int64_t oldest = model.empty() ? 0 : model[0].time - model[0].time % kHour;
-    for (std::size_t i = 0; best.empty() && i < model.size();) {
-      const std::int64_t hour = model[i].time - model[i].time % kHour;
-      if ((hour >= clock.NowMs() / 1000 && hour != oldest) || Stays(model[i])) {
-        ++i;
-        continue;
-      }
-      const std::string drive = model[i].drive;
-      model.erase(model.begin() + static_cast<std::ptrdiff_t>(i));
-      if (++free[drive] >= gigabytes) best = drive;
+    for (std::size_t i = 0; best.empty() && i < model.size(); ++i) {
+      ModelFile& file = model[i];
+      const std::int64_t hour = file.time - file.time % kHour;
+      if ((hour >= clock.NowMs() / 1000 && hour != oldest) || Stays(file)) continue;
+      file.gone = true;
+      if (++free[file.drive] >= gigabytes && !file.stuck) best = file.drive;
     }
     return best;
   }
 
-  std::set<std::string> Modelled() const {
-    std::set<std::string> paths;
-    for (const ModelFile& file : model) paths.insert(file.path);
-    return paths;
+  // That exactly those of the model are there.
+  void Compare() {
+    for (const ModelFile& file : model) {
+      if (!file.gone) continue;
+      EXPECT_FALSE(Exists(file.path)) << file.path;
+      ++directories.changes[file.path.substr(0, file.path.rfind(qv::kelvo::kPathSeparator) + 1)];
+    }
+    std::erase_if(model, [](const ModelFile& file) { return file.gone; });
+    ASSERT_EQ(drives.count("a/") + drives.count("b/"), model.size());
   }
-  std::set<std::string> Found() const {
-    std::set<std::string> paths;
+  void CompareNames() {
+    std::set<std::string> expected, found;
+    for (const ModelFile& file : model) expected.insert(qv::kelvo::Slashed(file.path));
     for (const std::string& drive : drives.names) {
-      for (const auto& entry : boost::filesystem::recursive_directory_iterator(drive)) {
-        if (entry.path().extension() == ".ps") paths.insert(entry.path().string());
+      for (const auto& entry : fs::recursive_directory_iterator(drive)) {
+        const std::string path = qv::kelvo::Slashed(entry.path().string());
+        if (path.ends_with(".ps")) found.insert(path);
       }
     }
-    return paths;
+    EXPECT_EQ(found, expected);
   }
 
   std::mt19937 random;
+  std::int64_t span = 0;  // seconds
+  std::map<std::string, std::vector<Original>> originals;
   std::vector<ModelFile> model;
   std::map<qv::kelvo::StreamID, int> rules;
   int globalDays = 0;
@@ -179,28 +215,26 @@ TEST_F(RetentionModel, RoomIsMadeByTheOldestThatNothingProtects) {
   SCOPED_TRACE("KELVO_RETENTION_SEED=" + std::to_string(seed));
   RecordProperty("seed", std::to_string(seed));
   random.seed(seed);
-  Build(FromEnvironment("KELVO_RETENTION_FILES", 500));
   host.SetThreshold(50);
+  const unsigned count = FromEnvironment("KELVO_RETENTION_FILES", kFiles);
+  Build(count);
   directories.stampsKnown = true;
-  CFileSystem storage(core, platform);
-  ASSERT_TRUE(storage.LoadStorage());
+  Open();
   for (int round = 0; round < 60 && !model.empty(); ++round) {
     SCOPED_TRACE(round);
-    if (round % 5 == 0) ChooseRules(storage);
+    if (round % 5 == 0) ChooseRules();
     // Seconds pass, or days, or the clock is set back.
-    const std::int64_t step = Below(4) == 0 ? Below(10 * kDay) - 4 * kDay : Below(120);
+    const std::int64_t step = Below(4) == 0 ? Below(span / 7) - span / 18 : Below(120);
     clock.SetNow(clock.NowMs() + step * 1000);
     clock.Advance(Below(10'000));
-    const std::int64_t wanted = 1 + Below(12);
-    ++directories.generation;  // deletions changed some directories
+    const std::int64_t wanted = 1 + Below(12 + count / 200);
     const std::string expected = MakeModelRoom(wanted);
-    EXPECT_EQ(storage.GetRecordVolume(&manager, wanted), expected);
-    ASSERT_EQ(Found(), Modelled());
-    // What was recorded meanwhile has taken the room again.
-    for (const std::string& name : drives.names) {
-      drives.capacityGB[name] = ForestDrives::CountMedia(name);
-    }
+    EXPECT_EQ(storage->GetRecordVolume(&manager, wanted), expected);
+    Compare();
+    if (HasFailure()) return;
+    drives.Fill();  // by what was recorded meanwhile elsewhere
   }
+  CompareNames();
 }
 
 }  // namespace

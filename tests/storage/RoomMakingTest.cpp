@@ -1,8 +1,6 @@
 // Making room on real trees: what protects a recording, what is passed over, what is remembered.
 #include <algorithm>
 
-#include "storage/CFileSystem.h"
-#include "tests/storage/ParsedXml.h"
 #include "tests/storage/RecordingForest.h"
 
 namespace qvsvr::kelvo {
@@ -11,51 +9,38 @@ namespace {
 class RoomMaking : public RecordingForest {
  protected:
   RoomMaking() {
-    AddDrive("a/", 0);
-    AddDrive("b/", 0);
-    storage = std::make_unique<CFileSystem>(core, platform);
-    EXPECT_TRUE(storage->LoadStorage());
+    AddDrives(0);
+    Open();
     host.ForgetTraffic();
   }
-
-  void Apply(const std::string& content) {
-    const ParsedXml xml("<qDVR><Storage ID='327680'>" + content + "</Storage></qDVR>");
-    bool given = false;
-    TiXmlElement reply("Storage");
-    storage->ApplyStorageXml(xml.Root(), given, reply);
+  void KeepDays(int days) { GlobalRule(1, days); }
+  void KeepInput(int days) {
+    storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, days);
+    storage->AddKnownDevice(0x00120000);
   }
-  void KeepDays(int days) { Apply("<Expiration Type='1' Days='" + std::to_string(days) + "'/>"); }
-  void Bookmark(std::int64_t start, std::int64_t end) {
-    const ParsedXml xml("<Cases ID='393216'><Case ID='c'><Bookmark ID='b' Start='" +
-                        std::to_string(start) + "' End='" + std::to_string(end) +
-                        "'><Devices ID='1179648'><Device Number='1'><Video/></Device></Devices>"
-                        "</Bookmark></Case></Cases>");
-    storage->ApplyCasesXml(xml.Root(), false);
-  }
-  // Fills the drives with what is on them.
-  void Fill() {
-    for (const std::string& name : drives.names) {
-      drives.capacityGB[name] = ForestDrives::CountMedia(name);
+  // Recordings of that input, 2000 seconds apart, on the drives by turns.
+  void PlantKept(int count) {
+    for (int i = 0; i < count; ++i) {
+      PlantReal(i % 2 == 0 ? "a/" : "b/", kNow - 200 * kHour + i * 2000, kCamera, 0xFF, 5,
+                kNow - kDay);
     }
+  }
+  // From now on each head takes 20 ms to read.
+  void SlowDown() {
+    files.before = [this](qv::kelvo::FileCall call, const std::string& path) {
+      if (call == qv::kelvo::FileCall::Open && path.ends_with(".ps")) clock.Advance(20);
+    };
   }
   std::string MakeRoom(std::int64_t gigabytes = 1) {
     return storage->GetRecordVolume(&manager, gigabytes);
   }
-  std::size_t CountEvents(const std::string& text) {
-    const auto events = host.Events();
-    return static_cast<std::size_t>(std::ranges::count_if(
-        events, [&](const auto& event) { return event.text.find(text) != std::string::npos; }));
-  }
-
-  std::unique_ptr<CFileSystem> storage;
 };
 
 TEST_F(RoomMaking, JudgesByBookmarkThenGlobalRuleThenRuleOfTheInput) {
   constexpr qv::kelvo::StreamID kDevice2 = 0x00120200;
   constexpr qv::kelvo::StreamID kForeign = 0x00130100;
-  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 10);
+  KeepInput(10);
   storage->SetCameraExpiration(0, 0x00120000, 1, 6, 2, 20);
-  storage->AddKnownDevice(0x00120000);
   const std::int64_t old = kNow - 30 * kDay;
   struct Case {
     const char* what;
@@ -88,8 +73,7 @@ TEST_F(RoomMaking, JudgesByBookmarkThenGlobalRuleThenRuleOfTheInput) {
   KeepDays(40);
   for (const Case& row : cases) EXPECT_EQ(free(row.path), row.freeWithGlobalRule) << row.what;
   EXPECT_TRUE(free("a/2025/05/01/00/0000-odd.ps")) << "no rule knows a name like that";
-  KeepDays(0);
-  Apply("<Expiration Type='0' Days='0'/>");
+  GlobalRule(0, 0);
   for (const Case& row : cases) EXPECT_EQ(free(row.path), row.free) << row.what;
 
   // A bookmark goes before all; its edges are seconds sharp.
@@ -98,7 +82,7 @@ TEST_F(RoomMaking, JudgesByBookmarkThenGlobalRuleThenRuleOfTheInput) {
   const std::int64_t ends[] = {old + 400, old + 400, old - 119, old - 120};
   const bool expected[] = {true, false, false, true};
   for (int i = 0; i < 4; ++i) {
-    Bookmark(starts[i], ends[i]);
+    ApplyCases("<Case ID='c'>" + Bookmark("b", starts[i], ends[i]) + "</Case>");
     EXPECT_EQ(free(marked), expected[i]) << i;
   }
 }
@@ -107,47 +91,52 @@ TEST_F(RoomMaking, TakesTheOldestOfAllVolumesAndMeasuresItsDriveOnly) {
   const std::string first = Plant("b/", kNow - 5 * kDay);
   const std::string second = Plant("a/", kNow - 5 * kDay + 1);
   const std::string third = Plant("a/", kNow - 4 * kDay);
-  const std::string fourth = Plant("b/", kNow - 3 * kDay);
-  const std::string last = Plant("a/", kNow - 2 * kDay);
+  const std::string left = Plant("b/", kNow - 3 * kDay);
   WriteFile("a/2025/06/01/00/6000-00120100.ps");
   WriteFile("a/2025/06/01/00/no.ps");
   boost::filesystem::create_directories("a/2025/06/01/01/0000-00120100.ps");
-  Fill();
+  drives.Fill();
   EXPECT_EQ(MakeRoom(2), "a/");
-  EXPECT_EQ(Exists(first) || Exists(second) || Exists(third), false);
-  EXPECT_EQ(Exists(fourth) && Exists(last), true);
+  EXPECT_FALSE(Exists(first) || Exists(second) || Exists(third));
+  EXPECT_TRUE(Exists(left));
   EXPECT_FALSE(Exists("b/" + first.substr(2, 10))) << "emptied directories go, too";
   EXPECT_TRUE(Exists("a/2025/06/01/00/6000-00120100.ps"));
-  host.ForgetTraffic();
-  EXPECT_EQ(MakeRoom(2), "a/");
-  EXPECT_TRUE(host.Events().empty());
-  EXPECT_EQ(host.CountLines("GRV"), 0u) << "with room nothing is looked for";
 }
 
-TEST_F(RoomMaking, WithRoomNoDirectoryIsRead) {
-  Plant("a/", kNow - kDay);
+TEST_F(RoomMaking, ReadsNoDirectoryWithRoomOrForEachFrameOfAnEmptyTree) {
   drives.capacityGB["a/"] = 10;
   directories.lists = 0;
   EXPECT_EQ(MakeRoom(9), "a/");
   EXPECT_EQ(directories.lists, 0);
-}
-
-TEST_F(RoomMaking, EmptyTreeIsNotSearchedForEachFrame) {
+  drives.capacityGB["a/"] = 1;
+  WriteFile("a/not/of/the/tree.ps");
   EXPECT_EQ(MakeRoom(), "");
   directories.lists = 0;
   EXPECT_EQ(MakeRoom(), "");
   EXPECT_EQ(directories.lists, 0);
   const std::string planted = Plant("a/", kNow - kDay);
-  Fill();
+  drives.Fill();
   clock.Advance(6000);
   EXPECT_EQ(MakeRoom(), "a/");
   EXPECT_FALSE(Exists(planted));
 }
 
+TEST_F(RoomMaking, NothingGoesForMoreThanTheLargestDriveHolds) {
+  for (int i = 1; i <= 6; ++i) Plant(i % 3 == 0 ? "b/" : "a/", kNow - i * kDay);
+  drives.Fill();
+  EXPECT_EQ(MakeRoom(5), "");
+  EXPECT_EQ(CountEvents("Recording Not Possible"), 1u);
+  manager.reserved = 1;
+  EXPECT_EQ(storage->GetVolumeToReserve(&manager, 4), "") << "a part is reserved for others";
+  EXPECT_EQ(drives.count("a/") + drives.count("b/"), 6u);
+  EXPECT_EQ(storage->GetVolumeToReserve(&manager, 3), "a/");
+  EXPECT_EQ(CountEvents("Healthy"), 1u);
+}
+
 TEST_F(RoomMaking, NotPossibleIsToldOnceAndEnds) {
   KeepDays(30);
   const std::string kept = Plant("a/", kNow - kDay);
-  Fill();
+  drives.Fill();
   host.ForgetTraffic();
   for (int i = 0; i < 3; ++i) EXPECT_EQ(MakeRoom(), "");
   EXPECT_EQ(host.Events().size(), 1u);
@@ -165,13 +154,12 @@ TEST_F(RoomMaking, NotPossibleIsToldOnceAndEnds) {
 }
 
 TEST_F(RoomMaking, RemembersWhatItSawOfAProtectedTree) {
-  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 100);
-  storage->AddKnownDevice(0x00120000);
+  KeepInput(100);
   for (int i = 1; i <= 20; ++i) {
     PlantReal(i % 2 == 0 ? "a/" : "b/", kNow - i * 7 * kHour, kCamera, 0xFF, 5,
               kNow - i * 7 * kHour);
   }
-  Fill();
+  drives.Fill();
   directories.stampsKnown = true;
   const auto opens = [&] { return files.Calls(qv::kelvo::FileCall::Open); };
   EXPECT_EQ(MakeRoom(), "");
@@ -189,105 +177,103 @@ TEST_F(RoomMaking, RemembersWhatItSawOfAProtectedTree) {
   clock.Advance(6000);
   EXPECT_EQ(MakeRoom(), "");
   EXPECT_EQ(hours.size(), 0u);
-  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 99);
+  KeepInput(99);
   EXPECT_EQ(MakeRoom(), "");
   EXPECT_EQ(hours.size(), 20u);
   EXPECT_EQ(opens(), heads);
 
   // A directory that changed is looked at again.
   const std::string added = Plant("a/", kNow - 14 * kHour + 1);
-  ++directories.generation;
+  ++directories.changes[qv::kelvo::HourDirectory("a/", (kNow - 14 * kHour) * 1000)];
   clock.Advance(6000);
-  drives.capacityGB["a/"] = ForestDrives::CountMedia("a/");
+  drives.Fill();
   EXPECT_EQ(MakeRoom(), "a/");
   EXPECT_FALSE(Exists(added));
 }
 
-TEST_F(RoomMaking, LongSearchGoesOnInLaterCallsAndIsExactInTheEnd) {
-  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 100);
-  storage->AddKnownDevice(0x00120000);
-  for (int i = 0; i < 40; ++i) {
-    PlantReal(i % 2 == 0 ? "a/" : "b/", kNow - 200 * kHour + i * 400, kCamera, 0xFF, 5,
-              kNow - kDay);
-  }
+TEST_F(RoomMaking, BusyMachineRefusesNobody) {
+  KeepInput(100);
+  PlantKept(2);
   const std::string free = Plant("b/", kNow - 2 * kHour);
-  Fill();
+  drives.Fill();
+  directories.onList = [this](const std::string&) { clock.Advance(1000); };
+  EXPECT_EQ(MakeRoom(), "b/");
+  EXPECT_FALSE(Exists(free));
+}
+
+TEST_F(RoomMaking, LongSearchGoesOnInLaterCallsAndIsExactInTheEnd) {
+  KeepInput(100);
+  PlantKept(40);
+  const std::string free = Plant("b/", kNow - 2 * kHour);
+  drives.Fill();
   host.ForgetTraffic();
-  // Each head takes 20 ms, and the time that a call may take is over after three or four.
-  files.before = [this](qv::kelvo::FileCall call, const std::string& path) {
-    if (call == qv::kelvo::FileCall::Open && path.ends_with(".ps")) clock.Advance(20);
-  };
-  int calls = 0, waits = 0;
+  SlowDown();
+  const auto opens = [&] { return files.Calls(qv::kelvo::FileCall::Open); };
+  int calls = 0;
   for (; Exists(free) && calls < 100; ++calls) {
     const std::int64_t begin = clock.NowMs();
     const std::string volume = MakeRoom();
     EXPECT_EQ(volume, Exists(free) ? "" : "b/");
     EXPECT_LE(clock.NowMs() - begin, 100);
     // At once again: the worker has its frames to handle first.
-    const auto heads = files.Calls(qv::kelvo::FileCall::Open);
+    const auto heads = opens();
     if (Exists(free)) {
       EXPECT_EQ(MakeRoom(), "");
     }
-    waits += files.Calls(qv::kelvo::FileCall::Open) == heads;
-    clock.Advance(60);
+    EXPECT_EQ(opens(), heads);
+    clock.Advance(20);
   }
   EXPECT_FALSE(Exists(free));
   EXPECT_GE(calls, 5);
-  EXPECT_EQ(waits, calls);
   EXPECT_TRUE(host.Events().empty()) << "nothing was known to be impossible";
 
   // What was passed over becomes free on the way: it isn't missed.
   const auto oldest = qv::kelvo::MakePath("a/", (kNow - 200 * kHour) * 1000, kCamera,
                                           qv::kelvo::CreateDirectories::No);
   directories.onList = [this](const std::string&) { clock.Advance(20); };
-  Fill();
+  drives.Fill();
   clock.Advance(6000);
   EXPECT_EQ(MakeRoom(), "");
   EXPECT_TRUE(host.Events().empty());
-  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 1);
+  KeepInput(1);
   std::string volume;
-  for (int i = 0; i < 5 && volume.empty(); ++i, clock.Advance(60)) volume = MakeRoom();
+  for (int i = 0; i < 5 && volume.empty(); ++i, clock.Advance(20)) volume = MakeRoom();
   EXPECT_EQ(volume, "a/");
   EXPECT_FALSE(Exists(oldest));
 
   // Without anything to find that is told as soon as it is known, and once.
-  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 100);
-  Fill();
-  for (int i = 0; i < 50; ++i, clock.Advance(60)) EXPECT_EQ(MakeRoom(), "");
+  KeepInput(100);
+  drives.Fill();
+  for (int i = 0; i < 50; ++i, clock.Advance(20)) EXPECT_EQ(MakeRoom(), "");
   EXPECT_EQ(CountEvents("Recording Not Possible"), 1u);
 }
 
 TEST_F(RoomMaking, LongSearchDelaysNoReportAndIsFinishedForAReservation) {
-  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 100);
-  storage->AddKnownDevice(0x00120000);
-  for (int i = 0; i < 20; ++i) {
-    PlantReal("a/", kNow - 200 * kHour + i * 400, kCamera, 0xFF, 5, kNow - kDay);
-  }
+  KeepInput(100);
+  PlantKept(20);
   const std::int64_t time = kNow - 2 * kHour;
   const std::string free = Plant("b/", time);
-  Fill();
+  drives.Fill();
   host.ForgetTraffic();
-  files.before = [this](qv::kelvo::FileCall call, const std::string& path) {
-    if (call == qv::kelvo::FileCall::Open && path.ends_with(".ps")) clock.Advance(20);
-  };
-  const std::string told = "Time=\"" + std::to_string(time) + '"';
-  int reports = 0;
-  for (; CountEvents("<Storage " + told) == 0 && reports < 50; ++reports) {
+  SlowDown();
+  const std::string told = "<Storage Time=\"" + std::to_string(time) + '"';
+  std::size_t reports = 0;
+  for (; CountEvents(told) == 0 && reports < 50; ++reports) {
     const std::int64_t begin = clock.NowMs();
     storage->ReportStatus(true);
     EXPECT_LE(clock.NowMs() - begin, 100);
   }
-  EXPECT_GE(reports, 3);
-  EXPECT_EQ(CountEvents("<Storage Time=\"-1\""), static_cast<std::size_t>(reports) - 1);
+  EXPECT_GE(reports, 3u);
+  EXPECT_EQ(CountEvents("<Storage Time=\"-1\""), reports - 1);
 
-  storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, 101);
+  KeepInput(101);
   EXPECT_EQ(storage->GetVolumeToReserve(&manager, 1), "b/");
   EXPECT_FALSE(Exists(free));
 }
 
 TEST_F(RoomMaking, PassesOverWhatIsBeingWrittenOrCannotBeRemoved) {
   const std::string open = Plant("a/", kNow - 60);
-  Fill();
+  drives.Fill();
   manager.open = open;
   EXPECT_EQ(MakeRoom(), "");
   EXPECT_TRUE(Exists(open));
@@ -298,11 +284,11 @@ TEST_F(RoomMaking, PassesOverWhatIsBeingWrittenOrCannotBeRemoved) {
   companion.replace(companion.size() - 2, 2, "psm");
   WriteFile(companion + "/in the way");
   clock.Advance(5000);
-  EXPECT_EQ(MakeRoom(3), "");
+  EXPECT_EQ(MakeRoom(), "");
   EXPECT_EQ(host.CountLines(0, "GRV failed to rm " + stuck), 1u);
   boost::filesystem::remove_all(companion);
   WriteFile(stuck);
-  Fill();
+  drives.Fill();
   clock.Advance(19 * 60'000);
   EXPECT_EQ(MakeRoom(), "");
   EXPECT_TRUE(Exists(stuck));
@@ -313,7 +299,7 @@ TEST_F(RoomMaking, PassesOverWhatIsBeingWrittenOrCannotBeRemoved) {
 
 TEST_F(RoomMaking, StopsBetweenFilesAndSparesFaultyDrives) {
   Plant("a/", kNow - kDay);
-  Fill();
+  drives.Fill();
   manager.stopping = true;
   EXPECT_EQ(MakeRoom(), "");
   manager.stopping = false;
@@ -322,7 +308,7 @@ TEST_F(RoomMaking, StopsBetweenFilesAndSparesFaultyDrives) {
   storage->ReportStatus(true);
   EXPECT_EQ(CountEvents("Get disk space error"), 1u);
   EXPECT_EQ(MakeRoom(), "");
-  EXPECT_EQ(ForestDrives::CountMedia("a/"), 1u);
+  EXPECT_EQ(drives.count("a/"), 1u);
   // It comes back with the next full report.
   drives.error.clear();
   EXPECT_EQ(MakeRoom(), "");

@@ -3,8 +3,6 @@
 #include <fstream>
 #include <iterator>
 
-#include "storage/CFileSystem.h"
-#include "tests/storage/ParsedXml.h"
 #include "tests/storage/RecordingForest.h"
 
 namespace qvsvr::kelvo {
@@ -12,23 +10,14 @@ namespace {
 
 class SettingsFile : public RecordingForest {
  protected:
-  SettingsFile() {
-    AddDrive("a/");
-    AddDrive("b/");
-  }
-  // A start of the plug-in.
-  std::unique_ptr<CFileSystem> Open() {
+  SettingsFile() { AddDrives(1000); }
+  void Restart() {
     host.ForgetTraffic();
-    auto storage = std::make_unique<CFileSystem>(core, platform);
-    EXPECT_TRUE(storage->LoadStorage());
-    return storage;
+    Open();
   }
-  static void Apply(CFileSystem& storage, const std::string& storages) {
-    const ParsedXml xml("<qDVR Delta='1'>" + storages + "</qDVR>");
-    bool given = false;
-    TiXmlElement reply("Storage");
-    storage.ApplyStorageXml(xml.Root(), given, reply);
-    storage.SaveStorage();
+  void Change(const std::string& storages) {
+    Apply(storages);
+    storage->SaveStorage();
   }
   static std::string Stored() {
     std::ifstream file("kelvo.xml", std::ios::binary);
@@ -49,7 +38,7 @@ class SettingsFile : public RecordingForest {
 };
 
 TEST_F(SettingsFile, FirstStartWritesAndBroadcastsTheDefaults) {
-  Open();
+  Restart();
   const std::string settings =
       R"(Expiration="1" PreserveExpirationAudioWithVideo="0" TimeLapseSchedule="1" TimeLapse="0" )"
       R"(ContentAge="0" FSCleanupRemoves="1")";
@@ -72,20 +61,22 @@ TEST_F(SettingsFile, EverythingSurvivesARestartAndSoDoesWhatIsUnknown) {
       <Schedule><Entry FirstHour="1" LastHour="2" TimeLapse="3"/><Entry FirstHour="9"/></Schedule>
       </Input></Video></Device></Devices></Storage><Cases><Case ID="c"><Bookmark ID="b" Start="5"
       End="6"/></Case></Cases></qDVR>)");
-  {
-    auto storage = Open();
-    EXPECT_EQ(storage->TimeLapse(), 0);
-    const auto events = host.Events();
-    ASSERT_EQ(events.size(), 3u);  // report, broadcast, answer
-    EXPECT_TRUE(Contains(events[2].text, R"(Name="gone/" Alarm="1")")) << events[2].text;
-    Apply(*storage, R"(<Storage ID="327680" PreserveExpirationAudioWithVideo="1" TimeLapse="77"
+  Restart();
+  EXPECT_EQ(storage->TimeLapse(), 0);
+  const auto events = host.Events();
+  ASSERT_EQ(events.size(), 3u);  // report, broadcast, answer
+  EXPECT_TRUE(Contains(events[2].text, R"(Name="gone/" Alarm="1")")) << events[2].text;
+  Change(R"(<Storage ID="327680" PreserveExpirationAudioWithVideo="1" TimeLapse="77"
         ContentAge="88" FSCleanupRemoves="0"><Expiration Type="2" Days="12"/>
         <Drive Name="a/" Enabled="0" Percent="70"/><Drive Name="gone/" Enabled="0"/>
         <Devices ID="1179648"><Device Number="1"><Context Number="4"><Video><Input Number="2">
         <Schedule><Entry FirstHour="4" LastHour="5" TimeLapse="6"/></Schedule></Input></Video>
         </Context></Device></Devices></Storage>)");
-  }
-  auto storage = Open();
+  // A save that was interrupted between its renames leaves this.
+  boost::filesystem::rename("kelvo.xml", "kelvo.xml.bak");
+  std::ofstream("kelvo.xml.pending") << "<qDVR";
+  Restart();
+  EXPECT_FALSE(Exists("kelvo.xml.bak"));
   EXPECT_EQ(storage->TimeLapse(), 77);
   EXPECT_TRUE(storage->PreserveExpirationAudioWithVideo());
   EXPECT_EQ(storage->ListUsableVolumes(), std::vector<std::string>{"b/"});
@@ -111,11 +102,8 @@ TEST_F(SettingsFile, EverythingSurvivesARestartAndSoDoesWhatIsUnknown) {
 }
 
 TEST_F(SettingsFile, OddFilesNeverStopAStart) {
-  const std::string deep = [] {
-    std::string text;
-    for (int i = 0; i < 1000; ++i) text += "<Storage>";
-    return text;
-  }();
+  std::string deep;
+  for (int i = 0; i < 1000; ++i) deep += "<Storage>";
   const std::string texts[] = {"",
                                "garbage",
                                "<qDVR",
@@ -126,50 +114,31 @@ TEST_F(SettingsFile, OddFilesNeverStopAStart) {
   for (const std::string& text : texts) {
     SCOPED_TRACE(text.substr(0, 40));
     Store(text);
-    EXPECT_EQ(Open()->TimeLapse(), 0);
-    const bool whole = text == "<other/>";
-    EXPECT_EQ(Contains(Stored(), "<other"), whole);
+    Restart();
+    EXPECT_EQ(storage->TimeLapse(), 0);
+    EXPECT_EQ(Contains(Stored(), "<other"), text == "<other/>");
     EXPECT_TRUE(Contains(Stored(), R"(Name="a/")"));
   }
   Store("");
   boost::filesystem::resize_file("kelvo.xml", 100u << 20);
-  Open();
+  Restart();
   EXPECT_LT(boost::filesystem::file_size("kelvo.xml"), 4096u);
 
   boost::filesystem::remove("kelvo.xml");
   boost::filesystem::create_directories("kelvo.xml/in/the/way");
   boost::filesystem::create_directories("kelvo.xml.bak/in/the/way");
-  auto storage = Open();
+  Restart();
   EXPECT_TRUE(Contains(LastBroadcast(), "Storage"));
   storage->SaveStorage();
   EXPECT_EQ(host.CountLines(75, "kelvo.xml could not be saved: "), 1u) << "told once";
 }
 
-TEST_F(SettingsFile, InterruptedSaveIsRepairedAtTheNextStart) {
-  Apply(*Open(), R"(<Storage ID="327680" TimeLapse="5"/>)");
-  boost::filesystem::rename("kelvo.xml", "kelvo.xml.bak");
-  std::ofstream("kelvo.xml.pending") << "<qDVR";
-  auto storage = Open();
-  EXPECT_EQ(storage->TimeLapse(), 5);
-  EXPECT_FALSE(Exists("kelvo.xml.bak"));
-  Apply(*storage, R"(<Storage ID="327680" TimeLapse="6"/>)");
-  EXPECT_FALSE(Exists("kelvo.xml.pending"));
-}
-
 TEST_F(SettingsFile, BookmarksOfAMessageReplaceThoseOfTheFile) {
   const std::string path = Plant("a/", kNow - kDay);
-  const auto send = [&](CFileSystem& storage, const std::string& devices) {
-    const ParsedXml xml(
-        "<Cases ID='393216'><Case><Bookmark ID='x' Start='1' End='2'/></Case>"
-        "<Case ID='c'><Bookmark ID='b' Start='" +
-        std::to_string(kNow - kDay) + "' End='" + std::to_string(kNow) + "'>" + devices +
-        "</Bookmark><Bookmark ID='b' Start='x' End='5'/></Case></Cases>");
-    storage.ApplyCasesXml(xml.Root(), false);
-  };
   const struct {
     const char* devices;
     bool covers;
-  } kRows[] = {
+  } rows[] = {
       {"", false},
       {"<Devices ID='1179648'><Device Number='1'/></Devices>", false},
       {"<Devices ID='1179648'><Device Number='2'><Video/></Device></Devices>", false},
@@ -178,18 +147,19 @@ TEST_F(SettingsFile, BookmarksOfAMessageReplaceThoseOfTheFile) {
        false},
       {"<Devices ID='1179649'><Device Number='1'><Audio/></Device></Devices>", true},
   };
-  for (const auto& row : kRows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.devices);
-    auto storage = Open();
-    send(*storage, row.devices);
-    const auto removable = [&](CFileSystem& by) {
-      const bool removed = by.RemoveFile(path, false);
+    Restart();
+    ApplyCases(
+        "<Case><Bookmark ID='x' Start='1' End='2'/></Case><Case ID='c'><Bookmark ID='b' Start='" +
+        std::to_string(kNow - kDay) + "' End='" + std::to_string(kNow) + "'>" + row.devices +
+        "</Bookmark><Bookmark ID='b' Start='x' End='5'/></Case>");
+    for (const char* when : {"at once", "after a restart"}) {
+      EXPECT_EQ(storage->RemoveFile(path, false), !row.covers) << when;
       WriteFile(path);
-      return removed;
-    };
-    EXPECT_EQ(removable(*storage), !row.covers);
-    storage->SaveStorage();
-    EXPECT_EQ(removable(*Open()), !row.covers) << "also after a restart";
+      storage->SaveStorage();
+      Restart();
+    }
   }
 }
 

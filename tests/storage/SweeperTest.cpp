@@ -1,10 +1,7 @@
-#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 
-#include "storage/CFileSystem.h"
 #include "storage/RecordingRemoval.h"
-#include "tests/storage/ParsedXml.h"
 #include "tests/storage/RecordingForest.h"
 
 namespace qvsvr::kelvo {
@@ -13,47 +10,27 @@ namespace {
 class Sweep : public RecordingForest {
  protected:
   Sweep() {
-    AddDrive("a/");
-    AddDrive("b/");
-    EXPECT_TRUE(storage.LoadStorage());
+    AddDrives(1000);
+    Open();
     host.ForgetTraffic();
   }
-
-  void Apply(const std::string& content) {
-    const ParsedXml xml("<qDVR><Storage ID='327680'>" + content + "</Storage></qDVR>");
-    bool given = false;
-    TiXmlElement reply("Storage");
-    storage.ApplyStorageXml(xml.Root(), given, reply);
-  }
-  void Global(int type, int days) {
-    Apply("<Expiration Type='" + std::to_string(type) + "' Days='" + std::to_string(days) + "'/>");
-  }
-  void Camera(int type, int days) { storage.SetCameraExpiration(0, 0x00120000, 1, 5, type, days); }
-  void Bookmark(std::int64_t start, std::int64_t end) {
-    const std::string record = "' Start='" + std::to_string(start) + "' End='" +
-                               std::to_string(end) +
-                               "'><Devices ID='1179648'><Device Number='1'><Audio/></Device>"
-                               "</Devices></Bookmark>";
-    const ParsedXml xml("<Cases ID='393216'><Case ID='c'><Bookmark ID='one" + record +
-                        "<Bookmark ID='two" + record +
-                        "</Case><Case ID='b'><Bookmark ID='none' "
-                        "Start='1' End='2'/></Case></Cases>");
-    storage.ApplyCasesXml(xml.Root(), false);
+  void Camera(int type, int days) { storage->SetCameraExpiration(0, 0x00120000, 1, 5, type, days); }
+  void Mark(std::int64_t start, std::int64_t end) {
+    ApplyCases("<Case ID='c'>" + Bookmark("one", start, end) + Bookmark("two", start, end) +
+               "</Case><Case ID='b'><Bookmark ID='none' Start='1' End='2'/></Case>");
   }
   // One whole pass.
   void Run() {
     host.ForgetTraffic();
-    EXPECT_FALSE(storage.KickSweeper(false));
+    EXPECT_FALSE(storage->KickSweeper(false));
     ASSERT_TRUE(host.WaitForLine("fs-cleanup - elapsed"));
-    storage.KickSweeper(true);
+    storage->KickSweeper(true);
   }
   // A recording big enough for cleanup, `days` old by name and head.
   std::string Aged(double days, std::uint8_t input = 5) {
     const auto time = kNow - static_cast<std::int64_t>(days * static_cast<double>(kDay));
     return PlantReal("a/", time, kCamera + input, 0xFF, input, time);
   }
-
-  CFileSystem storage{core, platform};
 };
 
 TEST_F(Sweep, ExpiresByTheGlobalRuleOrByThoseOfTheInputs) {
@@ -75,25 +52,21 @@ TEST_F(Sweep, ExpiresByTheGlobalRuleOrByThoseOfTheInputs) {
     SCOPED_TRACE(row.what);
     boost::filesystem::remove_all("a/2025");
     const std::string day3 = Aged(3), day8 = Aged(8), day31 = Aged(31), foreign = Aged(31.5, 6);
-    Global(row.globalType, row.globalDays);
-    storage.ForgetDevice(0x00120000);
+    GlobalRule(row.globalType, row.globalDays);
+    storage->ForgetDevice(0x00120000);
     if (row.cameraType != 0) Camera(row.cameraType, row.cameraDays);
     Run();
     EXPECT_EQ(Exists(day3), row.day3);
     EXPECT_EQ(Exists(day8), row.day8);
     EXPECT_EQ(Exists(day31), row.day31);
     EXPECT_EQ(Exists(foreign), row.foreign31);
-    const bool rules = row.globalType == 2 || row.cameraType == 2;
-    EXPECT_EQ(host.CountLines(25, "Sweeper - no expiration rules and no bookmarks, nothing to do."),
-              rules ? 0u : 1u);
-    EXPECT_EQ(host.CountLines(25, row.globalType == 2 ? "Sweeper - expiring all files older than "
-                                                      : "expiring per-camera files older than "),
-              rules ? 1u : 0u);
-    EXPECT_EQ(
-        host.CountLines(
-            25, "(files:4/expired:" +
-                    std::to_string(4 - row.day3 - row.day8 - row.day31 - row.foreign31) + ")"),
-        rules ? 1u : 0u);
+    const std::size_t rules = row.globalType == 2 || row.cameraType == 2;
+    const int gone = 4 - row.day3 - row.day8 - row.day31 - row.foreign31;
+    const std::string which = row.globalType == 2 ? "all" : "per-camera";
+    EXPECT_EQ(host.CountLines(25, "no expiration rules and no bookmarks, nothing to do."),
+              1 - rules);
+    EXPECT_EQ(host.CountLines(25, "Sweeper - expiring " + which + " files older than "), rules);
+    EXPECT_EQ(host.CountLines(25, "(files:4/expired:" + std::to_string(gone) + ")"), rules);
   }
 }
 
@@ -121,8 +94,8 @@ TEST_F(Sweep, MeasuresBookmarksAndKeepsTheirFootage) {
     bool stays;
   } kRows[] = {
       {begin - 301, false}, {begin - 300, true}, {begin + 719, true}, {begin + 720, false}};
-  Bookmark(begin, begin + 600);
-  Global(2, 7);
+  Mark(begin, begin + 600);
+  GlobalRule(2, 7);
   std::vector<std::string> paths;
   for (const auto& row : kRows) {
     paths.push_back(Plant("a/", row.time));
@@ -141,8 +114,18 @@ TEST_F(Sweep, MeasuresBookmarksAndKeepsTheirFootage) {
             R"(<Bookmark ID="two" SizeKB="8" /></Case></Cases></qDVR>)");
 }
 
+TEST_F(Sweep, HourThatComesTwiceIsMeasuredOnce) {
+  const std::int64_t night = 1'729'987'200;  // 2024-10-27, the first 02:00 local time
+  Plant("a/", night - kDay);
+  WriteFile(Plant("a/", night + 90 * 60), 3000);
+  Mark(night, night + 3 * kHour);
+  GlobalRule(2, std::numeric_limits<int>::max());  // a time long before the calendar
+  Run();
+  EXPECT_EQ(host.CountLines(25, "(files:2/expired:0)[bookmarked:1/size:3]."), 1u);
+}
+
 TEST_F(Sweep, StopsAtTheNextFileAndWaits) {
-  Global(2, 7);
+  GlobalRule(2, 7);
   for (int i = 0; i < 3; ++i) Plant("a/", kNow - (20 - i) * kDay);
   // Holds the pass in its first hour until the worker has begun to stop it.
   std::mutex mutex;
@@ -155,54 +138,23 @@ TEST_F(Sweep, StopsAtTheNextFileAndWaits) {
     signal.notify_all();
     signal.wait(lock, [&] { return leave; });
   };
-  EXPECT_FALSE(storage.KickSweeper(false));
+  EXPECT_FALSE(storage->KickSweeper(false));
   {
     std::unique_lock lock(mutex);
     signal.wait(lock, [&] { return inside; });
   }
-  EXPECT_TRUE(storage.KickSweeper(false));
+  EXPECT_TRUE(storage->KickSweeper(false));
   EXPECT_EQ(host.CountLines(0, "Sweeper - still running..."), 1u);
   std::thread helper([&] {
     const std::lock_guard lock(mutex);
     leave = true;
     signal.notify_all();
   });
-  storage.ForgetDevice(0x00120000);
+  storage->ForgetDevice(0x00120000);
   helper.join();
-  EXPECT_FALSE(storage.KickSweeper(true)) << "nothing runs any more";
+  EXPECT_FALSE(storage->KickSweeper(true)) << "nothing runs any more";
   EXPECT_LE(host.CountLines("Sweeper - interrupted."), 1u);
   EXPECT_EQ(host.CountLines("Sweeper - interrupted.") + host.CountLines("Sweeper - completed"), 1u);
-}
-
-// The thread sanitizer looks on: the pass, room-making, status reports and searches in one tree.
-TEST_F(Sweep, RunsBesideRoomMakingAndListings) {
-  Global(2, 7);
-  Bookmark(kNow - 20 * kDay, kNow - 19 * kDay);
-  for (int i = 0; i < 300; ++i) Plant(i % 2 == 0 ? "a/" : "b/", kNow - i * 5 * kHour);
-  for (auto& [name, capacity] : drives.capacityGB) capacity = ForestDrives::CountMedia(name);
-  std::atomic<bool> done{false};
-  std::thread search([&] {
-    while (!done) {
-      std::vector<std::string> volumes;
-      storage.GetVolumes(volumes, qv::kelvo::kVolumesLocal, nullptr);
-      for (const HourDir& hour : HourDirs(volumes, kNow - 10 * kHour)) {
-        ListRecordings(directories, hour.path, qv::kelvo::ListSizes::Yes,
-                       [](const NamedRecording&) { return true; });
-      }
-    }
-  });
-  host.SetThreshold(25);
-  EXPECT_FALSE(storage.KickSweeper(false));
-  for (int i = 0; i < 30; ++i) {
-    // The one that comes too late sees a missing file, which is no error.
-    static_cast<void>(RemoveRecording(Plant("a/", kNow - (9 + i) * kDay), 1));
-    storage.ReportStatus(i % 10 == 0);
-    Apply("");
-  }
-  EXPECT_TRUE(host.WaitForLine("fs-cleanup - elapsed"));
-  done = true;
-  search.join();
-  EXPECT_EQ(host.CountLines(50, "remove "), 0u);
 }
 
 }  // namespace

@@ -33,12 +33,8 @@ int OpenUnshared(const std::string& path, int& fd) {
   fd = RetryInterrupted(
       [&] { return open(path.c_str(), O_WRONLY | O_CREAT | O_DSYNC | O_CLOEXEC, kNewFileMode); });
   if (fd < 0) return errno;
-  int error = 0;
-  if (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-    error = errno;
-  } else if (ftruncate(fd, 0) != 0) {
-    error = errno;
-  }
+  const bool taken = flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  const int error = taken || ftruncate(fd, 0) != 0 ? errno : 0;
   if (error != 0) close(fd);
   return error;
 }
@@ -81,7 +77,11 @@ class DurableFilesOnPosix : public DurableFiles {
       error = errno;
       if (error == EINVAL || error == ENOSYS) error = RenameUnlessThere(from, to);
     }
-    return error != 0 ? error : SyncDirectory(ParentOf(to));
+    if (error != 0) return error;
+    error = SyncDirectory(ParentOf(to));
+    // What is told as failed has not happened, or a save would go on from the wrong names.
+    if (error != 0) (void)RenameUnlessThere(to, from);
+    return error;
   }
 
   int Remove(const std::string& path) override { return unlink(path.c_str()) == 0 ? 0 : errno; }
