@@ -62,10 +62,6 @@ char Lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-bool IsSeparator(char c) {
-  return c == kPathSeparator || c == '/';
-}
-
 struct SplitPath {
   std::vector<std::string_view> directories;
   std::string_view name;
@@ -75,7 +71,7 @@ SplitPath Split(std::string_view path) {
   SplitPath split;
   std::size_t start = 0;
   for (std::size_t i = 0; i < path.size(); ++i) {
-    if (!IsSeparator(path[i])) continue;
+    if (!IsPathSeparator(path[i])) continue;
     const std::string_view part = path.substr(start, i - start);
     const bool volume = start == 0 && kPathSeparator == '\\' && part.ends_with(':');
     if (!part.empty() && !volume) split.directories.push_back(part);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string_view>
+
 #include "platform/Clock.h"
 #include "platform/Directory.h"
 #include "platform/Drives.h"
@@ -21,7 +23,13 @@ struct Platform {
 // The real one. Lives as long as the process.
 [[nodiscard]] Platform& SystemPlatform();
 
-// `/` or `\`: the separator of this platform's paths.
+// `/` or `\`: the separator that this platform's paths are built with.
 extern const char kPathSeparator;
+
+// The characters that separate the parts of a path from outside.
+extern const std::string_view kPathSeparators;
+[[nodiscard]] inline bool IsPathSeparator(char c) {
+  return kPathSeparators.find(c) != std::string_view::npos;
+}
 
 }  // namespace qv::kelvo

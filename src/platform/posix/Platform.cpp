@@ -5,6 +5,7 @@
 namespace qv::kelvo {
 
 const char kPathSeparator = '/';
+const std::string_view kPathSeparators = "/";
 
 namespace {
 
