@@ -16,8 +16,8 @@ namespace {
   for (unsigned i = 0;; ++i) {
     XmlDocument document;
     const std::string value = std::to_string(i);
-    if (!document.ParseText("<qDVR><a v='" + value + "'/>" + std::string(9000, ' ') + "<b v='" +
-                            value + "'/></qDVR>") ||
+    if (!document.ParseText("<qDVR><a v='" + value + "'/><c v='" + std::string(9000, 'x') +
+                            "'/><b v='" + value + "'/></qDVR>") ||
         !document.SaveFile(qv::kelvo::SystemPlatform().durableFiles, path) ||
         write(toParent, ".", 1) != 1) {
       _exit(1);

@@ -1,6 +1,9 @@
 #include "media/PSFile.h"
 
+#include <cerrno>
+
 #include "tests/media/PSFileFixture.h"
+#include "tests/support/FaultyFiles.h"
 
 namespace qv::kelvo {
 namespace {
@@ -59,57 +62,49 @@ TEST_F(PSFileTest, RecordsReachTheIndexBeforeTheirMedia) {
   EXPECT_EQ(files.Take(), (Notes{"psi@1152+32", "ps@2298+160"}));
   ASSERT_EQ(file.WriteFrame(Frame(0, kFrameP, 80, payload)), kPsOk);
   EXPECT_EQ(files.Take(), (Notes{"psi@1120+96", "ps@2458+160"}));
+  // But not what is long past.
+  for (int i = 0; i < 100; ++i) {
+    ASSERT_EQ(file.WriteFrame(Frame(16, kFrameAudio, 90 + i, "x")), kPsOk);
+  }
+  files.Take();
+  ASSERT_EQ(file.WriteFrame(Frame(0, kFrameP, 200, "x")), kPsOk);
+  EXPECT_EQ(files.Take(), (Notes{"psi@1184+32", "psi@4416+32", "ps@9018+64"}));
   EXPECT_EQ(Index(20, 4), "00 00 00 00");  // the head learns the count at the end
   file.Close();
-  EXPECT_EQ(files.Take(), (Notes{"psi@1216+32", "psi@0+1088"}));
-  EXPECT_EQ(Index(20, 4), "04 00 00 00");
-  EXPECT_EQ(Read().frames.size(), 4u);
+  EXPECT_EQ(files.Take(), (Notes{"psi@4448+32", "psi@0+1088"}));
+  EXPECT_EQ(Index(20, 4), "69 00 00 00");
+  EXPECT_EQ(Read().frames.size(), 105u);  // the parser follows all links
 }
 
-TEST_F(PSFileTest, LinksARecordThatIsLongPastBeforeTheNewOneIsWritten) {
-  PSFile file(files);
+// Faults at every other call are tested through the plug-in.
+TEST_F(PSFileTest, FailedIndexWriteLeavesAPairThatIsGoodAndFailedPreallocationIsAFailedOpen) {
+  FaultyFiles faulty(SystemPlatform().mediaFiles);
+  PSFile file(faulty);
   ASSERT_EQ(Create(file), kPsOk);
-  ASSERT_EQ(file.WriteFrame(Frame(0, kFrameI, 0, "x")), kPsOk);
-  for (int i = 0; i < 100; ++i) ASSERT_EQ(file.WriteFrame(Frame(16, kFrameAudio, i, "x")), kPsOk);
-  (void)files.Take();
-  ASSERT_EQ(file.WriteFrame(Frame(0, kFrameP, 200, "x")), kPsOk);
-  EXPECT_EQ(files.Take(), (Notes{"psi@1088+32", "psi@4320+32", "ps@8442+64"}));
+  ASSERT_EQ(file.WriteFrame(Frame(0, kFrameI, 0, "one")), kPsOk);
+  faulty.Set({FileCall::WriteAt, 1, 1, 0, 40, ".psi"});  // link written, record torn
+  EXPECT_EQ(file.WriteFrame(Frame(0, kFrameP, 40, "two")), kPsWriteFailed);
+  EXPECT_EQ(file.WriteFrame(Frame(0, kFrameI, 80, "late")), kPsBadArgument);
+  EXPECT_EQ(file.GetFrameCount(kWholeFile), 1u);
   file.Close();
-  EXPECT_EQ(Read().frames.size(), 102u);  // the parser follows all links
-}
+  EXPECT_EQ(Read().frames.size(), 1u);  // a pair as if nothing had happened
 
-TEST_F(PSFileTest, MixedStreamsKeepLinksCountsGroupsAndRuns) {
-  descriptors[2].channel = 9;
-  descriptors[2].encoder = 3;
-  PSFile file(files);
-  ASSERT_EQ(Create(file), kPsOk);
-  std::string payload;
-  const std::uint16_t streams[] = {0, 2, 16, 0, 0, 2, 31, 16, 2, 2, 15};
-  UtcMs ms = 0;
-  for (int i = 0; i < 220; ++i) {
-    payload.assign(static_cast<std::size_t>(i % 70), static_cast<char>(i));
-    const std::uint16_t stream = streams[static_cast<std::size_t>(i) % std::size(streams)];
-    PSFrame frame = Frame(stream, 0, ms, payload);
-    frame.frameType = static_cast<std::uint16_t>(stream > 15 ? 0 : i % 20 == 0 ? 1 : 2 + i % 2);
-    frame.flags = static_cast<std::uint8_t>(i / 50 % 8 * 32);
-    frame.channel = descriptors[stream].channel;
-    frame.encoder = descriptors[stream].encoder;
-    ASSERT_EQ(file.WriteFrame(frame), kPsOk);
-    ms += i % 90 == 0 ? 5000 : i % 40 == 0 ? -3 : 30;
+  for (const std::size_t call : {1, 2}) {  // of the close: runs and head
+    ASSERT_EQ(Create(file), kPsOk);
+    for (int i = 0; i < 6; ++i) {
+      ASSERT_EQ(file.WriteFrame(Frame(0, kFrameI, 2000 * i, "x")), kPsOk);
+    }
+    faulty.Set({FileCall::WriteAt, call, 1, EIO, 0, ".psi"});
+    file.Close();
+    EXPECT_EQ(Read(testsupport::PsEnd::Unclosed).frames.size(), 6u) << "runs aren't records";
   }
-  EXPECT_EQ(file.GetFrameCount(2), 80u);
-  EXPECT_EQ(file.GetFrameCount(kWholeFile), 220u);
-  EXPECT_EQ(file.GetFrameCount(32), 0u);
-  const std::size_t clips = file.ClipCount();
-  file.Close();
-  EXPECT_EQ(file.GetFrameCount(kWholeFile), 0u);
-  const auto recording = Read();  // checks links, groups, counts, runs against the frames
-  ASSERT_EQ(recording.frames.size(), 220u);
-  EXPECT_EQ(recording.runs.size(), clips);
-  EXPECT_GT(clips, 30u);
-  EXPECT_EQ(recording.streams[2].channel, 9);
-  EXPECT_EQ(recording.Of(2).front()->encoder, 3u);
-  EXPECT_EQ(recording.frames[69].payload, testsupport::Bytes(69, 69));
+  for (const std::size_t call : {1, 2}) {  // media and index
+    faulty.ClearFaults();
+    faulty.Fail(FileCall::SetSize, call, ENOSPC);
+    EXPECT_EQ(Create(file, 100'000), kPsOpenFailed);
+    EXPECT_FALSE(file.IsWriting());
+    EXPECT_EQ(faulty.OpenFiles(), 0u);
+  }
 }
 
 TEST_F(PSFileTest, EncoderComesFromTheInputByteOfASingleInputFile) {
@@ -134,22 +129,20 @@ TEST_F(PSFileTest, SizesPadToThirtyTwoAndStopAtTheLimits) {
     std::uint64_t user;
     int result;
     std::uint32_t total, pad;
-  } rows[] = {
-      {0, 0, 0, 32, 0},
-      {31, 0, 0, 64, 1},
-      {32, 0, 0, 64, 0},
-      {29, 2, 0, 64, 1},
-      {30, 2, 0, 64, 0},
-      {0, 4, 0, 64, 27},
-      {0, 87, 0, 160, 12},
-      {0, 88, -1, 0, 0},
-      {0, std::uint64_t{1} << 63, -1, 0, 0},
-      {4'194'240, 0, 0, 4'194'272, 0},
-      {4'194'241, 0, -1, 0, 0},
-      {4'194'124, 87, 0, 4'194'272, 0},
-      {4'194'125, 87, -1, 0, 0},
-      {0xFFFFFFFF, 0, -1, 0, 0},
-  };
+  } rows[] = {{0, 0, 0, 32, 0},
+              {31, 0, 0, 64, 1},
+              {32, 0, 0, 64, 0},
+              {29, 2, 0, 64, 1},
+              {30, 2, 0, 64, 0},
+              {0, 4, 0, 64, 27},
+              {0, 87, 0, 160, 12},
+              {0, 88, -1, 0, 0},
+              {0, std::uint64_t{1} << 63, -1, 0, 0},
+              {4'194'240, 0, 0, 4'194'272, 0},
+              {4'194'241, 0, -1, 0, 0},
+              {4'194'124, 87, 0, 4'194'272, 0},
+              {4'194'125, 87, -1, 0, 0},
+              {0xFFFFFFFF, 0, -1, 0, 0}};
   for (const auto& row : rows) {
     PSFile file(files);
     ASSERT_EQ(Create(file), kPsOk);
@@ -271,11 +264,9 @@ TEST_F(PSFilePackets, PacketsThatDontFitAreRefused) {
   const struct {
     std::uint32_t size;
     int padInfo, result;
-  } rows[] = {
-      {1, 0xC0, -1},  {31, 0xC1, -1}, {33, 0xC0, -1},
-      {39, 0xD8, -1}, {64, 0xC1, -1}, {39, 0xF9, -1},  // not a pad count
-      {32, 0xC0, 0},  {64, 0xFF, 0},  {39, 0xD9, 0},
-  };
+  } rows[] = {{1, 0xC0, -1},  {31, 0xC1, -1}, {33, 0xC0, -1},
+              {39, 0xD8, -1}, {64, 0xC1, -1}, {39, 0xF9, -1},  // not a pad count
+              {32, 0xC0, 0},  {64, 0xFF, 0},  {39, 0xD9, 0}};
   for (const auto& row : rows) {
     std::vector<std::byte> bytes(packet.begin(), packet.begin() + row.size);
     if (row.size > 29) bytes[29] = static_cast<std::byte>(row.padInfo);
@@ -314,29 +305,22 @@ TEST_F(PSFileTest, CreateEmptiesWhatStoodThereAndClosesWhatWasOpen) {
   const auto second = testsupport::ReadPs(other);
   EXPECT_TRUE(second.faults.empty());
   EXPECT_EQ(second.frames.at(0).groupFrame, 1u);
-}
 
-TEST_F(PSFileTest, ALevelOtherThanZeroLeavesAnOpenFileThatTakesNoFrames) {
-  info.level = 1;
-  PSFile file(files);
+  info.level = 1;  // leaves an open file that takes no frames
   EXPECT_EQ(Create(file), kPsBadArgument);
   EXPECT_TRUE(file.IsWriting());
   EXPECT_EQ(file.WriteFrame(Frame(0, kFrameI, 0, "x")), kPsBadArgument);
-  file.Close();
-  EXPECT_FALSE(file.IsWriting());
 }
 
 TEST_F(PSFileTest, PreallocatedFilesAreCutAtTheirEnd) {
   const struct {
     std::uint64_t bytes, media, index;
-  } rows[] = {
-      {1, 4096, 4096},
-      {8191, 4096, 4096},
-      {8192, 4096, 4096},
-      {1'000'000, 995'328, 4096},
-      {20'971'519, 20'963'328, 4096},
-      {20'971'520, 10'485'760, 10'485'760},
-  };
+  } rows[] = {{1, 4096, 4096},
+              {8191, 4096, 4096},
+              {8192, 4096, 4096},
+              {1'000'000, 995'328, 4096},
+              {20'971'519, 20'963'328, 4096},
+              {20'971'520, 10'485'760, 10'485'760}};
   for (const auto& row : rows) {
     PSFile file(files);
     ASSERT_EQ(Create(file, row.bytes), kPsOk);

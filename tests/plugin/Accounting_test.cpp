@@ -1,6 +1,5 @@
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
+#include <future>
 #include <thread>
 
 #include "tests/plugin/PluginFixture.h"
@@ -10,42 +9,11 @@ namespace plugintest {
 namespace {
 
 using Accounting = PluginTest;
-
-TEST_F(Accounting, KeptFramesAreAllInTheFile) {
-  auto camera = Camera();
-  camera.audio = true;
-  Start();
-  Configure({camera});
-  const auto start = NowMs();
-  const auto video = MakeFrames(VideoProvider(camera), start, 40, Times(20, "IPBPB"));
-  const auto audio = MakeFrames(AudioProvider(camera), start, 40, Times(100, "A"), 160);
-  for (std::size_t n = 0; n < video.size(); ++n) {
-    Give(video[n]);
-    Give(audio[n]);
-  }
-  // The next group settles the last one, and stays undecided itself.
-  GiveAll(MakeFrames(VideoProvider(camera), start + 4000, 40, "IPP"));
-  Finish();
-  const auto recordings = RecordingsOf(camera);
-  ASSERT_EQ(recordings.size(), 1u);
-  const auto& recording = recordings[0];
-  ExpectFrames(recording.Of(kVideoSlot), video);
-  ExpectFrames(recording.Of(kAudioSlot), audio);
-  EXPECT_EQ(recording.fileInput, 0x80);
-  EXPECT_EQ(recording.streams[kVideoSlot].type, camera.standard + 128);
-  EXPECT_EQ(recording.streams[kVideoSlot].width16, camera.width / 16);
-  EXPECT_EQ(recording.streams[kVideoSlot].height16, camera.height / 16);
-  EXPECT_EQ(recording.streams[kVideoSlot].name, camera.name);
-  EXPECT_EQ(recording.streams[kAudioSlot].type, camera.audioStandard + 144);
-  EXPECT_EQ(recording.streams[kAudioSlot].sampleRate, camera.sampleRate);
-  EXPECT_EQ(recording.streams[kAudioSlot].bufSizeSamples, camera.bufSizeSamples);
-  ExpectNoTroubleInLog();
-}
+using WithoutDrive = SeamTest;
 
 TEST_F(Accounting, UnwantedFramesLeaveNoFile) {
   const auto camera = Camera(0, kOnAlarm);
-  Start();
-  Configure({camera});
+  Start({camera});
   GiveAll(MakeFrames(VideoProvider(camera), NowMs(), 40, Times(20, "IPB")));
   Finish();
   EXPECT_TRUE(Recordings().empty());
@@ -53,8 +21,7 @@ TEST_F(Accounting, UnwantedFramesLeaveNoFile) {
 
 TEST_F(Accounting, FramesBeforeTheFirstKeyFrameAreNotWritten) {
   const auto camera = Camera();
-  Start();
-  Configure({camera});
+  Start({camera});
   const auto frames = MakeFrames(VideoProvider(camera), NowMs(), 40, "PBPIPPIPP");
   GiveAll(frames);
   Finish();
@@ -65,8 +32,7 @@ TEST_F(Accounting, FramesBeforeTheFirstKeyFrameAreNotWritten) {
 
 TEST_F(Accounting, UnknownSourcesAreReported) {
   const auto camera = Camera();
-  Start();
-  Configure({camera});
+  Start({camera});
   for (int n = 0; n < 3; ++n) Give(MakeFrame(0x00770000, KELVO_FRAME_I, NowMs(), 500, 1));
   Give(MakeFrame(0, KELVO_FRAME_I, NowMs(), 500, 1));
   // A camera of this stream, but a channel that it doesn't have; and audio that isn't configured.
@@ -81,8 +47,8 @@ TEST_F(Accounting, UnknownSourcesAreReported) {
   EXPECT_TRUE(Recordings().empty());
 }
 
-TEST_F(Accounting, WithoutDriveOneWarningAndNothingKept) {
-  boost::filesystem::remove_all(tree.Path("drives"));
+TEST_F(WithoutDrive, OneWarningAndNothingKept) {
+  bundle.drives.Change([](auto& table) { table.drives.clear(); });
   Start();
   const auto camera = Camera();
   Configure({camera});
@@ -92,57 +58,18 @@ TEST_F(Accounting, WithoutDriveOneWarningAndNothingKept) {
   EXPECT_EQ(CountLog("psfile write error"), 0);
 }
 
-TEST_F(Accounting, CloseInFullFlight) {
-  const auto camera = Camera();
-  Start();
-  Configure({camera});
-  const auto frames = MakeFrames(VideoProvider(camera), NowMs(), 1, Times(1000, "IPBPB"), 500);
-  GiveAll(frames);
-  host->Close();
-  EXPECT_FALSE(Give(frames[0]));
-  Stop();
-  // What did reach the file is whole and in order.
-  const auto recordings = RecordingsOf(camera);
-  const auto found = FramesOf(recordings, kVideoSlot);
-  ASSERT_LE(found.size(), frames.size());
-  ExpectFrames(found, std::span(frames).first(found.size()));
-}
-
-// Holds the worker inside the host's log function, so that the queue can't move.
-class Gate {
- public:
-  void Pass() {
-    std::unique_lock guard(lock);
-    reached = true;
-    changed.notify_all();
-    changed.wait(guard, [&] { return open; });
-  }
-  void WaitReached() {
-    std::unique_lock guard(lock);
-    changed.wait(guard, [&] { return reached; });
-  }
-  void Open() {
-    std::lock_guard guard(lock);
-    open = true;
-    changed.notify_all();
-  }
-
- private:
-  std::mutex lock;
-  std::condition_variable changed;
-  bool reached = false, open = false;
-};
-
 TEST_F(Accounting, QueueLeftAtUnloadIsReleased) {
   const auto camera = Camera();
-  Gate gate;
+  // Holds the worker inside the host's log function, so that the queue can't move.
+  std::promise<void> reached, gate;
   host->onLog = [&](const SimHost::LogLine& line) {
-    if (line.text.find("skipping msg") != std::string::npos) gate.Pass();
+    if (line.text.find("skipping msg") == std::string::npos) return;
+    reached.set_value();
+    gate.get_future().wait();
   };
-  Start();
-  Configure({camera});
+  Start({camera});
   host->WriteXml(KELVO_WRITE_ACTION, "<stay/>");
-  gate.WaitReached();
+  reached.get_future().wait();
   GiveAll(MakeFrames(VideoProvider(camera), NowMs(), 40, Times(10, "IPB"), 500));
   for (const std::uint32_t writeClass : {KELVO_WRITE_ACTION, KELVO_WRITE_PTZ, 0u}) {
     EXPECT_TRUE(host->WriteXml(writeClass, hostkit::PtzMessage(camera, 17)));
@@ -150,7 +77,7 @@ TEST_F(Accounting, QueueLeftAtUnloadIsReleased) {
   EXPECT_TRUE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::FullConfiguration({camera})));
   EXPECT_EQ(host->Outstanding(), 34);
   host->Close();
-  gate.Open();
+  gate.set_value();
   Stop();
   EXPECT_TRUE(Recordings().empty());
 }
@@ -158,8 +85,7 @@ TEST_F(Accounting, QueueLeftAtUnloadIsReleased) {
 TEST_F(Accounting, SeveralThreadsGiveWhileCloseComes) {
   const auto camera = Camera();
   for (int round = 0; round < 5; ++round) {
-    Start();
-    Configure({camera});
+    Start({camera});
     std::atomic<int> accepted{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {

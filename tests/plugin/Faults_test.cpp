@@ -26,8 +26,7 @@ class FileFaults : public SeamTest {
     files.ClearFaults();
     files.Set(fault);
     const auto firedBefore = files.FaultsFired();
-    Start();
-    Configure({camera});
+    Start({camera});
     const auto early = MakeFrames(VideoProvider(camera), Now(), 40, Times(4, "IPBPB"), 700);
     GiveAll(early);
     Tick(5 * 60'000);
@@ -89,8 +88,11 @@ class FileFaults : public SeamTest {
   CameraConfig camera = Camera();
 };
 
-constexpr Trouble kTroubles[] = {
-    {"disk full", ENOSPC, 0}, {"I/O error", EIO, 0}, {"nothing moved", 0, 0}, {"short", 0, 5}};
+constexpr Trouble kTroubles[] = {{"disk full", ENOSPC, 0},
+                                 {"I/O error", EIO, 0},
+                                 {"nothing moved", 0, 0},
+                                 {"short", 0, 5},
+                                 {"short in the payload", 0, 40}};
 
 TEST_F(FileFaults, EachWriteMayFailAndTheNextFileIsWhole) {
   for (const auto& trouble : kTroubles) {
@@ -143,8 +145,7 @@ TEST_F(FileFaults, OutageIsToldOnceAndRecordingResumesAfterIt) {
 
 TEST_F(FileFaults, WriteErrorEndsOneCamerasFileOnly) {
   auto other = Camera(1);
-  Start();
-  Configure({camera, other});
+  Start({camera, other});
   bundle.files.Set({FileCall::WriteAt, 5, 1, EIO, 0, "-00110080.ps"});
   const auto mine = MakeFrames(VideoProvider(camera), Now(), 40, Times(10, "IPBPB"), 700);
   const auto others = MakeFrames(VideoProvider(other), Now(), 40, Times(10, "IPBPB"), 700);

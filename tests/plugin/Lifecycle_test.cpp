@@ -6,8 +6,6 @@
 namespace plugintest {
 namespace {
 
-constexpr std::uint32_t kUntouched = 0xABABABAB;
-
 // A block in which every byte is known, to see what the plug-in wrote.
 template <class T>
 T Marked() {
@@ -44,16 +42,20 @@ TEST_F(Lifecycle, LoadFillsTheDescriptorAndNothingElse) {
   EXPECT_EQ(std::memcmp(&descriptor, &wanted, sizeof wanted), 0);
 }
 
-TEST_F(Lifecycle, OpenAnnouncesTheModuleFirst) {
+TEST_F(Lifecycle, OpenAnnouncesTheModuleThenItsSettingsThenItsDrives) {
   Start();
-  const auto events = host->TakeEvents();
-  ASSERT_FALSE(events.empty());
-  EXPECT_EQ(events[0].eventClass, KELVO_CLASS_BROADCAST);
-  EXPECT_TRUE(Like(events[0].xml,
-                   "<?xml ?><qDVR Delta=\"0\"><Modules><Module Name=\"KELVO\" ID=\"327680\" "
-                   "Version=\"#\" /></Modules></qDVR>"))
-      << events[0].xml;
   EXPECT_TRUE(host->WaitForLog("KELVO - RecordMgr worker - running"));
+  Sync();
+  const auto events = host->TakeEvents();
+  ASSERT_EQ(events.size(), 3u);
+  EXPECT_EQ(events[0].eventClass, KELVO_CLASS_BROADCAST);
+  EXPECT_TRUE(
+      events[0].xml.starts_with("<?xml ?><qDVR Delta=\"0\"><Modules><Module Name=\"KELVO\" "
+                                "ID=\"327680\" Version=\"1."))
+      << events[0].xml;
+  EXPECT_EQ(events[1].eventClass, KELVO_CLASS_BROADCAST);
+  EXPECT_NE(events[1].xml.find("<Storage ID=\"327680\""), std::string::npos);
+  EXPECT_EQ(events[2].eventClass, KELVO_CLASS_EVENT);
 }
 
 TEST_F(Lifecycle, WriteAnswersInTheFieldOfEachCase) {
@@ -70,25 +72,20 @@ TEST_F(Lifecycle, WriteAnswersInTheFieldOfEachCase) {
     if (reply.Accepted != 1) host->Release(block.Payload);
   };
   KelvoWriteReply reply;
-  write(1, 0x100, reply);
-  EXPECT_EQ(reply.Result, 0xFFFFFFFFu);
-  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Result)));
-
-  write(0, KELVO_MODULE_ID, reply);
-  EXPECT_EQ(reply.Result, 0u);
-  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Result)));
-
-  write(1, KELVO_MODULE_ID, reply);
-  EXPECT_EQ(reply.Result, 0xFFFFFFFFu);
-
-  write(0, 0x100, reply);
-  EXPECT_EQ(reply.Accepted, 1u);
-  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Accepted)));
-
-  host->Close();
-  write(0, 0x100, reply);
-  EXPECT_EQ(reply.Accepted, 0u);
-  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Accepted)));
+  const auto expectResult = [&](std::uint8_t refuse, std::uint32_t source, std::uint32_t result) {
+    write(refuse, source, reply);
+    EXPECT_EQ(reply.Result, result);
+    EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Result)));
+  };
+  expectResult(1, 0x100, 0xFFFFFFFFu);
+  expectResult(0, KELVO_MODULE_ID, 0);
+  expectResult(1, KELVO_MODULE_ID, 0xFFFFFFFFu);
+  for (const std::uint32_t accepted : {1, 0}) {
+    write(0, 0x100, reply);
+    EXPECT_EQ(reply.Accepted, accepted);
+    EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoWriteReply, Accepted)));
+    host->Close();
+  }
 }
 
 TEST_F(Lifecycle, IoctlAnswersInTheFieldOfEachCase) {
@@ -103,28 +100,25 @@ TEST_F(Lifecycle, IoctlAnswersInTheFieldOfEachCase) {
     EXPECT_EQ(host->Raw().IOCTL(&block, &reply), 0u);
     return reply;
   };
-  for (const std::uint32_t operation : {2u, 3u}) {
-    for (const auto& reply :
-         {ioctl(operation, nullptr, 7), ioctl(operation, text, 0),
-          ioctl(operation, text, 0x80000000u), ioctl(operation, text, 0xFFFFFFFFu)}) {
-      EXPECT_TRUE(OnlyWrote(reply, 0, 0)) << operation;
-    }
-  }
   for (const std::uint32_t operation : {0u, 1u, 4u, 7u, 0xFFFFFFFFu}) {
     const auto reply = ioctl(operation, text, 7);
     EXPECT_EQ(reply.Status, 0xFFFFFFFFu) << operation;
     EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoIoctlReply, Status)));
   }
-  for (const std::uint32_t operation : {2u, 3u}) {
-    const auto reply = ioctl(operation, host->NewBuffer("<qDVR/>"), 7);
-    EXPECT_EQ(reply.Accepted, 1u);
-    EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoIoctlReply, Accepted)));
+  for (const std::uint32_t accepted : {1, 0}) {
+    for (const std::uint32_t operation : {2u, 3u}) {
+      EXPECT_TRUE(OnlyWrote(ioctl(operation, nullptr, 7), 0, 0));
+      for (const std::uint32_t length : {0u, 0x80000000u, 0xFFFFFFFFu}) {
+        EXPECT_TRUE(OnlyWrote(ioctl(operation, text, length), 0, 0)) << length;
+      }
+      void* buffer = host->NewBuffer("<qDVR/>");
+      const auto reply = ioctl(operation, buffer, 7);
+      EXPECT_EQ(reply.Accepted, accepted);
+      EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoIoctlReply, Accepted)));
+      if (accepted == 0) host->Release(buffer);
+    }
+    host->Close();
   }
-  Sync();
-  host->Close();
-  const auto reply = ioctl(2, text, 7);
-  EXPECT_EQ(reply.Accepted, 0u);
-  EXPECT_TRUE(OnlyWrote(reply, offsetof(KelvoIoctlReply, Accepted)));
 }
 
 TEST_F(Lifecycle, SeekAndEmptyReadAnswerAtOnce) {
@@ -142,6 +136,7 @@ TEST_F(Lifecycle, SeekAndEmptyReadAnswerAtOnce) {
   block.Payload = "<qDVR/>";
   EXPECT_EQ(host->Raw().Read(&block, &read), 0u);
   EXPECT_TRUE(OnlyWrote(read, 0, 0));
+  EXPECT_EQ(host->Raw().Read(nullptr, nullptr), 0u);
 }
 
 TEST_F(Lifecycle, CallsOutsideLoadAndUnloadAreHarmless) {
@@ -153,6 +148,10 @@ TEST_F(Lifecycle, CallsOutsideLoadAndUnloadAreHarmless) {
   write.Payload = ioctl.Payload = text;
   write.Length = ioctl.Length = 7;
   ioctl.Operation = KELVO_IOCTL_CONFIGURATION;
+  KelvoReadBlock read{};
+  read.Payload = text;
+  read.Length = 7;
+  auto readReply = Marked<KelvoReadReply>();
   const auto& raw = host->Raw();
   for (int round = 0; round < 2; ++round) {
     EXPECT_EQ(raw.Open(nullptr, nullptr), 0u);
@@ -160,6 +159,8 @@ TEST_F(Lifecycle, CallsOutsideLoadAndUnloadAreHarmless) {
     EXPECT_EQ(writeReply.Accepted, 0u);
     EXPECT_EQ(raw.IOCTL(&ioctl, &ioctlReply), 0u);
     EXPECT_EQ(ioctlReply.Accepted, 0u);
+    EXPECT_EQ(raw.Read(&read, &readReply), 0u);
+    EXPECT_TRUE(OnlyWrote(readReply, 0, 0));
     EXPECT_EQ(raw.Close(nullptr, nullptr), 0u);
     EXPECT_EQ(raw.Unload(nullptr, nullptr), 0u);
     // The second round sees the plug-in as it is after an Unload.
@@ -181,8 +182,7 @@ TEST_F(Lifecycle, LoadWhileLoadedStartsAfresh) {
   const auto camera = Camera();
   const auto frames = MakeFrames(VideoProvider(camera), NowMs(), 40, Times(4, "IPPP"));
   for (int round = 0; round < 2; ++round) {
-    Start();
-    Configure({camera});
+    Start({camera});
     GiveAll(frames);
     Sync();
   }
@@ -207,8 +207,7 @@ TEST_F(Lifecycle, StopsPromptlyWithoutTraffic) {
 
 TEST_F(Lifecycle, LevelOfTheHostHoldsFromTheNextLineOn) {
   host->SetLogLevel(KELVO_LOG_CRITICAL);
-  Start();
-  Configure({Camera()});
+  Start({Camera()});
   EXPECT_EQ(CountLog(""), 0);
   host->SetLogLevel(KELVO_LOG_WARNING);
   host->WriteXml(KELVO_WRITE_ACTION, "<other/>");

@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 
 #include "tests/plugin/seams/TestPlatform.h"
 
@@ -76,22 +78,22 @@ void ExpectFrames(const std::vector<const PsFrame*>& found, std::span<const Fram
   }
 }
 
-bool Like(const std::string& text, const std::string& pattern) {
-  std::size_t at = 0;
-  for (const char c : pattern) {
-    if (c != '#') {
-      if (at == text.size() || text[at++] != c) return false;
-      continue;
-    }
-    const auto begin = at;
-    at = std::min(text.find_first_not_of("0123456789,.", at), text.size());
-    while (at > begin && text[at - 1] == ',') --at;  // that is what comes behind the number
-    if (at == begin) return false;
-  }
-  return at == text.size();
+namespace {
+
+std::string EmptyTestDrive() {
+  const char* name = std::getenv("KELVO_TEST_DRIVE");
+  if (name == nullptr) throw std::runtime_error("KELVO_TEST_DRIVE must name a drive for tests");
+  for (const auto& entry : fs::directory_iterator(name)) fs::remove_all(entry.path());
+  return name;
 }
 
-PluginTest::PluginTest(const std::string& module) : before(fs::current_path()) {
+}  // namespace
+
+PluginTest::PluginTest(const std::string& module)
+    : recordedBelow(module == KELVO_PLUGIN && qv::kelvo::kPathSeparator == '\\'
+                        ? EmptyTestDrive()
+                        : tree.Path("drives")),
+      before(fs::current_path()) {
   tree.MakeDirectory("drives/a");
   fs::current_path(tree.Root());
   host = std::make_unique<SimHost>(module);
@@ -159,16 +161,17 @@ void PluginTest::ExpectNoTroubleInLog() {
 }
 
 std::vector<PsRecording> PluginTest::Recordings(PsEnd end) {
-  std::vector<PsRecording> recordings;
-  for (const auto& file : tree.Files()) {
-    if (!file.starts_with("drives/") || !file.ends_with(".ps")) continue;
-    recordings.push_back(testsupport::ReadPs(tree.Path(file), end));
-    for (const auto& fault : recordings.back().faults) ADD_FAILURE() << file << ": " << fault;
+  std::vector<PsRecording> found;
+  const fs::path root(recordedBelow);
+  if (!fs::exists(root)) return found;
+  for (const auto& file : qv::kelvo::FilesBelow(recordedBelow, ".ps")) {
+    found.push_back(testsupport::ReadPs((root / file).make_preferred().string(), end));
+    for (const auto& fault : found.back().faults) ADD_FAILURE() << file << ": " << fault;
   }
-  for (const auto& file : tree.FilesEndingIn(".psi")) {
-    EXPECT_TRUE(fs::exists(tree.Path(file.substr(0, file.size() - 1)))) << file << " is alone";
+  for (const auto& file : qv::kelvo::FilesBelow(recordedBelow, ".psi")) {
+    EXPECT_TRUE(fs::exists(root / file.substr(0, file.size() - 1))) << file << " is alone";
   }
-  return recordings;
+  return found;
 }
 
 std::vector<PsRecording> PluginTest::RecordingsOf(const CameraConfig& camera, PsEnd end) {

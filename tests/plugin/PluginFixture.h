@@ -51,12 +51,9 @@ std::int64_t TimeOf(const Frame& frame);
 // Checks that a file's frames are the given ones: content, type, flags, time and metadata.
 void ExpectFrames(const std::vector<const PsFrame*>& found, std::span<const Frame> given);
 
-// Whether a text is like a pattern, in which each `#` stands for a number such as 7, 1,234
-// or 1.0.2.
-bool Like(const std::string& text, const std::string& pattern);
-
-// Runs the plug-in in a directory of its own with one drive, drives/a. At the end it must have
-// released every buffer exactly once.
+// Runs the plug-in in a directory of its own with one drive, drives/a; where drives are letters,
+// the module without seams has the one that KELVO_TEST_DRIVE names, which is emptied. At the end it
+// must have released every buffer exactly once.
 class PluginTest : public ::testing::Test {
  protected:
   explicit PluginTest(const std::string& module = KELVO_PLUGIN);
@@ -66,6 +63,10 @@ class PluginTest : public ::testing::Test {
   void Start() {
     host->Load();
     host->Open();
+  }
+  void Start(const std::vector<CameraConfig>& cameras, int preAlarmSeconds = 0) {
+    Start();
+    Configure(cameras, preAlarmSeconds);
   }
   // Close and Unload at once: what is queued is not handled any more.
   void Stop();
@@ -99,6 +100,7 @@ class PluginTest : public ::testing::Test {
 
  private:
   void GiveMarker();
+  const std::string recordedBelow;  // what all drives lie below
   boost::filesystem::path before;
 };
 

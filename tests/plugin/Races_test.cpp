@@ -19,7 +19,7 @@ constexpr std::int64_t kMinute = 60'000, kHour = 60 * kMinute, kDay = 24 * kHour
 constexpr std::int64_t kNow = 1'750'003'200'000;
 constexpr std::uint64_t kCapacityGB = 100;
 constexpr int kPlanted = 90;  // on each of two drives
-constexpr int kSteps = 60, kSearchers = 2;
+constexpr int kSteps = 60, kSearchers = 4;
 
 // Drives on which each recording takes a gigabyte.
 class SmallDrives : public qv::kelvo::FakeDrives {
@@ -42,6 +42,9 @@ class OneTree : public PluginTest {
     reinterpret_cast<KelvoTestPlatformFunction>(host->Symbol("KelvoTestPlatform"))(&platform);
     host->onSearch = [this](const KelvoHostRequest& request) {
       if (request.SubCode != KELVO_SUB_SEARCH_PROGRESS) ++heard;
+      if (request.SubCode == KELVO_SUB_SEARCH_FRAME && request.Length > 2) {
+        EXPECT_EQ(static_cast<const char*>(request.Payload)[2], 1);
+      }
       return 0u;
     };
   }
@@ -105,7 +108,7 @@ TEST_F(OneTree, BearsRecordingSweepingAndSearchingAtOnce) {
   std::vector<std::thread> searchers;
   for (int i = 0; i < kSearchers; ++i) {
     searchers.emplace_back([this, &done, &cameras, i] {
-      auto ask = Ask{i, (kNow - 11 * kDay) / 1000, (kNow + 3 * kDay) / 1000};
+      auto ask = Ask{i % 2, (kNow - 11 * kDay) / 1000, (kNow + 3 * kDay) / 1000};
       for (const auto& camera : cameras) ask.Video(camera);
       while (!done) host->Read(ask.Xml(), static_cast<std::uint32_t>(i) + 1);
     });
@@ -113,6 +116,10 @@ TEST_F(OneTree, BearsRecordingSweepingAndSearchingAtOnce) {
   for (int step = 0; step < kSteps; ++step) {
     for (const auto& camera : cameras) {
       GiveAll(MakeFrames(VideoProvider(camera), clock.NowMs(), 100, "IPPPIPPP", 500));
+    }
+    // Ends all files.
+    if (step % 10 == 0) {
+      EXPECT_TRUE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::FullConfiguration(cameras)));
     }
     // Settings that all of them read, or that end a sweep on its way.
     if (step % 10 == 5) {
@@ -123,13 +130,16 @@ TEST_F(OneTree, BearsRecordingSweepingAndSearchingAtOnce) {
     clock.Advance(20 * kMinute);
     Sync();
   }
+  // A sweep that nothing ends on its way any more.
+  clock.Advance(kHour);
+  Sync();
+  EXPECT_TRUE(host->WaitForLog("Sweeper - completed"));
+  EXPECT_TRUE(host->WaitForLog("fs-cleanup - orphan file"));
   done = true;
   for (auto& searcher : searchers) searcher.join();
   EXPECT_GT(heard, 0u);
   EXPECT_GT(CountLog("GRV rm: "), 0);
-  EXPECT_GT(CountLog("Sweeper - completed"), 0);
-  EXPECT_GT(CountLog("Sweeper - expiring /"), 0);
-  EXPECT_GT(CountLog("fs-cleanup - orphan file"), 0);
+  EXPECT_GT(CountLog("Sweeper - expiring " + tree.Root()), 0);
   EXPECT_EQ(CountLog("could not get record volume"), 0);
   for (const auto& path : kept) EXPECT_TRUE(fs::exists(path) && fs::exists(path + 'i')) << path;
 }

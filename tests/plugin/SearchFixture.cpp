@@ -17,24 +17,12 @@ std::vector<long> Heard::All(const std::string& attribute) const {
   return values;
 }
 
-namespace {
-
-std::string Device(const CameraConfig& camera, const std::string& inner) {
-  return "<Devices ID=\"" + std::to_string(camera.provider) + "\"><Device Number=\"" +
-         std::to_string(camera.device) + "\">" + inner + "</Device></Devices>";
-}
-
-}  // namespace
-
 Ask& Ask::Video(const CameraConfig& camera, int input, const std::vector<std::int64_t>& moments) {
-  std::string inner = "<Video><Input Number=\"" + std::to_string(input) + "\">";
-  for (const auto moment : moments) inner += "<Request Frame=\"" + std::to_string(moment) + "\"/>";
-  inputs += Device(camera, inner + "</Input></Video>");
-  return *this;
-}
-
-Ask& Ask::Audio(const CameraConfig& camera, int input) {
-  inputs += Device(camera, "<Audio><Input Number=\"" + std::to_string(input) + "\"/></Audio>");
+  inputs += "<Devices ID=\"" + std::to_string(camera.provider) + "\"><Device Number=\"" +
+            std::to_string(camera.device) + "\"><Video><Input Number=\"" + std::to_string(input) +
+            "\">";
+  for (const auto moment : moments) inputs += "<Request Frame=\"" + std::to_string(moment) + "\"/>";
+  inputs += "</Input></Video></Device></Devices>";
   return *this;
 }
 
@@ -45,10 +33,13 @@ std::string Ask::Xml() const {
 }
 
 SearchTest::SearchTest() {
-  host->onSearch = [this](const KelvoHostRequest& request) { return Hear(request); };
+  host->onSearch = [this](const KelvoHostRequest& request) {
+    Hear(request);
+    return 0u;
+  };
 }
 
-std::uint32_t SearchTest::Hear(const KelvoHostRequest& request) {
+void SearchTest::Hear(const KelvoHostRequest& request) {
   EXPECT_EQ(request.Class, KELVO_CLASS_SEARCH);
   EXPECT_EQ(request.RequestId, kRequestId);
   EXPECT_EQ(request.Size, sizeof request);
@@ -66,25 +57,19 @@ std::uint32_t SearchTest::Hear(const KelvoHostRequest& request) {
       EXPECT_EQ(request.SubCode, KELVO_SUB_SEARCH_PROGRESS);
       EXPECT_EQ(request.Length, 0u);
       told.order += 'P';
-      ++told.bare;
   }
-  return ++events == cancelEvent ? cancelAnswer : 0;
 }
 
-Heard SearchTest::Search(const std::string& xml, int cancelAt, std::uint32_t answer) {
+Heard SearchTest::Search(const Ask& ask) {
   told = {};
-  events = 0;
-  cancelEvent = cancelAt;
-  cancelAnswer = answer;
-  host->Read(xml, kRequestId);
+  host->Read(ask.Xml(), kRequestId);
   EXPECT_TRUE(bundle.files.WaitForOpenFiles(openWriters)) << "a search left a file open";
   return std::move(told);
 }
 
 void SearchTest::Record(const CameraConfig& camera, std::span<const Frame> frames) {
   bundle.clock.SetNow(TimeOf(frames.front()));
-  Start();
-  Configure({camera});
+  Start({camera});
   GiveInTime(frames);
   Finish();
   Start();  // again, for the search

@@ -26,7 +26,6 @@ struct PlayedFrame {
 struct Heard {
   std::vector<PlayedFrame> frames;
   std::vector<std::string> results;
-  int bare = 0;  // progress and end events
   // "P" progress or end, "R" result, "F" frame, "E" frame without content.
   std::string order;
 
@@ -43,7 +42,6 @@ struct Ask {
 
   Ask& Video(const CameraConfig& camera, int input = 0,
              const std::vector<std::int64_t>& moments = {});
-  Ask& Audio(const CameraConfig& camera, int input = 0);
   [[nodiscard]] std::string Xml() const;
 };
 
@@ -52,10 +50,8 @@ class SearchTest : public SeamTest {
  protected:
   SearchTest();
 
-  // Runs the search and returns what came. Event number `cancelAt`, from 1, is answered with
-  // `answer`.
-  Heard Search(const std::string& xml, int cancelAt = 0, std::uint32_t answer = 1);
-  Heard Search(const Ask& ask, int cancelAt = 0) { return Search(ask.Xml(), cancelAt); }
+  // Runs the search and returns what came.
+  Heard Search(const Ask& ask);
 
   // Records frames of one camera in real time of the manual clock.
   void Record(const CameraConfig& camera, std::span<const Frame> frames);
@@ -64,10 +60,8 @@ class SearchTest : public SeamTest {
   std::size_t openWriters = 0;
 
  private:
-  std::uint32_t Hear(const KelvoHostRequest& request);
+  void Hear(const KelvoHostRequest& request);
   Heard told;
-  int events = 0, cancelEvent = 0;
-  std::uint32_t cancelAnswer = 1;
 };
 
 // Checks that the events are the frames, byte for byte and field for field.

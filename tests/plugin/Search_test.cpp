@@ -1,8 +1,5 @@
-#include <atomic>
 #include <iostream>
 #include <random>
-#include <set>
-#include <thread>
 
 #include "tests/plugin/SearchFixture.h"
 
@@ -43,49 +40,11 @@ TEST_F(SearchTest, PlaysBackWhatWasRecordedOverRollOversAndMidnight) {
   }
 }
 
-TEST_F(SearchTest, GivesBackEveryCodecWithItsAudio) {
-  std::int64_t first = kEvening;
-  for (int standard = 1; standard <= 5; ++standard, first += 20 * kMinute) {
-    SCOPED_TRACE(standard);
-    auto camera = Camera();
-    camera.standard = standard;
-    camera.audio = true;
-    camera.audioStandard = standard % 4 + 1;
-    camera.schedule = {{0, 167, kAlways}};
-    const auto video = MakeFrames(VideoProvider(camera), first, 100, Times(20, "IPBPB"), 70'000);
-    const auto audio = MakeFrames(AudioProvider(camera), first + 20, 100, Times(100, "A"), 320);
-    std::vector<Frame> frames;
-    for (std::size_t n = 0; n < video.size(); ++n) {
-      frames.push_back(video[n]);
-      frames.push_back(audio[n]);
-    }
-    bundle.clock.SetNow(first);
-    Start();
-    Configure({camera});
-    GiveAll(frames);
-    Finish();
-    Start();
-    const auto heard = Search(Ask{1, first / 1000, first / 1000 + 60}.Video(camera).Audio(camera));
-    std::vector<PlayedFrame> playedVideo, playedAudio;
-    for (const auto& frame : heard.frames) {
-      (frame.event.Source == VideoProvider(camera) ? playedVideo : playedAudio).push_back(frame);
-    }
-    ASSERT_GE(playedVideo.size(), 95u);  // the last group was still undecided
-    ASSERT_GE(playedAudio.size(), 95u);
-    ExpectPlayed(playedVideo, std::span(video).first(playedVideo.size()));
-    ExpectPlayed(playedAudio, std::span(audio).first(playedAudio.size()));
-    const auto standards = heard.All("Standard");
-    EXPECT_EQ(std::set<long>(standards.begin(), standards.end()),
-              (std::set<long>{standard, camera.audioStandard}));
-  }
-}
-
 TEST_F(SearchTest, PlaysWhatIsBeingRecordedRightNow) {
   const auto camera = Camera();
   const auto frames = MakeFrames(VideoProvider(camera), kEvening, 100, Times(60, "IPBPB"), 300);
   bundle.clock.SetNow(kEvening);
-  Start();
-  Configure({camera});
+  Start({camera});
   std::size_t seen = 0;
   for (std::size_t n = 0; n < frames.size(); n += 50) {
     GiveAll(std::span(frames).subspan(n, 50));
@@ -96,43 +55,6 @@ TEST_F(SearchTest, PlaysWhatIsBeingRecordedRightNow) {
     seen = heard.frames.size();
     ExpectPlayed(heard.frames, std::span(frames).first(seen));
     ASSERT_GE(seen + 10, n + 50);
-  }
-}
-
-TEST_F(SearchTest, RequestsWithoutATextOrAPluginLeaveTheReplyAlone) {
-  const std::string text = Ask{0, 0, 1}.Xml();
-  KelvoReadBlock block{};
-  KelvoReadReply reply{};
-  const auto read = [&](const char* payload, std::size_t length) {
-    block.Payload = payload;
-    block.Length = static_cast<std::uint32_t>(length);
-    reply.Result = 77;
-    EXPECT_EQ(host->Raw().Read(&block, &reply), 0u);
-    return reply.Result;
-  };
-  EXPECT_EQ(read(text.data(), text.size()), 77u);
-  Start();
-  EXPECT_EQ(read(nullptr, 5), 77u);
-  EXPECT_EQ(read(text.data(), 0), 77u);
-  EXPECT_EQ(read(text.data(), text.size()), 0u);
-  EXPECT_EQ(host->Raw().Read(nullptr, nullptr), 0u);
-}
-
-TEST_F(SearchTest, HostThatHasHadEnoughHearsNoMore) {
-  const auto camera = Camera();
-  Record(camera, MakeFrames(VideoProvider(camera), kEvening, kSecond, Times(80, "IPBPB"), 300));
-  for (const auto& [type, moments] :
-       {std::pair{0, std::vector<std::int64_t>{}}, {1, {}}, {1, {kEvening / 1000 + 20}}}) {
-    const Ask ask =
-        Ask{type, kEvening / 1000 - 10, kEvening / 1000 + 500}.Video(camera, 0, moments);
-    const std::string whole = Search(ask).order;
-    ASSERT_EQ(whole.find('F') != whole.npos, type != 0) << whole;
-    for (std::size_t event = 1; event <= whole.size(); ++event) {
-      for (const std::uint32_t answer : {1u, 2u}) {
-        ASSERT_EQ(Search(ask.Xml(), static_cast<int>(event), answer).order, whole.substr(0, event));
-      }
-    }
-    EXPECT_EQ(Search(ask).order, whole);
   }
 }
 
@@ -178,55 +100,6 @@ TEST_F(SearchTest, PlaysWhatIsLeftOfDamagedRecordings) {
     }
     for (const Ask& ask : {list, play}) ASSERT_TRUE(Search(ask).order.ends_with("P"));
   }
-}
-
-// Eight searches at once, while frames come in, the configuration changes and files disappear.
-class SearchCrowdTest : public PluginTest {};
-
-TEST_F(SearchCrowdTest, SearchesGoOnWhileEverythingElseDoes) {
-  std::atomic<int> ends{0}, played{0};
-  host->onSearch = [&](const KelvoHostRequest& request) {
-    if (request.SubCode == KELVO_SUB_SEARCH_FRAME) {
-      ++played;
-      if (request.Length >= 3) {
-        const auto* bytes = static_cast<const unsigned char*>(request.Payload);
-        EXPECT_EQ(bytes[2], 1);
-      }
-    } else if (request.SubCode == KELVO_SUB_SEARCH_RESULT) {
-      ++ends;
-    }
-    return 0u;
-  };
-  Start();
-  const auto camera = Camera();
-  Configure({camera});
-  const std::int64_t now = NowMs();
-  GiveAll(MakeFrames(VideoProvider(camera), now, 10, Times(100, "IPBPB"), 500));
-  Sync();
-  std::atomic<bool> stop{false};
-  std::vector<std::thread> searchers;
-  for (std::uint32_t id = 1; id <= 8; ++id) {
-    searchers.emplace_back([&, id] {
-      const int type = id % 2;
-      const std::string xml = Ask{type, now / 1000 - 60, now / 1000 + 600}.Video(camera).Xml();
-      do {
-        host->Read(xml, id);
-      } while (!stop);
-    });
-  }
-  for (int round = 0; round < 8; ++round) {
-    GiveAll(
-        MakeFrames(VideoProvider(camera), now + 10'000 * (round + 1), 10, Times(40, "IPBPB"), 500));
-    Configure({camera});  // ends the file and begins another
-    const auto media = tree.FilesEndingIn(".ps");
-    if (media.size() > 2) {
-      for (const char* suffix : {"i", ""}) boost::filesystem::remove(tree.Path(media[0]) + suffix);
-    }
-  }
-  stop = true;
-  for (auto& searcher : searchers) searcher.join();
-  EXPECT_GE(ends, 8);
-  EXPECT_GT(played, 100);
 }
 
 }  // namespace

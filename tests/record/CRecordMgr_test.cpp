@@ -2,11 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 #include "tests/support/FakeHost.h"
@@ -58,9 +56,9 @@ class RecordManager : public ::testing::Test {
     return message;
   }
   // An I frame; the next one is 40 ms younger.
-  RecordMessage Frame(std::uint32_t provider = kProvider) {
+  RecordMessage Frame() {
     RecordMessage message = Xml(0, "frame", 1);
-    message.Source = provider;
+    message.Source = kProvider;
     message.Header.FrameType = KELVO_FRAME_I;
     const qv::kelvo::UtcMs now = bundle.clock.NowMs();
     message.Header.Seconds = static_cast<std::uint32_t>(now / 1000);
@@ -71,17 +69,6 @@ class RecordManager : public ::testing::Test {
   void Handle(const RecordMessage& message) {
     manager->HandleMessage(message);
     manager->AfterMessage(0);
-  }
-  // Has the worker handle a message to its end.
-  void SendAndWait(const RecordMessage& message) {
-    ASSERT_TRUE(manager->Enqueue(message));
-    // The release of a second message shows that all work after the first is done.
-    const std::size_t releases = host.Releases();
-    ASSERT_TRUE(manager->Enqueue(Xml(0, "<qDVR/>")));
-    ASSERT_TRUE(host.WaitForReleases(releases + 1));
-    ASSERT_TRUE(manager->Enqueue(Xml(0, "<last/>")));
-    ASSERT_TRUE(host.WaitForLine("skipping msg - "));
-    host.ForgetTraffic();
   }
 
   FakeHost host;
@@ -126,14 +113,6 @@ TEST_F(RecordManager, AppliesWholeDocumentsOnlyAndReleasesEachOnce) {
     EXPECT_EQ(host.CountLines(50, row.line), *row.line == '\0' ? 0u : 1u);
     EXPECT_EQ(host.CountLines(50, ""), host.CountLines(50, row.line));
   }
-  const std::size_t releases = host.Releases();
-  for (const std::uint32_t length : {0u, 100u}) {
-    RecordMessage none;
-    none.Type = 2;
-    none.Length = length;
-    Handle(none);
-  }
-  EXPECT_EQ(host.Releases(), releases) << "no buffer, no release";
 }
 
 TEST_F(RecordManager, DeltaIsReportedSavedBroadcastAndAnswered) {
@@ -179,12 +158,11 @@ TEST_F(RecordManager, ReservesOnRequestAndGivesUp) {
   auto events = act("GUID='g' Command='4' ReserveGB='20'");
   ASSERT_EQ(events.size(), 1u);
   EXPECT_EQ(events[0].eventClass, 4u);
-  EXPECT_EQ(events[0].text, R"(<?xml ?><qDVR><Storage ID="327680"><Reservation GUID="g")"
-                            R"( ReserveGB="20" OutDir=")" +
-                                drive + R"(" TmpDir=")" + drive +
-                                R"(edgestortmp" /></Storage></qDVR>)");
+  EXPECT_EQ(events[0].text,
+            "<?xml ?><qDVR><Storage ID=\"327680\"><Reservation GUID=\"g\" "
+            "ReserveGB=\"20\" OutDir=\"" +
+                drive + "\" TmpDir=\"" + drive + "edgestortmp\" /></Storage></qDVR>");
   EXPECT_EQ(host.CountLines(25, "Added reservation GUID g for 20 GB"), 1u);
-  EXPECT_EQ(manager->ReservedGB(drive), 20);
   for (const char* ignored :
        {"GUID='g' Command='4' ReserveGB='5'", "GUID='h' Command='4' ReserveGB='0'",
         "GUID='h' Command='4'", "GUID='' Command='4' ReserveGB='5'", "GUID='h' ReserveGB='5'",
@@ -227,42 +205,6 @@ TEST_F(RecordManager, SweepsAfterFiveMinutesAndThenHourly) {
   EXPECT_EQ(sweeps(), 2u);
 }
 
-TEST_F(RecordManager, RecordsConfiguredChannelsAndReleasesTheRest) {
-  Handle(Xml(2, Configuration()));
-  Handle(Frame());
-  EXPECT_EQ(host.Outstanding(), 1u) << "the frame waits for its group's end";
-  Handle(Frame(0x00130100));
-  Handle(Frame(kProvider + 7));
-  RecordMessage empty = Frame();
-  core.DecrementReference(empty.Payload);
-  empty.Payload = nullptr;
-  Handle(empty);
-  EXPECT_EQ(host.Outstanding(), 1u);
-  EXPECT_EQ(host.CountLines(100, "write invalid provider ID 00130100!!!"), 1u);
-  EXPECT_EQ(Stats().eav, 4u);
-  EXPECT_EQ(Stats().Ch, 1u);
-  for (int i = 0; i < 5; ++i) Handle(Frame());
-  manager.reset();
-  EXPECT_EQ(host.Outstanding(), 0u);
-  EXPECT_EQ(tree.FilesEndingIn(".ps").size(), 1u);
-}
-
-TEST_F(RecordManager, FilesRollOverAtFiveMinutesAndWhenTheClockGoesBack) {
-  Handle(Xml(2, Configuration()));
-  const auto opened = [&] { return host.CountLines(25, "Opened "); };
-  EXPECT_EQ(opened(), 1u);
-  bundle.clock.Advance(5 * 60'000 - 1);
-  Handle(Xml(0, "<qDVR/>"));
-  EXPECT_EQ(opened(), 1u);
-  bundle.clock.Advance(1);
-  Handle(Xml(0, "<qDVR/>"));
-  EXPECT_EQ(opened(), 2u);
-  bundle.clock.SetNow(bundle.clock.NowMs() - 1000);
-  Handle(Xml(0, "<qDVR/>"));
-  EXPECT_EQ(opened(), 3u);
-  EXPECT_EQ(host.CountLines(25, "Closed "), 2u);
-}
-
 TEST_F(RecordManager, AudioMovesWhenItsSettingChanges) {
   Handle(Xml(2, Configuration(R"(<Expiration Type="1" Days="5"/>)")));
   EXPECT_EQ(host.CountLines("Opened "), 2u);
@@ -295,20 +237,6 @@ TEST_F(RecordManager, ThrowingWorkEndsAtTheMessageAndLosesNoBuffer) {
   EXPECT_EQ(host.Outstanding(), 0u);
 }
 
-TEST_F(RecordManager, PublishesStatisticsOnceAMinuteAndOnlyAfterAMessage) {
-  manager->Start();
-  EXPECT_THROW(manager->Start(), std::logic_error);
-  SendAndWait(Xml(0, "<qDVR/>"));
-  bundle.clock.Advance(60'000);
-  ASSERT_TRUE(manager->Enqueue(Xml(0, "<qDVR/>")));
-  ASSERT_TRUE(host.WaitForLine("Bytes Written - "));
-  EXPECT_EQ(host.CountLines(0, "MsgQ - InQ:0, ExecutedLastMin: 4, ExecutedTotal:4"), 1u);
-  SendAndWait(Xml(0, "<qDVR/>"));
-  bundle.clock.Advance(60'000);
-  ASSERT_TRUE(manager->Enqueue(Xml(0, "<qDVR/>")));
-  ASSERT_TRUE(host.WaitForLine("MsgQ - InQ:0, ExecutedLastMin: 4, ExecutedTotal:8"));
-}
-
 TEST_F(RecordManager, FrameTakenAsTheStopComesIsReleasedAtTheEnd) {
   Handle(Xml(2, Configuration()));
   manager->RequestStop();
@@ -324,40 +252,6 @@ TEST_F(RecordManager, FrameTakenAsTheStopComesIsReleasedAtTheEnd) {
   core.DecrementReference(late.Payload);
   manager.reset();
   EXPECT_EQ(host.Outstanding(), 0u);
-}
-
-TEST_F(RecordManager, EveryAcceptedBufferComesBackWhenTheStopCutsIn) {
-  manager->HandleMessage(Xml(2, Configuration()));
-  manager->Start();
-  std::vector<std::thread> writers;
-  for (int writer = 0; writer < 3; ++writer) {
-    writers.emplace_back([&] {
-      for (bool accepted = true; accepted;) {
-        const RecordMessage message = Frame();
-        accepted = manager->Enqueue(message);
-        if (!accepted) core.DecrementReference(message.Payload);
-      }
-    });
-  }
-  EXPECT_TRUE(host.WaitForReleases(300));
-  manager->RequestStop();
-  for (std::thread& writer : writers) writer.join();
-  manager.reset();
-  EXPECT_EQ(host.Outstanding(), 0u);
-}
-
-// A stop that didn't wake the worker would cost the minute that it waits for messages.
-TEST_F(RecordManager, StopWakesAWaitingWorker) {
-  const auto begin = std::chrono::steady_clock::now();
-  for (int round = 0; round < 50; ++round) {
-    CRecordMgr other(storage, core, bundle.platform);
-    other.Start();
-    if (round % 2 == 0) {
-      ASSERT_TRUE(other.Enqueue(Xml(0, "<qDVR/>")));
-    }
-    other.RequestStop();
-  }
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(50));
 }
 
 }  // namespace

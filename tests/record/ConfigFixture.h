@@ -1,18 +1,12 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <string>
-
-#include "host/Log.h"
 #include "record/DeviceConfig.h"
 #include "tests/record/StreamFixture.h"
 
 namespace qvsvr::kelvo {
 
 // Applies configuration messages to streams that record on one drive.
-class ConfigFixture : public testing::Test {
+class ConfigFixture : public StreamParts {
  protected:
   // "Device Number='5'" and what is inside it.
   static std::string Tag(const std::string& open, const std::string& inner = {}) {
@@ -84,29 +78,17 @@ class ConfigFixture : public testing::Test {
   // Gives a stream one I frame now, by default on channel 0 of encoder 0.
   void AddFrame(RecordStream& stream, std::uint32_t lowByte = 0) {
     KelvoFrameHeader header{};
-    header.Seconds = static_cast<std::uint32_t>(system.clock.NowMs() / 1000);
+    header.Seconds = static_cast<std::uint32_t>(bundle.clock.NowMs() / 1000);
     header.FrameType = (lowByte & 16) != 0 ? KELVO_FRAME_AUDIO : KELVO_FRAME_I;
     void* buffer = host.NewBuffer("frame");
     const std::uint32_t provider = (stream.StreamId & ~0xFFu) | lowByte;
     ASSERT_TRUE(stream.StreamAddFrame(provider, buffer, 5, 0, header, false));
   }
 
-  FakeHost host;
-  qv::kelvo::TempTree tree;
-  qv::kelvo::TestBundle system;
-  FakeCore core{system.clock};
-  OneVolume storage{core, system.platform};
-  NeverStopping manager;
-  CRecordAlarms alarms{core};
-  ReservationList reservations;
-  RecordStats stats;
-  RecordServices services{core, storage, manager, system.platform, alarms, reservations, stats};
   StreamSet streams;
   PreAlarmTable preAlarm;
   PtzInputs ptz;
   const ConfigTarget target{services, streams, preAlarm, ptz};
-
-  void SetUp() override { storage.Volume = tree.MakeDirectory("drive"); }
 };
 
 }  // namespace qvsvr::kelvo

@@ -5,6 +5,7 @@
 #include <random>
 #include <set>
 
+#include "media/LocalTime.h"
 #include "tests/record/StreamFixture.h"
 
 namespace qvsvr::kelvo {
@@ -18,7 +19,7 @@ struct ModelFrame {
 };
 
 struct Model {
-  std::map<int, ChannelSlot> slots;  // Schedule and LapseSchedule hold one entry for all hours
+  std::map<int, ChannelSlot> slots;
   std::int64_t defaultLapse = 0;
   std::vector<ModelFrame> pending;
   std::vector<std::string> written, returned;
@@ -29,19 +30,29 @@ struct Model {
   static bool Near(std::int64_t a, std::int64_t b, std::int64_t distance) {
     return std::abs(a - b) <= distance;
   }
+  static bool Covers(const ScheduleEntry& entry, std::int64_t time) {
+    const qv::kelvo::CalendarTime local = qv::kelvo::ToLocal(time);
+    const int hour = local.weekday * 24 + local.hour;
+    return entry.FirstHour <= hour && hour <= entry.LastHour;
+  }
   bool Wanted(const ModelFrame& f) {
-    const Schedule& schedule = slots[f.slot].Schedule;
-    const int value = schedule.empty() ? 0 : schedule[0].Value;
+    int value = 0;
+    for (const ScheduleEntry& entry : slots[f.slot].Schedule) {
+      value = entry.Value;
+      if (Covers(entry, f.time)) break;
+      value = 0;
+    }
     if (value == 2) return true;
     if (value == 1 && ((f.flags & 128) != 0 || f.ptz)) return true;
     return (f.flags & 64) != 0;
   }
   bool Lapse(const ModelFrame& f) {
-    std::int64_t interval = defaultLapse;
     const ChannelSlot& slot = slots[f.slot];
-    if (!slot.LapseSchedule.empty() && slot.LapseSchedule[0].Value >= 1) {
-      interval = slot.LapseSchedule[0].Value;
+    std::int64_t interval = 0;
+    for (const ScheduleEntry& entry : slot.LapseSchedule) {
+      if (interval < 1 && Covers(entry, f.time)) interval = entry.Value;
     }
+    if (interval < 1) interval = defaultLapse;
     if (interval < 1 || f.slot >= 16) return false;
     if (!slot.LastWritten || *slot.LastWritten > f.time) return true;
     return f.time - *slot.LastWritten >= interval;
@@ -178,11 +189,15 @@ class FlushModel : public StreamTest {
       slot.PreAlarm = Pick(random, {0, 0, 0, 1, 3, -1, 2});
       slot.PreMotion = Pick(random, {0, 0, 200, 1500, -50});
       slot.PostMotion = Pick(random, {0, 100, 400, -1});
-      if (const int value = Pick(random, {-1, 0, 1, 1, 2}); value >= 0)
-        slot.Schedule = AllWeek(value);
-      if (const int value = Pick(random, {-1, -1, 0, 300}); value >= 0) {
-        slot.LapseSchedule = AllWeek(value);
-      }
+      // The clock starts in hour 17 of the week; most runs see hour 18.
+      const auto entries = [&](Schedule& schedule, std::initializer_list<int> values) {
+        for (int count = Pick(random, {0, 1, 1, 2, 3}); count > 0; --count) {
+          const int first = Pick(random, {0, 0, 17, 18});
+          schedule.push_back({first, Pick(random, {17, 18, 167, 167}), Pick(random, values)});
+        }
+      };
+      entries(slot.Schedule, {0, 1, 1, 2, 3});
+      if (random() % 2 == 0) entries(slot.LapseSchedule, {0, 300, 500, -1});
       model.slots[number] = slot;
     }
     model.defaultLapse = lapse;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "tests/support/FakeHost.h"
 
 namespace qvsvr::kelvo {
@@ -19,30 +21,15 @@ std::vector<std::string> Publish(RecordStats& stats) {
 }
 
 TEST(RecordStats, SevenLinesInTheirOrderThenTheMinuteStartsAnew) {
-  RecordStats stats;
-  stats.InQ = 1234;
-  stats.ExecutedLastMin = 1000000;
-  stats.ExecutedTotal = 1000001;
-  stats.msgcur = 5;
-  stats.msgmin = 4;
-  stats.msgmax = 6000;
-  stats.eav = 7777;
-  stats.eptz = 1000;
-  stats.idev = 2;
-  stats.ievt = 3;
-  stats.iarc = 4;
-  stats.istg = 5;
-  stats.icas = 6;
-  stats.adev = 7;
-  stats.aarc = 8;
-  stats.astg = 9000;
-  stats.PES = 10;
-  stats.Ch = 1100;
+  RecordStats stats{1234, 1000000, 1000001, 5, 4, 6000};
+  // In the order of the lines.
+  std::tie(stats.eav, stats.eptz, stats.idev, stats.ievt, stats.iarc, stats.istg, stats.icas) =
+      std::tuple(7777, 1000, 2, 3, 4, 5, 6);
+  std::tie(stats.adev, stats.aarc, stats.astg) = std::tuple(7, 8, 9000);
   stats.Dropped = {1, 2, 3, 4000};
+  std::tie(stats.Ch, stats.PES) = std::tuple(1100, 10);
   stats.Written = {5, 6, 7, 8000};
-  stats.Motion = 9;
-  stats.Alarm = 10;
-  stats.PTZ = 11;
+  std::tie(stats.Motion, stats.Alarm, stats.PTZ) = std::tuple(9, 10, 11);
   stats.LastBytes = 123456789;
   const std::vector<std::string> expected{
       "MsgQ - InQ:1,234, ExecutedLastMin: 1,000,000, ExecutedTotal:1,000,001",
@@ -72,12 +59,9 @@ TEST(RecordStats, OnlyMinutesWithBytesCountForTheFigures) {
     stats.LastBytes = bytes;
     Publish(stats);
   }
-  EXPECT_EQ(stats.Periods, 2u);
-  EXPECT_EQ(stats.TotalBytes, 400u);
-  EXPECT_EQ(stats.MinBytes, 100u);
-  EXPECT_EQ(stats.MaxBytes, 300u);
-  EXPECT_EQ(stats.MedianBytes, 200u);
-  EXPECT_EQ(stats.AverageBytes, 200u);
+  EXPECT_EQ(std::tuple(stats.Periods, stats.TotalBytes, stats.MinBytes, stats.MaxBytes,
+                       stats.MedianBytes, stats.AverageBytes),
+            std::tuple(2, 400, 100, 300, 200, 200));
 }
 
 }  // namespace

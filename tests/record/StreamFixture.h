@@ -54,10 +54,27 @@ class ListingCore : public FakeCore {
   std::vector<std::string> Returned;
 };
 
-// All that record streams stand on. Frames are written as text: `I0 1:P40m 16:A80`: slot (0 if
-// none), type, milliseconds since the start of the clock, and flags: m motion, a alarm, z the
-// camera moves. The text is the frame's payload, too.
-class StreamTest : public ::testing::Test {
+// All that record streams stand on, with one volume.
+class StreamParts : public ::testing::Test {
+ protected:
+  void SetUp() override { storage.Volume = tree.MakeDirectory("volume"); }
+
+  FakeHost host;
+  qv::kelvo::TestBundle bundle;
+  ListingCore core{bundle.clock};
+  qv::kelvo::TempTree tree;
+  OneVolume storage{core, bundle.platform};
+  NeverStopping manager;
+  CRecordAlarms alarms{core};
+  ReservationList reservations;
+  RecordStats stats;
+  RecordServices services{core, storage, manager, bundle.platform, alarms, reservations, stats};
+};
+
+// A stream of its own. Frames are written as text: `I0 1:P40m 16:A80`: slot (0 if none), type,
+// milliseconds since the start of the clock, and flags: m motion, a alarm, z the camera moves. The
+// text is the frame's payload, too.
+class StreamTest : public StreamParts {
  protected:
   static constexpr std::uint32_t kStream = 0x00120180;
   static constexpr std::uint32_t kProvider = 0x00120100;  // plus the slot
@@ -127,21 +144,9 @@ class StreamTest : public ::testing::Test {
     return text;
   }
 
-  FakeHost host;
-  qv::kelvo::TestBundle bundle;
-  ListingCore core{bundle.clock};
-  qv::kelvo::TempTree tree;
-  OneVolume storage{core, bundle.platform};
-  NeverStopping manager;
-  CRecordAlarms alarms{core};
-  ReservationList reservations;
-  RecordStats stats;
-  RecordServices services{core, storage, manager, bundle.platform, alarms, reservations, stats};
   const qv::kelvo::UtcMs start = bundle.clock.NowMs();
   std::unique_ptr<RecordStream> stream = NewStream();
   ChannelSlot& slot0 = stream->Slots[0];
-
-  void SetUp() override { storage.Volume = tree.MakeDirectory("volume"); }
 };
 
 }  // namespace qvsvr::kelvo

@@ -74,30 +74,25 @@ TEST(Reservations, SumsPerVolumeAndRefusesNonsense) {
   EXPECT_EQ(list.ReservedGB("v/"), 2'000'000'000);
 }
 
-TEST(RateMeter, SumsUntilCleared) {
+TEST(RateMeter, SumsUntilClearedAndKeepsTheNewestBuckets) {
+  using Sum = std::optional<std::pair<std::uint64_t, std::uint64_t>>;  // bytes and milliseconds
+  const auto read = [](RateMeter& meter, bool clear) {
+    std::pair<std::uint64_t, std::uint64_t> sum{77, 77};
+    return meter.Read(sum.first, sum.second, clear) ? Sum(sum) : std::nullopt;
+  };
   RateMeter meter;
-  std::uint64_t bytes = 77, ms = 77;
-  EXPECT_FALSE(meter.Read(bytes, ms, true));
-  EXPECT_EQ(bytes, 77u);
+  EXPECT_EQ(read(meter, true), std::nullopt);
   meter.Add(10, 5'000'000'000);
   meter.Add(20, 7'500'000'000);
-  EXPECT_TRUE(meter.Read(bytes, ms, false));
-  EXPECT_TRUE(meter.Read(bytes, ms, true));
-  EXPECT_EQ(bytes, 30u);
-  EXPECT_EQ(ms, 2500u);
-  EXPECT_FALSE(meter.Read(bytes, ms, false));
+  EXPECT_EQ(read(meter, false), Sum({30, 2500}));
+  EXPECT_EQ(read(meter, true), Sum({30, 2500}));
+  EXPECT_EQ(read(meter, false), std::nullopt);
   meter.Add(1, 9'000'000'000);
-  EXPECT_TRUE(meter.Read(bytes, ms, false));
-  EXPECT_EQ(ms, 0u) << "time before the clear doesn't count";
-}
+  EXPECT_EQ(read(meter, false), Sum({1, 0})) << "time before the clear doesn't count";
 
-TEST(RateMeter, KeepsTheNewestBuckets) {
-  RateMeter meter(2, 2);
-  std::uint64_t bytes = 0, ms = 0;
-  for (int second = 0; second < 6; ++second) meter.Add(1, second * 1'000'000'000LL);
-  EXPECT_TRUE(meter.Read(bytes, ms, false));
-  EXPECT_EQ(bytes, 4u);  // of seconds 2 to 5
-  EXPECT_EQ(ms, 3000u);
+  RateMeter bounded(2, 2);
+  for (int second = 0; second < 6; ++second) bounded.Add(1, second * 1'000'000'000LL);
+  EXPECT_EQ(read(bounded, false), Sum({4, 3000}));  // of seconds 2 to 5
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "host/Log.h"
+#include "tests/support/TempTree.h"
 
 namespace qvsvr::kelvo {
 
@@ -14,9 +15,13 @@ namespace {
 
 std::atomic<FakeHost*> current{nullptr};
 
-std::size_t CountIf(const std::vector<FakeHost::LogLine>& lines,
-                    const std::function<bool(const FakeHost::LogLine&)>& wanted) {
-  return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), wanted));
+// At any level if `level` is below 0; paths compare whatever their separators are.
+std::size_t Count(const std::vector<FakeHost::LogLine>& lines, int level, std::string_view text) {
+  return static_cast<std::size_t>(
+      std::count_if(lines.begin(), lines.end(), [&](const FakeHost::LogLine& line) {
+        return (level < 0 || line.level == level) &&
+               qv::kelvo::Slashed(line.text).find(qv::kelvo::Slashed(text)) != std::string::npos;
+      }));
 }
 
 }  // namespace
@@ -49,36 +54,18 @@ std::size_t FakeHost::Outstanding() const {
   return live.size();
 }
 
-std::size_t FakeHost::Releases() const {
-  const std::lock_guard lock(mutex);
-  return releases;
-}
-
 void FakeHost::SetAnswer(std::uint32_t returned, std::uint32_t status) {
   const std::lock_guard lock(mutex);
   answerReturned = returned;
   answerStatus = status;
 }
 
-std::vector<FakeHost::LogLine> FakeHost::Lines() const {
-  const std::lock_guard lock(mutex);
-  return lines;
-}
-
 std::size_t FakeHost::CountLines(std::string_view text) const {
-  return CountIf(Lines(),
-                 [&](const LogLine& line) { return line.text.find(text) != std::string::npos; });
+  return Count(Lines(), -1, text);
 }
 
 std::size_t FakeHost::CountLines(int level, std::string_view text) const {
-  return CountIf(Lines(), [&](const LogLine& line) {
-    return line.level == level && line.text.find(text) != std::string::npos;
-  });
-}
-
-std::vector<FakeHost::XmlEvent> FakeHost::Events() const {
-  const std::lock_guard lock(mutex);
-  return events;
+  return Count(Lines(), level, text);
 }
 
 void FakeHost::ForgetTraffic() {
@@ -88,11 +75,7 @@ void FakeHost::ForgetTraffic() {
 }
 
 bool FakeHost::WaitForLine(std::string_view text) {
-  return Wait([&] {
-    return CountIf(lines, [&](const LogLine& line) {
-             return line.text.find(text) != std::string::npos;
-           }) > 0;
-  });
+  return Wait([&] { return Count(lines, -1, text) > 0; });
 }
 
 bool FakeHost::WaitForEvents(std::size_t count) {

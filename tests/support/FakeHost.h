@@ -40,7 +40,7 @@ class FakeHost {
   // A counted buffer with a copy of the content, owing one release, upon which its memory is freed.
   void* NewBuffer(std::string_view content);
   [[nodiscard]] std::size_t Outstanding() const;
-  [[nodiscard]] std::size_t Releases() const;
+  [[nodiscard]] std::size_t Releases() const { return Copy(releases); }
 
   void SetThreshold(std::uint32_t level) { threshold = level; }
   // What XML events and releases are answered with.
@@ -48,11 +48,11 @@ class FakeHost {
   // Takes requests of other kinds; they are answered 0 without it. Set it before they can come.
   std::function<std::uint32_t(const KelvoHostRequest&, KelvoHostReply&)> onOther;
 
-  [[nodiscard]] std::vector<LogLine> Lines() const;
+  [[nodiscard]] std::vector<LogLine> Lines() const { return Copy(lines); }
   // Lines that contain `text`, at any level or at one.
   [[nodiscard]] std::size_t CountLines(std::string_view text) const;
   [[nodiscard]] std::size_t CountLines(int level, std::string_view text) const;
-  [[nodiscard]] std::vector<XmlEvent> Events() const;
+  [[nodiscard]] std::vector<XmlEvent> Events() const { return Copy(events); }
   [[nodiscard]] std::size_t LevelQueries() const { return levelQueries; }
   void ForgetTraffic();  // lines and events; buffers stay counted
 
@@ -66,6 +66,11 @@ class FakeHost {
   std::uint32_t Handle(const KelvoHostRequest& request, KelvoHostReply& reply);
   void Release(const void* buffer);
   bool Wait(const std::function<bool()>& reached);
+  template <class T>
+  T Copy(const T& value) const {
+    const std::lock_guard lock(mutex);
+    return value;
+  }
 
   mutable std::mutex mutex;
   std::condition_variable changed;

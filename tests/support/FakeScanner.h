@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <fstream>
 #include <map>
@@ -7,20 +8,22 @@
 #include <string>
 #include <vector>
 
+#include "archiving/CLocalDiskScanner.h"
 #include "archiving/IResult.h"
-#include "archiving/IScanner.h"
+#include "tests/support/TempTree.h"
 
 namespace testsupport {
 
 // A target whose files lie in a map from path to content, and whose transfers are done at once.
-class FakeScanner : public qvArchiving::IScanner {
+// What isn't told here is not asked by those who search.
+class FakeScanner : public qvArchiving::CLocalDiskScanner {
   using Path = boost::filesystem::path;
 
  public:
   // Type "5" is a bucket.
   FakeScanner(const std::string& mount, const std::string& type)
-      : IScanner({{qvArchiving::property::kType, type},
-                  {qvArchiving::property::kFullyMountedPath, mount}}),
+      : CLocalDiskScanner({{qvArchiving::property::kType, type},
+                           {qvArchiving::property::kFullyMountedPath, mount}}),
         mounted(mount) {}
 
   std::map<std::string, std::string> files;
@@ -33,58 +36,33 @@ class FakeScanner : public qvArchiving::IScanner {
                       qvArchiving::ScannedFileSet* set, bool, std::string&) override {
     ++queries;
     for (const auto& [name, content] : files) {
-      if (name.substr(0, name.rfind('/') + 1) != directory.string()) continue;
+      const std::string path = Slashed(name);
+      if (path.substr(0, path.rfind('/') + 1) != Slashed(directory.string())) continue;
       set->insert({name, Path(name).filename().string(), content.size(), true, 0});
     }
     return !failing;
   }
   bool TestDirectory(const Path& directory) override {
     for (const auto& file : files) {
-      if (file.first.starts_with(directory.string())) return true;
+      if (Slashed(file.first).starts_with(Slashed(directory.string()))) return true;
     }
     return false;
   }
-  bool IsWithinMount(const Path& path) override { return path.string().starts_with(mounted); }
+  bool IsWithinMount(const Path& path) override {
+    return Slashed(path.string()).starts_with(Slashed(mounted));
+  }
 
   std::shared_ptr<qvArchiving::IResult> Download(const Path& remote, const Path& local,
                                                  std::int64_t offset, std::int64_t size) override {
     downloads.push_back(remote.filename().string() + " " + std::to_string(offset) + "+" +
                         std::to_string(size));
-    const auto found = files.find(remote.string());
+    const auto found = std::find_if(files.begin(), files.end(), [&](const auto& file) {
+      return Slashed(file.first) == Slashed(remote.string());
+    });
     const bool done = !failing && found != files.end();
     if (done) Place(local, found->second, offset, size);
     return std::make_shared<Result>(*this, done);
   }
-
-  // The rest isn't asked by those who search.
-  bool GetYears(const Path&, std::set<int>&, std::string&) override { return false; }
-  bool DownloadDirectory(const Path&, const Path&, std::uint32_t&, std::uint64_t&,
-                         const std::map<std::string, std::string>&, std::string&) override {
-    return false;
-  }
-  bool TestFile(const Path&) override { return false; }
-  bool CreateDirectories(const Path&, std::string&) override { return false; }
-  bool SetPermissions(const Path&, std::uint32_t, std::string&) override { return false; }
-  bool DeleteDirectory(const Path&, std::string&, bool) override { return false; }
-  bool GetDiskSpace(const Path&, qvArchiving::TargetSpace&, std::string&) override { return false; }
-  bool RenameFile(const Path&, const Path&, std::string&) override { return false; }
-  bool GetFileSize(const Path&, std::uint64_t&, std::string&) override { return false; }
-  bool RemoveFile(const Path&, std::string&) override { return false; }
-  bool GetMountPath(Path&) override { return false; }
-  bool GetRemoteName(Path&) override { return false; }
-  std::shared_ptr<qvArchiving::IResult> Upload(const Path&, const Path&,
-                                               const std::map<std::string, std::string>&) override {
-    return nullptr;
-  }
-  std::shared_ptr<qvArchiving::IResult> RetryUpload(
-      const std::shared_ptr<qvArchiving::IResult>&) override {
-    return nullptr;
-  }
-  std::shared_ptr<qvArchiving::IResult> RetryDownload(
-      const std::shared_ptr<qvArchiving::IResult>&) override {
-    return nullptr;
-  }
-  bool IsSameTarget(const qvArchiving::ScannerProperties&) override { return false; }
 
  private:
   class Result : public qvArchiving::IResult {
@@ -109,6 +87,8 @@ class FakeScanner : public qvArchiving::IScanner {
     FakeScanner& owner;
     const bool done;
   };
+
+  static std::string Slashed(const std::string& path) { return qv::kelvo::Slashed(path); }
 
   static void Place(const Path& local, const std::string& content, std::int64_t offset,
                     std::int64_t size) {

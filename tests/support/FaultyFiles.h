@@ -42,9 +42,6 @@ class FaultyFiles : public MediaFiles {
   void FailForGood(FileCall call, std::size_t nth, int error) {
     Set({call, nth, FileFault::kForGood, error, 0, {}});
   }
-  void WriteShort(std::size_t nth, std::size_t bytes) {
-    Set({FileCall::WriteAt, nth, 1, 0, bytes, {}});
-  }
   void ClearFaults();
 
   // Runs before each call, outside any lock: may kill the process. Set it while no call runs.

@@ -102,9 +102,7 @@ class Reader {
     Expect(std::equal(std::begin(kPack), std::end(kPack), media.begin()), "pack header differs");
     const std::size_t m = kMapOffset;
     Equal("map start code", Big(media, m, 4), 0x1BCu);
-    Equal("map length", Big(media, m + 4, 2), kMapSize - 6);
-    Equal("map byte 6", Byte(media, m + 6), 0xE2u);
-    Equal("map byte 7", Byte(media, m + 7), 0xFFu);
+    Equal("map length and version", Big(media, m + 4, 4), (kMapSize - 6) << 16 | 0xE2FFu);
     Equal("program info length", Big(media, m + 8, 2), 94u);
     for (std::size_t i = 10; i < 18; ++i) Equal(Name("map byte", i), Byte(media, m + i), 0xFFu);
     result.fileInput = media[m + 18];
@@ -233,8 +231,7 @@ class Reader {
     Equal(name + " start code", Big(media, at, 3), 1u);
     Equal(name + " stream id", media[at + 3], result.streams[frame.stream].id);
     Equal(name + " PES length", Big(media, at + 4, 2), (frame.total - 6) & 0xFFFF);
-    Equal(name + " byte 6", media[at + 6], 0x80u);
-    Equal(name + " byte 7", media[at + 7], 0xC1u);
+    Equal(name + " bytes 6 and 7", Big(media, at + 6, 2), 0x80C1u);
     const unsigned user = media[at + 8] >= 23 ? media[at + 8] - 23u : 0u;
     Equal(name + " header length", media[at + 8], user + 23);
     Expect(user <= 116, name + " has too much user data");
@@ -242,12 +239,10 @@ class Reader {
     Equal(name + " DTS", TimeStamp(name + " DTS", at + 14), std::uint64_t{frame.ms} * 90);
     Equal(name + " byte 19", media[at + 19], 0x0Fu);
     Equal(name + " extension length", media[at + 20], 0x80 | (user + 11));
-    if (previousTotal == kNone) {
-      Equal(name + " previous size", Big(media, at + 21, 3), 0xFFFFFFu);
-    } else {
-      Equal(name + " previous size", ProtectedSize(name + " previous size", at + 21),
-            previousTotal);
-    }
+    const bool first = previousTotal == kNone;
+    Equal(name + " previous size",
+          first ? Big(media, at + 21, 3) : ProtectedSize(name + " previous size", at + 21),
+          first ? 0xFFFFFFu : previousTotal);
     Equal(name + " size", ProtectedSize(name + " size", at + 24), frame.total);
     Equal(name + " frame info", media[at + 27], frame.flags | 0x1C | frame.type);
     Equal(name + " stream info", media[at + 28], 0xC0 | frame.encoder << 4 | frame.channel);

@@ -6,6 +6,12 @@
 
 namespace qv::kelvo {
 
+// The path with `/` for each separator, as tests write paths.
+[[nodiscard]] std::string Slashed(std::string_view path);
+
+// Files below `root` whose names end so, relative to it, with `/`, ascending.
+[[nodiscard]] std::vector<std::string> FilesBelow(const std::string& root, std::string_view suffix);
+
 // A directory of a test's own, without a `-` in its path, removed with all below at the end.
 class TempTree {
  public:
@@ -23,9 +29,10 @@ class TempTree {
   void Write(std::string_view relative, std::string_view content) const;  // makes directories, too
   [[nodiscard]] std::string Read(std::string_view relative) const;        // "" if there is none
 
-  // Files below, relative to the root, with `/`, ascending.
-  [[nodiscard]] std::vector<std::string> Files() const;
-  [[nodiscard]] std::vector<std::string> FilesEndingIn(std::string_view suffix) const;
+  [[nodiscard]] std::vector<std::string> Files() const { return FilesBelow(root, ""); }
+  [[nodiscard]] std::vector<std::string> FilesEndingIn(std::string_view suffix) const {
+    return FilesBelow(root, suffix);
+  }
 
  private:
   std::string root;

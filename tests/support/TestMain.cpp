@@ -28,8 +28,14 @@ class OwnDirectory : public testing::EmptyTestEventListener {
 
 // Names in the media tree follow local time: every test program runs in a zone with summer time.
 int main(int count, char** arguments) {
+#ifdef _WIN32
+  // Here the zone is the system's; the C runtime misreads zone names in TZ.
+  _putenv("TZ=");
+  _tzset();
+#else
   setenv("TZ", "Europe/Berlin", 1);
   tzset();
+#endif
   testing::InitGoogleTest(&count, arguments);
   testing::UnitTest::GetInstance()->listeners().Append(new OwnDirectory);
   return RUN_ALL_TESTS();

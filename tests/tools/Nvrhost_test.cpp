@@ -1,5 +1,9 @@
+#include <array>
+#include <iomanip>
+#include <sstream>
 #include <utility>
 
+#include "tests/support/PsParser.h"
 #include "tests/tools/ToolFixture.h"
 
 namespace toolstest {
@@ -21,9 +25,36 @@ class NvrhostExport : public ToolTest, public ::testing::WithParamInterface<Code
 // 25 frames a second in groups of 10: the last group, undecided at the end, isn't kept.
 constexpr int kFramesKept = 190;
 
-TEST_P(NvrhostExport, DecodesWithTheFramesLengthAndCodecOfTheSource) {
+// The frames of a slot, taken out by the tests' own reader of the format, as lines of a ledger.
+std::string AsLedger(const testsupport::PsRecording& recording, unsigned slot) {
+  std::ostringstream lines;
+  for (const auto* frame : recording.Of(slot)) {
+    std::uint64_t hash = 0xCBF29CE484222325;
+    for (const std::uint8_t byte : frame->payload) hash = (hash ^ byte) * 0x100000001B3;
+    lines << frame->timeMs << ' ' << frame->type << ' ' << frame->flags << ' '
+          << frame->payload.size() << ' ' << std::hex << std::setw(16) << std::setfill('0') << hash
+          << std::dec << '\n';
+  }
+  return lines.str();
+}
+
+TEST_P(NvrhostExport, RecordsAndExportsWhatTheEncodersGave) {
   const auto& row = GetParam();
   Record(std::string("--codec ") + row.option + " --audio " + row.audio);
+  const auto recording = testsupport::ReadPs(tree.Path(OnlyRecording()));
+  EXPECT_EQ(recording.faults, std::vector<std::string>{});
+  std::array<std::string, 2> given;  // video and audio
+  std::istringstream ledger(tree.Read("given"));
+  std::string provider, time, type, flags, size, hash, metadata;
+  std::getline(ledger, provider);  // the heading
+  while (ledger >> provider >> time >> type >> flags >> size >> hash >> metadata) {
+    given[type == "0"] += time + ' ' + type + ' ' + flags + ' ' + size + ' ' + hash + '\n';
+  }
+  EXPECT_GE(recording.Of(0).size(), std::size_t{kFramesKept});
+  EXPECT_TRUE(given[0].starts_with(AsLedger(recording, 0)));
+  EXPECT_EQ(recording.Of(16).empty(), std::string(row.audio) == "none");
+  EXPECT_TRUE(given[1].starts_with(AsLedger(recording, 16)));
+
   const std::string file = std::string("out.") + row.container;
   const auto played = Nvrhost("play --dir . --verify given --complete --export " + file);
   ASSERT_EQ(played.code, 0) << played.text;
@@ -55,6 +86,23 @@ INSTANTIATE_TEST_SUITE_P(, NvrhostExport,
                                            CodecRow{"h265", "none", "mp4", "hevc"},
                                            CodecRow{"mpeg2", "g711", "mkv", "mpeg2video"},
                                            CodecRow{"mjpeg", "none", "mp4", "mjpeg"}));
+
+TEST_F(NvrhostPlayback, Mpeg2RecordingIsAProgramStreamForOtherTools) {
+  Record("--codec mpeg2");
+  const std::string media = OnlyRecording();
+  // What ffprobe says is the number of pictures that it decoded, and any error.
+  const auto decode = [&](const std::string& options) {
+    return Ffmpeg(
+               "ffprobe -f mpeg -count_frames -select_streams v:0 -show_entries "
+               "stream=nb_read_frames -of default=nk=1:nw=1 " +
+               options + media)
+        .text;
+  };
+  EXPECT_EQ(decode("-v error -skip_initial_bytes 1978 "), std::to_string(kFramesKept) + "\n");
+  // Read as it stands, the four bytes behind the map are taken for a checksum: the first picture
+  // is lost, and with it its group.
+  EXPECT_EQ(decode("-v fatal "), std::to_string(kFramesKept - 10) + "\n");
+}
 
 TEST_F(NvrhostPlayback, TellsAChangedAndAnUnknownFrame) {
   Record("--codec mpeg2 --metadata 40");
