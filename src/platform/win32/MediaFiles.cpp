@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -116,7 +117,7 @@ class MediaFileOnWin32 : public MediaFile {
 
   // The runtime ends the process when it is asked about a closed descriptor; the system doesn't.
   [[nodiscard]] HANDLE Handle() const {
-    return fd < 0 ? INVALID_HANDLE_VALUE : reinterpret_cast<HANDLE>(_get_osfhandle(fd));
+    return fd < 0 ? INVALID_HANDLE_VALUE : std::bit_cast<HANDLE>(_get_osfhandle(fd));
   }
 
   // Transfers mostly follow one another, so that the file stands where the next one begins.
