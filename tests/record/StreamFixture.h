@@ -43,14 +43,15 @@ class NeverStopping : public IRecordManager {
   bool IsStopping() const override { return false; }
 };
 
-// A core that remembers which buffers came back, in order.
+// A core that remembers which of the named buffers came back, in order.
 class ListingCore : public FakeCore {
  public:
   using FakeCore::FakeCore;
   void DecrementReference(void* buffer) override {
-    Returned.push_back(static_cast<const char*>(buffer));
+    if (auto named = Names.extract(buffer)) Returned.push_back(std::move(named.mapped()));
     FakeCore::DecrementReference(buffer);
   }
+  std::map<void*, std::string> Names;
   std::vector<std::string> Returned;
 };
 
@@ -105,6 +106,7 @@ class StreamTest : public StreamParts {
     header.FrameType = static_cast<std::uint8_t>(std::string("AIPB").find(rest[0]));
     header.FrameFlags = static_cast<std::uint8_t>((has('m') ? 0x80 : 0) | (has('a') ? 0x40 : 0));
     void* buffer = host.NewBuffer(std::string_view(text.c_str(), text.size() + 1));
+    core.Names[buffer] = text;
     const auto provider = kProvider + static_cast<std::uint32_t>(slot);
     const bool taken = stream->StreamAddFrame(
         provider, buffer, static_cast<std::uint32_t>(text.size()), subCode, header, has('z'));
