@@ -99,10 +99,13 @@ std::string CFileSystem::GetRecordVolume(const IRecordManager* manager, std::int
 }
 
 std::string CFileSystem::GetVolumeToReserve(const IRecordManager* manager, std::int64_t desiredGB) {
-  patient = true;
-  std::string name = GetRecordVolume(manager, desiredGB);
-  patient = false;
-  return name;
+  struct Patience {
+    explicit Patience(bool& flag) : patient(flag) { patient = true; }
+    ~Patience() { patient = false; }
+    bool& patient;
+  };
+  const Patience whileAsking(patient);
+  return GetRecordVolume(manager, desiredGB);
 }
 
 std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t desiredGB,
