@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <boost/filesystem/operations.hpp>
 
+#include "platform/DriveSpace.h"
 #include "platform/posix/Posix.h"
 
 namespace qv::kelvo {
@@ -47,11 +48,7 @@ class DrivesOnPosix : public Drives {
   }
 
   std::string Space(const std::string& path, DriveSpace& space) override {
-    boost::system::error_code error;
-    const boost::filesystem::space_info info = boost::filesystem::space(path, error);
-    if (error) return error.message();
-    space = {info.capacity, info.free, info.available};
-    return {};
+    return MeasureSpace(path, space);
   }
 
  private:

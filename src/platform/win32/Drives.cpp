@@ -1,6 +1,6 @@
 #include <array>
-#include <boost/filesystem/operations.hpp>
 
+#include "platform/DriveSpace.h"
 #include "platform/win32/Win32.h"
 
 namespace qv::kelvo {
@@ -49,11 +49,7 @@ class DrivesOnWin32 : public Drives {
   }
 
   std::string Space(const std::string& path, DriveSpace& space) override {
-    boost::system::error_code error;
-    const boost::filesystem::space_info info = boost::filesystem::space(path, error);
-    if (error) return error.message();
-    space = {info.capacity, info.free, info.available};
-    return {};
+    return MeasureSpace(path, space);
   }
 };
 
