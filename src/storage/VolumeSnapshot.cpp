@@ -5,8 +5,6 @@
 namespace qvsvr::kelvo {
 namespace {
 
-constexpr char kMountedPathKey[] = "FullyMountedPath";
-
 bool Passes(const qv::kelvo::ArchiveFilter* filter, std::int32_t id) {
   if (filter == nullptr) return true;
   const auto entry = filter->find(id);
@@ -14,10 +12,8 @@ bool Passes(const qv::kelvo::ArchiveFilter* filter, std::int32_t id) {
 }
 
 std::string MountedPath(const qvArchiving::IScanner& archive) {
-  const qvArchiving::ScannerProperties properties = archive.Properties();
-  const auto entry = properties.find(kMountedPathKey);
-  if (entry == properties.end()) return {};
-  std::string path = entry->second;
+  namespace key = qvArchiving::property;
+  std::string path = qvArchiving::PropertyOr(archive.Properties(), key::kFullyMountedPath);
   if (!path.empty() && !qv::kelvo::IsPathSeparator(path.back())) {
     path += qv::kelvo::kPathSeparator;
   }

@@ -22,7 +22,7 @@ namespace nvrhost {
 void EnterForRecording(const std::string& directory);
 void EnterRecorded(const std::string& directory);
 
-// Gives the plug-in the storage settings, then the full configuration with the bookmarks, then the
+// Gives the plug-in the storage settings, then the bookmarks, then the full configuration, then the
 // reservations. Throws std::runtime_error.
 void ConfigureStorage(hostkit::SimHost& host, const StorageOptions& options,
                       const std::vector<hostkit::CameraConfig>& cameras,

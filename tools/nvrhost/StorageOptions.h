@@ -16,7 +16,7 @@ struct StorageOptions {
   std::string cleanup;
   int keepDays = -1, expireDays = -1;
   std::vector<std::string> cameraKeep, cameraExpire;  // [CAMERA=]DAYS
-  std::vector<std::string> bookmarks;                 // [CAMERA@]FROM/TO
+  std::vector<std::string> bookmarks;                 // [CAMERA:]FROM/TO
   bool noBookmarks = false;
   std::vector<int> reserveGB;
 };
