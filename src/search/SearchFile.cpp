@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "media/BucketFetch.h"
+
 namespace qvsvr::kelvo {
 namespace {
 
@@ -22,6 +24,9 @@ SearchFile::SearchFile(SearchTargetFileSystem& fileSystem, PlaybackFile&& playba
 
 int SearchFile::Open() {
   if (const int error = reader.Open(file.path); error != kPsOk) return error;
+  std::string root;
+  const Scanner holder = FindHolder();
+  mayBeCut = file.sendList.empty() && holder != nullptr && qv::kelvo::IsBucket(*holder, root);
   position = file.firstPosition;
   qv::kelvo::PSReader::Place place;
   place.cursor = file.cursor;
@@ -48,12 +53,18 @@ int SearchFile::AdvanceFrame() {
     if (!ahead.empty() && ahead.front().first == position) {
       if (const int error = AwaitFirstAhead(); error != kPsOk) return error;
     }
+    const bool isWhole = IsWhole();
     int error = ReadFrame();
-    if (error != kPsOk || !qv::kelvo::HasStartCode({packetBuffer.get(), 3})) {
+    const bool begins = error == kPsOk && qv::kelvo::HasStartCode({packetBuffer.get(), 3});
+    if (!begins || !isWhole) {
       // The frame isn't on this disk, or is damaged: then it is sent as it stands.
       const Scanner holder = FindHolder();
-      if (holder != nullptr) error = FetchFromArchive(holder);
-      if (error == kPsOk) error = ReadFrame();
+      const int fetched = holder != nullptr ? FetchFromArchive(holder) : error;
+      if (fetched == kPsOk) {
+        error = ReadFrame();
+      } else if (!begins) {
+        error = fetched;
+      }
     }
     if (error != kPsOk) return error;
     const std::uint32_t place = position++;
@@ -62,6 +73,17 @@ int SearchFile::AdvanceFrame() {
     return kPsOk;
   }
   return kPsBadArgument;
+}
+
+// Another search may be bringing the frame down right now. A range is written from front to back,
+// so that a frame is whole once the next one has begun. To be asked before the frame is read.
+bool SearchFile::IsWhole() {
+  const std::uint32_t next = position + 1;
+  if (!mayBeCut || next <= fetchedEnd || next >= file.endPosition) return true;
+  qv::kelvo::PSReadFrame fields;
+  fields.index = next;
+  return reader.NextFrame(fields, file.selectedMask) == kPsOk &&
+         reader.TestFrameStart(reader.GetPlace().cursor) == kPsOk;
 }
 
 bool SearchFile::IsPreRoll(std::uint32_t place) {
@@ -84,7 +106,7 @@ int SearchFile::FetchFromArchive(const Scanner& holder) {
   Transfer transfer;
   if (!file.sendList.empty()) {
     const int error = StartFetch(holder, frame, position, transfer);
-    return error != kPsOk ? error : Await(transfer);
+    return error != kPsOk ? error : Await(transfer, position);
   }
   // What is on its way already is left out.
   const std::uint32_t limit = ahead.empty() ? file.endPosition : ahead.front().first;
@@ -96,7 +118,7 @@ int SearchFile::FetchFromArchive(const Scanner& holder) {
     rangesAhead = 1;
     FetchAhead(holder);
   }
-  return Await(transfer);
+  return Await(transfer, last);
 }
 
 int SearchFile::StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& first,
@@ -130,7 +152,7 @@ void SearchFile::FetchAhead(const Scanner& holder) {
       nextRange = file.endPosition;  // a frame that is here ends the row, until one is missing
       break;
     }
-    ahead.push_back({nextRange, holder, transfer});
+    ahead.push_back({nextRange, last, holder, transfer});
     nextRange = last + 1;
     rangeEnd = reader.GetPlace();
   }
@@ -142,14 +164,18 @@ int SearchFile::AwaitFirstAhead() {
   ahead.pop_front();
   rangesAhead = std::min(rangesAhead + 1, kMaxRangesAhead);
   FetchAhead(range.holder);
-  return Await(range.transfer);
+  return Await(range.transfer, range.last);
 }
 
-int SearchFile::Await(const Transfer& transfer) {
+int SearchFile::Await(const Transfer& transfer, std::uint32_t last) {
   transfer->Wait();
   const bool complete = transfer->GetStatus() == qvArchiving::TransferStatus::COMPLETED;
   transfer->ReleaseHandle();
-  if (!complete) ahead.clear();
+  if (complete) {
+    fetchedEnd = last + 1;
+  } else {
+    ahead.clear();
+  }
   return complete ? kPsOk : kPsBadArgument;
 }
 

@@ -52,7 +52,8 @@ class SearchFile {
   // Frames on their way from a bucket, which is kept for as long. One that is no longer wanted
   // comes all the same: cut short, it could leave half a frame that looks like a whole one.
   struct Range {
-    std::uint32_t first = 0;  // position
+    std::uint32_t first = 0;  // positions
+    std::uint32_t last = 0;
     Scanner holder;
     Transfer transfer;
   };
@@ -67,7 +68,10 @@ class SearchFile {
   [[nodiscard]] int StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& first,
                                std::uint32_t last, Transfer& transfer);
   [[nodiscard]] int AwaitFirstAhead();
-  [[nodiscard]] int Await(const Transfer& transfer);
+  // Waits for the frames up to position `last`.
+  [[nodiscard]] int Await(const Transfer& transfer, std::uint32_t last);
+  // False for a frame at `position` of which only the beginning may be here.
+  [[nodiscard]] bool IsWhole();
   // Whether the stream begins behind the frame at `place`.
   [[nodiscard]] bool IsPreRoll(std::uint32_t place);
 
@@ -77,6 +81,8 @@ class SearchFile {
   std::array<std::uint32_t, qv::kelvo::kStreamCount> streamStart{};
   std::uint32_t position = 0;  // the next one
   std::uint32_t framesSent = 0;
+  bool mayBeCut = false;                // frames that follow each other, of a bucket
+  std::uint32_t fetchedEnd = 0;         // behind the last position that this search fetched
   std::deque<Range> ahead;              // behind `position`, one behind the other
   std::size_t rangesAhead = 0;          // grows while one range after the other is played
   std::uint32_t nextRange = 0;          // position of the first frame behind those asked for
