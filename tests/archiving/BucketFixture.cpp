@@ -2,30 +2,26 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <cstdlib>
+#include <random>
 
 #include "tests/support/S3Server.h"
 
 namespace qvArchiving {
 
-namespace {
-
-[[maybe_unused]] const auto* const api = testing::AddGlobalTestEnvironment(new testsupport::AwsApi);
-
-}  // namespace
+[[maybe_unused]] static const auto* const api =
+    testing::AddGlobalTestEnvironment(new testsupport::AwsApi);
 
 void RedirectRequests(const std::string& url) {
   setenv("AWS_ENDPOINT_URL_S3", url.c_str(), 1);
 }
 
 std::string SampleBytes(std::size_t size, unsigned seed) {
+  std::mt19937 random(seed);
   std::string bytes(size, '\0');
-  std::uint32_t state = seed;
-  for (char& byte : bytes) {
-    state = state * 1664525 + 1013904223;
-    byte = static_cast<char>(state >> 24);
-  }
+  std::ranges::generate(bytes, [&random] { return static_cast<char>(random()); });
   return bytes;
 }
 
@@ -48,11 +44,9 @@ void Bucket::SetUp() {
   access = testsupport::S3Setting("access");
   secret = testsupport::S3Setting("secret");
   ASSERT_FALSE(access.empty()) << "first: tests/s3/server.sh start " KELVO_S3_FOLDER;
-  port = std::atoi(testsupport::S3Setting("port").c_str());
-  tlsPort = std::atoi(testsupport::S3Setting("tls_port").c_str());
   static int count = 0;
   bucket = "kelvo-" + std::to_string(getpid()) + "-" + std::to_string(++count);
-  RedirectRequests("http://localhost:" + std::to_string(port));
+  RedirectRequests("http://localhost:" + testsupport::S3Setting("port"));
   setenv("AWS_MAX_ATTEMPTS", "3", 1);  // the server may be busy
   scanner = Open();
   ASSERT_TRUE(scanner->CreateDirectories(tree.Root(), error)) << error;
@@ -73,11 +67,10 @@ TransferStatus Bucket::Finish(const std::shared_ptr<IResult>& result) {
   return result->GetStatus();
 }
 
-void Bucket::Put(const std::string& relative, const std::string& content,
-                 const Metadata& metadata) {
+void Bucket::Put(const std::string& relative, const std::string& content) {
   const qv::kelvo::TempTree source;
   source.Write("file", content);
-  const auto result = scanner->Upload(source.Path("file"), Path(relative), metadata);
+  const auto result = scanner->Upload(source.Path("file"), Path(relative), {});
   ASSERT_EQ(Finish(result), TransferStatus::COMPLETED) << relative;
 }
 

@@ -23,8 +23,6 @@ void RedirectRequests(const std::string& url);
 // A bucket scanner over a local tree, with the properties of a well-formed target.
 class ScannerFixture : public testing::Test {
  protected:
-  using Metadata = std::map<std::string, std::string>;
-
   [[nodiscard]] ScannerProperties Properties(const ScannerProperties& more = {}) const;
   [[nodiscard]] std::shared_ptr<IScanner> Open(const ScannerProperties& more = {},
                                                const ScannerCallback& callback = {});
@@ -45,16 +43,13 @@ class Bucket : public ScannerFixture {
 
   // Runs server.sh with this verb.
   static void Server(const std::string& verb);
-
   // Stores an object, leaving no local copy.
-  void Put(const std::string& relative, const std::string& content, const Metadata& metadata = {});
+  void Put(const std::string& relative, const std::string& content);
   // The object's content as a fresh download has it; the local copy stays.
   [[nodiscard]] std::string Get(const std::string& relative);
   // Waits for the end of a transfer that must have started.
   static TransferStatus Finish(const std::shared_ptr<IResult>& result);
 
-  int port = 0;
-  int tlsPort = 0;  // with a certificate that nobody trusts
   std::shared_ptr<IScanner> scanner;
   std::string error;
 };

@@ -3,7 +3,7 @@
 #include <mutex>
 
 #include "tests/archiving/BucketFixture.h"
-#include "tests/archiving/Loopback.h"
+#include "tests/support/S3Server.h"
 
 namespace qvArchiving {
 namespace {
@@ -101,22 +101,20 @@ TEST_F(BucketTransfers, TellWhatWasMoved) {
   result->ReleaseHandle();
   EXPECT_EQ(result->GetStatus(), TransferStatus::FAILED);
   EXPECT_EQ(result->GetId() + LastError(result), "");
-  EXPECT_EQ(result->GetBytesTotalSize(), 0u);
   EXPECT_EQ(scanner->RetryDownload(result), nullptr);
 }
 
 TEST_F(BucketTransfers, RangesLandAtTheirPlaceAndLeaveTheRest) {
   const std::string content = SampleBytes(2 * kPart + 100);
   Put(kObject, content);
-  struct Case {
+  const struct {
     std::size_t offset, size, moved;
-  };
-  const Case kCases[] = {{0, 1978, 1978},
-                         {100, 1, 1},
-                         {kPart - 1, kPart + 50, kPart + 50},
-                         {2 * kPart, 5000, 100},
-                         {2 * kPart + 50, 0, 50}};
-  for (const Case& row : kCases) {
+  } cases[] = {{0, 1978, 1978},
+               {100, 1, 1},
+               {kPart - 1, kPart + 50, kPart + 50},
+               {2 * kPart, 5000, 100},
+               {2 * kPart + 50, 0, 50}};
+  for (const auto& row : cases) {
     std::string expected(3 * kPart, '.');
     tree.Write(kObject, expected);
     const auto result =
@@ -164,27 +162,26 @@ TEST_F(BucketTransfers, GoOnWhenTheServerComesBack) {
   const std::string content = SampleBytes(6 * kPart + 11);
   tree.Write("source", content);
   scanner = Open({{"CacheEnable", ""}}, listener.Callback());
-
-  listener.Hold(true);
-  auto result = scanner->Upload(Path("source"), Path(kObject), {});
-  listener.WaitFor("Progress");
-  Server("kill");
-  listener.Hold(false);
-  EXPECT_EQ(Finish(result), TransferStatus::FAILED);
-  EXPECT_EQ(listener.Count("FAILED"), 1);
+  // Starts a transfer, whose server dies at its first progress.
+  const auto interrupt = [&](const std::function<std::shared_ptr<IResult>()>& start) {
+    listener.Forget();
+    listener.Hold(true);
+    auto result = start();
+    listener.WaitFor("Progress");
+    Server("kill");
+    listener.Hold(false);
+    EXPECT_EQ(Finish(result), TransferStatus::FAILED);
+    EXPECT_EQ(listener.Count("FAILED"), 1);
+    return result;
+  };
+  auto result = interrupt([&] { return scanner->Upload(Path("source"), Path(kObject), {}); });
   Server("resume");
   auto repeated = scanner->RetryUpload(result);
   EXPECT_EQ(Finish(repeated), TransferStatus::COMPLETED) << LastError(repeated);
   EXPECT_EQ(repeated->GetId(), result->GetId());
   EXPECT_EQ(listener.Count("COMPLETED"), 1);
 
-  listener.Forget();
-  listener.Hold(true);
-  result = Download();
-  listener.WaitFor("Progress");
-  Server("kill");
-  listener.Hold(false);
-  EXPECT_EQ(Finish(result), TransferStatus::FAILED);
+  result = interrupt([&] { return Download(); });
   auto failedAgain = scanner->RetryDownload(result);  // the server is away still
   EXPECT_EQ(Finish(failedAgain), TransferStatus::FAILED);
   EXPECT_EQ(listener.Count("FAILED"), 2);
@@ -203,47 +200,26 @@ TEST_F(BucketTransfers, GoOnWhenTheServerComesBack) {
 TEST_F(BucketTransfers, StopWhenTheyAreCancelledAndGoOnWhenTheyAreRepeated) {
   const std::string content = SampleBytes(4 * kPart);
   Put(kObject, content);
-  TcpProxy proxy(port);
-  RedirectRequests(proxy.Url());
   scanner = Open({}, listener.Callback());
   listener.Hold(true);
   const auto result = Download();
   listener.WaitFor("Progress");
-  proxy.SetRate(0);
   result->Cancel();
   listener.Hold(false);
   EXPECT_EQ(Finish(result), TransferStatus::CANCELED);
   EXPECT_EQ(listener.Count("CANCELED"), 1);
-  proxy.SetRate(TcpProxy::kAll);
   const auto repeated = scanner->RetryDownload(result);
   EXPECT_EQ(Finish(repeated), TransferStatus::COMPLETED) << LastError(repeated);
   EXPECT_TRUE(tree.Read(kObject) == content);
 }
 
-TEST_F(BucketTransfers, WaitForASlowServerAndGiveUpOnASilentOne) {
-  const std::string content = SampleBytes(400'000);
-  Put(kObject, content);
-  TcpProxy proxy(port);
-  RedirectRequests(proxy.Url());
-  scanner = Open();
-  proxy.SetRate(100'000);
-  EXPECT_EQ(Finish(Download()), TransferStatus::COMPLETED);
-  EXPECT_TRUE(tree.Read(kObject) == content);
-  proxy.SetRate(0);
-  const auto result = Download();
-  EXPECT_EQ(Finish(result), TransferStatus::FAILED);
-  EXPECT_EQ(LastError(result), "curlCode: 28, Timeout was reached");
-}
-
 TEST_F(BucketTransfers, CheckTheCertificateIfAsked) {
-  RedirectRequests("https://localhost:" + std::to_string(tlsPort));
+  // A port with a certificate that nobody trusts.
+  RedirectRequests("https://localhost:" + testsupport::S3Setting("tls_port"));
   for (const std::string verify : {"true", "True", ""}) {
     scanner = Open({{"VerifySSL", verify}});
     EXPECT_EQ(scanner->TestDirectory(tree.Root()), verify != "true") << verify;
   }
-  const std::string content = SampleBytes(kPart + 5);
-  Put(kObject, content);
-  EXPECT_TRUE(Get(kObject) == content);
 }
 
 TEST_F(BucketTransfers, FollowAnObjectThatChangesItsSize) {
@@ -265,9 +241,13 @@ TEST_F(BucketTransfers, FollowAnObjectThatChangesItsSize) {
   EXPECT_EQ(Finish(result), TransferStatus::FAILED);
 }
 
-TEST_F(BucketTransfers, OutliveTheirScanner) {
+TEST_F(BucketTransfers, OutliveTheirScannerAndTheirResults) {
   Put(kObject, SampleBytes(2 * kPart));
   scanner = Open({{"CacheEnable", ""}}, listener.Callback());
+  (void)Download();
+  EXPECT_TRUE(host.WaitForLine("DownloadFile key="));
+  EXPECT_EQ(host.CountLines("cache+"), 1u);
+  listener.Forget();
   std::vector<std::shared_ptr<IResult>> results;
   for (int i = 0; i < 12; ++i) {
     const std::string local = Path("local/" + std::to_string(i));
@@ -276,18 +256,9 @@ TEST_F(BucketTransfers, OutliveTheirScanner) {
   listener.WaitFor("Progress");
   scanner.reset();
   for (const auto& result : results) {
-    result->Wait();
-    const TransferStatus status = result->GetStatus();
+    const TransferStatus status = Finish(result);
     EXPECT_TRUE(status == TransferStatus::COMPLETED || status == TransferStatus::CANCELED);
   }
-}
-
-TEST_F(BucketTransfers, NothingLeaksWhenResultsAreDropped) {
-  Put(kObject, SampleBytes(1000));
-  scanner = Open({{"CacheEnable", ""}});
-  (void)Download();
-  EXPECT_TRUE(host.WaitForLine("DownloadFile key="));
-  EXPECT_EQ(host.CountLines("cache+"), 1u);
 }
 
 }  // namespace

@@ -20,8 +20,7 @@ class LocalDisk : public testing::Test {
 };
 
 TEST_F(LocalDisk, TakesDirectoriesOfYearsOnly) {
-  for (const char* name :
-       {"1969", "1970", "2100", "2101", "2024a", "99999999999999999999999", "-5", "x2024"}) {
+  for (const char* name : {"1969", "1970", "2100", "2101", "2024a", "99999999999999999999999"}) {
     tree.MakeDirectory(name);
   }
   tree.Write("2023", "a file");
@@ -38,41 +37,34 @@ TEST_F(LocalDisk, ListsRegularFilesByNameAndTellsAMissingDirectoryFromAnEmptyOne
   EXPECT_EQ(count, kNoSuchDirectory);
   EXPECT_EQ(bytes, 0u);
   EXPECT_EQ(error, "");
-  tree.MakeDirectory("empty");
-  EXPECT_TRUE(scanner.QueryDirectory(tree.Path("empty"), count, bytes, nullptr, true, error));
+  const std::string empty = tree.MakeDirectory("empty");
+  EXPECT_TRUE(scanner.QueryDirectory(empty, count, bytes, nullptr, true, error));
   EXPECT_EQ(count, 0u);
   tree.Write("hour/b.ps", "12345");
   tree.Write("hour/a.ps", "123");
-  tree.Write("hour/a", "");
   tree.Write("hour/below/c.ps", "1");
   fs::last_write_time(tree.Path("hour/b.ps"), 1'700'000'000);
-  ScannedFileSet files;
-  EXPECT_TRUE(scanner.QueryDirectory(tree.Path("hour"), count, bytes, &files, true, error));
-  EXPECT_EQ(count, 3u);
-  EXPECT_EQ(bytes, 8u);
-  std::string names;
-  for (const ScannedFile& file : files) names += file.name + " ";
-  EXPECT_EQ(names, "a a.ps b.ps ");
-  EXPECT_EQ(files.rbegin()->modified, 1'700'000'000);
-  EXPECT_EQ(files.rbegin()->path, fs::path(tree.Path("hour/b.ps")));
-  files.clear();
-  EXPECT_TRUE(scanner.QueryDirectory(tree.Path("hour"), count, bytes, &files, false, error));
-  EXPECT_EQ(files.rbegin()->modified, 0);
+  for (const bool wantTimes : {true, false}) {
+    ScannedFileSet files;
+    EXPECT_TRUE(scanner.QueryDirectory(tree.Path("hour"), count, bytes, &files, wantTimes, error));
+    EXPECT_EQ(count, 2u);
+    EXPECT_EQ(bytes, 8u);
+    ASSERT_EQ(files.size(), 2u);
+    EXPECT_EQ(files.begin()->name, "a.ps");
+    EXPECT_EQ(files.rbegin()->path, fs::path(tree.Path("hour/b.ps")));
+    EXPECT_EQ(files.rbegin()->modified, wantTimes ? 1'700'000'000 : 0);
+  }
 }
 
-TEST_F(LocalDisk, MakesDirectoriesFromTheTopAndTellsWhatIsInTheWay) {
+TEST_F(LocalDisk, MakesAndChangesFilesAndTellsOrThrowsWhatIsInTheWay) {
   EXPECT_TRUE(scanner.CreateDirectories(tree.Path("a/b/c"), error));
-  EXPECT_TRUE(fs::is_directory(tree.Path("a/b/c")));
-  tree.Write("file", "");
-  EXPECT_TRUE(scanner.CreateDirectories(tree.Path("file"), error));
+  EXPECT_TRUE(scanner.TestDirectory(tree.Path("a/b/c")));
+  tree.Write("a/one", "123");
+  EXPECT_TRUE(scanner.CreateDirectories(tree.Path("a/one"), error));
   EXPECT_FALSE(scanner.CreateDirectories("", error));
   EXPECT_EQ(error, "");
-  EXPECT_FALSE(scanner.CreateDirectories(tree.Path("file/below"), error));
-  EXPECT_TRUE(error.starts_with("error creating " + tree.Path("file/below") + " (")) << error;
-}
-
-TEST_F(LocalDisk, ChangesFilesAndThrowsWhatTheFileSystemRefuses) {
-  tree.Write("a/one", "123");
+  EXPECT_FALSE(scanner.CreateDirectories(tree.Path("a/one/below"), error));
+  EXPECT_TRUE(error.starts_with("error creating " + tree.Path("a/one/below") + " (")) << error;
   std::uint64_t size = 0;
   EXPECT_TRUE(scanner.RenameFile(tree.Path("a/one"), tree.Path("a/two"), error));
   EXPECT_TRUE(scanner.TestFile(tree.Path("a/two")) && !scanner.TestDirectory(tree.Path("a/two")));

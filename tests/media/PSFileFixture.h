@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <deque>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "media/PSFile.h"
 #include "platform/Platform.h"
+#include "tests/support/FaultyFiles.h"
 #include "tests/support/PsParser.h"
 #include "tests/support/TempTree.h"
 
@@ -30,53 +30,6 @@ inline std::string Hex(ConstBytes bytes) {
 inline ConstBytes AsBytes(const std::string& text) {
   return std::as_bytes(std::span(text.data(), text.size()));
 }
-
-// Media files that note each write as "<ps or psi>@<offset>+<bytes>", and can swallow the content.
-class NotingFiles : public MediaFiles {
- public:
-  int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
-    std::unique_ptr<MediaFile> real;
-    const int error = SystemPlatform().mediaFiles.Open(path, mode, real);
-    const std::string kind = path.ends_with('i') ? "psi" : "ps";
-    if (error == 0) file = std::make_unique<File>(*this, kind, std::move(real));
-    return error;
-  }
-
-  std::vector<std::string> Take() { return std::exchange(notes, {}); }
-
-  bool swallow = false;
-  std::vector<std::string> notes;
-
- private:
-  class File : public MediaFile {
-   public:
-    File(NotingFiles& files, std::string name, std::unique_ptr<MediaFile> file)
-        : owner(files), kind(std::move(name)), real(std::move(file)) {}
-    IoResult ReadAt(std::uint64_t, MutableBytes) override {
-      ADD_FAILURE() << "the writer reads nothing back";
-      return {};
-    }
-    IoResult WriteAt(std::uint64_t offset, std::span<const ConstBytes> parts) override {
-      std::size_t size = 0;
-      for (const ConstBytes part : parts) size += part.size();
-      if (owner.swallow) return {size, 0};
-      owner.notes.push_back(kind + '@' + std::to_string(offset) + '+' + std::to_string(size));
-      return real->WriteAt(offset, parts);
-    }
-    int Size(std::uint64_t& bytes) override { return real->Size(bytes); }
-    int CreationTime(std::int64_t& seconds) override { return real->CreationTime(seconds); }
-    int SetSize(std::uint64_t bytes) override {
-      owner.notes.push_back(kind + '=' + std::to_string(bytes));
-      return real->SetSize(bytes);
-    }
-    int Close() override { return real->Close(); }
-
-   private:
-    NotingFiles& owner;
-    const std::string kind;
-    const std::unique_ptr<MediaFile> real;
-  };
-};
 
 // A directory for one recording, descriptors of a device with MPEG-2 video and 8 kHz audio on every
 // stream, and frames for it.
@@ -124,7 +77,7 @@ class PSFileTest : public testing::Test {
 
   TempTree tree;
   std::deque<std::string> payloads;
-  NotingFiles files;
+  FaultyFiles files{SystemPlatform().mediaFiles};
   PsFileInfo info;
   std::array<PsStreamDescriptor, kStreamCount> descriptors;
   std::string path;

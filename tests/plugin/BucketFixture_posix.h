@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -11,11 +10,11 @@
 
 namespace plugintest {
 
-// A download as the server has seen it.
+// A download that the plug-in began.
 struct Fetch {
   std::string name;  // of the object
   std::uint64_t offset = 0;
-  std::uint64_t bytes = 0;
+  std::uint64_t bytes = 0;  // 0 for the whole object
 };
 
 // The plug-in with an archive: a fresh bucket of the S3 server.
@@ -27,24 +26,19 @@ class BucketSearch : public SearchTest {
   std::map<std::string, std::uint64_t> MoveToBucket();
   // Tells the plug-in of the bucket.
   void Announce(int status = 0);
-  // Stores a changed content in the place of each media file that has a local copy.
-  void ReplaceMedia(const std::function<std::string(const std::string&)>& change);
-  // What was downloaded since the last call, in the order of the server's log. Each range must have
-  // been answered in full.
+  // Stores a local file under that name.
+  void Put(const std::string& localFile, const std::string& relative);
+  // The downloads that were begun since the last call.
   std::vector<Fetch> Fetches();
+  // Runs the search until the host stops it at that frame.
+  void SearchUntil(const std::string& request, int frame);
 
-  std::string cache;  // where local copies lie
-  std::string bucket;
+  const std::string cache = tree.Path("copies");  // where local copies lie
 
  private:
-  void Put(const std::string& localFile, const std::string& relative);
-  // The lines of the server's log, all requests that were answered by now among them.
-  std::vector<std::string> ServerLog();
-
+  std::string bucket;
   std::shared_ptr<qvArchiving::IScanner> scanner;
-  std::streamoff logBegin = 0;
-  std::size_t seen = 0;  // lines
-  int markers = 0;
+  std::size_t seen = 0;  // downloads
 };
 
 }  // namespace plugintest

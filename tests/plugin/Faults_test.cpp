@@ -10,17 +10,13 @@ namespace {
 using qv::kelvo::FileCall;
 using qv::kelvo::FileFault;
 
-struct Trouble {
-  const char* name;
-  int error;  // 0: a short transfer
-  std::size_t shortBytes;
-};
-
 class FileFaults : public SeamTest {
  protected:
   // Records a file that meets the fault, and five minutes later another one that doesn't. Returns
   // false if the fault never fired.
   bool RecordWith(const FileFault& fault) {
+    SCOPED_TRACE("error " + std::to_string(fault.error) + " or " +
+                 std::to_string(fault.shortBytes) + " bytes at " + std::to_string(fault.first));
     log.clear();
     auto& files = bundle.files;
     files.ClearFaults();
@@ -40,12 +36,13 @@ class FileFaults : public SeamTest {
     EXPECT_EQ(files.OpenFiles(), 0u);
     EXPECT_EQ(host->Outstanding(), 0);
     CheckFiles(early, late, fired);
+    if (fired) CheckLog(fault.call == FileCall::Open);
     boost::filesystem::remove_all(tree.Path("drives/a/2025"));
     return fired;
   }
 
   void CheckFiles(const std::vector<Frame>& early, const std::vector<Frame>& late, bool fired) {
-    const auto recordings = RecordingsOf(camera, fired ? PsEnd::Unclosed : PsEnd::Closed);
+    const auto recordings = Recordings(Id(camera), fired ? PsEnd::Unclosed : PsEnd::Closed);
     ASSERT_FALSE(recordings.empty());
     // The last file has the whole groups of the late frames; the last group is undecided.
     auto found = recordings.back().Of(kVideoSlot);
@@ -54,7 +51,7 @@ class FileFaults : public SeamTest {
     ExpectFrames(found, std::span(late).first(15));
     // Whatever else is there is a part of the early frames, whole and in order.
     std::size_t at = 0;
-    for (const auto* frame : FramesOf(recordings, kVideoSlot)) {
+    for (const auto* frame : FramesOf(recordings)) {
       if (frame->timeMs >= TimeOf(late[0])) continue;
       while (at < early.size() && TimeOf(early[at]) != frame->timeMs) ++at;
       ASSERT_LT(at, early.size());
@@ -63,17 +60,13 @@ class FileFaults : public SeamTest {
   }
 
   // At most one line tells of the fault, and none of another one.
-  void CheckLog(FileCall call) {
+  void CheckLog(bool atOpen) {
     const int write = CountLog("(and PSI) - psfile write error -5.");
     const int open = CountLog("system 00110080 open " + tree.Path("drives/a/"));
     EXPECT_EQ(CountLog("psfile write error"), write);
-    if (call == FileCall::Open) {
-      EXPECT_EQ(open, 1);
-      EXPECT_EQ(CountLog(".ps error -2"), 1);
-    } else {
-      EXPECT_LE(open + write, 1);
-      EXPECT_EQ(CountLog(".ps error -5"), open);
-    }
+    EXPECT_EQ(CountLog(".ps error -2"), atOpen ? 1 : 0);
+    EXPECT_EQ(CountLog(".ps error -5"), atOpen ? 0 : open);
+    EXPECT_LE(open + write, 1);
     // A stream that failed to open says so once more when it has a file again.
     EXPECT_EQ(CountLog("system 00110080 opened "), open);
     wroteLines += write;
@@ -88,20 +81,13 @@ class FileFaults : public SeamTest {
   CameraConfig camera = Camera();
 };
 
-constexpr Trouble kTroubles[] = {{"disk full", ENOSPC, 0},
-                                 {"I/O error", EIO, 0},
-                                 {"nothing moved", 0, 0},
-                                 {"short", 0, 5},
-                                 {"short in the payload", 0, 40}};
-
 TEST_F(FileFaults, EachWriteMayFailAndTheNextFileIsWhole) {
-  for (const auto& trouble : kTroubles) {
+  for (const auto& [error, shortBytes] :
+       {std::pair{ENOSPC, 0}, {EIO, 0}, {0, 0}, {0, 5}, {0, 40}}) {
     std::size_t n = 1;
     wroteLines = openLines = 0;
-    for (;; ++n) {
-      SCOPED_TRACE(std::string(trouble.name) + " at write " + std::to_string(n));
-      if (!RecordWith({FileCall::WriteAt, n, 1, trouble.error, trouble.shortBytes, {}})) break;
-      CheckLog(FileCall::WriteAt);
+    while (RecordWith({FileCall::WriteAt, n, 1, error, static_cast<std::size_t>(shortBytes), {}})) {
+      ++n;
       if (HasFailure()) return;
     }
     // The head of both files and each of twelve frames and more.
@@ -113,21 +99,17 @@ TEST_F(FileFaults, EachWriteMayFailAndTheNextFileIsWhole) {
 
 TEST_F(FileFaults, EachOpenMayFailAndTheStreamTriesAgain) {
   for (const int error : {ENOSPC, EIO, EMFILE}) {
-    std::size_t n = 1;
-    for (;; ++n) {
-      SCOPED_TRACE(std::to_string(error) + " at open " + std::to_string(n));
-      if (!RecordWith({FileCall::Open, n, 1, error, 0, {}})) break;
-      CheckLog(FileCall::Open);
+    openLines = 0;
+    for (std::size_t n = 1; RecordWith({FileCall::Open, n, 1, error, 0, {}}); ++n) {
       if (HasFailure()) return;
     }
-    EXPECT_GE(n, 5u);  // media and index of two files
+    EXPECT_GE(openLines, 4);  // media and index of two files
   }
 }
 
 TEST_F(FileFaults, OutageIsToldOnceAndRecordingResumesAfterIt) {
-  Start();
   bundle.files.FailForGood(FileCall::Open, 1, ENOSPC);
-  Configure({camera});
+  Start({camera});
   const auto frames = MakeFrames(VideoProvider(camera), Now(), 40, Times(10, "IPBPB"), 700);
   GiveAll(std::span(frames).first(25));
   Sync();
@@ -137,10 +119,9 @@ TEST_F(FileFaults, OutageIsToldOnceAndRecordingResumesAfterIt) {
   EXPECT_EQ(CountLog("system 00110080 opened "), 1);
   GiveAll(std::span(frames).subspan(25));
   Finish();
-  const auto recordings = RecordingsOf(camera);
-  ASSERT_EQ(recordings.size(), 1u);
+  EXPECT_EQ(Recordings().size(), 1u);
   // The group that was undecided when the outage ended is there, too.
-  ExpectFrames(recordings[0].Of(kVideoSlot), std::span(frames).subspan(20, 25));
+  ExpectRecorded(camera, std::span(frames).subspan(20, 25));
 }
 
 TEST_F(FileFaults, WriteErrorEndsOneCamerasFileOnly) {
@@ -155,10 +136,8 @@ TEST_F(FileFaults, WriteErrorEndsOneCamerasFileOnly) {
   }
   Finish();
   EXPECT_EQ(CountLog("(and PSI) - psfile write error -5."), 1);
-  ExpectFrames(FramesOf(RecordingsOf(camera, PsEnd::Unclosed), kVideoSlot),
-               std::span(mine).first(4));
-  ExpectFrames(FramesOf(RecordingsOf(other, PsEnd::Unclosed), kVideoSlot),
-               std::span(others).first(45));
+  ExpectRecorded(camera, std::span(mine).first(4), kVideoSlot, PsEnd::Unclosed);
+  ExpectRecorded(other, std::span(others).first(45), kVideoSlot, PsEnd::Unclosed);
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "tests/plugin/PluginFixture.h"
 
 namespace plugintest {
@@ -15,35 +13,23 @@ TEST_F(NetworkDrives, ComingAndGoingClosesFilesSavesAndRecordsOn) {
   const std::string known = begin +
                             "<Portal><Target ID=\"1\" Enabled=\"1\"><Partition MountPoint=\"" +
                             disk + "\"/></Target></Portal></Archives></qDVR>";
-  const auto tell = [&](const std::string& xml) {
-    Sync();
-    (void)host->TakeEvents();
-    ASSERT_TRUE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, xml));
-    Sync();
-  };
-  const auto saves = [&] {
-    const auto events = host->TakeEvents();
-    return std::ranges::count_if(events, [](const auto& event) {
-      return event.eventClass == KELVO_CLASS_BROADCAST &&
-             event.xml.find("<Storage ID=\"327680\"") != std::string::npos;
-    });
-  };
-  Start();
-  Configure({camera});
+  const std::string saved = "TimeLapse=";  // only the settings tell it
+  Start({camera});
+  EXPECT_EQ(CountEvents(saved), 1);
   GiveInTime(std::span(frames).first(20));
-  tell(known);
-  EXPECT_EQ(saves(), 1);
+  Tell(known);
+  EXPECT_EQ(CountEvents(saved), 2);
   EXPECT_NE(tree.Read("kelvo.xml").find("<Drive Name=\"" + disk), std::string::npos);
   GiveInTime(std::span(frames).subspan(20, 20));
-  tell(known);
-  EXPECT_EQ(saves(), 0) << "nothing new";
-  tell(begin + "</Archives></qDVR>");
-  EXPECT_EQ(saves(), 1);
+  Tell(known);
+  EXPECT_EQ(CountEvents(saved), 2) << "nothing new";
+  Tell(begin + "</Archives></qDVR>");
+  EXPECT_EQ(CountEvents(saved), 3);
   GiveInTime(std::span(frames).subspan(40));
   Finish();
-  const auto recordings = RecordingsOf(camera);
+  const auto recordings = Recordings();
   EXPECT_EQ(recordings.size(), 3u);
-  const auto kept = FramesOf(recordings, 0);
+  const auto kept = FramesOf(recordings);
   ExpectFrames(kept, std::span(frames).first(kept.size()));
   EXPECT_GE(kept.size() + 5, frames.size());
   EXPECT_EQ(CountLog("discovered via iSCSI."), 1);

@@ -111,14 +111,28 @@ void PluginTest::TearDown() {
   EXPECT_EQ(host->BadReleases(), 0);
 }
 
+void PluginTest::Start() {
+  host->Load();
+  host->Open();
+}
+
+void PluginTest::Start(const std::vector<CameraConfig>& cameras, int preAlarmSeconds) {
+  Start();
+  Configure(cameras, preAlarmSeconds);
+}
+
 void PluginTest::Stop() {
   host->Close();
   host->Unload();
 }
 
-void PluginTest::Configure(const std::vector<CameraConfig>& cameras, int preAlarmSeconds) {
-  ASSERT_TRUE(
-      host->Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::FullConfiguration(cameras, preAlarmSeconds)));
+void PluginTest::Finish() {
+  Sync();
+  Stop();
+}
+
+void PluginTest::Tell(const std::string& xml) {
+  ASSERT_TRUE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, xml));
   Sync();
 }
 
@@ -131,40 +145,38 @@ void PluginTest::GiveAll(std::span<const Frame> frames) {
   for (const auto& frame : frames) ASSERT_TRUE(Give(frame));
 }
 
-void PluginTest::GiveMarker() {
-  KelvoWriteBlock block{};
-  KelvoWriteReply reply{};
-  block.Payload = host->NewBuffer("<qDVR/>");
-  block.Length = 7;
-  host->Raw().Write(&block, &reply);
-  ASSERT_EQ(reply.Accepted, 1u);
-  ASSERT_TRUE(host->WaitReleased(block.Payload));
-}
-
 // A message's buffer is released before the work that follows the message, so it takes a second
 // one to know that this is over.
 void PluginTest::Sync() {
-  GiveMarker();
-  GiveMarker();
+  for (int i = 0; i < 2; ++i) {
+    KelvoWriteBlock block{};
+    KelvoWriteReply reply{};
+    block.Payload = host->NewBuffer("<qDVR/>");
+    block.Length = 7;
+    host->Raw().Write(&block, &reply);
+    ASSERT_EQ(reply.Accepted, 1u);
+    ASSERT_TRUE(host->WaitReleased(block.Payload));
+  }
 }
 
 int PluginTest::CountLog(const std::string& text) {
   for (auto& line : host->TakeLog()) log.push_back(std::move(line));
-  return static_cast<int>(std::count_if(log.begin(), log.end(), [&](const SimHost::LogLine& line) {
-    return line.text.find(text) != std::string::npos;
-  }));
+  return static_cast<int>(std::ranges::count_if(
+      log, [&](const auto& line) { return line.text.find(text) != std::string::npos; }));
 }
 
-void PluginTest::ExpectNoTroubleInLog() {
-  CountLog("");
-  for (const auto& line : log) EXPECT_LT(line.level, unsigned{KELVO_LOG_WARNING}) << line.text;
+int PluginTest::CountEvents(const std::string& text) {
+  for (auto& event : host->TakeEvents()) events.push_back(std::move(event));
+  return static_cast<int>(std::ranges::count_if(
+      events, [&](const auto& event) { return event.xml.find(text) != std::string::npos; }));
 }
 
-std::vector<PsRecording> PluginTest::Recordings(PsEnd end) {
+std::vector<PsRecording> PluginTest::Recordings(const std::string& text, PsEnd end) {
   std::vector<PsRecording> found;
   const fs::path root(recordedBelow);
   if (!fs::exists(root)) return found;
   for (const auto& file : qv::kelvo::FilesBelow(recordedBelow, ".ps")) {
+    if (file.find(text) == std::string::npos) continue;
     found.push_back(testsupport::ReadPs((root / file).make_preferred().string(), end));
     for (const auto& fault : found.back().faults) ADD_FAILURE() << file << ": " << fault;
   }
@@ -174,14 +186,10 @@ std::vector<PsRecording> PluginTest::Recordings(PsEnd end) {
   return found;
 }
 
-std::vector<PsRecording> PluginTest::RecordingsOf(const CameraConfig& camera, PsEnd end) {
-  char id[16];
-  std::snprintf(id, sizeof id, "-%08X", hostkit::VideoProvider(camera) | 0x80u);
-  auto recordings = Recordings(end);
-  std::erase_if(recordings, [&](const PsRecording& recording) {
-    return fs::path(recording.path).filename().string().find(id) == std::string::npos;
-  });
-  return recordings;
+void PluginTest::ExpectRecorded(const CameraConfig& camera, std::span<const Frame> given,
+                                unsigned slot, PsEnd end) {
+  const auto recordings = Recordings(Id(camera), end);
+  ExpectFrames(FramesOf(recordings, slot), given);
 }
 
 std::vector<const PsFrame*> PluginTest::FramesOf(const std::vector<PsRecording>& recordings,
@@ -194,10 +202,13 @@ std::vector<const PsFrame*> PluginTest::FramesOf(const std::vector<PsRecording>&
   return frames;
 }
 
-SeamTest::SeamTest() : PluginTest(KELVO_SEAMS_PLUGIN) {
+SeamTest::SeamTest(qv::kelvo::Drives* drives, qv::kelvo::MediaFiles* files)
+    : PluginTest(KELVO_SEAMS_PLUGIN),
+      platform{bundle.clock, drives != nullptr ? *drives : bundle.drives,
+               bundle.platform.directories, files != nullptr ? *files : bundle.files,
+               bundle.platform.durableFiles} {
   bundle.drives.Add(tree.MakeDirectory("drives/a"));
-  const auto set = reinterpret_cast<KelvoTestPlatformFunction>(host->Symbol("KelvoTestPlatform"));
-  set(&bundle.platform);
+  reinterpret_cast<KelvoTestPlatformFunction>(host->Symbol("KelvoTestPlatform"))(&platform);
 }
 
 void SeamTest::Tick(std::int64_t milliseconds) {
@@ -219,6 +230,12 @@ CameraConfig Camera(int device, int record) {
   camera.name = "Camera " + std::to_string(device);
   camera.schedule = {{0, 167, record}};
   return camera;
+}
+
+std::string Id(const CameraConfig& camera) {
+  char id[16];
+  std::snprintf(id, sizeof id, "-%08X", hostkit::VideoProvider(camera) | 0x80u);
+  return id;
 }
 
 std::int64_t NowMs() {

@@ -60,22 +60,17 @@ class PluginTest : public ::testing::Test {
   ~PluginTest() override;
   void TearDown() override;
 
-  void Start() {
-    host->Load();
-    host->Open();
-  }
-  void Start(const std::vector<CameraConfig>& cameras, int preAlarmSeconds = 0) {
-    Start();
-    Configure(cameras, preAlarmSeconds);
-  }
+  void Start();
+  void Start(const std::vector<CameraConfig>& cameras, int preAlarmSeconds = 0);
   // Close and Unload at once: what is queued is not handled any more.
   void Stop();
   // The same after all that was given has been handled. Frames still undecided are not written.
-  void Finish() {
-    Sync();
-    Stop();
+  void Finish();
+  // Tells a configuration; returns when it is in force.
+  void Tell(const std::string& xml);
+  void Configure(const std::vector<CameraConfig>& cameras, int preAlarmSeconds = 0) {
+    Tell(hostkit::FullConfiguration(cameras, preAlarmSeconds));
   }
-  void Configure(const std::vector<CameraConfig>& cameras, int preAlarmSeconds = 0);
 
   // Hands a copy of the frame in; returns whether it was accepted.
   bool Give(const Frame& frame, std::uint32_t subCode = 0);
@@ -83,31 +78,35 @@ class PluginTest : public ::testing::Test {
   // Returns when everything that was given before has been handled, with the work after it.
   void Sync();
 
-  // All log lines so far that contain the text.
+  // All log lines and all events so far that contain the text.
   int CountLog(const std::string& text);
-  void ExpectNoTroubleInLog();
+  int CountEvents(const std::string& text);
 
-  // Pairs on the drives, in the order of their names; each has been checked.
-  std::vector<PsRecording> Recordings(PsEnd end = PsEnd::Closed);
-  // Those of one camera's stream, and their frames of a slot one file after the other.
-  std::vector<PsRecording> RecordingsOf(const CameraConfig& camera, PsEnd end = PsEnd::Closed);
+  // Pairs on the drives whose names contain the text, in the order of their names; each has been
+  // checked.
+  std::vector<PsRecording> Recordings(const std::string& text = "", PsEnd end = PsEnd::Closed);
+  // Checks that a slot's frames in all files of a camera are the given ones.
+  void ExpectRecorded(const CameraConfig& camera, std::span<const Frame> given,
+                      unsigned slot = kVideoSlot, PsEnd end = PsEnd::Closed);
+  // The frames of a slot one file after the other.
   static std::vector<const PsFrame*> FramesOf(const std::vector<PsRecording>& recordings,
-                                              unsigned slot);
+                                              unsigned slot = kVideoSlot);
 
   qv::kelvo::TempTree tree;  // also the working directory
   std::unique_ptr<SimHost> host;
   std::vector<SimHost::LogLine> log;
+  std::vector<SimHost::Event> events;
 
  private:
-  void GiveMarker();
   const std::string recordedBelow;  // what all drives lie below
   boost::filesystem::path before;
 };
 
-// The same on a clock and on files that the test has in its hands.
+// The same on a clock and on files that the test has in its hands, and on drives by table, unless
+// it brings others.
 class SeamTest : public PluginTest {
  protected:
-  SeamTest();
+  explicit SeamTest(qv::kelvo::Drives* drives = nullptr, qv::kelvo::MediaFiles* files = nullptr);
   // Moves the time on, after all that was given has been handled, and lets the plug-in see it.
   void Tick(std::int64_t milliseconds);
   // Gives frames at the moments they are stamped with, the clock following them, frame by frame.
@@ -115,10 +114,14 @@ class SeamTest : public PluginTest {
   [[nodiscard]] std::int64_t Now() { return bundle.clock.NowMs(); }
 
   qv::kelvo::TestBundle bundle;
+  qv::kelvo::Platform platform;
 };
 
 // A camera that records always, with device number `device`.
 CameraConfig Camera(int device = 0, int record = kAlways);
+
+// What the names of its files contain.
+std::string Id(const CameraConfig& camera);
 
 // Milliseconds since 1970 UTC by the system's clock.
 std::int64_t NowMs();

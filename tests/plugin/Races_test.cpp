@@ -1,14 +1,10 @@
 // Everything that touches one tree at once: recording and making room, the sweep with its cleanup,
 // searches and playback. Meant for the thread sanitizer; what must hold anyway is checked.
-#include <array>
 #include <atomic>
 #include <thread>
 
 #include "hostkit/StorageXml.h"
-#include "media/PSFile.h"
-#include "media/RecordPath.h"
 #include "tests/plugin/SearchFixture.h"
-#include "tests/plugin/seams/TestPlatform.h"
 
 namespace plugintest {
 namespace {
@@ -18,8 +14,7 @@ namespace fs = boost::filesystem;
 constexpr std::int64_t kMinute = 60'000, kHour = 60 * kMinute, kDay = 24 * kHour;
 constexpr std::int64_t kNow = 1'750'003'200'000;
 constexpr std::uint64_t kCapacityGB = 100;
-constexpr int kPlanted = 90;  // on each of two drives
-constexpr int kSteps = 60, kSearchers = 4;
+constexpr int kOldSteps = 90, kSteps = 60, kSearchers = 4;
 
 // Drives on which each recording takes a gigabyte.
 class SmallDrives : public qv::kelvo::FakeDrives {
@@ -35,11 +30,11 @@ class SmallDrives : public qv::kelvo::FakeDrives {
   }
 };
 
-class OneTree : public PluginTest {
+class OneTree : public SeamTest {
  protected:
-  OneTree() : PluginTest(KELVO_SEAMS_PLUGIN) {
+  // Faulty files would put the threads in order by their lock.
+  OneTree() : SeamTest(&drives, &qv::kelvo::SystemPlatform().mediaFiles) {
     for (const char* name : {"drives/a", "drives/b"}) drives.Add(tree.MakeDirectory(name));
-    reinterpret_cast<KelvoTestPlatformFunction>(host->Symbol("KelvoTestPlatform"))(&platform);
     host->onSearch = [this](const KelvoHostRequest& request) {
       if (request.SubCode != KELVO_SUB_SEARCH_PROGRESS) ++heard;
       if (request.SubCode == KELVO_SUB_SEARCH_FRAME && request.Length > 2) {
@@ -49,90 +44,62 @@ class OneTree : public PluginTest {
     };
   }
 
-  // A recording with a few frames; returns its path.
-  std::string Plant(const std::string& drive, std::int64_t time, const CameraConfig& camera) {
-    const auto path = qv::kelvo::MakePath(drive, time, hostkit::VideoProvider(camera) | 0x80,
-                                          qv::kelvo::CreateDirectories::Yes);
-    qv::kelvo::PSFile file(platform.mediaFiles);
-    std::array<qv::kelvo::PsStreamDescriptor, qv::kelvo::kStreamCount> descriptors;
-    descriptors[0].streamType = 130;
-    descriptors[0].streamId = 0xE0;
-    EXPECT_EQ(file.Create(path, {}, descriptors, 0), 0);
-    const std::array<std::byte, 900> payload{};
-    for (int i = 0; i < 5; ++i) {
-      qv::kelvo::PSFrame frame;
-      frame.frameType = i == 0 ? 1 : 2;
-      frame.payload = payload.data();
-      frame.payloadSize = payload.size();
-      frame.SetTime(time + i * 1000);
-      EXPECT_EQ(file.WriteFrame(frame), 0);
+  // A little of both cameras, in files of their own.
+  void RecordAt(std::int64_t time) {
+    bundle.clock.SetNow(time);
+    Sync();
+    for (const auto& camera : cameras) {
+      GiveAll(MakeFrames(VideoProvider(camera), time, 100, "IPPPIPPPIPPP", 500));
     }
-    file.Close();
-    return path;
+    Sync();
   }
 
+  const std::vector<CameraConfig> cameras = {Camera(0), Camera(1)};
   SmallDrives drives;
-  qv::kelvo::ManualClock clock{kNow};
-  qv::kelvo::Platform platform{clock, drives, qv::kelvo::SystemPlatform().directories,
-                               qv::kelvo::SystemPlatform().mediaFiles,
-                               qv::kelvo::SystemPlatform().durableFiles};
   std::atomic<std::uint64_t> heard{0};
 };
 
 TEST_F(OneTree, BearsRecordingSweepingAndSearchingAtOnce) {
-  const std::vector<CameraConfig> cameras = {Camera(0), Camera(1)};
   const std::int64_t marked = kNow - 10 * kDay;
-  std::vector<std::string> kept;
-  for (const char* name : {"drives/a/", "drives/b/"}) {
-    const auto drive = tree.Path(name);
-    for (int i = 0; i < kPlanted; ++i) {
-      Plant(drive, marked + kDay + i * 2 * kHour, cameras[static_cast<std::size_t>(i) % 2]);
-    }
-    for (int i = 0; i < 8; ++i) kept.push_back(Plant(drive, marked + i * kMinute, cameras[0]));
-    // Debris for the cleanup.
-    tree.Write(std::string(name) + "2025/06/01/00/0000-00110080.psi", "alone");
-    tree.Write(std::string(name) + "2025/06/01/01/0000-00110080.ps", "");
-  }
+  bundle.clock.SetNow(marked);
   Start();
-  ASSERT_TRUE(
-      host->Ioctl(KELVO_IOCTL_CONFIGURATION,
-                  hostkit::WithBookmarks(
-                      hostkit::FullConfiguration(cameras),
-                      {{"case", "mark", marked / 1000, (marked + kHour) / 1000, {cameras[0]}}})));
+  Tell(hostkit::WithBookmarks(
+      hostkit::FullConfiguration(cameras),
+      {{"case", "mark", marked / 1000, (marked + kHour) / 1000, {cameras[0]}}}));
+  for (int i = 0; i < 8; ++i) RecordAt(marked + i * 6 * kMinute);
+  const auto kept = tree.FilesEndingIn(Id(cameras[0]) + ".ps");
+  EXPECT_EQ(kept.size(), 8u);
+  for (int i = 0; i < kOldSteps; ++i) RecordAt(marked + kDay + i * 2 * kHour);
+  for (const std::string name : {"drives/a/", "drives/b/"}) {  // debris for the cleanup
+    tree.Write(name + "2025/06/01/00/0000-00110080.psi", "alone");
+    tree.Write(name + "2025/06/01/01/0000-00110080.ps", "");
+  }
+  bundle.clock.SetNow(kNow);
   hostkit::StorageSettings settings;
   settings.expirationDays = -6;  // the sweep and making room meet in the same hours
-  ASSERT_TRUE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::StorageDelta(settings)));
-  Sync();
+  Tell(hostkit::StorageDelta(settings));
 
   std::atomic<bool> done{false};
   std::vector<std::thread> searchers;
   for (int i = 0; i < kSearchers; ++i) {
-    searchers.emplace_back([this, &done, &cameras, i] {
-      auto ask = Ask{i % 2, (kNow - 11 * kDay) / 1000, (kNow + 3 * kDay) / 1000};
-      for (const auto& camera : cameras) ask.Video(camera);
-      while (!done) host->Read(ask.Xml(), static_cast<std::uint32_t>(i) + 1);
+    searchers.emplace_back([this, &done, i] {
+      const auto ask = Ask(i % 2, (kNow - 11 * kDay) / 1000, (kNow + 3 * kDay) / 1000, cameras);
+      while (!done) host->Read(ask, static_cast<std::uint32_t>(i) + 1);
     });
   }
   for (int step = 0; step < kSteps; ++step) {
     for (const auto& camera : cameras) {
-      GiveAll(MakeFrames(VideoProvider(camera), clock.NowMs(), 100, "IPPPIPPP", 500));
+      GiveAll(MakeFrames(VideoProvider(camera), Now(), 100, "IPPPIPPP", 500));
     }
-    // Ends all files.
-    if (step % 10 == 0) {
-      EXPECT_TRUE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::FullConfiguration(cameras)));
-    }
-    // Settings that all of them read, or that end a sweep on its way.
+    if (step % 10 == 0) Configure(cameras);  // ends all files
     if (step % 10 == 5) {
+      // Settings that all of them read, or that end a sweep on its way.
       settings.contentAgeSeconds = step;
-      EXPECT_TRUE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::StorageDelta(settings)));
+      Tell(hostkit::StorageDelta(settings));
     }
-    Sync();
-    clock.Advance(20 * kMinute);
-    Sync();
+    Tick(20 * kMinute);
   }
-  // A sweep that nothing ends on its way any more.
-  clock.Advance(kHour);
-  Sync();
+  Tick(kHour);  // for a sweep that nothing ends on its way any more
   EXPECT_TRUE(host->WaitForLog("Sweeper - completed"));
   EXPECT_TRUE(host->WaitForLog("fs-cleanup - orphan file"));
   done = true;
@@ -141,7 +108,9 @@ TEST_F(OneTree, BearsRecordingSweepingAndSearchingAtOnce) {
   EXPECT_GT(CountLog("GRV rm: "), 0);
   EXPECT_GT(CountLog("Sweeper - expiring " + tree.Root()), 0);
   EXPECT_EQ(CountLog("could not get record volume"), 0);
-  for (const auto& path : kept) EXPECT_TRUE(fs::exists(path) && fs::exists(path + 'i')) << path;
+  for (const auto& name : kept) {
+    EXPECT_TRUE(fs::exists(tree.Path(name)) && fs::exists(tree.Path(name + 'i'))) << name;
+  }
 }
 
 }  // namespace

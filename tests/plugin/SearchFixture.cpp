@@ -1,35 +1,33 @@
 #include "tests/plugin/SearchFixture.h"
 
-#include <regex>
+#include "hostkit/SearchXml.h"
 
 namespace plugintest {
 
 constexpr std::uint32_t kRequestId = 0x5EA4C4;
 
-std::vector<long> Heard::All(const std::string& attribute) const {
-  std::vector<long> values;
-  const std::regex pattern("<Result[^>]* " + attribute + "=\"(-?[0-9]+)\"");
-  for (const auto& text : results) {
-    for (std::sregex_iterator at(text.begin(), text.end(), pattern), end; at != end; ++at) {
-      values.push_back(std::stol((*at)[1]));
-    }
+PlayedFrame::PlayedFrame(const KelvoHostRequest& request)
+    : event(request),
+      timeMs(std::int64_t{request.u.Header.Seconds} * 1000 + request.u.Header.Milliseconds) {
+  const std::uint32_t offset = request.u.Header.PayloadOffset;
+  if (offset >= request.Length) return;
+  payload.assign(static_cast<const char*>(request.Payload) + offset, request.Length - offset);
+}
+
+std::string Ask(int type, std::int64_t start, std::int64_t end,
+                const std::vector<CameraConfig>& cameras,
+                const std::vector<std::int64_t>& moments) {
+  hostkit::SearchRequest request;
+  request.type = type;
+  request.start = start;
+  request.end = end;
+  for (const auto& camera : cameras) {
+    auto& input = request.inputs.emplace_back();
+    input.provider = camera.provider;
+    input.device = camera.device;
+    input.moments = moments;
   }
-  return values;
-}
-
-Ask& Ask::Video(const CameraConfig& camera, int input, const std::vector<std::int64_t>& moments) {
-  inputs += "<Devices ID=\"" + std::to_string(camera.provider) + "\"><Device Number=\"" +
-            std::to_string(camera.device) + "\"><Video><Input Number=\"" + std::to_string(input) +
-            "\">";
-  for (const auto moment : moments) inputs += "<Request Frame=\"" + std::to_string(moment) + "\"/>";
-  inputs += "</Input></Video></Device></Devices>";
-  return *this;
-}
-
-std::string Ask::Xml() const {
-  return "<qDVR Type=\"" + std::to_string(type) + "\" Start=\"" + std::to_string(start) +
-         "\" End=\"" + std::to_string(end) + "\" Resolution=\"" + std::to_string(resolution) +
-         "\">" + inputs + "</qDVR>";
+  return hostkit::RequestXml(request);
 }
 
 SearchTest::SearchTest() {
@@ -43,26 +41,22 @@ void SearchTest::Hear(const KelvoHostRequest& request) {
   EXPECT_EQ(request.Class, KELVO_CLASS_SEARCH);
   EXPECT_EQ(request.RequestId, kRequestId);
   EXPECT_EQ(request.Size, sizeof request);
-  const auto* bytes = static_cast<const char*>(request.Payload);
-  switch (request.SubCode) {
-    case KELVO_SUB_SEARCH_FRAME:
-      told.order += request.Length == 0 ? 'E' : 'F';
-      told.frames.push_back({request, std::string(bytes, request.Length)});
-      break;
-    case KELVO_SUB_SEARCH_RESULT:
-      told.order += 'R';
-      told.results.emplace_back(bytes, request.Length);
-      break;
-    default:
-      EXPECT_EQ(request.SubCode, KELVO_SUB_SEARCH_PROGRESS);
-      EXPECT_EQ(request.Length, 0u);
-      told.order += 'P';
+  if (request.SubCode == KELVO_SUB_SEARCH_FRAME) {
+    told.order += request.Length == 0 ? 'E' : 'F';
+    told.frames.emplace_back(request);
+  } else if (request.SubCode == KELVO_SUB_SEARCH_RESULT) {
+    told.order += 'R';
+    told.results.emplace_back(static_cast<const char*>(request.Payload), request.Length);
+  } else {
+    EXPECT_EQ(request.SubCode, KELVO_SUB_SEARCH_PROGRESS);
+    EXPECT_EQ(request.Length, 0u);
+    told.order += 'P';
   }
 }
 
-Heard SearchTest::Search(const Ask& ask) {
+Heard SearchTest::Search(const std::string& request) {
   told = {};
-  host->Read(ask.Xml(), kRequestId);
+  host->Read(request, kRequestId);
   EXPECT_TRUE(bundle.files.WaitForOpenFiles(openWriters)) << "a search left a file open";
   return std::move(told);
 }
@@ -72,11 +66,10 @@ void SearchTest::Record(const CameraConfig& camera, std::span<const Frame> frame
   Start({camera});
   GiveInTime(frames);
   Finish();
-  Start();  // again, for the search
-  openWriters = 0;
+  Start();
 }
 
-void ExpectPlayed(const std::vector<PlayedFrame>& played, std::span<const Frame> given) {
+void ExpectPlayed(std::span<const PlayedFrame> played, std::span<const Frame> given) {
   ASSERT_EQ(played.size(), given.size());
   for (std::size_t n = 0; n < given.size(); ++n) {
     SCOPED_TRACE("frame " + std::to_string(n));
@@ -84,13 +77,13 @@ void ExpectPlayed(const std::vector<PlayedFrame>& played, std::span<const Frame>
     const KelvoFrameHeader& wanted = given[n].header;
     EXPECT_EQ(header.Size, sizeof header);
     EXPECT_EQ(header.Version, 1u);
-    EXPECT_EQ(played[n].TimeMs(), TimeOf(given[n]));
+    EXPECT_EQ(played[n].timeMs, TimeOf(given[n]));
     EXPECT_EQ(header.FrameType, wanted.FrameType);
     EXPECT_EQ(header.FrameFlags, wanted.FrameFlags & 0xE0u);
     EXPECT_EQ(played[n].event.Source, given[n].provider);
     const testsupport::Bytes metadata(header.Extension, header.Extension + header.ExtensionLength);
     EXPECT_EQ(metadata, KeptMetadata(wanted));
-    ASSERT_EQ(played[n].Payload(), given[n].payload);
+    ASSERT_TRUE(played[n].payload == given[n].payload);
   }
 }
 

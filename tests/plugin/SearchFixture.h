@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -9,17 +8,13 @@
 
 namespace plugintest {
 
-// One frame event as the host saw it.
+// One frame event as the host saw it, with the payload behind the packet's header.
 struct PlayedFrame {
-  KelvoHostRequest event{};
-  std::string packet;
+  explicit PlayedFrame(const KelvoHostRequest& request);
 
-  [[nodiscard]] std::int64_t TimeMs() const {
-    return std::int64_t{event.u.Header.Seconds} * 1000 + event.u.Header.Milliseconds;
-  }
-  [[nodiscard]] std::string Payload() const {
-    return packet.substr(std::min<std::size_t>(packet.size(), event.u.Header.PayloadOffset));
-  }
+  KelvoHostRequest event{};
+  std::int64_t timeMs = 0;
+  std::string payload;
 };
 
 // What one search told.
@@ -28,22 +23,12 @@ struct Heard {
   std::vector<std::string> results;
   // "P" progress or end, "R" result, "F" frame, "E" frame without content.
   std::string order;
-
-  // The values of an attribute over all Result elements.
-  [[nodiscard]] std::vector<long> All(const std::string& attribute) const;
 };
 
-// A search request for some cameras' video inputs.
-struct Ask {
-  int type = 1;
-  std::int64_t start = 0, end = 0;  // seconds
-  int resolution = 0;
-  std::string inputs = {};  // XML
-
-  Ask& Video(const CameraConfig& camera, int input = 0,
-             const std::vector<std::int64_t>& moments = {});
-  [[nodiscard]] std::string Xml() const;
-};
+// A search request for the video of some cameras; times in seconds.
+std::string Ask(int type, std::int64_t start, std::int64_t end,
+                const std::vector<CameraConfig>& cameras,
+                const std::vector<std::int64_t>& moments = {});
 
 // The plug-in with a host that keeps what searches send, by a clock and files of the test.
 class SearchTest : public SeamTest {
@@ -51,9 +36,9 @@ class SearchTest : public SeamTest {
   SearchTest();
 
   // Runs the search and returns what came.
-  Heard Search(const Ask& ask);
+  Heard Search(const std::string& request);
 
-  // Records frames of one camera in real time of the manual clock.
+  // Records frames of one camera in real time of the manual clock, then starts again for searches.
   void Record(const CameraConfig& camera, std::span<const Frame> frames);
 
   // Files that the plug-in keeps open besides a search's.
@@ -65,6 +50,6 @@ class SearchTest : public SeamTest {
 };
 
 // Checks that the events are the frames, byte for byte and field for field.
-void ExpectPlayed(const std::vector<PlayedFrame>& played, std::span<const Frame> given);
+void ExpectPlayed(std::span<const PlayedFrame> played, std::span<const Frame> given);
 
 }  // namespace plugintest

@@ -15,9 +15,8 @@ class WindowsPlugin : public PluginTest {
  protected:
   WindowsPlugin() {
     host->onSearch = [this](const KelvoHostRequest& request) {
-      const auto* bytes = static_cast<const char*>(request.Payload);
       if (request.SubCode == KELVO_SUB_SEARCH_FRAME && request.Length != 0) {
-        played.push_back({request, std::string(bytes, request.Length)});
+        played.emplace_back(request);
       }
       return 0u;
     };
@@ -39,8 +38,7 @@ class WindowsPlugin : public PluginTest {
 TEST_F(WindowsPlugin, RecordsOnFixedDrivesButNotOnTheSystems) {
   const std::string drive = std::getenv("KELVO_TEST_DRIVE");
   const auto camera = Camera();
-  Start();
-  Configure({camera});
+  Start({camera});
   const auto first = Give(camera, 30);
   // Another configuration ends the file and begins the next one.
   Configure({camera, Camera(1)});
@@ -48,7 +46,7 @@ TEST_F(WindowsPlugin, RecordsOnFixedDrivesButNotOnTheSystems) {
   Finish();
   EXPECT_EQ(CountLog("Opened " + drive), 3);  // one is of the camera that gave nothing
   EXPECT_EQ(CountLog("Opened "), 3);
-  const auto recordings = RecordingsOf(camera);
+  const auto recordings = Recordings(Id(camera));
   ASSERT_EQ(recordings.size(), 2u);
   ExpectFrames(recordings[0].Of(kVideoSlot), std::span(first).first(145));
   ExpectFrames(recordings[1].Of(kVideoSlot), std::span(second).first(145));
@@ -59,11 +57,10 @@ TEST_F(WindowsPlugin, RecordsOnFixedDrivesButNotOnTheSystems) {
 
 TEST_F(WindowsPlugin, KeepsItsSettingsAndFindsItsRecordingsAfterARestart) {
   const auto camera = Camera();
-  Start();
-  Configure({camera});
+  Start({camera});
   hostkit::StorageSettings settings;
   settings.expirationDays = 17;
-  ASSERT_TRUE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::StorageDelta(settings)));
+  Tell(hostkit::StorageDelta(settings));
   const auto frames = Give(camera, 30);
   Finish();
   const std::string saved = Settings();
@@ -73,19 +70,18 @@ TEST_F(WindowsPlugin, KeepsItsSettingsAndFindsItsRecordingsAfterARestart) {
   Start();
   EXPECT_EQ(Settings(), saved);
   const std::int64_t start = TimeOf(frames.front()) / 1000;
-  host->Read(Ask{1, start - 1, start + 60}.Video(camera).Xml(), 1);
+  host->Read(Ask(1, start - 1, start + 60, {camera}), 1);
   ExpectPlayed(played, std::span(frames).first(145));
 }
 
 // What a thread of the host keeps for itself in the library would hold the library in memory.
 TEST_F(WindowsPlugin, LibraryIsGoneOnceItIsFreed) {
   const auto camera = Camera();
-  Start();
-  Configure({camera});
+  Start({camera});
   std::thread([&] {
     const auto frames = Give(camera, 30);
     const std::int64_t start = TimeOf(frames.front()) / 1000;
-    host->Read(Ask{1, start - 1, start + 60}.Video(camera).Xml(), 1);
+    host->Read(Ask(1, start - 1, start + 60, {camera}), 1);
   }).join();
   Stop();
   EXPECT_EQ(host->Outstanding(), 0);

@@ -15,7 +15,6 @@ struct FakeDrive {
   DriveSpace space{std::uint64_t{1} << 40, std::uint64_t{900} << 30, std::uint64_t{900} << 30};
   std::uint64_t device = 0;
   int deviceError = 0;
-  std::string spaceError;
 };
 
 // Drives by table. A path belongs to the drive with the longest name that it begins with. Any
@@ -25,8 +24,6 @@ class FakeDrives : public Drives {
   struct Table {
     std::vector<FakeDrive> drives;
     int drivesError = 0;  // FixedDrives tells the drives all the same
-    std::string searchedPlace = "/nowhere/drives";
-    std::string systemDirectory = "/usr";
     int systemError = 0;
   };
 
@@ -62,14 +59,11 @@ class FakeDrives : public Drives {
     return table.drivesError;
   }
 
-  std::string SearchedPlace() override {
-    const std::lock_guard lock(mutex);
-    return table.searchedPlace;
-  }
+  std::string SearchedPlace() override { return "/nowhere/drives"; }
 
   int SystemDirectory(std::string& path) override {
     const std::lock_guard lock(mutex);
-    path = table.systemError == 0 ? table.systemDirectory : "";
+    path = table.systemError == 0 ? "/usr" : "";
     return table.systemError;
   }
 
@@ -84,9 +78,8 @@ class FakeDrives : public Drives {
   std::string Space(const std::string& path, DriveSpace& space) override {
     const std::lock_guard lock(mutex);
     const FakeDrive* drive = Find(path);
-    if (drive == nullptr) return "No such file or directory";
-    if (drive->spaceError.empty()) space = drive->space;
-    return drive->spaceError;
+    if (drive != nullptr) space = drive->space;
+    return drive != nullptr ? "" : "No such file or directory";
   }
 
  private:

@@ -44,7 +44,6 @@ void* FakeHost::NewBuffer(std::string_view content) {
   if (!content.empty()) std::memcpy(memory.get(), content.data(), content.size());
   void* buffer = memory.get();
   const std::lock_guard lock(mutex);
-  released.erase(buffer);
   live.emplace(buffer, std::move(memory));
   return buffer;
 }
@@ -75,20 +74,9 @@ void FakeHost::ForgetTraffic() {
 }
 
 bool FakeHost::WaitForLine(std::string_view text) {
-  return Wait([&] { return Count(lines, -1, text) > 0; });
-}
-
-bool FakeHost::WaitForEvents(std::size_t count) {
-  return Wait([&] { return events.size() >= count; });
-}
-
-bool FakeHost::WaitForReleases(std::size_t count) {
-  return Wait([&] { return releases >= count; });
-}
-
-bool FakeHost::Wait(const std::function<bool()>& reached) {
   std::unique_lock lock(mutex);
-  return changed.wait_for(lock, std::chrono::seconds(10), reached);
+  return changed.wait_for(lock, std::chrono::seconds(10),
+                          [&] { return Count(lines, -1, text) > 0; });
 }
 
 std::uint32_t FakeHost::Receive(const KelvoHostRequest* request, KelvoHostReply* reply) {
@@ -107,7 +95,6 @@ std::uint32_t FakeHost::Handle(const KelvoHostRequest& request, KelvoHostReply& 
     return std::string(static_cast<const char*>(request.Payload), length);
   };
   if (request.Class == KELVO_CLASS_LOG && request.SubCode == KELVO_SUB_LOG_LEVEL) {
-    ++levelQueries;
     reply.Status = threshold;
     return 0;
   }
@@ -120,7 +107,7 @@ std::uint32_t FakeHost::Handle(const KelvoHostRequest& request, KelvoHostReply& 
     events.push_back({text(request.Length), request.Class});
     reply.Status = answerStatus;
   } else if (request.Class == KELVO_CLASS_RELEASE) {
-    Release(request.Payload);
+    if (live.erase(request.Payload) != 1) ADD_FAILURE() << "a buffer is released that isn't out";
     reply.Status = answerStatus;
   } else {
     lock.unlock();
@@ -128,18 +115,6 @@ std::uint32_t FakeHost::Handle(const KelvoHostRequest& request, KelvoHostReply& 
   }
   changed.notify_all();
   return request.Class == KELVO_CLASS_LOG ? 0 : answerReturned;
-}
-
-void FakeHost::Release(const void* buffer) {
-  ++releases;
-  if (live.erase(buffer) == 1) {
-    released[buffer] = releases;
-  } else if (const auto earlier = released.find(buffer); earlier != released.end()) {
-    ADD_FAILURE() << "release " << releases << ": buffer " << buffer
-                  << " was released already by release " << earlier->second;
-  } else {
-    ADD_FAILURE() << "release " << releases << ": unknown buffer " << buffer;
-  }
 }
 
 std::uint32_t FakeCore::SendHostMessage(const KelvoHostRequest& request, KelvoHostReply& reply) {

@@ -17,9 +17,8 @@
 namespace qvsvr::kelvo {
 
 // A host of one's own: gathers log lines and XML events and counts buffers. The test fails when a
-// buffer is released twice, when one is released that this host never gave, and at the end when one
-// hasn't come back. Installs itself as the host function; one at a time, made before and destroyed
-// after all that uses it. Any thread.
+// buffer is released that isn't out, and at the end when one hasn't come back. Installs itself as
+// the host function; one at a time, made before and destroyed after all that uses it. Any thread.
 class FakeHost {
  public:
   struct LogLine {
@@ -40,7 +39,6 @@ class FakeHost {
   // A counted buffer with a copy of the content, owing one release, upon which its memory is freed.
   void* NewBuffer(std::string_view content);
   [[nodiscard]] std::size_t Outstanding() const;
-  [[nodiscard]] std::size_t Releases() const { return Copy(releases); }
 
   void SetThreshold(std::uint32_t level) { threshold = level; }
   // What XML events and releases are answered with.
@@ -53,19 +51,14 @@ class FakeHost {
   [[nodiscard]] std::size_t CountLines(std::string_view text) const;
   [[nodiscard]] std::size_t CountLines(int level, std::string_view text) const;
   [[nodiscard]] std::vector<XmlEvent> Events() const { return Copy(events); }
-  [[nodiscard]] std::size_t LevelQueries() const { return levelQueries; }
   void ForgetTraffic();  // lines and events; buffers stay counted
 
-  // Wait for what another thread does, at most ten seconds; false if it didn't come.
+  // Waits for what another thread does, at most ten seconds; false if it didn't come.
   bool WaitForLine(std::string_view text);
-  bool WaitForEvents(std::size_t count);
-  bool WaitForReleases(std::size_t count);
 
  private:
   static std::uint32_t Receive(const KelvoHostRequest* request, KelvoHostReply* reply);
   std::uint32_t Handle(const KelvoHostRequest& request, KelvoHostReply& reply);
-  void Release(const void* buffer);
-  bool Wait(const std::function<bool()>& reached);
   template <class T>
   T Copy(const T& value) const {
     const std::lock_guard lock(mutex);
@@ -77,12 +70,9 @@ class FakeHost {
   std::vector<LogLine> lines;
   std::vector<XmlEvent> events;
   std::map<const void*, std::unique_ptr<char[]>> live;
-  std::map<const void*, std::size_t> released;  // by address, until the address is given out again
-  std::size_t releases = 0;
   std::uint32_t answerReturned = 0;
   std::uint32_t answerStatus = 0;
   std::atomic<std::uint32_t> threshold{KELVO_LOG_NO_THRESHOLD};
-  std::atomic<std::size_t> levelQueries{0};
 };
 
 // The plug-in's face towards the host, for what is tested without the plug-in.

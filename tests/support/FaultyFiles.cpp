@@ -25,18 +25,18 @@ class FaultyFile : public MediaFile {
   }
 
   IoResult ReadAt(std::uint64_t offset, MutableBytes buffer) override {
-    FileFault fault;
-    if (!owner.Goes(FileCall::ReadAt, path, fault)) return real->ReadAt(offset, buffer);
-    if (fault.error != 0) return {0, fault.error};
-    return real->ReadAt(offset, buffer.first(std::min(fault.shortBytes, buffer.size())));
+    const auto fault = owner.Count(FileCall::ReadAt, path);
+    if (!fault) return real->ReadAt(offset, buffer);
+    if (fault->error != 0) return {0, fault->error};
+    return real->ReadAt(offset, buffer.first(std::min(fault->shortBytes, buffer.size())));
   }
 
   IoResult WriteAt(std::uint64_t offset, std::span<const ConstBytes> parts) override {
-    FileFault fault;
-    if (!owner.Goes(FileCall::WriteAt, path, fault)) return real->WriteAt(offset, parts);
-    if (fault.error != 0) return {0, fault.error};
+    const auto fault = owner.Count(FileCall::WriteAt, path);
+    if (!fault) return real->WriteAt(offset, parts);
+    if (fault->error != 0) return {0, fault->error};
     std::vector<ConstBytes> kept;
-    std::size_t left = fault.shortBytes;
+    std::size_t left = fault->shortBytes;
     for (const ConstBytes part : parts) {
       kept.push_back(part.first(std::min(left, part.size())));
       left -= kept.back().size();
@@ -45,32 +45,28 @@ class FaultyFile : public MediaFile {
   }
 
   int Size(std::uint64_t& bytes) override {
-    return Try(FileCall::Size, [&] { return real->Size(bytes); });
+    const auto fault = owner.Count(FileCall::Size, path);
+    return fault ? fault->error : real->Size(bytes);
   }
   int CreationTime(std::int64_t& seconds) override {
-    return Try(FileCall::CreationTime, [&] { return real->CreationTime(seconds); });
+    const auto fault = owner.Count(FileCall::CreationTime, path);
+    return fault ? fault->error : real->CreationTime(seconds);
   }
   int SetSize(std::uint64_t bytes) override {
-    return Try(FileCall::SetSize, [&] { return real->SetSize(bytes); });
+    const auto fault = owner.Count(FileCall::SetSize, path);
+    return fault ? fault->error : real->SetSize(bytes);
   }
 
   int Close() override {
     if (closed) return 0;
-    FileFault fault;
-    const bool goes = owner.Goes(FileCall::Close, path, fault);
+    const auto fault = owner.Count(FileCall::Close, path);
     const int result = real->Close();  // a close that fails has closed all the same
     closed = true;
     owner.CountOpen(-1);
-    return goes ? fault.error : result;
+    return fault ? fault->error : result;
   }
 
  private:
-  template <typename Call>
-  int Try(FileCall kind, Call call) {
-    FileFault fault;
-    return owner.Goes(kind, path, fault) ? fault.error : call();
-  }
-
   FaultyFiles& owner;
   const std::string path;
   const std::unique_ptr<MediaFile> real;
@@ -79,8 +75,7 @@ class FaultyFile : public MediaFile {
 
 int FaultyFiles::Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) {
   file.reset();
-  FileFault fault;
-  if (Goes(FileCall::Open, path, fault)) return fault.error;
+  if (const auto fault = Count(FileCall::Open, path)) return fault->error;
   std::unique_ptr<MediaFile> opened;
   const int error = real.Open(path, mode, opened);
   if (error == 0) file = std::make_unique<FaultyFile>(*this, path, std::move(opened));
@@ -117,24 +112,20 @@ bool FaultyFiles::WaitForOpenFiles(std::size_t count) {
   return openChanged.wait_for(lock, std::chrono::seconds(10), [&] { return open == count; });
 }
 
-bool FaultyFiles::Goes(FileCall call, const std::string& path, FileFault& fault) {
+std::optional<FileFault> FaultyFiles::Count(FileCall call, const std::string& path) {
   if (before) before(call, path);
   const std::lock_guard lock(mutex);
   ++calls[static_cast<std::size_t>(call)];
-  bool goes = false;
-  for (Armed& armed : faults) {
-    if (armed.fault.call != call ||
-        !(armed.fault.suffix.empty() ? !IsHousekeeping(path) : path.ends_with(armed.fault.suffix)))
-      continue;
-    const std::size_t number = ++armed.seen;
-    if (goes || number < armed.fault.first || number - armed.fault.first >= armed.fault.times) {
-      continue;
-    }
-    fault = armed.fault;
-    goes = true;
+  std::optional<FileFault> found;
+  for (auto& [fault, seen] : faults) {
+    const bool meant = fault.suffix.empty() ? !IsHousekeeping(path) : path.ends_with(fault.suffix);
+    if (fault.call != call || !meant) continue;
+    const std::size_t number = ++seen;
+    if (found || number < fault.first || number - fault.first >= fault.times) continue;
+    found = fault;
+    ++fired;
   }
-  if (goes) ++fired;
-  return goes;
+  return found;
 }
 
 void FaultyFiles::CountOpen(int change) {

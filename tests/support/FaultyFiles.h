@@ -5,6 +5,7 @@
 #include <functional>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,8 +61,8 @@ class FaultyFiles : public MediaFiles {
     std::size_t seen = 0;
   };
 
-  // Counts one call and fills `fault` if it is to go wrong.
-  bool Goes(FileCall call, const std::string& path, FileFault& fault);
+  // Counts one call; returns what goes wrong with it, if anything does.
+  std::optional<FileFault> Count(FileCall call, const std::string& path);
   void CountOpen(int change);
 
   MediaFiles& real;
