@@ -4,14 +4,13 @@
 
 #include <algorithm>
 #include <boost/filesystem.hpp>
-#include <cstdio>
 #include <cstring>
 #include <map>
 #include <string>
 #include <tuple>
 #include <vector>
 
-#include "host/Xml.h"
+#include "hostkit/SearchXml.h"
 #include "media/PSFile.h"
 #include "media/RecordPath.h"
 #include "search/Search.h"
@@ -39,7 +38,6 @@ struct Shot {
     return std::to_string(time) + "/" + std::to_string(stream);
   }
   [[nodiscard]] std::int64_t Second() const { return time / 1000; }
-  bool operator==(const Shot&) const = default;
 };
 
 // Volumes and archives by hand.
@@ -79,18 +77,20 @@ class SearchTest : public testing::Test {
     };
   }
 
-  std::string Path(UtcMs start, StreamID id = kDevice, std::size_t volume = 0) {
-    return qv::kelvo::MakePath(files.volumes[volume], start, id, qv::kelvo::CreateDirectories::Yes);
-  }
-
   // Writes a recording that is named after its first frame; returns its path.
-  std::string Write(const std::vector<Shot>& shots, StreamID id = kDevice, std::size_t volume = 0) {
-    const std::string path = Path(shots.front().time, id, volume);
+  std::string Write(std::vector<Shot> shots, StreamID id = kDevice, std::size_t volume = 0) {
+    std::ranges::stable_sort(shots, {}, &Shot::time);
+    const std::string path = qv::kelvo::MakePath(files.volumes[volume], shots.front().time, id,
+                                                 qv::kelvo::CreateDirectories::Yes);
     std::array<qv::kelvo::PsStreamDescriptor, qv::kelvo::kStreamCount> descriptors;
     for (unsigned n = 0; n < qv::kelvo::kStreamCount; ++n) {
       descriptors[n].streamType = n < 16 ? 130 : 145;
       descriptors[n].streamId = static_cast<std::uint8_t>(n < 16 ? 0xE0 + n : 0xC0 + n - 16);
       descriptors[n].channel = static_cast<std::uint8_t>(n % 16);
+      descriptors[n].width16 = 120;
+      descriptors[n].height16 = 68;
+      descriptors[n].sampleRate = 8000;
+      descriptors[n].bufSizeSamples = 160;
     }
     qv::kelvo::PsFileInfo info;
     info.fileInput[0] = static_cast<std::uint8_t>(id);
@@ -129,22 +129,16 @@ class SearchTest : public testing::Test {
     return all;
   }
 
+  static hostkit::SearchInput Video(int number, const std::vector<std::int64_t>& moments = {},
+                                    int device = 0) {
+    return {.device = device, .number = number, .moments = moments};
+  }
+  static hostkit::SearchInput Audio(int number) {
+    return {.audio = true, .number = number, .moments = {}};
+  }
   static std::string Request(int type, std::int64_t start, std::int64_t end, int resolution,
-                             const std::string& device) {
-    return "<qDVR Type=\"" + std::to_string(type) + "\" Start=\"" + std::to_string(start) +
-           "\" End=\"" + std::to_string(end) + "\" Resolution=\"" + std::to_string(resolution) +
-           "\"><Devices ID=\"1114112\"><Device Number=\"0\">" + device +
-           "</Device></Devices></qDVR>";
-  }
-  static std::string Video(int input, const std::vector<std::int64_t>& moments = {}) {
-    std::string text = "<Input Number=\"" + std::to_string(input) + "\">";
-    for (const auto moment : moments) {
-      text += "<Request Frame=\"" + std::to_string(moment) + "\"/>";
-    }
-    return "<Video>" + text + "</Input></Video>";
-  }
-  static std::string Audio(int input) {
-    return "<Audio><Input Number=\"" + std::to_string(input) + "\"/></Audio>";
+                             const std::vector<hostkit::SearchInput>& inputs) {
+    return hostkit::RequestXml({type, start, end, resolution, true, inputs});
   }
 
   // Runs the search; afterwards no file is open.
@@ -180,20 +174,12 @@ class SearchTest : public testing::Test {
     return {};
   }
   // Input, Start, End, Count and Flags of each Result; audio inputs are 100 and up.
-  using Line = std::tuple<int, int, int, int, int>;
+  using Line = std::tuple<int, std::int64_t, std::int64_t, int, unsigned>;
   [[nodiscard]] std::vector<Line> Results() const {
     std::vector<Line> lines;
-    int base = 0, input = 0, v[4] = {};
-    const std::string text = ResultText();
-    for (std::size_t at = text.find('<'); at != text.npos; at = text.find('<', at + 1)) {
-      const char* const tag = text.c_str() + at;
-      if (std::strncmp(tag, "<Video", 6) == 0) base = 0;
-      if (std::strncmp(tag, "<Audio", 6) == 0) base = 100;
-      if (std::sscanf(tag, "<Input Number=\"%d\"", v) == 1) input = base + v[0];
-      if (std::sscanf(tag, "<Result Start=\"%d\" End=\"%d\" Count=\"%d\" Flags=\"%d\"", v, v + 1,
-                      v + 2, v + 3) == 4) {
-        lines.emplace_back(input, v[0], v[1], v[2], v[3]);
-      }
+    for (const auto& row : hostkit::ParseResults(ResultText()).rows) {
+      const int input = row.input.number + (row.input.audio ? 100 : 0);
+      lines.emplace_back(input, row.start, row.end, row.count, row.flags);
     }
     std::ranges::sort(lines);
     return lines;

@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
-#include "host/Log.h"
 #include "storage/CFileSystem.h"
 #include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeHost.h"
@@ -16,6 +12,8 @@ namespace qvsvr::kelvo {
 namespace {
 
 using Names = std::vector<std::string>;
+using qv::kelvo::kVolumesArchive;
+using qv::kelvo::kVolumesLocal;
 
 std::string Archive(const std::string& attributes) {
   return "<Archive " + attributes + "/>";
@@ -32,10 +30,6 @@ std::string Target(const std::string& attributes, const Names& mounts = {}) {
 
 class NetworkTargetsTest : public ::testing::Test {
  protected:
-  void Fill(const std::string& children) {
-    network.ReplaceArchives(ParsedXml("<Archives>" + children + "</Archives>").Root(),
-                            bundle.clock);
-  }
   // Both forms, as the worker applies them.
   bool Configure(const std::string& children) {
     return storage.ApplyArchivesXml(ParsedXml("<Archives>" + children + "</Archives>").Root());
@@ -43,123 +37,103 @@ class NetworkTargetsTest : public ::testing::Test {
   void Report(const std::string& children) {
     storage.ApplyArchiveStatus(ParsedXml("<Archives>" + children + "</Archives>").Root());
   }
-  Names Volumes(std::uint32_t flags) {
-    Names list;
-    storage.GetVolumes(list, flags, nullptr);
+  Names Volumes(std::uint32_t flags, const qv::kelvo::ArchiveFilter& filter = {}) {
+    Names list{"left over"};
+    storage.GetVolumes(list, flags, &filter);
     for (std::string& volume : list) volume = qv::kelvo::Slashed(volume);
     return list;
   }
-  std::size_t Targets() {
-    qv::kelvo::TargetList list;
-    storage.GetTargets(list, qv::kelvo::kVolumesArchive, nullptr);
-    return list.size();
-  }
-  // The lines about network drives since the last call.
-  Names Told() {
-    Names lines;
-    for (const auto& line : host.Lines()) {
-      if (line.level == LogInfo && line.text.find("iSCSI") != std::string::npos) {
-        lines.push_back(line.text);
-      }
-    }
-    host.ForgetTraffic();
-    return lines;
+  qv::kelvo::TargetList Targets(const qv::kelvo::ArchiveFilter& filter = {}) {
+    qv::kelvo::TargetList list(1);
+    storage.GetTargets(list, kVolumesArchive, &filter);
+    return list;
   }
 
   FakeHost host;
   qv::kelvo::TestBundle bundle;
   FakeCore core{bundle.clock};
-  NetworkTargets network;
   CFileSystem storage{core, bundle.platform};
 };
 
 TEST_F(NetworkTargetsTest, TakesArchivesThatHaveAllTheyNeed) {
-  Fill(Archive("ID='1' Enabled='1' Type='3' Address='a'") +
-       Archive("ID='2' Enabled='1' Type='3' Address='' MountPoint='/m'") +
-       Archive("ID='3' Enabled='1' Type='x' Address='a' MountPoint='/m'") +
-       Archive("ID='4' Enabled='0' Type='3' Address='a' MountPoint='/m'") +
-       Archive("Enabled='1' Type='3' Address='a' MountPoint='/m'") + Local(6, "/old") +
-       Archive("ID='6' Enabled='-1' Type='3' Address='a6' MountPoint='/m6' Username=''") +
-       Archive("ID='7' Enabled='1' Type='2' Address='a7' MountPoint='/m7/' Username='u'"
-               " Password='p'"));
-  ASSERT_EQ(network.archives.size(), 2u);
-  qvArchiving::ScannerProperties expected = {{"CacheEnable", "true"},
-                                             {"CacheSizeGigabytes", "50"},
-                                             {"CacheRetentionSeconds", "604800"},
-                                             {"FullyMountedPath", "/m6"},
-                                             {"FullName", "a6"},
-                                             {"Type", "3"},
-                                             {"UserName", ""}};
-  EXPECT_EQ(network.archives.at(6)->Properties(), expected);
-  expected["FullyMountedPath"] = "/m7/";
-  expected["FullName"] = "a7";
-  expected["Type"] = "2";
-  expected["UserName"] = "u";
-  expected["Password"] = "p";
-  EXPECT_EQ(network.archives.at(7)->Properties(), expected);
+  Report(Archive("ID='6' Status='0'") + Archive("ID='7' Status='0'"));
+  const std::string secret = "' Password='hunter2' Username='key'";
+  Configure(Archive("ID='6' Enabled='1' Type='3' Address='a'") +
+            Archive("ID='6' Enabled='1' Type='3' Address='' MountPoint='/m'") +
+            Archive("ID='6' Enabled='1' Type='x' Address='a' MountPoint='/m'") +
+            Archive("ID='6' Enabled='0' Type='3' Address='a' MountPoint='/m'") +
+            Archive("Enabled='1' Type='3' Address='a' MountPoint='/m'"));
+  EXPECT_TRUE(Targets().empty());
   EXPECT_TRUE(host.Lines().empty());
-  Fill("");
-  EXPECT_TRUE(network.archives.empty());
-}
-
-TEST_F(NetworkTargetsTest, LogsTargetsThatCannotBeMadeAndKeepsTheOthers) {
-  const std::string secret = "Password='hunter2' Username='key'";
-  Fill(Archive("ID='1' Enabled='1' Type='4' Address='a' MountPoint='/m' " + secret) +
-       Archive("ID='2' Enabled='1' Type='5' Address='nowhere' MountPoint='/m' " + secret) +
-       Archive("ID='3' Enabled='1' Type='5' Address='b.s3.eu-west-1.amazonaws.com'"
-               " MountPoint='/m' Password='hunter2'") +
-       Local(4));
-  ASSERT_EQ(network.archives.size(), 1u);
-  EXPECT_TRUE(network.archives.contains(4));
-  EXPECT_EQ(host.CountLines(LogError, "Error creating target interface"), 3u);
+  // What can't be made is told; the others stay.
+  Configure(Archive("ID='6' Enabled='1' Type='4' Address='a' MountPoint='/m" + secret) +
+            Archive("ID='6' Enabled='1' Type='5' Address='nowhere' MountPoint='/m" + secret) +
+            Archive("ID='6' Enabled='-1' Type='3' Address='a6' MountPoint='/m6' Username=''") +
+            Archive("ID='7' Enabled='1' Type='2' Address='a7' MountPoint='/m7/' Password='p'"));
+  EXPECT_EQ(host.CountLines(75, "Error creating target interface"), 2u);
   EXPECT_EQ(host.CountLines("hunter2"), 0u);
+  const auto targets = Targets();
+  ASSERT_EQ(targets.size(), 2u);
+  const qvArchiving::ScannerProperties expected = {{"CacheEnable", "true"},
+                                                   {"CacheSizeGigabytes", "50"},
+                                                   {"CacheRetentionSeconds", "604800"},
+                                                   {"FullyMountedPath", "/m6"},
+                                                   {"FullName", "a6"},
+                                                   {"Type", "3"},
+                                                   {"UserName", ""}};
+  EXPECT_EQ(targets[0]->Properties(), expected);
+  EXPECT_EQ(targets[1]->Properties().at("Type"), "2");
+  EXPECT_EQ(targets[1]->Properties().at("Password"), "p");
 }
 
 TEST_F(NetworkTargetsTest, ArchivesAreOfferedOnceBothMessagesTellOfThem) {
   Report("<Archive ID='1' Status='0'/><Archive ID='3' Status='1'/><Archive ID='2'/>");
-  EXPECT_EQ(Targets(), 0u);
+  EXPECT_TRUE(Targets().empty());
   EXPECT_FALSE(Configure(Local(1, "/one") + Local(2, "/two/") + Local(3, "/three/")));
-  EXPECT_EQ(Volumes(qv::kelvo::kVolumesArchive), (Names{"/one/", "/three/"}));
+  EXPECT_EQ(Volumes(kVolumesArchive), (Names{"/one/", "/three/"}));
+  EXPECT_EQ(Volumes(0), Names{});
   Report("<Archive ID='2' Status='7'/><Archive ID='1' Status='-1'/>");
-  EXPECT_EQ(Volumes(qv::kelvo::kVolumesArchive), (Names{"/two/", "/three/"}));
+  EXPECT_EQ(Volumes(kVolumesArchive | kVolumesLocal), (Names{"/two/", "/three/"}));
+  EXPECT_EQ(Volumes(kVolumesArchive, {{2, false}, {3, true}}), Names{"/three/"});
+  EXPECT_EQ(Targets({{2, false}}).size(), 1u);
 
-  qv::kelvo::TargetList held;
-  storage.GetTargets(held, qv::kelvo::kVolumesArchive, nullptr);
+  const auto held = Targets();
   EXPECT_FALSE(Configure(""));
-  EXPECT_EQ(Targets(), 0u);
+  EXPECT_TRUE(Targets().empty());
   ASSERT_EQ(held.size(), 2u);
   EXPECT_EQ(held[0]->Properties().at("FullyMountedPath"), "/two/");
   EXPECT_EQ(held[0].use_count(), 1) << "only its searches hold a target that was replaced";
   EXPECT_FALSE(Configure(Local(3)));
-  EXPECT_EQ(Targets(), 1u) << "the state outlives the configuration";
+  EXPECT_EQ(Targets().size(), 1u) << "the state outlives the configuration";
 }
 
 TEST_F(NetworkTargetsTest, NetworkDrivesComeAndGo) {
   bundle.drives.Add("/d/local/");
   bundle.clock.SetNow(1'700'000'000'999);
   storage.LoadStorage();
-  host.ForgetTraffic();
   const std::string on = Target("Enabled='5' ID='7'", {"/n/b/", "/n/a/", "/d/local/"});
   EXPECT_TRUE(Configure(on));
-  EXPECT_EQ(Told(), (Names{"Drive /n/a/ (ID 5) discovered via iSCSI.",
-                           "Drive /n/b/ (ID 5) discovered via iSCSI."}));
   EXPECT_FALSE(Configure(on));
   EXPECT_FALSE(Configure(on + Target("Enabled='9'", {"/n/c/"}) + Target("ID='9'", {"/n/c/"})));
-  EXPECT_TRUE(Told().empty());
 
-  // The number is the value of Enabled; a local drive that is named becomes subject to it.
-  EXPECT_TRUE(Volumes(qv::kelvo::kVolumesLocal).empty());
-  Report(Target("ID='7' Status='0'"));
-  EXPECT_TRUE(Told().empty());
-  EXPECT_TRUE(Volumes(qv::kelvo::kVolumesLocal).empty());
-  Report(Target("ID='5' Status='0'") + Target("ID='5' Status='1'"));
-  EXPECT_EQ(Told().size(), 3u);
-  EXPECT_EQ(Volumes(qv::kelvo::kVolumesLocal), (Names{"/d/local/", "/n/a/", "/n/b/"}));
-
+  // The number is the value of Enabled; a local drive that is named becomes subject to it. Only a
+  // status of 0 or below it says something.
+  const Names all{"/d/local/", "/n/a/", "/n/b/"};
+  EXPECT_EQ(Volumes(kVolumesLocal), Names{});
+  const std::pair<const char*, Names> steps[] = {
+      {"ID='7' Status='0'", {}},  {"ID='5' Status='1'", {}}, {"ID='5' Status='0'", all},
+      {"ID='5' Status='1'", all}, {"Status='-1'", all},      {"ID='5' Status='-3'", {}},
+      {"ID='5' Status='0'", all},
+  };
+  for (const auto& [attributes, volumes] : steps) {
+    Report(Target(attributes));
+    EXPECT_EQ(Volumes(kVolumesLocal), volumes) << attributes;
+  }
   // Another number alone is no change of drives.
+  host.ForgetTraffic();
   EXPECT_FALSE(Configure(Target("Enabled='6' ID='7'", {"/n/b/", "/n/a/", "/d/local/"})));
-  EXPECT_TRUE(Told().empty());
-  EXPECT_TRUE(Volumes(qv::kelvo::kVolumesLocal).empty());
+  EXPECT_EQ(Volumes(kVolumesLocal), Names{});
+  EXPECT_TRUE(host.Lines().empty());
 
   EXPECT_TRUE(Configure(Target("Enabled='0' ID='7'", {"/n/a/"}) +
                         Target("Enabled='6' ID='8'", {"/d/local/", "/n/a/"})));
@@ -168,58 +142,9 @@ TEST_F(NetworkTargetsTest, NetworkDrivesComeAndGo) {
   EXPECT_EQ(host.Events()[0].text,
             R"(<?xml ?><qDVR><Storage ID="327680"><Drive Name="/n/b/" Alarm="1")"
             R"( Time="1700000000" Message="Drive not found" /></Storage></qDVR>)");
-  EXPECT_EQ(Told(), Names{"Drive /n/b/ (ID 6) disappeared via iSCSI."});
+  EXPECT_EQ(host.CountLines(25, "Drive /n/b/ (ID 6) disappeared via iSCSI."), 1u);
   EXPECT_TRUE(Configure(""));
-  EXPECT_EQ(Told().size(), 2u) << "the local drive that was named leaves, too";
-}
-
-TEST_F(NetworkTargetsTest, TellsChangesOfStateOnce) {
-  ASSERT_TRUE(Configure(Target("Enabled='1' ID='1'", {"/n/b/", "/n/a/"}) +
-                        Target("Enabled='2' ID='2'", {"/n/c/"})));
-  Told();
-  const std::pair<const char*, std::string> steps[] = {
-      {"ID='1' Status='-1'", ""},
-      {"ID='1' Status='1'", ""},
-      {"Status='0'", ""},
-      {"ID='1' Status='0'", "now writable"},
-      {"ID='1' Status='0'", ""},
-      {"ID='1' Status='2'", ""},
-      {"ID='1'", ""},
-      {"ID='1' Status='-3'", "inaccessible"},
-      {"ID='1' Status='-3'", ""},
-  };
-  for (const auto& [attributes, told] : steps) {
-    SCOPED_TRACE(attributes);
-    Report(Target(attributes));
-    EXPECT_TRUE(host.Events().empty());
-    const Names lines{"Drive /n/a/ (ID 1) " + told + " via iSCSI.",
-                      "Drive /n/b/ (ID 1) " + told + " via iSCSI."};
-    EXPECT_EQ(Told(), told.empty() ? Names{} : lines);
-  }
-}
-
-// The thread sanitizer looks on: searches ask for drives and targets while the worker changes them.
-TEST_F(NetworkTargetsTest, VolumesAndTargetsCanBeAskedWhileTheyChange) {
-  bundle.drives.Add("/d/local/");
-  storage.LoadStorage();
-  Report("<Archive ID='1' Status='0'/>" + Target("ID='5' Status='0'"));
-  std::atomic<bool> done{false};
-  std::atomic<int> looks{0};
-  std::thread reader([&] {
-    while (!done) {
-      qv::kelvo::TargetList targets;
-      storage.GetTargets(targets, qv::kelvo::kVolumesArchive, nullptr);
-      for (const auto& target : targets) EXPECT_EQ(target->Properties().at("FullName"), "a");
-      const Names now = Volumes(qv::kelvo::kVolumesLocal);
-      EXPECT_TRUE(now == Names{"/d/local/"} || now == (Names{"/d/local/", "/n/a/"}));
-      ++looks;
-    }
-  });
-  for (int i = 0; i < 200 || looks < 200; ++i) {
-    Configure(i % 2 == 0 ? Local(1) : Target("Enabled='5' ID='7'", {"/n/a/"}));
-  }
-  done = true;
-  reader.join();
+  EXPECT_EQ(host.Events().size(), 3u) << "the local drive that was named leaves, too";
 }
 
 }  // namespace

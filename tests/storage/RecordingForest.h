@@ -19,10 +19,9 @@
 #include "tests/support/FakeHost.h"
 #include "tests/support/FaultyFiles.h"
 #include "tests/support/ManualClock.h"
+#include "tests/support/TempTree.h"
 
 namespace qvsvr::kelvo {
-
-inline constexpr std::uint64_t kGiB = std::uint64_t{1} << 30;
 
 // Directory listings that are counted, with change stamps by hand.
 class CountedDirectories : public qv::kelvo::Directories {
@@ -44,44 +43,25 @@ class CountedDirectories : public qv::kelvo::Directories {
 };
 
 // Drives in the current directory on which each media file takes one GB of `capacityGB`.
-class ForestDrives : public qv::kelvo::Drives {
+class ForestDrives : public qv::kelvo::FakeDrives {
  public:
-  int FixedDrives(std::vector<std::string>& list) override {
-    list = names;
-    return 0;
-  }
-  std::string SearchedPlace() override { return "here"; }
-  int SystemDirectory(std::string& path) override {
-    path = system;
-    return 0;
-  }
-  int DeviceNumber(const std::string&, std::uint64_t&) override { return 1; }
   std::string Space(const std::string& path, qv::kelvo::DriveSpace& space) override {
-    if (!error.empty() && path == faulty) return error;
+    if (path == faulty) return "gone";
     const std::uint64_t used = std::min<std::uint64_t>(count(path), capacityGB[path]);
-    const std::uint64_t free = (capacityGB[path] - used) * kGiB;
-    space = {capacityGB[path] * kGiB, free, free};
+    const std::uint64_t free = (capacityGB[path] - used) << 30;
+    space = {capacityGB[path] << 30, free, free};
     return {};
   }
-  // Fills the drives with what is on them.
+  // Leaves no room beside what is on them.
   void Fill() {
-    for (const std::string& name : names) capacityGB[name] = count(name);
-  }
-  static std::uint64_t CountMedia(const std::string& drive) {
-    std::uint64_t found = 0;
-    // Others may be deleting meanwhile.
-    boost::system::error_code error;
-    boost::filesystem::recursive_directory_iterator at(drive, error), end;
-    for (; !error && at != end; at.increment(error)) found += at->path().extension() == ".ps";
-    return found;
+    for (auto& [name, capacity] : capacityGB) capacity = count(name);
   }
 
-  std::vector<std::string> names;
   std::map<std::string, std::uint64_t> capacityGB;
-  std::function<std::uint64_t(const std::string&)> count = CountMedia;
+  std::function<std::uint64_t(const std::string&)> count = [](const std::string& drive) {
+    return qv::kelvo::FilesBelow(drive, ".ps").size();
+  };
   std::string faulty;
-  std::string error;
-  std::string system = "/usr";  // directory
 };
 
 struct TestManager : IRecordManager {
@@ -109,7 +89,7 @@ class RecordingForest : public ::testing::Test {
   void AddDrives(std::uint64_t capacityGB) {
     for (const char* name : {"a/", "b/"}) {
       boost::filesystem::create_directories(name);
-      drives.names.push_back(name);
+      drives.Add(name);
       drives.capacityGB[name] = capacityGB;
     }
   }

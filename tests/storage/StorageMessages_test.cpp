@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "tests/storage/ParsedXml.h"
 
 namespace qvsvr::kelvo {
@@ -10,31 +12,28 @@ namespace {
 class StorageMessages : public ::testing::Test {
  protected:
   bool Apply(const std::string& text) {
-    const ParsedXml xml(text);
+    const ParsedXml xml("<Storage " + text + "</Storage>");
     return ApplyStorageElement({drives, retention, lapse}, xml.Root(), 1234567890123, reply);
   }
 
+  static constexpr auto kMin = std::numeric_limits<std::int32_t>::min();
+  static constexpr auto kMax = std::numeric_limits<std::int32_t>::max();
   DriveTable drives;
   RetentionRules retention;
   TimeLapseTable lapse;
   TiXmlElement reply{"Storage"};
 };
 
-TEST_F(StorageMessages, AppliesEachReadableSettingAndLeavesTheOthers) {
-  Apply(R"(<Storage TimeLapse="1000" ContentAge="60" FSCleanupRemoves="0"
-            PreserveExpirationAudioWithVideo="2"><Expiration Type="2" Days="9"/></Storage>)");
-  Apply(R"(<Storage TimeLapse="-1" ContentAge="x" FSCleanupRemoves="" Expiration="0">
-             <Expiration Type="1"/></Storage>)");
-  EXPECT_EQ(lapse.timeLapse, 1000);
-  EXPECT_EQ(lapse.timeLapseChanges, 1u);
-  EXPECT_EQ(retention.contentAge, 60);
-  EXPECT_FALSE(retention.fsCleanupRemoves);
-  EXPECT_TRUE(retention.preserveExpirationAudioWithVideo);
-  EXPECT_EQ(retention.expirationDays, -9);
-
-  Apply(R"(<Storage TimeLapse="0" FSCleanupRemoves="7"/>)");
-  EXPECT_EQ(lapse.timeLapseChanges, 2u);
-  EXPECT_TRUE(retention.fsCleanupRemoves);
+TEST_F(StorageMessages, DaysOfARuleKeepAnOpposite) {
+  const struct {
+    int type;
+    std::int32_t days, expected;
+  } steps[] = {{3, 10, 0},      {1, 10, 10},      {-1, 20, 10}, {2, 10, -10},
+               {2, kMin, kMax}, {2, kMax, -kMax}, {0, 77, 0},   {1, kMin, -kMax}};
+  for (const auto& [type, days, expected] : steps) {
+    Apply("><Expiration Type='" + std::to_string(type) + "' Days='" + std::to_string(days) + "'/>");
+    EXPECT_EQ(retention.expirationDays, expected) << type << " " << days;
+  }
 }
 
 TEST_F(StorageMessages, DriveValuesStayWithinTheirRange) {
@@ -47,57 +46,61 @@ TEST_F(StorageMessages, DriveValuesStayWithinTheirRange) {
       {R"(Percent="0")", true, 100},
       {R"(Enabled="5")", false, 100},
       {R"(Percent="900" Enabled="no")", false, 0},
-      {R"(Percent="-2147483648")", false, 100},
-      {R"(Percent="35" System="1")", false, 65},
+      {R"(Percent="-2147483648" System="1")", false, 100},
   };
-  DriveRecord& record = drives.drives["/d/a/"];
+  const DriveRecord& record = drives.drives["/d/a/"];
   for (const auto& row : rows) {
     SCOPED_TRACE(row.attributes);
-    EXPECT_TRUE(
-        Apply(std::string(R"(<Storage><Drive Name="/d/a/" )") + row.attributes + "/></Storage>"));
+    EXPECT_TRUE(Apply(std::string(R"(><Drive Name="/d/a/" )") + row.attributes + "/>"));
     EXPECT_EQ(record.disabled, row.disabled);
     EXPECT_EQ(record.reservePercent, row.reserve);
     EXPECT_FALSE(record.system);
   }
-  EXPECT_EQ(reply.FirstChild(), nullptr);
 }
 
-TEST_F(StorageMessages, AnswersDrivesThatAreNotThere) {
-  EXPECT_FALSE(Apply(R"(<Storage><Drive Name="/gone/"/><Drive/><Drive Name="/off/" Enabled="0"/>
-                        </Storage>)"));
+TEST_F(StorageMessages, AnswerDrivesThatAreNotThere) {
+  EXPECT_FALSE(Apply(R"(><Drive Name="/gone/"/><Drive/><Drive Name="/off/" Enabled="0"/>)"));
   EXPECT_EQ(TextOf(reply),
             "<Storage>"
             R"(<Drive Name="/gone/" Alarm="1" Time="1234567890123" Message="Drive not found" />)"
             R"(<Drive Name="/off/" Alarm="0" Time="1234567890123" Message="Drive not found" />)"
             "</Storage>");
-  EXPECT_EQ(drives.absentDrives, (std::map<std::string, bool>{{"/off/", false}}));
-  EXPECT_TRUE(drives.drives.empty());
 }
 
-TEST_F(StorageMessages, TimeLapseSchedulesAreReplacedWholePerInput) {
-  const auto id = qv::kelvo::MakeStreamID;
-  Apply(R"(<Storage><Devices ID="1114112"><Device Number="3">
-      <Video><Input Number="1"><Schedule>
-          <Entry FirstHour="9" LastHour="17" TimeLapse="500"/>
-          <Entry FirstHour="1" TimeLapse="9"/>
-          <Entry FirstHour="0" LastHour="8" TimeLapse="2000"/></Schedule></Input>
-        <Input Number="2"/><Input><Schedule/></Input></Video>
-      <Context Number="4"><Video><Input Number="1"><Schedule>
-          <Entry FirstHour="0" LastHour="167" TimeLapse="1"/></Schedule></Input></Video></Context>
-      <Context><Video><Input Number="9"><Schedule/></Input></Video></Context>
-    </Device><Device><Video><Input Number="8"><Schedule/></Input></Video></Device></Devices>
-    <Devices><Device Number="3"><Video><Input Number="7"><Schedule/></Input></Video></Device>
-    </Devices></Storage>)");
-  const std::map<qv::kelvo::StreamID, Schedule> expected{
-      {id(0, 0x00110000, 3, 1), {{9, 17, 500}, {0, 8, 2000}}},
-      {id(4, 0x00110000, 3, 1), {{0, 167, 1}}},
+TEST_F(StorageMessages, ReplaceTimeLapseSchedulesWholePerInput) {
+  const auto apply = [this](const std::string& schedule, const std::string& other = "") {
+    Apply("><Devices ID='1114112'><Device Number='3'><Video><Input Number='1'>" + schedule +
+          "</Input><Input Number='2'/><Input>" + schedule + "</Input></Video>" + other +
+          "</Device><Device><Video><Input Number='8'>" + schedule +
+          "</Input></Video></Device></Devices>");
   };
+  const std::string two = R"(<Schedule><Entry FirstHour="9" LastHour="17" TimeLapse="500"/>
+      <Entry FirstHour="1" TimeLapse="9"/><Entry FirstHour="0" LastHour="8" TimeLapse="2"/>
+      </Schedule>)";
+  apply(two, "<Context Number='4'><Video><Input Number='1'>" + two +
+                 "</Input></Video></Context><Context><Video><Input Number='9'>" + two +
+                 "</Input></Video></Context>");
+  const auto id = qv::kelvo::MakeStreamID;
+  std::map<qv::kelvo::StreamID, Schedule> expected{
+      {id(0, 0x00110000, 3, 1), {{9, 17, 500}, {0, 8, 2}}},
+      {id(4, 0x00110000, 3, 1), {{9, 17, 500}, {0, 8, 2}}}};
   EXPECT_EQ(lapse.timeLapseSchedules, expected);
+  apply("<Schedule/>");
+  expected.begin()->second.clear();
+  EXPECT_EQ(lapse.timeLapseSchedules, expected);
+}
 
-  Apply(R"(<Storage><Devices ID="1114112"><Device Number="3"><Video><Input Number="1"><Schedule/>
-        </Input></Video></Device></Devices></Storage>)");
-  EXPECT_TRUE(lapse.timeLapseSchedules.at(id(0, 0x00110000, 3, 1)).empty());
-  EXPECT_EQ(lapse.timeLapseSchedules.size(), 2u);
+TEST_F(StorageMessages, ForgettingAProviderLeavesTheRulesOfOthers) {
+  const auto id = qv::kelvo::MakeStreamID;
+  retention.SetCameraExpiration(id(0, 0x00110000, 1, 2), 1, 30);
+  retention.SetCameraExpiration(id(15, 0x00110000, 255, 0), 2, 7);
+  EXPECT_EQ(retention.cameraExpiration.at(id(15, 0x00110000, 255, 0)), -7);
+  retention.SetCameraExpiration(id(0, 0x00120000, 1, 2), 2, kMin);
+  retention.SetCameraExpiration(id(0, 0x00120000, 1, 3), 0, kMin);
+  retention.ForgetDevice(0xF0110000);  // bits outside the provider don't count
+  const std::map<qv::kelvo::StreamID, std::int32_t> left{{id(0, 0x00120000, 1, 2), kMax},
+                                                         {id(0, 0x00120000, 1, 3), -kMax}};
+  EXPECT_EQ(retention.cameraExpiration, left);
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-#include <condition_variable>
-#include <mutex>
+#include <future>
+#include <thread>
 
 #include "storage/RecordingRemoval.h"
 #include "tests/storage/RecordingForest.h"
@@ -62,10 +62,6 @@ TEST_F(Sweep, ExpiresByTheGlobalRuleOrByThoseOfTheInputs) {
     EXPECT_EQ(Exists(foreign), row.foreign31);
     const std::size_t rules = row.globalType == 2 || row.cameraType == 2;
     const int gone = 4 - row.day3 - row.day8 - row.day31 - row.foreign31;
-    const std::string which = row.globalType == 2 ? "all" : "per-camera";
-    EXPECT_EQ(host.CountLines(25, "no expiration rules and no bookmarks, nothing to do."),
-              1 - rules);
-    EXPECT_EQ(host.CountLines(25, "Sweeper - expiring " + which + " files older than "), rules);
     EXPECT_EQ(host.CountLines(25, "(files:4/expired:" + std::to_string(gone) + ")"), rules);
   }
 }
@@ -80,31 +76,23 @@ TEST_F(Sweep, HeadsDecideForInputs) {
   WriteFile("b/2025/06/01/00/0000-odd.ps", 3000);
   Run();
   EXPECT_EQ(host.CountLines(0, "Sweeper - expiring " + empty), 1u);
-  EXPECT_TRUE(Exists(grown));
-  EXPECT_TRUE(Exists(encoder));
-  EXPECT_TRUE(Exists(single));
-  EXPECT_FALSE(Exists("b/2025/06/01/00/0000-odd.ps"));
+  EXPECT_TRUE(Exists(grown) && Exists(encoder) && Exists(single));
   EXPECT_FALSE(Exists("b/2025"));
 }
 
 TEST_F(Sweep, MeasuresBookmarksAndKeepsTheirFootage) {
   const std::int64_t begin = kNow - 20 * kDay;
-  const struct {
-    std::int64_t time;
-    bool stays;
-  } kRows[] = {
-      {begin - 301, false}, {begin - 300, true}, {begin + 719, true}, {begin + 720, false}};
   Mark(begin, begin + 600);
   GlobalRule(2, 7);
-  std::vector<std::string> paths;
-  for (const auto& row : kRows) {
-    paths.push_back(Plant("a/", row.time));
-    WriteFile(paths.back(), 3000);
-    WriteFile(paths.back() + "i", 500);
+  std::map<std::string, bool> stays;
+  for (const std::int64_t offset : {-301, -300, 719, 720}) {
+    const std::string path = Plant("a/", begin + offset);
+    WriteFile(path, 3000);
+    WriteFile(path + "i", 500);
+    stays[path] = offset >= -300 && offset < 720;
   }
   Run();
-  for (std::size_t i = 0; i < paths.size(); ++i) EXPECT_EQ(Exists(paths[i]), kRows[i].stays) << i;
-  EXPECT_EQ(host.CountLines(25, "Sweeper - calculating size for 3 bookmarks."), 1u);
+  for (const auto& [path, wanted] : stays) EXPECT_EQ(Exists(path), wanted) << path;
   EXPECT_EQ(host.CountLines(25, "(files:4/expired:2)[bookmarked:2/size:8]."), 1u);
   ASSERT_EQ(host.Events().size(), 1u);
   EXPECT_EQ(host.Events()[0].eventClass, 4u);
@@ -124,36 +112,24 @@ TEST_F(Sweep, HourThatComesTwiceIsMeasuredOnce) {
   EXPECT_EQ(host.CountLines(25, "(files:2/expired:0)[bookmarked:1/size:3]."), 1u);
 }
 
-TEST_F(Sweep, StopsAtTheNextFileAndWaits) {
+TEST_F(Sweep, OnePassRunsAtATimeAndForgettingADeviceWaitsForItsEnd) {
   GlobalRule(2, 7);
   for (int i = 0; i < 3; ++i) Plant("a/", kNow - (20 - i) * kDay);
-  // Holds the pass in its first hour until the worker has begun to stop it.
-  std::mutex mutex;
-  std::condition_variable signal;
-  bool inside = false, leave = false;
-  directories.onList = [&](const std::string& path) {
-    if (path.size() < std::string("a/2025/05/26/17/").size()) return;
-    std::unique_lock lock(mutex);
-    inside = true;
-    signal.notify_all();
-    signal.wait(lock, [&] { return leave; });
+  // Holds the pass in its first hour until the worker is about to stop it.
+  std::promise<void> inside, leave;
+  directories.onList = [&, entered = false](const std::string& path) mutable {
+    if (entered || path.size() < std::string("a/2025/05/26/17/").size()) return;
+    entered = true;
+    inside.set_value();
+    leave.get_future().wait();
   };
   EXPECT_FALSE(storage->KickSweeper(false));
-  {
-    std::unique_lock lock(mutex);
-    signal.wait(lock, [&] { return inside; });
-  }
-  EXPECT_TRUE(storage->KickSweeper(false));
-  EXPECT_EQ(host.CountLines(0, "Sweeper - still running..."), 1u);
-  std::thread helper([&] {
-    const std::lock_guard lock(mutex);
-    leave = true;
-    signal.notify_all();
-  });
+  inside.get_future().wait();
+  EXPECT_TRUE(storage->KickSweeper(false)) << "it runs still";
+  std::thread helper([&] { leave.set_value(); });
   storage->ForgetDevice(0x00120000);
   helper.join();
   EXPECT_FALSE(storage->KickSweeper(true)) << "nothing runs any more";
-  EXPECT_LE(host.CountLines("Sweeper - interrupted."), 1u);
   EXPECT_EQ(host.CountLines("Sweeper - interrupted.") + host.CountLines("Sweeper - completed"), 1u);
 }
 
