@@ -32,7 +32,6 @@ TEST_F(RunTimeConfig, EventsSetTheLargestPreAlarmOfAnInput) {
   EXPECT_EQ(seconds(0x00410180, 17), 0);
   EXPECT_EQ(seconds(0x20410180, 0), 0);
   EXPECT_EQ(seconds(0x20410180, 17), 6);
-  EXPECT_EQ(seconds(0x00410180, 5), 0);
 
   // A camera that is configured later finds its seconds; other modules' elements don't count.
   Apply(ApplyEvents,
@@ -47,16 +46,13 @@ TEST_F(RunTimeConfig, EventsSetTheLargestPreAlarmOfAnInput) {
 }
 
 TEST_F(RunTimeConfig, PtzMessagesNameDevicesAndInputs) {
-  const auto message = [](int device, int input, int opcode) {
-    return Tag("PTZ",
-               Device(device, Tag("Video", "<Input Number='" + std::to_string(input) +
-                                               "' Opcode='" + std::to_string(opcode) + "'/>")));
+  const auto moves = [](int device, const std::string& input) {
+    return Tag("PTZ", Device(device, Tag("Video", "<Input Opcode='17' Number='" + input + "'/>")));
   };
-  Apply(ApplyPtz, message(6, 1, 17) + message(7, 2, 17) + message(8, 258, 17));
+  Apply(ApplyPtz, moves(6, "1") + moves(7, "2") + moves(8, "258"));
   EXPECT_TRUE(ptz.IsMoving(0x00410601));
   EXPECT_TRUE(ptz.IsMoving(0x00410702));
   EXPECT_FALSE(ptz.IsMoving(0x00410802));
-  EXPECT_EQ(stats.eptz, 1u);
 }
 
 // How frames are marked is tested through the plug-in.
@@ -91,9 +87,8 @@ TEST_F(RunTimeConfig, AlarmsOfAnActionStayUntilTheirEnd) {
                         "<Input Number='-1' Time='1' Milliseconds='0' Action='9' Record='1'/>"
                         "<Input Number='0' Time='1' Milliseconds='0' Record='1'/>"
                         "<Input Number='0' Milliseconds='0' Action='9' Record='1'/>")));
-  EXPECT_EQ(active.size(), 2u);
   for (const ChannelSlot& slot : stream.Slots) EXPECT_EQ(slot.ActiveAlarms.count(9), 0u);
-  EXPECT_EQ(stats.adev, 4u);
+  EXPECT_EQ(active.size(), 2u);
 }
 
 TEST_F(RunTimeConfig, StorageSettingsReachStreams) {
@@ -126,7 +121,6 @@ TEST_F(RunTimeConfig, NewPreparedDriveEndsAllFiles) {
   Apply(ApplyStorage, prepared("3604480", added) + prepared("3604480", known));
   EXPECT_FALSE(Stream(0x00410180).HasFile());
   EXPECT_FALSE(Stream(0x00410280).HasFile());
-  EXPECT_EQ(stats.istg, 2u);
 }
 
 }  // namespace

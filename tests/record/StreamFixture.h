@@ -24,17 +24,11 @@ namespace qvsvr::kelvo {
 class OneVolume : public CFileSystem {
  public:
   using CFileSystem::CFileSystem;
-  std::string GetRecordVolume(const IRecordManager*, std::int64_t) override {
-    ++Asked;
-    return Volume;
-  }
+  std::string GetRecordVolume(const IRecordManager*, std::int64_t) override { return Volume; }
   bool RemoveFile(const std::string& path, bool force) override {
-    Removed.push_back(path);
     return force && boost::filesystem::remove(path) && boost::filesystem::remove(path + 'i');
   }
   std::string Volume;
-  int Asked = 0;
-  std::vector<std::string> Removed;
 };
 
 class NeverStopping : public IRecordManager {
@@ -94,7 +88,7 @@ class StreamTest : public StreamParts {
 
   static Schedule AllWeek(int value) { return {{0, 167, value}}; }
 
-  bool FeedOne(const std::string& text, std::uint32_t subCode = 0) {
+  bool FeedOne(const std::string& text) {
     const std::size_t colon = text.find(':');
     const int slot = colon == std::string::npos ? 0 : std::atoi(text.c_str());
     const std::string rest = text.substr(colon == std::string::npos ? 0 : colon + 1);
@@ -109,7 +103,7 @@ class StreamTest : public StreamParts {
     core.Names[buffer] = text;
     const auto provider = kProvider + static_cast<std::uint32_t>(slot);
     const bool taken = stream->StreamAddFrame(
-        provider, buffer, static_cast<std::uint32_t>(text.size()), subCode, header, has('z'));
+        provider, buffer, static_cast<std::uint32_t>(text.size()), 0, header, has('z'));
     if (!taken) core.DecrementReference(buffer);
     return taken;
   }
@@ -119,10 +113,10 @@ class StreamTest : public StreamParts {
   }
 
   // The frames of all files, oldest file first.
-  std::string Written(testsupport::PsEnd end = testsupport::PsEnd::Closed) {
+  std::string Written() {
     std::vector<std::string> frames;
     for (const std::string& file : tree.FilesEndingIn(".ps")) {
-      const auto recording = testsupport::ReadPs(tree.Path(file), end);
+      const auto recording = testsupport::ReadPs(tree.Path(file));
       for (const std::string& fault : recording.faults) ADD_FAILURE() << file << ": " << fault;
       for (const auto& frame : recording.frames) {
         frames.emplace_back(frame.payload.begin(), frame.payload.end());
