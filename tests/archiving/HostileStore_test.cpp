@@ -1,5 +1,3 @@
-#include <future>
-
 #include "tests/archiving/BucketFixture.h"
 #include "tests/archiving/Loopback.h"
 
@@ -25,13 +23,6 @@ std::string Repeat(const std::string& text, int times) {
   std::string out;
   for (int i = 0; i < times; ++i) out += text;
   return out;
-}
-
-// A reply with a document and its true length.
-std::string HttpReply(const std::string& body, const std::string& status = "200 OK") {
-  return "HTTP/1.1 " + status +
-         "\r\nConnection: close\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
-         body;
 }
 
 std::string List(const std::string& content) {
@@ -139,38 +130,6 @@ TEST_F(HostileStore, TransfersWithImpossibleSizesFail) {
     const bool written = row.reply.ends_with("123");  // what is shorter comes whole
     EXPECT_EQ(tree.Read("a.ps"), written ? "loc123content" : "local content") << row.what;
   }
-}
-
-TEST_F(HostileStore, SlowStoresAreWaitedForAndSilentOnesGivenUp) {
-  const std::string content = SampleBytes(400'000);
-  const auto answer = [&](const std::string& head) {
-    const std::string whole = HttpReply(content);
-    return head.starts_with("HEAD") ? whole.substr(0, whole.size() - content.size()) : whole;
-  };
-  {
-    const ScriptedServer slow(answer, std::chrono::milliseconds(160));  // longer than the timeout
-    RedirectRequests(slow.Url());
-    EXPECT_EQ(Download(*Open())->GetStatus(), TransferStatus::COMPLETED);
-    EXPECT_TRUE(tree.Read("a.ps") == content);
-  }
-  std::promise<void> over;
-  const auto silence = over.get_future().share();
-  const ScriptedServer silent([&](const std::string& head) {
-    if (head.starts_with("GET")) silence.wait();
-    return answer(head);
-  });
-  RedirectRequests(silent.Url());
-  const auto scanner = Open();
-  const auto failed = Download(*scanner);
-  failed->GetLastError(error);
-  EXPECT_EQ(error, "curlCode: 28, Timeout was reached");
-  const auto cancelled = scanner->Download(Path("a.ps"), Path("a.ps"), 0, 0);
-  cancelled->Cancel();
-  cancelled->Wait();
-  cancelled->GetLastError(error);
-  EXPECT_EQ(error, "Request cancelled by user's continuation handler");
-  EXPECT_EQ(cancelled->GetStatus(), TransferStatus::CANCELED);
-  over.set_value();
 }
 
 }  // namespace

@@ -10,11 +10,11 @@
 
 namespace plugintest {
 
-// A download that the plug-in began.
+// A download as the server has seen it.
 struct Fetch {
   std::string name;  // of the object
   std::uint64_t offset = 0;
-  std::uint64_t bytes = 0;  // 0 for the whole object
+  std::uint64_t bytes = 0;
 };
 
 // The plug-in with an archive: a fresh bucket of the S3 server.
@@ -28,17 +28,25 @@ class BucketSearch : public SearchTest {
   void Announce(int status = 0);
   // Stores a local file under that name.
   void Put(const std::string& localFile, const std::string& relative);
-  // The downloads that were begun since the last call.
+  // What was downloaded since the last call, in the order of the server's log. Each range must have
+  // been answered in full.
   std::vector<Fetch> Fetches();
+  // How many downloads the plug-in has begun.
+  int Downloads() { return CountLog("] Download remote="); }
   // Runs the search until the host stops it at that frame.
   void SearchUntil(const std::string& request, int frame);
 
   const std::string cache = tree.Path("copies");  // where local copies lie
 
  private:
+  // The lines of the server's log, all requests that were answered by now among them.
+  std::vector<std::string> ServerLog();
+
   std::string bucket;
   std::shared_ptr<qvArchiving::IScanner> scanner;
-  std::size_t seen = 0;  // downloads
+  std::streamoff logBegin = 0;
+  std::size_t seen = 0;  // lines
+  int markers = 0;
 };
 
 }  // namespace plugintest

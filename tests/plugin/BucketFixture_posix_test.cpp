@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <boost/filesystem.hpp>
+#include <fstream>
 #include <regex>
 
 #include "archiving/IResult.h"
@@ -14,6 +15,10 @@ namespace {
 namespace fs = boost::filesystem;
 
 [[maybe_unused]] const auto* const api = testing::AddGlobalTestEnvironment(new testsupport::AwsApi);
+
+std::string LogFile() {
+  return testsupport::S3Setting("home") + "/log/client.rgw.log";
+}
 
 }  // namespace
 
@@ -32,6 +37,7 @@ void BucketSearch::SetUp() {
                                         {"UserName", testsupport::S3Setting("access")},
                                         {"Password", testsupport::S3Setting("secret")}},
                                        {}, bundle.clock);
+  logBegin = std::ifstream(LogFile(), std::ios::ate).tellg();
   std::string error;
   ASSERT_TRUE(scanner->CreateDirectories(cache, error)) << error;
 }
@@ -66,19 +72,43 @@ void BucketSearch::Announce(int status) {
   Sync();
 }
 
-std::vector<Fetch> BucketSearch::Fetches() {
-  CountLog("");
-  const std::regex pattern(
-      R"(\] Download remote=.*/(\S+) local=\S+?(?: offset=(\d+) size=(\d+))?$)");
-  std::vector<Fetch> fetches;
-  for (; seen < log.size(); ++seen) {
-    std::smatch match;
-    if (!std::regex_search(log[seen].text, match, pattern)) continue;
-    fetches.push_back({match[1]});
-    if (!match[2].matched) continue;
-    fetches.back().offset = std::stoull(match[2]);
-    fetches.back().bytes = std::stoull(match[3]);
+std::vector<std::string> BucketSearch::ServerLog() {
+  // A request is noted when it begins and when it is over: all that came before the marker are
+  // there once both counts agree behind it. Each look asks for something, which takes its time.
+  const std::string marker = bucket + "-marker-" + std::to_string(++markers);
+  for (int looks = 0; looks < 200; ++looks) {
+    EXPECT_FALSE(scanner->TestFile(fs::path(cache) / marker / "none"));
+    std::ifstream file(LogFile());
+    file.seekg(logBegin);
+    std::vector<std::string> lines;
+    int open = 0;
+    bool marked = false;
+    for (std::string line; std::getline(file, line);) {
+      if (line.find("= starting new request req=") != std::string::npos) ++open;
+      if (line.find("= req done req=") != std::string::npos) --open;
+      if (line.find(" beast: ") == std::string::npos) continue;
+      marked = marked || line.find(marker) != std::string::npos;
+      lines.push_back(line);
+    }
+    if (marked && open <= 0) return lines;
   }
+  ADD_FAILURE() << "the server's log doesn't tell of " << marker;
+  return {};
+}
+
+std::vector<Fetch> BucketSearch::Fetches() {
+  const auto lines = ServerLog();
+  const std::regex pattern(
+      R"re("GET /[^ ]*/([^ /?]+\.psi?) HTTP/1\.1" (\d+) (\d+) \S+ \S+ bytes=(\d+)-(\d+) )re");
+  std::vector<Fetch> fetches;
+  for (std::size_t n = seen; n < lines.size(); ++n) {
+    std::smatch match;
+    if (!std::regex_search(lines[n], match, pattern)) continue;
+    EXPECT_EQ(match[2], "206") << lines[n];
+    fetches.push_back({match[1], std::stoull(match[4]), std::stoull(match[3])});
+    EXPECT_EQ(fetches.back().bytes, std::stoull(match[5]) + 1 - fetches.back().offset) << lines[n];
+  }
+  seen = lines.size();
   return fetches;
 }
 
