@@ -22,8 +22,8 @@ class Hostile : public SeamTest {
  protected:
   // Checks what the test has used of the process.
   void ExpectUsed(std::size_t mostMiB, std::clock_t mostSeconds) {
-    // Sanitizers and Wine multiply both.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(_WIN32)
+    // Sanitizers multiply both.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     mostMiB *= 10;
     mostSeconds *= 10;
 #endif
