@@ -206,8 +206,8 @@ void LogCounts(const CleanupCounts& counts, std::int64_t elapsedNs) {
             counts.emptyYears, counts.emptyMonths, counts.emptyDays, counts.emptyHours);
   LogPrintf(LogInfo, "fs-cleanup - files:%zu, empty files:%zu, orphaned files:%zu", counts.files,
             counts.emptyFiles, counts.orphanedFiles);
-  LogPrintf(LogInfo, "fs-cleanup - elapsed %f seconds",
-            static_cast<double>(elapsedNs / 1000) / 1e6);
+  const std::int64_t micros = elapsedNs / 1000;
+  LogPrintf(LogInfo, "fs-cleanup - elapsed %f seconds", static_cast<double>(micros) / 1e6);
 }
 
 }  // namespace

@@ -41,8 +41,8 @@ BufferPool::~BufferPool() {
 
 std::size_t BufferPool::ClassOf(std::size_t size, std::size_t& classSize) {
   const std::size_t blocks = size <= kAlignment ? 1 : (size + kAlignment - 1) / kAlignment;
-  const auto power = static_cast<std::size_t>(std::bit_width(blocks)) - 1;
-  const std::size_t base = std::size_t{1} << power;
+  const std::size_t base = std::bit_floor(blocks);
+  const auto power = static_cast<std::size_t>(std::countr_zero(base));
   const std::size_t quarter = base < 4 ? 1 : base / 4;
   std::size_t steps = (blocks - base + quarter - 1) / quarter;
   const std::size_t index = power * 4 + steps;

@@ -138,6 +138,7 @@ std::vector<std::string> FindArchived(const ArchiveOptions& options) {
     throw std::runtime_error(Refusal(error));
   }
   std::vector<fs::path> directories;
+  directories.reserve(years.size());
   for (const int year : years) directories.push_back(root / std::to_string(year));
   directories = Existing(*scanner, directories, 1, 12);
   directories = Existing(*scanner, directories, 1, 31);
