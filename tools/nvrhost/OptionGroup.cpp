@@ -42,6 +42,7 @@ void AddPluginOption(CLI::App& command, const std::string& group, std::string& p
 
 void AddLogOption(CLI::App& command, const std::string& group, std::string& level) {
   std::vector<std::string> names;
+  names.reserve(kLevels.size());
   for (const auto& one : kLevels) names.emplace_back(one.name);
   OptionGroup(command, group)
       .AddChoice("--log", level, names,
