@@ -111,59 +111,61 @@ TEST_F(BucketSearch, SearchesOnlyWhatIsAccessibleAndAskedFor) {
   EXPECT_EQ(CountLog("kelvotestsecret"), 0);
 }
 
-TEST_F(BucketSearch, StopsWithTheHostAndLeavesNoHalfFrame) {
-  const auto camera = Camera();
-  const auto frames = MakeFrames(VideoProvider(camera), kEvening, 200, Times(200, "IPBPB"), 20'000);
-  Record(camera, frames);
-  MoveToBucket();
-  Announce();
-  const auto ask = Ask(1, kEvening / 1000 - 10, kEvening / 1000 + 1000, {camera});
+// The footage of one camera, five frames a second.
+class BucketPlayback : public BucketSearch {
+ protected:
+  void Archive(int groups, std::size_t frameSize) {
+    frames = MakeFrames(VideoProvider(camera), kEvening, 200, Times(groups, "IPBPB"), frameSize);
+    Record(camera, frames);
+    MoveToBucket();
+    Announce();
+  }
+  // All but the last group, which was undecided.
+  void ExpectPlayedWhole() {
+    const auto played = Search(ask).frames;
+    ExpectPlayed(played, std::span(frames).first(played.size()));
+    EXPECT_GE(played.size() + 5, frames.size());
+  }
+
+  const CameraConfig camera = Camera();
+  const std::string ask = Ask(1, kEvening / 1000 - 10, kEvening / 1000 + 1000, {camera});
+  std::vector<Frame> frames;
+};
+
+TEST_F(BucketPlayback, StopsWithTheHostAndLeavesNoHalfFrame) {
+  Archive(200, 20'000);
   for (const int stopAt : {1, 200, 400}) {
     const int earlier = Downloads();
     SearchUntil(ask, stopAt);
     const int begun = Downloads() - earlier;
     EXPECT_TRUE(stopAt > 1 || begun == 4) << begun << ", not index, head and two ranges";
     // At once again, while what was stopped may be ending still.
-    const auto played = Search(ask).frames;
-    ExpectPlayed(played, std::span(frames).first(played.size()));
-    EXPECT_GE(played.size() + 5, frames.size());
+    ExpectPlayedWhole();
     boost::filesystem::remove_all(cache);
   }
 }
 
 // As another playback of the same footage leaves it for a moment.
-TEST_F(BucketSearch, FetchesTheRestOfAFrameThatIsHereInPart) {
-  const auto camera = Camera();
-  const auto frames = MakeFrames(VideoProvider(camera), kEvening, 200, Times(40, "IPBPB"), 9000);
-  Record(camera, frames);
-  MoveToBucket();
-  Announce();
-  const auto ask = Ask(1, kEvening / 1000 - 10, kEvening / 1000 + 1000, {camera});
-  const std::size_t kept = Search(ask).frames.size();
+TEST_F(BucketPlayback, FetchesTheRestOfAFrameThatIsHereInPart) {
+  Archive(40, 9000);
+  ExpectPlayedWhole();
   const std::string media = "copies/" + qv::kelvo::FilesBelow(cache, ".ps").at(0);
   std::string copy = tree.Read(media);
   const std::size_t middle = testsupport::ReadPs(tree.Path(media)).frames.at(20).offset + 4000;
   std::fill(copy.begin() + static_cast<std::ptrdiff_t>(middle), copy.end(), '\0');
   tree.Write(media, copy);
-  ExpectPlayed(Search(ask).frames, std::span(frames).first(kept));
+  ExpectPlayedWhole();
 }
 
 // Ranges of more than 5 MiB reach the local copy in several parts.
-TEST_F(BucketSearch, LargeRangesAheadComeWholeWhenTheHostStops) {
-  const auto camera = Camera();
-  const auto frames = MakeFrames(VideoProvider(camera), kEvening, 200, Times(100, "IPBPB"), 80'000);
-  Record(camera, frames);
-  MoveToBucket();
-  Announce();
-  const auto ask = Ask(1, kEvening / 1000 - 10, kEvening / 1000 + 1000, {camera});
+TEST_F(BucketPlayback, LargeRangesAheadComeWholeWhenTheHostStops) {
+  Archive(100, 80'000);
   SearchUntil(ask, 160);
   const int begun = Downloads();
   EXPECT_GE(begun, 5) << "index, head and three ranges";
   const std::string done = "] DownloadFile key=";
   while (CountLog(done) < begun) ASSERT_TRUE(host->WaitForLog(done)) << "one didn't come";
-  const auto played = Search(ask).frames;
-  ExpectPlayed(played, std::span(frames).first(played.size()));
-  EXPECT_GE(played.size() + 5, frames.size());
+  ExpectPlayedWhole();
 }
 
 TEST_F(BucketSearch, EndsAFileWhoseObjectIsGoneOrCut) {
