@@ -28,13 +28,6 @@ KelvoHostReply EmptyReply() {
   return {sizeof(KelvoHostReply), 1, 0};
 }
 
-std::uint32_t AskLevel(KelvoHostFunction host) {
-  const KelvoHostRequest request = LogRequest(KELVO_SUB_LOG_LEVEL);
-  KelvoHostReply reply = EmptyReply();
-  host(&request, &reply);
-  return reply.Status;
-}
-
 bool Passes(int level, std::uint32_t threshold) {
   return threshold == KELVO_LOG_NO_THRESHOLD || static_cast<std::int32_t>(threshold) <= level;
 }
@@ -60,17 +53,20 @@ KelvoHostFunction HostFunction() {
 
 std::uint32_t QueryLogLevel() {
   const KelvoHostFunction host = HostFunction();
-  return host == nullptr ? 0 : AskLevel(host);
+  if (host == nullptr) return 0;
+  const KelvoHostRequest request = LogRequest(KELVO_SUB_LOG_LEVEL);
+  KelvoHostReply reply = EmptyReply();
+  host(&request, &reply);
+  return reply.Status;
 }
 
 bool LogLevelEnabled(int level) {
-  const KelvoHostFunction host = HostFunction();
-  return host != nullptr && Passes(level, AskLevel(host));
+  return HostFunction() != nullptr && Passes(level, QueryLogLevel());
 }
 
 void LogPrintf(int level, const char* format, ...) {
   const KelvoHostFunction host = HostFunction();
-  if (host == nullptr || !Passes(level, AskLevel(host))) return;
+  if (host == nullptr || !Passes(level, QueryLogLevel())) return;
 
   std::array<char, kLineBuffer> line;
   va_list arguments;

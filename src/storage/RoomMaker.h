@@ -59,10 +59,10 @@ class RoomMaker {
   void Reset();
 
  private:
-  WalkServices services;
-  OldestFileWalker walker;
   [[nodiscard]] std::string Delete(const Request& request);
 
+  WalkServices services;
+  OldestFileWalker walker;
   std::uint32_t failures = 0;
   bool undecided = false;
   std::int64_t resumeNs = 0;  // monotonic; when a paused search goes on
