@@ -6,8 +6,8 @@
 #include <stdexcept>
 
 #include "media/PSFile.h"
-#include "media/RecordPath.h"
 #include "platform/Platform.h"
+#include "tree/RecordPath.h"
 
 namespace bench {
 namespace {

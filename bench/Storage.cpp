@@ -12,8 +12,8 @@
 #include "bench/Scenarios.h"
 #include "bench/StorageTree.h"
 #include "host/Log.h"
-#include "media/RecordPath.h"
 #include "record/CRecordMgr.h"
+#include "tree/RecordPath.h"
 
 namespace bench {
 namespace {
@@ -237,8 +237,8 @@ void MeasureSlowing(Site& site) {
         qvsvr::kelvo::Sweeper sweeper(site.platform, {.sendSizes = [](const auto&) {},
                                                       .cleanupRemoves = [] { return false; }});
         while (sweeping && !end) {
-          sweeper.Start({.volumes = {"a/", "b/"}, .rules = {}, .bookmarks = {}, .globalDays = -100},
-                        1);
+          sweeper.Start(
+              {.volumes = {"a/", "b/"}, .rules = {}, .bookmarks = {}, .globalDays = -100});
           while (sweeper.Running() && !end) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
           }
@@ -270,7 +270,7 @@ void MeasureSweep(Site& site) {
     qvsvr::kelvo::Sweeper sweeper(site.platform,
                                   {.sendSizes = [&](const auto&) { cpu = ThreadCpuNs(); },
                                    .cleanupRemoves = [] { return false; }});
-    sweeper.Start({.volumes = {"a/", "b/"}, .rules = {}, .bookmarks = {}, .globalDays = -100}, 1);
+    sweeper.Start({.volumes = {"a/", "b/"}, .rules = {}, .bookmarks = {}, .globalDays = -100});
     while (cpu == 0 && sweeper.Running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     sweeper.Stop();
     sweeps.push_back(static_cast<double>(cpu) / 1e6);

@@ -6,7 +6,7 @@
 
 #include "bench/Measure.h"
 #include "media/PSFile.h"
-#include "media/RecordPath.h"
+#include "tree/RecordPath.h"
 
 namespace bench {
 namespace {

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "media/CFileInfo.h"
-#include "media/HourListing.h"
+#include "tree/CFileInfo.h"
+#include "tree/HourListing.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace qv::kelvo;

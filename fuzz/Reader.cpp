@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "fuzz/Memory.h"
-#include "media/CFileInfo.h"
+#include "tree/CFileInfo.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   using namespace qv::kelvo;

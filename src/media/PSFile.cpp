@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "media/ByteOrder.h"
-#include "media/RecordPath.h"
+#include "media/StreamId.h"
 
 namespace qv::kelvo {
 
@@ -13,7 +13,7 @@ namespace {
 constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kSmallPreallocation = 20'971'520;
 constexpr std::uint64_t kLargeIndex = 10'485'760;
-constexpr std::uint8_t kFirstWideInput = 0x80;  // from here on a file's input byte isn't an input
+constexpr std::size_t kMaxIndexPath = 260;
 constexpr std::size_t kRunsPerWrite = 256;
 
 constexpr std::array<std::byte, kFrameAlignment> kZeros{};
@@ -40,6 +40,10 @@ std::optional<std::uint32_t> MsOfDay(const PSFrame& frame) {
 }
 
 }  // namespace
+
+std::string IndexPath(const std::string& mediaPath) {
+  return (mediaPath + 'i').substr(0, kMaxIndexPath);
+}
 
 void PSFrame::SetTime(UtcMs time) {
   const CalendarTime utc = IsPackable(time) ? ToUtc(time) : CalendarTime{};
@@ -144,8 +148,7 @@ int PSFile::WriteParts(const PSFrame& frame) {
   pes.pts = (std::uint64_t{*ms} + frame.presentationOffset) * kTicksPerMs;
   pes.size = static_cast<std::uint32_t>(size);
   pes.frameInfo = FrameInfo(frame.flags, frame.frameType);
-  pes.streamInfo =
-      StreamInfo(fileInput < kFirstWideInput ? fileInput : frame.encoder, frame.channel);
+  pes.streamInfo = StreamInfo(IsWideInput(fileInput) ? frame.encoder : fileInput, frame.channel);
   pes.padInfo = static_cast<std::uint8_t>(0xC0u | pad);
   pes.date = *date;
 

@@ -21,6 +21,9 @@ inline constexpr int kPsSeekFailed = -3;
 inline constexpr int kPsReadFailed = -4;
 inline constexpr int kPsWriteFailed = -5;
 
+// The index beside a media file: the same path with `i` appended, cut to 260 characters.
+[[nodiscard]] std::string IndexPath(const std::string& mediaPath);
+
 // One frame on its way to the writer. All pointers are borrowed for the call.
 struct PSFrame {
   std::uint16_t stream = 0;                    // 0 to 15 video, 16 to 31 audio

@@ -1,9 +1,8 @@
 #include "media/PSReader.h"
 
 #include <algorithm>
+#include <boost/system/error_code.hpp>
 #include <numeric>
-
-#include "media/RecordPath.h"
 
 namespace qv::kelvo {
 namespace {
@@ -41,11 +40,15 @@ int PSReader::Open(const std::string& path) {
 
 int PSReader::OpenAt(const std::string& path, std::uint64_t mediaBase, std::uint64_t newIndexBase) {
   Close();
-  if (files.Open(path, OpenMode::Read, mediaFile) != 0) return kPsOpenFailed;
+  refusal = 0;
+  if (const int error = files.Open(path, OpenMode::Read, mediaFile); error != 0) {
+    NoteRefusal(error);
+    return kPsOpenFailed;
+  }
   indexBase = newIndexBase;
   indexInMedia = newIndexBase != 0;
   // Without an index the media file is scanned instead.
-  if (!indexInMedia) (void)files.Open(IndexPath(path), OpenMode::Read, indexFile);
+  if (!indexInMedia) NoteRefusal(files.Open(IndexPath(path), OpenMode::Read, indexFile));
 
   int result = HasIndex() ? LoadIndex() : kPsOk;
   if (result == kPsOk) result = LoadMedia(mediaBase);
@@ -73,10 +76,16 @@ void PSReader::Close() {
   consumed = {};
 }
 
+void PSReader::NoteRefusal(int error) {
+  const boost::system::error_code code(error, boost::system::system_category());
+  if (error != 0 && code != boost::system::errc::no_such_file_or_directory) refusal = error;
+}
+
 int PSReader::LoadIndex() {
   MediaFile& file = IndexSource();
   std::array<std::byte, kFirstIndexRead> buffer;
   const IoResult result = file.ReadAt(indexBase, buffer);
+  NoteRefusal(result.error);
   const ConstBytes bytes = ConstBytes(buffer).first(result.bytes);
   if (bytes.size() < kPsiHeaderSize) return kPsReadFailed;
   tables.header = DecodeHeader(bytes.first<kPsiHeaderSize>());
@@ -92,9 +101,13 @@ int PSReader::LoadIndex() {
   window.Reset(&file, indexBase);
   if (bytes.size() > kPsiHeadSize) window.Preload(bytes.subspan(kPsiHeadSize));
   std::uint64_t size = 0;
-  if (file.Size(size) != 0) return kPsReadFailed;
+  if (const int error = file.Size(size); error != 0) {
+    NoteRefusal(error);
+    return kPsReadFailed;
+  }
   const std::uint64_t room = size - std::min(size, indexBase + kPsiHeadSize);
   if (tables.header.frameCount == 0 || !TablesAgree(room)) Recover();
+  NoteRefusal(window.Error());
   return kPsOk;
 }
 
@@ -154,6 +167,7 @@ int PSReader::LoadMedia(std::uint64_t mediaBase) {
   // What a longer map holds beyond the known one isn't looked at.
   std::array<std::byte, kPackHeaderSize + kProgramMapSize> head;
   const IoResult result = mediaFile->ReadAt(mediaBase, head);
+  NoteRefusal(result.error);
   const ConstBytes bytes = ConstBytes(head).first(result.bytes);
   if (bytes.size() < kPackHeaderSize) return kPsReadFailed;
   if (!IsPackHeader(bytes.first<kPackHeaderSize>())) return kPsOk;

@@ -127,8 +127,12 @@ class PSReader {
   [[nodiscard]] bool HasIndex() const { return indexFile != nullptr || indexInMedia; }
   // True when the head's counts were of no use and the records were counted instead.
   [[nodiscard]] bool WasRecovered() const { return recovered; }
+  // The error number with which the system refused a part of the last Open, also of one that made
+  // do without it; 0 when it gave all there is. A file that isn't there is no refusal.
+  [[nodiscard]] int RefusedBySystem() const { return refusal; }
 
  private:
+  void NoteRefusal(int error);
   [[nodiscard]] int LoadIndex();
   [[nodiscard]] bool TablesAgree(std::uint64_t roomForRecords) const;
   void Recover();
@@ -150,6 +154,7 @@ class PSReader {
   std::unique_ptr<MediaFile> indexFile;  // null without an index, or when it lies in the media file
   bool indexInMedia = false;
   bool recovered = false;
+  int refusal = 0;
   std::uint64_t indexBase = 0;
   std::uint64_t dataStart = 0;        // offset of the first frame
   std::int64_t creationSeconds = 0;   // of a media file without an index

@@ -29,6 +29,7 @@ void PSReader::ScanMedia() {
   std::array<std::uint16_t, kStreamCount> groupFrames{};
   while (tables.header.frameCount != kNoFrame) {
     const IoResult result = mediaFile->ReadAt(position, bytes);
+    NoteRefusal(result.error);
     if (result.error != 0 || result.bytes != bytes.size()) break;
     PsiFrameRecord record;
     if (!ScanFrame(bytes, position, record)) break;

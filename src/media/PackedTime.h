@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <optional>
 
-#include "media/CalendarTime.h"
 #include "platform/Clock.h"
+#include "platform/LocalTime.h"
 
 namespace qv::kelvo {
 

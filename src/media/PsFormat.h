@@ -13,6 +13,9 @@ namespace qv::kelvo {
 // The bytes of a `.ps` media file (docs/media-format.md). Functions over buffers only: no file, no
 // state. Nothing read from a file is trusted: sizes are checked against the buffer.
 
+// A file takes the frames of five minutes from the moment in its name on.
+inline constexpr std::int64_t kFileSeconds = 5 * 60;
+
 inline constexpr unsigned kStreamCount = 32;
 inline constexpr unsigned kVideoStreams = 16;       // 0 to 15; audio is 16 to 31
 inline constexpr std::uint16_t kWholeFile = 65535;  // in place of a stream number
@@ -32,6 +35,12 @@ inline constexpr std::uint8_t kFrameP = 2;
 inline constexpr std::uint8_t kFrameB = 3;
 inline constexpr std::uint8_t kFrameTypeMask = 0x03;
 inline constexpr std::uint8_t kEventFlagsMask = 0xE0;  // motion, alarm, third kind
+inline constexpr std::uint8_t kFlagMotion = 0x80;
+inline constexpr std::uint8_t kFlagAlarm = 0x40;
+
+// What a stream type byte adds to the codec.
+inline constexpr std::uint8_t kVideoTypes = 128;
+inline constexpr std::uint8_t kAudioTypes = 144;
 
 extern const std::array<std::byte, kPackHeaderSize> kPackHeader;
 [[nodiscard]] bool IsPackHeader(std::span<const std::byte, kPackHeaderSize> bytes);

@@ -9,6 +9,7 @@ void RecordWindow::Reset(MediaFile* newFile, std::uint64_t newBase) {
   base = newBase;
   first = 0;
   held = 0;
+  error = 0;
   nextRead = kFirstRead;
 }
 
@@ -38,7 +39,8 @@ void RecordWindow::Load(std::uint32_t index) {
   first = index - ahead;
   const IoResult result =
       file->ReadAt(base + FrameRecordOffset(static_cast<std::uint32_t>(first)), bytes);
-  held = result.error == 0 ? result.bytes / kPsiFrameRecordSize : 0;
+  error = result.error;
+  held = error == 0 ? result.bytes / kPsiFrameRecordSize : 0;
 }
 
 }  // namespace qv::kelvo

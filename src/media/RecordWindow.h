@@ -24,6 +24,9 @@ class RecordWindow {
   // fails.
   [[nodiscard]] bool Read(std::uint32_t index, PsiFrameRecord& record);
 
+  // Of the last read; 0 also for a short one.
+  [[nodiscard]] int Error() const { return error; }
+
  private:
   // A walk that goes on reads more each time, so that a look at one record stays cheap.
   static constexpr std::uint32_t kFirstRead = 64;
@@ -35,6 +38,7 @@ class RecordWindow {
   std::uint64_t base = 0;
   std::uint64_t first = 0;  // number of the first record held
   std::size_t held = 0;     // whole records held
+  int error = 0;
   std::uint32_t nextRead = kFirstRead;
   std::vector<std::byte> bytes;
 };

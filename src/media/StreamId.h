@@ -28,4 +28,18 @@ inline constexpr std::uint32_t kProviderMask = 0x0FFF0000u;
   return id & 255u;
 }
 
+// Input bytes from kWideInput on stand for all inputs of an encoder, kWholeDevice for those of a
+// device.
+inline constexpr std::uint8_t kWideInput = 0x80;
+inline constexpr std::uint8_t kWholeDevice = 0xFF;
+[[nodiscard]] constexpr bool IsWideInput(std::uint32_t input) {
+  return (input & kWideInput) != 0;
+}
+
+// The input byte under which stream `stream` of a file is told; `encoder` is the stream's.
+[[nodiscard]] constexpr std::uint32_t ToldInput(StreamID file, std::uint32_t encoder,
+                                                std::uint32_t stream) {
+  return IsWideInput(InputOf(file)) ? (encoder & 3u) << 5 | (stream & 31u) : InputOf(file) + stream;
+}
+
 }  // namespace qv::kelvo

@@ -242,6 +242,7 @@ void CRecordMgr::ApplySystem(const TiXmlElement& root) {
 void CRecordMgr::AfterMessage(std::int64_t sinceStatsNs) {
   if (IsStopping()) return;
   if (sinceStatsNs >= kStatsPeriodNs) EndMinute(sinceStatsNs);
+  FileSystem.ContinueReport();
   FollowAudioSetting();
   OpenDueFiles();
   if (!IsStopping()) KickSweeperWhenDue();

@@ -5,8 +5,8 @@
 
 #include "host/Log.h"
 #include "media/PackedTime.h"
-#include "media/RecordPath.h"
 #include "record/RecordStream.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 namespace {

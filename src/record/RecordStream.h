@@ -6,12 +6,12 @@
 #include <optional>
 #include <string>
 
-#include "media/LocalTime.h"
 #include "media/PSFile.h"
 #include "record/ChannelSlot.h"
 #include "record/PendingFrames.h"
 #include "record/RateMeter.h"
 #include "record/RecordServices.h"
+#include "tree/LocalTime.h"
 
 namespace qvsvr::kelvo {
 

@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "media/CFileInfo.h"
 #include "search/SearchResult.h"
+#include "tree/CFileInfo.h"
 
 namespace qvsvr::kelvo {
 

@@ -7,8 +7,8 @@
 #include <memory>
 
 #include "host/Log.h"
-#include "media/LocalTime.h"
 #include "search/SearchFile.h"
+#include "tree/LocalTime.h"
 
 namespace qvsvr::kelvo {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "media/CFileInfo.h"
+#include "tree/CFileInfo.h"
 
 namespace qvsvr::kelvo {
 

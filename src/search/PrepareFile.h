@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdint>
 
-#include "media/CFileInfo.h"
 #include "search/SearchRequest.h"
+#include "tree/CFileInfo.h"
 
 namespace qvsvr::kelvo {
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "media/BucketFetch.h"
+#include "tree/BucketFetch.h"
 
 namespace qvsvr::kelvo {
 namespace {
@@ -180,13 +180,9 @@ int SearchFile::Await(const Transfer& transfer, std::uint32_t last) {
 }
 
 qv::kelvo::StreamID SearchFile::GetStreamId() const {
-  constexpr std::uint32_t kWideInput = 0x80;
-  const std::uint32_t input = qv::kelvo::InputOf(file.id);
-  const std::uint32_t low = (input & kWideInput) != 0
-                                ? (frame.encoder & 3u) << 5 | (frame.stream & 31u)
-                                : frame.stream + input;
   return qv::kelvo::MakeStreamID(qv::kelvo::ContextOf(file.id), qv::kelvo::ProviderOf(file.id),
-                                 qv::kelvo::DeviceOf(file.id), low);
+                                 qv::kelvo::DeviceOf(file.id),
+                                 qv::kelvo::ToldInput(file.id, frame.encoder, frame.stream));
 }
 
 }  // namespace qvsvr::kelvo

@@ -7,8 +7,8 @@
 
 #include <tinyxml.h>
 
-#include "media/FileSystemBase.h"
-#include "media/RequestKey.h"
+#include "tree/FileSystemBase.h"
+#include "tree/RequestKey.h"
 
 namespace qvsvr::kelvo {
 

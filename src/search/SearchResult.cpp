@@ -19,7 +19,6 @@ SearchResults::SearchResults(const SearchRequest& request) {
 
 SearchResults::Records* SearchResults::Find(const CFileInfo& info, unsigned stream,
                                             std::uint8_t& streamId) {
-  constexpr std::uint32_t kFirstWideInput = 0x80;
   if (stream >= qv::kelvo::kStreamCount) return nullptr;
   const StreamRow& row = info.streamRows[stream];
   const bool audio = stream >= kVideoStreams;
@@ -29,14 +28,10 @@ SearchResults::Records* SearchResults::Find(const CFileInfo& info, unsigned stre
                                                            qv::kelvo::ContextOf(info.id), input));
   if (found == inputs.end()) return nullptr;
 
-  const std::uint32_t fileInput = qv::kelvo::InputOf(info.id);
-  if (fileInput < kFirstWideInput) {
-    // Such a file has one video and one audio stream.
-    if (stream % kVideoStreams != 0) return nullptr;
-    streamId = static_cast<std::uint8_t>(fileInput + stream);
-  } else {
-    streamId = static_cast<std::uint8_t>((row.input & 3u) << 5 | stream);
-  }
+  // The file of one input has one video and one audio stream.
+  const bool wide = qv::kelvo::IsWideInput(qv::kelvo::InputOf(info.id));
+  if (!wide && stream % kVideoStreams != 0) return nullptr;
+  streamId = static_cast<std::uint8_t>(qv::kelvo::ToldInput(info.id, row.input, stream));
   return &found->second;
 }
 

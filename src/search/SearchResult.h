@@ -6,8 +6,8 @@
 #include <set>
 #include <string>
 
-#include "media/CFileInfo.h"
 #include "search/SearchRequest.h"
+#include "tree/CFileInfo.h"
 
 namespace qvsvr::kelvo {
 

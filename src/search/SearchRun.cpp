@@ -4,10 +4,10 @@
 #include <string_view>
 #include <unordered_set>
 
-#include "media/LocalHours.h"
 #include "search/ListRuns.h"
 #include "search/PrepareFile.h"
 #include "search/SearchBase.h"
+#include "tree/LocalTime.h"
 
 namespace qvsvr::kelvo {
 namespace {

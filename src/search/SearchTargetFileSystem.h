@@ -1,7 +1,7 @@
 #pragma once
 
-#include "media/FileSystemBase.h"
 #include "search/SearchRequest.h"
+#include "tree/FileSystemBase.h"
 
 namespace qvsvr::kelvo {
 

@@ -1,12 +1,7 @@
 #include "storage/Bookmarks.h"
 
-#include "storage/RecordingTree.h"
-
 namespace qvsvr::kelvo {
 namespace {
-
-constexpr std::int64_t kFileSeconds = 300;
-constexpr std::int64_t kSecondsBehind = 120;
 
 bool HoldsMedia(const TiXmlElement& holder) {
   return holder.FirstChildElement("Video") != nullptr ||
@@ -49,23 +44,7 @@ std::uint32_t KnownSize(const Bookmarks& old, const std::string& caseId,
   return BookmarkRecord::kUnknownSize;
 }
 
-template <typename Table, typename Record>
-std::vector<Record*> Near(Table& table, std::int64_t hour) {
-  std::vector<Record*> found;
-  for (auto& [caseId, record] : table) {
-    if (AddSeconds(hour, kNameSlack) >= record.start - kFileSeconds &&
-        hour - kNameSlack < record.end + kSecondsBehind) {
-      found.push_back(&record);
-    }
-  }
-  return found;
-}
-
 }  // namespace
-
-bool BookmarkRecord::Overlaps(std::int64_t time) const {
-  return AddSeconds(time, kFileSeconds) >= start && time < end + kSecondsBehind;
-}
 
 Bookmarks ReadCases(const TiXmlElement& cases, const Bookmarks& old) {
   Bookmarks table;
@@ -105,20 +84,6 @@ TiXmlElement BookmarkSizes(const Bookmarks& table) {
     current->LinkEndChild(bookmark);
   }
   return cases;
-}
-
-std::vector<BookmarkRecord*> BookmarksNear(Bookmarks& table, std::int64_t hour) {
-  return Near<Bookmarks, BookmarkRecord>(table, hour);
-}
-
-std::vector<const BookmarkRecord*> BookmarksNear(const Bookmarks& table, std::int64_t hour) {
-  return Near<const Bookmarks, const BookmarkRecord>(table, hour);
-}
-
-void BookmarkTable::Replace(Bookmarks next) {
-  ++casesChanges;
-  if (next != bookmarks) ++revision;
-  bookmarks = std::move(next);
 }
 
 }  // namespace qvsvr::kelvo

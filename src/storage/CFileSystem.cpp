@@ -10,7 +10,6 @@
 namespace qvsvr::kelvo {
 namespace {
 
-constexpr int kBytesToGBShift = 30;
 constexpr std::uint64_t kNsPerMicrosecond = 1000;
 
 }  // namespace
@@ -18,9 +17,11 @@ constexpr std::uint64_t kNsPerMicrosecond = 1000;
 CFileSystem::CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system)
     : FileSystemBase(system),
       eventSink(core),
+      meter(system.drives),
       settingsFile(system),
-      protection(retention, bookmarkTable, system, volumeDepth),
-      roomMaker(Walks()),
+      protection(retention, bookmarkTable, system),
+      catalogue(system, protection),
+      roomMaker(system, catalogue),
       readWriteTest(system.mediaFiles),
       sweeper(system, SweeperOwner()) {}
 
@@ -30,10 +31,8 @@ bool CFileSystem::LoadStorage() {
   std::vector<std::string> names;
   std::string systemDirectory;
   qv::kelvo::ScanLocalDrives(platform, names, systemDirectory);
-  driveTable.Fill(names, systemDirectory);
-  PublishVolumes();
-  if (driveTable.drives.empty()) return false;
-  volumeDepth = CountPathParts(driveTable.drives.begin()->first);
+  VolumeTable::Change(volumes).drives.Fill(names, systemDirectory);
+  if (volumes.Drives().drives.empty()) return false;
   LogFoundDrives();
   LoadSettings();
   return true;
@@ -54,7 +53,7 @@ void CFileSystem::LoadSettings() {
 }
 
 void CFileSystem::LogFoundDrives() {
-  for (const auto& [name, record] : driveTable.drives) {
+  for (const auto& [name, record] : volumes.Drives().drives) {
     std::uint32_t totalGB = 0;
     std::uint32_t freeGB = 0;
     if (GetDiskSpace(name, totalGB, freeGB)) {
@@ -65,32 +64,24 @@ void CFileSystem::LogFoundDrives() {
 
 void CFileSystem::GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
                              const qv::kelvo::ArchiveFilter* filter) {
-  volumes.Current()->ListVolumes(list, flags, filter);
+  volumes.ListVolumes(list, flags, filter);
 }
 
 void CFileSystem::GetTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
                              const qv::kelvo::ArchiveFilter* filter) {
-  volumes.Current()->ListTargets(list, flags, filter);
-}
-
-void CFileSystem::PublishVolumes() {
-  volumes.Publish(VolumeSnapshot(ListUsableVolumes(), network));
+  volumes.ListTargets(list, flags, filter);
 }
 
 std::string CFileSystem::GetRecordVolume(const IRecordManager* manager, std::int64_t desiredGB) {
   if (manager == nullptr || manager->IsStopping() || desiredGB < 1) return {};
   roomMaker.ForgetOldFailures();
-  // All that could be deleted would be deleted in vain for more than the largest drive can hold.
-  bool possible = false;
-  std::string name = ChooseVolume(driveTable.drives, desiredGB,
+  std::string name = ChooseVolume(volumes.Drives().drives, desiredGB,
                                   [&](const std::string& drive, const DriveRecord& record) {
-                                    const Room room = MeasureRoom(*manager, drive, record);
-                                    possible |= room.mostGB >= desiredGB;
-                                    return room.usableGB;
+                                    return GetUsableSpace(*manager, drive, record);
                                   });
   if (name.empty()) {
-    name = MakeRoom(*manager, desiredGB, possible);
-    if (name.empty() && roomMaker.Undecided()) return {};
+    name = MakeRoom(*manager, desiredGB);
+    if (StillSearching()) return {};
   }
   const bool before = recordingState.recordingNotPossible;
   recordingState.Note(!name.empty());
@@ -108,22 +99,21 @@ std::string CFileSystem::GetVolumeToReserve(const IRecordManager* manager, std::
   return GetRecordVolume(manager, desiredGB);
 }
 
-std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t desiredGB,
-                                  bool possible) {
-  std::string name =
-      roomMaker.MakeRoom({.manager = manager,
-                          .drives = driveTable.drives,
-                          .volumes = ListRecordableVolumes(),
-                          .desiredGB = desiredGB,
-                          .usableGB =
-                              [this, &manager](const std::string& drive) {
-                                return GetUsableSpace(manager, drive, driveTable.drives.at(drive));
-                              },
-                          .possible = possible,
-                          .patient = patient});
-  if (name.empty() && roomMaker.Undecided()) return name;
+std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t desiredGB) {
+  catalogue.SetVolumes(volumes.ListUsable());
+  std::string name = roomMaker.MakeRoom({.manager = manager,
+                                         .drives = volumes.ListRecordable(),
+                                         .desiredGB = desiredGB,
+                                         .usableGB =
+                                             [this, &manager](const std::string& drive) {
+                                               const auto& record =
+                                                   volumes.Drives().drives.at(drive);
+                                               return GetUsableSpace(manager, drive, record);
+                                             },
+                                         .patient = patient});
   const std::uint32_t skips = roomMaker.ProtectedSkips();
-  if (!recordingState.recordingNotPossible && (skips != 0 || roomMaker.Failures() != 0)) {
+  if (!StillSearching() && !recordingState.recordingNotPossible &&
+      (skips != 0 || roomMaker.Failures() != 0)) {
     LogPrintf(LogTrace, "GRV skipped %u protected files and %u rm failures while making room.",
               skips, roomMaker.Failures());
   }
@@ -132,91 +122,59 @@ std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t de
 
 std::int64_t CFileSystem::GetUsableSpace(const IRecordManager& manager, const std::string& name,
                                          const DriveRecord& record) {
-  return MeasureRoom(manager, name, record).usableGB;
-}
-
-CFileSystem::Room CFileSystem::MeasureRoom(const IRecordManager& manager, const std::string& name,
-                                           const DriveRecord& record) {
   std::uint32_t totalGB = 0;
   std::uint32_t freeGB = 0;
   if (record.disabled || record.alarmBits != 0 || !IsVolumeWritable(name) ||
       !GetDiskSpace(name, totalGB, freeGB)) {
-    return {};
+    return 0;
   }
-  const std::int64_t reservedGB = manager.ReservedGB(name);
-  return {UsableGB(totalGB, freeGB, reservedGB, record.reservePercent),
-          UsableGB(totalGB, totalGB, reservedGB, record.reservePercent)};
+  return UsableGB(totalGB, freeGB, manager.ReservedGB(name), record.reservePercent);
 }
 
 bool CFileSystem::GetDiskSpace(const std::string& name, std::uint32_t& totalGB,
                                std::uint32_t& freeGB) {
-  qv::kelvo::DriveSpace space;
-  const std::string error = platform.drives.Space(name, space);
-  if (!error.empty()) {
-    LogPrintf(LogError, "GDS - %s, %s", name.c_str(), error.c_str());
-    return false;
-  }
-  totalGB = static_cast<std::uint32_t>(space.capacity >> kBytesToGBShift);
-  freeGB = static_cast<std::uint32_t>(space.available >> kBytesToGBShift);
-  return true;
+  return meter.Measure(name, totalGB, freeGB);
 }
 
 bool CFileSystem::RemoveFile(const std::string& path, bool force) {
-  if (!force && protection.CheckRemovable(path) != Removable::Yes) return false;
-  return RemoveRecording(path, volumeDepth);
+  const std::string root = volumes.DriveOf(path);
+  if (!force && protection.CheckRemovable(path, root) != Removable::Yes) return false;
+  return RemoveRecording(path, root);
 }
 
 bool CFileSystem::IsVolumeWritable(const std::string& name) const {
-  return network.IsVolumeWritable(name);
-}
-
-std::vector<std::string> CFileSystem::ListVolumes(std::uint32_t alarmMask) const {
-  std::vector<std::string> names;
-  for (const auto& [name, record] : driveTable.drives) {
-    if (!record.disabled && (record.alarmBits & alarmMask) == 0 && IsVolumeWritable(name)) {
-      names.push_back(name);
-    }
-  }
-  return names;
+  return volumes.Network().IsVolumeWritable(name);
 }
 
 std::vector<std::string> CFileSystem::ListUsableVolumes() const {
-  return ListVolumes(0);
+  return volumes.ListUsable();
 }
 
 std::vector<std::string> CFileSystem::ListRecordableVolumes() const {
-  return ListVolumes(~0u);
-}
-
-bool CFileSystem::AddDrive(const std::string& name) {
-  if (!driveTable.drives.try_emplace(name).second) return false;
-  // Without a fixed drive at open the first one to come sets the depth.
-  if (driveTable.drives.size() == 1) volumeDepth = CountPathParts(name);
-  return true;
+  return volumes.ListRecordable();
 }
 
 bool CFileSystem::ApplyDiskPrep(const TiXmlElement& storage) {
   bool added = false;
+  VolumeTable::Change change(volumes);
   for (const std::string& name : PreparedDrives(storage)) {
-    if (!AddDrive(name)) continue;
+    if (!change.AddDrive(name)) continue;
     LogPrintf(LogInfo, "Drive %s discovered via new prep", name.c_str());
     added = true;
   }
-  if (added) PublishVolumes();
   return added;
 }
 
 bool CFileSystem::ApplyArchivesXml(const TiXmlElement& archives) {
-  network.ReplaceArchives(archives, platform.clock);
-  const bool changed = FollowNetworkDrives(ReadNetworkDrives(archives));
-  PublishVolumes();
-  return changed;
+  VolumeTable::Change change(volumes);
+  change.network.ReplaceArchives(archives, platform.clock);
+  return FollowNetworkDrives(change, ReadNetworkDrives(archives));
 }
 
-bool CFileSystem::FollowNetworkDrives(NetworkDrives found) {
+bool CFileSystem::FollowNetworkDrives(VolumeTable::Change& change, NetworkDrives found) {
   bool changed = false;
-  for (const auto& [name, number] : network.iscsiDrives) {
-    if (found.contains(name) || driveTable.drives.erase(name) == 0) continue;
+  for (const auto& [name, number] : change.network.iscsiDrives) {
+    if (found.contains(name) || change.drives.drives.erase(name) == 0) continue;
     LogPrintf(LogInfo, "Drive %s (ID %d) disappeared via iSCSI.", name.c_str(), number);
     changed = true;
     TiXmlElement storage("Storage");
@@ -224,17 +182,16 @@ bool CFileSystem::FollowNetworkDrives(NetworkDrives found) {
     SendStorageXml(storage);
   }
   for (const auto& [name, number] : found) {
-    if (network.iscsiDrives.contains(name) || !AddDrive(name)) continue;
+    if (change.network.iscsiDrives.contains(name) || !change.AddDrive(name)) continue;
     LogPrintf(LogInfo, "Drive %s (ID %d) discovered via iSCSI.", name.c_str(), number);
     changed = true;
   }
-  network.iscsiDrives = std::move(found);
+  change.network.iscsiDrives = std::move(found);
   return changed;
 }
 
 void CFileSystem::ApplyArchiveStatus(const TiXmlElement& archives) {
-  network.ApplyStatus(archives);
-  PublishVolumes();
+  VolumeTable::Change(volumes).network.ApplyStatus(archives);
 }
 
 bool CFileSystem::ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven,
@@ -242,9 +199,9 @@ bool CFileSystem::ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven,
   drivesGiven = false;
   for (const TiXmlElement& storage : Children(parent, "Storage")) {
     if (!HasModuleId(storage, KELVO_MODULE_ID)) continue;
-    drivesGiven = ApplyStorageElement(Tables(), storage, NowSeconds(), reply);
+    drivesGiven = ApplyStorageElement({VolumeTable::Change(volumes).drives, retention, lapse},
+                                      storage, NowSeconds(), reply);
     cleanupRemoves = retention.fsCleanupRemoves;
-    PublishVolumes();
     ReportStatus(true);
   }
   return true;
@@ -256,39 +213,53 @@ void CFileSystem::ApplyCasesXml(const TiXmlElement& cases, bool fromFile) {
 }
 
 void CFileSystem::SaveStorage() {
-  eventSink.SendXmlEvent(settingsFile.Save(Tables()), KELVO_CLASS_BROADCAST);
+  eventSink.SendXmlEvent(settingsFile.Save({VolumeTable::Change(volumes).drives, retention, lapse}),
+                         KELVO_CLASS_BROADCAST);
 }
 
 void CFileSystem::ReportStatus(bool full) {
-  StatusReport::Measures measures;
-  if (full) {
-    measures.space = [this](const std::string& name, std::uint32_t& total, std::uint32_t& free) {
-      return GetDiskSpace(name, total, free);
-    };
-    measures.readWriteTest = [this](const std::string& name) { return readWriteTest.Run(name); };
-    measures.oldest = OldestRemovable();
-    measures.recordingMbps = recordingMbps;
-    LogPrintf(LogInfo, "Recording @ %0.2f Mbps", recordingMbps);
-    measures.wantedAge = retention.contentAge;
-    measures.lastRoomMakingTime = roomMaker.LastTime();
-    measures.roomMakingCount = roomMaker.Count();
-  }
-  const TiXmlElement storage = statusReport.Build(driveTable, recordingState.recordingNotPossible,
-                                                  NowSeconds(), full ? &measures : nullptr);
-  if (statusReport.ContentAgeSettled()) roomMaker.Reset();
-  SendStorageXml(storage);
+  if (!full) return SendReport(nullptr);
+  VolumeTable::Change change(volumes);
+  statusReport.MeasureDrives(
+      change.drives,
+      {.space = [this](const std::string& name, std::uint32_t& total,
+                       std::uint32_t& free) { return GetDiskSpace(name, total, free); },
+       .readWrite = [this](const std::string& name) { return readWriteTest.Run(name); }});
+  reportOwed = true;
+  ContinueReport();
+  if (reportOwed) SendReport(nullptr);
 }
 
-std::int64_t CFileSystem::OldestRemovable() {
+void CFileSystem::ContinueReport() {
+  if (!reportOwed) return;
+  StatusReport::Measures measures;
+  if (!FindOldest(measures.oldest)) return;
+  reportOwed = false;
+  measures.recordingMbps = recordingMbps;
+  LogPrintf(LogInfo, "Recording @ %0.2f Mbps", recordingMbps);
+  measures.wantedAge = retention.contentAge;
+  measures.lastRoomMakingTime = roomMaker.LastTime();
+  measures.roomMakingCount = roomMaker.Count();
+  SendReport(&measures);
+  if (statusReport.ContentAgeSettled()) roomMaker.Reset();
+}
+
+void CFileSystem::SendReport(const StatusReport::Measures* measures) {
+  VolumeTable::Change change(volumes);
+  SendStorageXml(statusReport.Build(change.drives, recordingState.recordingNotPossible,
+                                    NowSeconds(), measures));
+}
+
+bool CFileSystem::FindOldest(std::int64_t& seconds) {
   const std::int64_t begin = platform.clock.SteadyNs();
-  if (!oldestWalker || !oldestWalker->Paused()) oldestWalker.emplace(Walks());
-  oldestWalker->SetVolumes(ListUsableVolumes());
-  oldestWalker->Restart();
-  const auto found = oldestWalker->NextRemovableFile(
-      {[this] { return eventSink.IsStopping(); }, begin + RoomMaker::kSearchNs});
+  catalogue.SetVolumes(volumes.ListUsable());
+  WorkLimit limit(
+      platform.clock, [this] { return eventSink.IsStopping(); }, false);
+  const auto found = catalogue.Oldest({.roots = volumes.ListUsable(), .except = {}}, limit);
+  if (found.outcome == Catalogue::Outcome::Unknown) return false;
   scanTimes.Note(static_cast<std::uint64_t>(platform.clock.SteadyNs() - begin) / kNsPerMicrosecond);
-  if (!oldestWalker->Paused()) oldestRemovable = found ? found->time : -1;
-  return oldestRemovable;
+  seconds = found.outcome == Catalogue::Outcome::Found ? found.time : -1;
+  return true;
 }
 
 bool CFileSystem::KickSweeper(bool stop) {
@@ -300,8 +271,7 @@ bool CFileSystem::KickSweeper(bool stop) {
   sweeper.Start({.volumes = ListUsableVolumes(),
                  .rules = retention.cameraExpiration,
                  .bookmarks = bookmarkTable.bookmarks,
-                 .globalDays = retention.expirationDays},
-                volumeDepth);
+                 .globalDays = retention.expirationDays});
   return false;
 }
 

@@ -1,22 +1,18 @@
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/ICoreEventer.h"
 #include "host/Xml.h"
-#include "media/FileSystemBase.h"
 #include "media/StreamId.h"
-#include "storage/Bookmarks.h"
-#include "storage/DriveTable.h"
+#include "storage/BookmarkIndex.h"
+#include "storage/Catalogue.h"
+#include "storage/DriveMeter.h"
 #include "storage/IRecordManager.h"
 #include "storage/LicenceState.h"
-#include "storage/NetworkTargets.h"
-#include "storage/OldestFileWalker.h"
 #include "storage/Protection.h"
 #include "storage/ReadWriteTest.h"
 #include "storage/RecordVolume.h"
@@ -28,7 +24,8 @@
 #include "storage/StorageMessages.h"
 #include "storage/Sweeper.h"
 #include "storage/TimeLapseTable.h"
-#include "storage/VolumeSnapshot.h"
+#include "storage/VolumeTable.h"
+#include "tree/FileSystemBase.h"
 
 namespace qvsvr::kelvo {
 
@@ -54,11 +51,15 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
 
   // Name of the drive with the most usable space, at least `desiredGB`. Without one the oldest
   // recordings that nothing protects are deleted until there is. Empty when that doesn't help, when
-  // `manager` is null or stopping, or `desiredGB` is below 1; and while it isn't known yet whether
-  // something may be deleted: a search through much that is protected goes on in the next calls.
-  // Nothing is deleted for more than any drive could ever hold.
+  // `manager` is null or stopping, or `desiredGB` is below 1; and when there is no answer yet, see
+  // StillSearching. Blocks for 60 ms at most, but for a single removal or listing that takes
+  // longer.
   [[nodiscard]] virtual std::string GetRecordVolume(const IRecordManager* manager,
                                                     std::int64_t desiredGB);
+
+  // Whether the last GetRecordVolume was empty for want of time: the next call goes on where it
+  // left off. Nobody has been told meanwhile that recording isn't possible.
+  [[nodiscard]] virtual bool StillSearching() const { return roomMaker.Undecided(); }
 
   // The same for somebody who asks only once: looks for as long as it takes.
   [[nodiscard]] std::string GetVolumeToReserve(const IRecordManager* manager,
@@ -109,8 +110,14 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   void SendStorageXml(const TiXmlElement& element);
 
   // Tells the host how the drives are. A full report measures: it looks for the oldest recording
-  // that may go, asks each drive for its space, and writes and reads a file on each.
+  // that may go, asks each drive for its space, and writes and reads a file on each. When the
+  // oldest isn't known within a call's time the drives' states are told at once, and the full
+  // report by a later ContinueReport.
   virtual void ReportStatus(bool full);
+
+  // Goes on with a full report that is owed. To be called after each message; costs nothing when
+  // none is.
+  void ContinueReport();
 
   // With `stop` ends the background pass over the trees and waits; returns whether one was running.
   // Otherwise starts one, and returns true only when the last one is still running.
@@ -145,51 +152,33 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   void SetRecordingMbps(double value);
 
  private:
-  [[nodiscard]] std::vector<std::string> ListVolumes(std::uint32_t alarmMask) const;
-  // Inserts a drive; one that is in the table stays as it is. Returns whether it is new.
-  bool AddDrive(const std::string& name);
   // Brings the drive table in line; returns whether it changed.
-  bool FollowNetworkDrives(NetworkDrives found);
+  bool FollowNetworkDrives(VolumeTable::Change& change, NetworkDrives found);
   void LogFoundDrives();
   void LoadSettings();
-  [[nodiscard]] StorageTables Tables() { return {driveTable, retention, lapse}; }
-  [[nodiscard]] WalkServices Walks() { return {platform, protection, treeMemory, volumeDepth}; }
-  struct Room {
-    std::int64_t usableGB = 0;
-    std::int64_t mostGB = 0;  // if nothing was on the drive
-  };
-  [[nodiscard]] Room MeasureRoom(const IRecordManager& manager, const std::string& name,
-                                 const DriveRecord& record);
-  [[nodiscard]] std::string MakeRoom(const IRecordManager& manager, std::int64_t desiredGB,
-                                     bool possible);
-  // Of the recordings that may go, seconds since 1970; -1 when there is none. While a long search
-  // is under way, what the last one found.
-  [[nodiscard]] std::int64_t OldestRemovable();
+  [[nodiscard]] std::string MakeRoom(const IRecordManager& manager, std::int64_t desiredGB);
+  // Looks for the oldest recording that may go; false when the call's time didn't do.
+  [[nodiscard]] bool FindOldest(std::int64_t& seconds);
+  void SendReport(const StatusReport::Measures* measures);
   [[nodiscard]] Sweeper::Owner SweeperOwner();
-  // To be called after each change of drives or targets.
-  void PublishVolumes();
   [[nodiscard]] std::int64_t NowSeconds();
 
   ICoreEventer& eventSink;
-  DriveTable driveTable;
-  NetworkTargets network;
+  VolumeTable volumes;
+  DriveMeter meter;
   RetentionRules retention;
   TimeLapseTable lapse;
   RecordingState recordingState;
   LicenceState licence;
-  PublishedSnapshot volumes;
-  // Path parts of a drive's root.
-  std::size_t volumeDepth = 0;
   double recordingMbps = 0;
 
   BookmarkTable bookmarkTable;
   StorageFile settingsFile;
   Protection protection;
-  TreeMemory treeMemory;
+  Catalogue catalogue;
   RoomMaker roomMaker;
   bool patient = false;  // a search for room isn't interrupted
-  std::optional<OldestFileWalker> oldestWalker;
-  std::int64_t oldestRemovable = -1;
+  bool reportOwed = false;
   ReadWriteTest readWriteTest;
   StatusReport statusReport;
   ScanTimes scanTimes;

@@ -4,8 +4,7 @@
 #include <boost/filesystem.hpp>
 
 #include "host/Log.h"
-#include "media/LocalTime.h"
-#include "storage/RecordingTree.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 namespace {
@@ -17,33 +16,10 @@ constexpr std::uint64_t kLeastMediaSize = 2048;
 constexpr std::int64_t kSparedSeconds = 300;
 constexpr const char* kCompanions[] = {"psi", "psm"};
 
-// The names that "*.ps?" finds where `?` stands for a character or none.
-bool IsMediaOrCompanion(std::string_view name) {
-  const std::size_t dot = name.rfind('.');
-  if (dot == std::string_view::npos) return false;
-  const std::string_view extension = name.substr(dot + 1);
-  return (extension.size() == 2 || extension.size() == 3) && (extension[0] | 0x20) == 'p' &&
-         (extension[1] | 0x20) == 's';
-}
-
-bool IsCompanion(std::string_view name) {
-  const std::string_view rest = name.substr(std::min(name.find('.'), name.size()));
-  return rest.starts_with(".psi") || rest.starts_with(".psm");
-}
-
 bool Exists(const fs::path& path) {
   error_code error;
   const fs::file_type type = fs::status(path, error).type();
   return type != fs::status_error && type != fs::file_not_found;
-}
-
-// The time of a path, the later one of an hour that comes twice since the clocks are set back.
-std::int64_t LatestTime(const std::string& path, std::size_t depth) {
-  const std::int64_t time = PathToTime(path, depth);
-  if (time == kNoTime) return time;
-  const auto first = qv::kelvo::ToLocal(time * 1000);
-  const auto second = qv::kelvo::ToLocal((time + kSecondsPerHour) * 1000);
-  return first.hour == second.hour && first.day == second.day ? time + kSecondsPerHour : time;
 }
 
 // Without the separator at its end.
@@ -53,11 +29,10 @@ std::string Bare(const std::string& directory) {
 
 class Run {
  public:
-  Run(qv::kelvo::Platform& system, std::size_t volumeDepth, const std::atomic<bool>& stopFlag,
-      bool removes)
-      : platform(system), depth(volumeDepth), stop(stopFlag), removing(removes) {}
+  Run(qv::kelvo::Platform& system, const std::atomic<bool>& stopFlag, bool removes)
+      : platform(system), stop(stopFlag), removing(removes) {}
 
-  void CleanVolume(const std::string& volume);
+  void CleanVolume(const std::string& root);
 
   CleanupCounts counts;
 
@@ -69,13 +44,19 @@ class Run {
   void RemoveOrphans(const fs::path& media);
   void RemoveFile(const fs::path& path);
   void RemoveDirectory(const std::string& directory, const char* prefix);
+  // The later one of a path in the hour that comes twice.
+  [[nodiscard]] std::int64_t LatestTime(const std::string& path) const {
+    return qv::kelvo::TimeOfPath(path, volume).last;
+  }
+  // Where a local hour doesn't begin with one of UTC, the one that began earlier.
   [[nodiscard]] std::int64_t CurrentHour() const {
-    const std::int64_t now = platform.clock.NowMs() / 1000;
-    return now - now % kSecondsPerHour;
+    const qv::kelvo::UtcMs now = platform.clock.NowMs();
+    return std::min(now / 1000 - now / 1000 % qv::kelvo::kSecondsPerHour,
+                    qv::kelvo::LocalHourStart(now) / 1000);
   }
 
   qv::kelvo::Platform& platform;
-  std::size_t depth;
+  std::string volume;  // the one being cleaned
   const std::atomic<bool>& stop;
   bool removing;
 };
@@ -94,24 +75,26 @@ constexpr LevelInfo kLevels[] = {
 };
 constexpr std::size_t kHourLevel = std::size(kLevels) - 1;
 
-void Run::CleanVolume(const std::string& volume) {
+void Run::CleanVolume(const std::string& root) {
   const std::size_t before = counts.years;
-  CleanLevel(volume, 0);
+  volume = root;
+  CleanLevel(root, 0);
   if (counts.years != before || stop) return;
   ++counts.emptyVolumes;
-  LogPrintf(LogTrace, "fs-cleanup - vol %s has no year directories", volume.c_str());
+  LogPrintf(LogTrace, "fs-cleanup - vol %s has no year directories", root.c_str());
 }
 
 // Cleans the children of a directory, which are of `level`, and what is left of them.
 void Run::CleanLevel(const std::string& directory, std::size_t level) {
-  const PartRange& range = kPartRanges[level];
-  const auto names = ListHourParts(platform.directories, directory, range.low, range.high);
+  const qv::kelvo::PartRange& range = qv::kelvo::kPartRanges[level];
+  const auto names =
+      qv::kelvo::ListHourParts(platform.directories, directory, range.low, range.high);
   counts.*kLevels[level].found += names.size();
   for (const std::string& name : names) {
     if (stop) return;
-    const std::string child = ChildDirectory(directory, name);
+    const std::string child = qv::kelvo::ChildDirectory(directory, name);
     if (level == kHourLevel) {
-      if (LatestTime(child, depth) < CurrentHour()) CleanHour(child);
+      if (LatestTime(child) < CurrentHour()) CleanHour(child);
       continue;
     }
     const std::size_t before = counts.*kLevels[level + 1].found;
@@ -140,7 +123,7 @@ void Run::CleanHour(const std::string& directory) {
 
 bool Run::VisitCompanion(const std::string& path) {
   ++counts.files;
-  if (AddSeconds(LatestTime(path, depth), kSparedSeconds) > CurrentHour()) return true;
+  if (qv::kelvo::AddSeconds(LatestTime(path), kSparedSeconds) > CurrentHour()) return true;
   fs::path media(path);
   media.replace_extension("ps");
   error_code error;
@@ -190,8 +173,10 @@ void Run::RemoveFile(const fs::path& path) {
 // Removes the directory if it is empty.
 void Run::RemoveDirectory(const std::string& directory, const char* prefix) {
   const std::string path = Bare(directory);
-  error_code error;
-  if (fs::remove(path, error) || error == boost::system::errc::directory_not_empty) return;
+  error_code error(qv::kelvo::RemoveEmptyDirectory(path), boost::system::system_category());
+  if (!error || error == boost::system::errc::directory_not_empty) return;
+  // One that has vanished is told without an error.
+  if (error == boost::system::errc::no_such_file_or_directory) error.clear();
   LogPrintf(LogTrace, "%s failed to remove dir %s: %d - %s", prefix, path.c_str(), error.value(),
             error.message().c_str());
 }
@@ -213,13 +198,13 @@ void LogCounts(const CleanupCounts& counts, std::int64_t elapsedNs) {
 }  // namespace
 
 CleanupCounts FsCleanup(qv::kelvo::Platform& platform, const std::vector<std::string>& volumes,
-                        std::size_t volumeDepth, const std::atomic<bool>& stop, bool removing) {
+                        const std::atomic<bool>& stop, bool removing) {
   if (stop) return {};
   LogPrintf(LogInfo,
             "fs-cleanup - %s empty dirs, empty ps files, and orphaned index/metadata files.",
             removing ? "Removing" : "Reporting");
   const std::int64_t begin = platform.clock.SteadyNs();
-  Run run(platform, volumeDepth, stop, removing);
+  Run run(platform, stop, removing);
   run.counts.volumes = volumes.size();
   for (const std::string& volume : volumes) {
     if (stop) break;
@@ -239,9 +224,10 @@ int VisitCompanionFiles(qv::kelvo::Directories& directories, const std::string& 
   std::vector<std::string> companions;
   const int error = directories.List(directory, "*.ps*", qv::kelvo::ListSizes::No,
                                      [&](const qv::kelvo::DirectoryEntry& entry) {
-                                       if (!IsMediaOrCompanion(entry.name)) return true;
+                                       if (!qv::kelvo::IsMediaOrCompanionName(entry.name))
+                                         return true;
                                        anyMatch = true;
-                                       if (IsCompanion(entry.name))
+                                       if (qv::kelvo::IsCompanionName(entry.name))
                                          companions.emplace_back(entry.name);
                                        return true;
                                      });

@@ -24,7 +24,7 @@ struct CleanupCounts {
 // touched. With `removing` it removes them, else it only tells. Ends early when `stop` is set. Any
 // thread.
 CleanupCounts FsCleanup(qv::kelvo::Platform& platform, const std::vector<std::string>& volumes,
-                        std::size_t volumeDepth, const std::atomic<bool>& stop, bool removing);
+                        const std::atomic<bool>& stop, bool removing);
 
 // Visits the paths of a directory's index and metadata files until `visit` returns false. Returns
 // 0; -1 when there is neither such a file nor a media file; -2 when the directory can't be listed.

@@ -1,7 +1,5 @@
 #include "storage/DriveTable.h"
 
-#include "platform/Platform.h"
-
 namespace qvsvr::kelvo {
 namespace {
 
@@ -18,17 +16,6 @@ void DriveTable::Fill(const std::vector<std::string>& names, const std::string& 
     record.system = true;
     record.disabled = drives.size() > 1;
   }
-}
-
-std::size_t CountPathParts(const std::string& path) {
-  std::size_t parts = 0;
-  bool inPart = false;
-  for (const char c : path) {
-    const bool separator = qv::kelvo::IsPathSeparator(c);
-    if (!separator && !inPart) ++parts;
-    inPart = !separator;
-  }
-  return parts;
 }
 
 }  // namespace qvsvr::kelvo

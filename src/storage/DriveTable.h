@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -30,8 +29,5 @@ struct DriveTable {
   // and starts disabled when it isn't the only drive.
   void Fill(const std::vector<std::string>& names, const std::string& systemDirectory);
 };
-
-// Parts of `path` between separators, empty ones left out.
-[[nodiscard]] std::size_t CountPathParts(const std::string& path);
 
 }  // namespace qvsvr::kelvo

@@ -1,6 +1,7 @@
 #include "storage/NetworkTargets.h"
 
 #include "host/Log.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 namespace {
@@ -109,7 +110,7 @@ NetworkDrives ReadNetworkDrives(const TiXmlElement& element) {
         continue;
       }
       for (const TiXmlElement& partition : Children(target, "Partition")) {
-        const std::string mountPoint = ReadText(partition, "MountPoint");
+        const std::string mountPoint = qv::kelvo::WithSeparator(ReadText(partition, "MountPoint"));
         // The value of Enabled is the number that states refer to; the ID only has to be there.
         if (!mountPoint.empty()) drives[mountPoint] = enabled;
       }

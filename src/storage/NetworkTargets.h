@@ -12,7 +12,8 @@
 
 namespace qvsvr::kelvo {
 
-// Drives that iSCSI mounts: mount point to the number that names the target in its status.
+// Drives that iSCSI mounts: mount point, ended by the separator, to the number that names the
+// target in its status.
 using NetworkDrives = std::map<std::string, std::int32_t>;
 
 // Storage beyond the local drives: network drives and archive targets. Worker thread only.

@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <cstdlib>
 
-#include "media/CFileInfo.h"
-#include "media/RecordPath.h"
+#include "tree/CFileInfo.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
-constexpr std::uint8_t kWideInput = 0x80;  // an input byte from here on stands for an encoder
 constexpr std::uint64_t kDuplicate = std::uint64_t{1} << 32;
 constexpr int kNumberShift = 33;
 constexpr std::uint64_t kNoKey = 0;
@@ -23,7 +22,7 @@ std::uint64_t NoteKey(std::string_view name) {
 }
 
 std::int64_t InSeconds(std::int32_t days) {
-  return std::abs(std::int64_t{days}) * kSecondsPerDay;
+  return std::abs(std::int64_t{days}) * qv::kelvo::kSecondsPerDay;
 }
 
 }  // namespace
@@ -38,39 +37,29 @@ void HeadNotes::Add(const Note& note) {
 }
 
 Protection::Protection(const RetentionRules& rules, const BookmarkTable& bookmarks,
-                       qv::kelvo::Platform& platform, const std::size_t& volumeDepth)
-    : retention(rules),
-      bookmarkTable(bookmarks),
-      system(platform),
-      depth(volumeDepth),
-      reader(platform.mediaFiles) {}
+                       qv::kelvo::Platform& platform)
+    : retention(rules), bookmarkTable(bookmarks), system(platform), reader(platform.mediaFiles) {}
 
-Removable Protection::CheckRemovable(const std::string& path) {
+Removable Protection::CheckRemovable(const std::string& path, const std::string& root) {
   const std::size_t name = path.find_last_of(qv::kelvo::kPathSeparators) + 1;
   const std::string directory = path.substr(0, name);
-  const std::int64_t time = PathToTime(path, depth);
   HeadNotes none;
-  return Check({directory, std::string_view(path).substr(name), time}, Near(time), none).removable;
+  const std::string_view bareName = std::string_view(path).substr(name);
+  return Check({directory, bareName, qv::kelvo::TimeOfPath(path, root)}, none).removable;
 }
 
-Verdict Protection::Check(const RecordingEntry& file,
-                          const std::vector<const BookmarkRecord*>& near, HeadNotes& notes) {
+Verdict Protection::Check(const RecordingEntry& file, HeadNotes& notes) {
   qv::kelvo::PathFields fields;
   if (!qv::kelvo::ParsePath(file.name, fields)) return {};
   const qv::kelvo::StreamID id = fields.id;
-  for (const BookmarkRecord* record : near) {
-    if (record->Covers(file.time, id)) return {Removable::Bookmarked, kNoTime};
-  }
-
-  const auto retainedUntil = [this](std::int64_t until) {
-    return NowSeconds() < until ? Verdict{Removable::Retained, until} : Verdict{};
-  };
+  if (bookmarkTable.index.Covers(id, file.time)) return {Removable::Bookmarked};
   if (retention.expirationDays >= 1) {
-    return retainedUntil(AddSeconds(file.time, InSeconds(retention.expirationDays)));
+    return RetainedUntil(
+        qv::kelvo::AddSeconds(file.time.last, InSeconds(retention.expirationDays)));
   }
   // Only the files of channels have inputs of their own rules. Without a rule for the device the
   // head could only say that the file is free.
-  if ((qv::kelvo::InputOf(id) & kWideInput) != 0 || !HasRule(id)) return {};
+  if (qv::kelvo::IsWideInput(qv::kelvo::InputOf(id)) || !HasRule(id)) return {};
 
   const std::uint64_t key = NoteKey(file.name);
   const HeadNotes::Note* known = key == kNoKey ? nullptr : notes.Find(key);
@@ -78,14 +67,21 @@ Verdict Protection::Check(const RecordingEntry& file,
   if (known != nullptr) {
     head = *known;
   } else {
-    head = ReadHead(file);
+    const auto read = ReadHead(file);
+    if (!read) return {.removable = Removable::Retained, .judged = false};
+    head = *read;
     head.key = key;
-    if (key != kNoKey && AddSeconds(file.time, kFinalAge) < NowSeconds()) notes.Add(head);
+    const bool final = qv::kelvo::AddSeconds(file.time.last, kFinalAge) < NowSeconds();
+    if (key != kNoKey && final) notes.Add(head);
   }
   if (!head.ofChannels) return {};
   const auto rule = retention.cameraExpiration.find((id & ~0xFFu) | head.channel);
   if (rule == retention.cameraExpiration.end()) return {};
-  return retainedUntil(AddSeconds(head.lastTime, InSeconds(rule->second)));
+  return RetainedUntil(qv::kelvo::AddSeconds(head.lastTime, InSeconds(rule->second)));
+}
+
+Verdict Protection::RetainedUntil(std::int64_t until) const {
+  return NowSeconds() < until ? Verdict{Removable::Retained, until} : Verdict{};
 }
 
 bool Protection::HasRule(qv::kelvo::StreamID id) const {
@@ -93,15 +89,16 @@ bool Protection::HasRule(qv::kelvo::StreamID id) const {
   return first != retention.cameraExpiration.end() && first->first <= (id | 0xFFu);
 }
 
-HeadNotes::Note Protection::ReadHead(const RecordingEntry& file) {
+std::optional<HeadNotes::Note> Protection::ReadHead(const RecordingEntry& file) {
   ++headsRead;
-  HeadNotes::Note note;
   qv::kelvo::CFileInfo info;
   info.path = file.Path();
   const bool read = qv::kelvo::FillStreamRows(reader, info);
   reader.Close();
+  if (reader.RefusedBySystem() != 0) return std::nullopt;
   const qv::kelvo::StreamRow& row = info.streamRows[0];
-  note.ofChannels = read && (info.fileInput & kWideInput) != 0 && row.frames != 0;
+  HeadNotes::Note note;
+  note.ofChannels = read && qv::kelvo::IsWideInput(info.fileInput) && row.frames != 0;
   note.channel = row.channel;
   note.lastTime = row.lastTime;
   return note;

@@ -3,16 +3,16 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
-#include <set>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "media/PSReader.h"
 #include "platform/Platform.h"
-#include "storage/Bookmarks.h"
-#include "storage/RecordingTree.h"
+#include "storage/BookmarkIndex.h"
 #include "storage/RetentionRules.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 
@@ -21,7 +21,9 @@ enum class Removable { Yes = 0, Bookmarked = 1, Retained = 2 };
 struct Verdict {
   Removable removable = Removable::Yes;
   // When the mere passing of time may change it, seconds since 1970; kNoTime for never.
-  std::int64_t until = kNoTime;
+  std::int64_t until = qv::kelvo::kNoTime;
+  // False when the file couldn't be judged for a reason that passes, and is spared meanwhile.
+  bool judged = true;
 };
 
 // What is remembered of the heads of one hour directory's files, so that each is read once.
@@ -45,29 +47,24 @@ class HeadNotes {
 struct RecordingEntry {
   const std::string& directory;  // with a separator at its end
   std::string_view name;
-  std::int64_t time = 0;  // as PathToTime has it
+  qv::kelvo::PathTime time;
 
   [[nodiscard]] std::string Path() const { return directory + std::string(name); }
 };
 
-// Judges whether room may be made by a recording. Worker thread only.
+// Judges whether room may be made by a recording. In the hour that comes twice a recording is
+// protected when it is by either of its times. Worker thread only.
 class Protection {
  public:
   // Borrows all for its life.
   Protection(const RetentionRules& rules, const BookmarkTable& bookmarks,
-             qv::kelvo::Platform& platform, const std::size_t& volumeDepth);
+             qv::kelvo::Platform& platform);
 
-  // Verdict over a path.
-  [[nodiscard]] Removable CheckRemovable(const std::string& path);
+  // Verdict over a path below a volume's root.
+  [[nodiscard]] Removable CheckRemovable(const std::string& path, const std::string& root);
 
-  // The same for a file of a walk. `near` are the bookmarks of its hour; `notes` are those of its
-  // directory.
-  [[nodiscard]] Verdict Check(const RecordingEntry& file,
-                              const std::vector<const BookmarkRecord*>& near, HeadNotes& notes);
-
-  [[nodiscard]] std::vector<const BookmarkRecord*> Near(std::int64_t hour) const {
-    return BookmarksNear(bookmarkTable.bookmarks, hour);
-  }
+  // The same for a file of a walk; `notes` are those of its directory.
+  [[nodiscard]] Verdict Check(const RecordingEntry& file, HeadNotes& notes);
 
   // How many heads were read so far.
   [[nodiscard]] std::uint64_t HeadsRead() const { return headsRead; }
@@ -79,15 +76,16 @@ class Protection {
   static constexpr std::int64_t kFinalAge = 900;
 
  private:
+  [[nodiscard]] Verdict RetainedUntil(std::int64_t until) const;
   // Whether any input of the device of `id` has a rule.
   [[nodiscard]] bool HasRule(qv::kelvo::StreamID id) const;
-  [[nodiscard]] HeadNotes::Note ReadHead(const RecordingEntry& file);
+  // Nothing when the system refused to read it.
+  [[nodiscard]] std::optional<HeadNotes::Note> ReadHead(const RecordingEntry& file);
   [[nodiscard]] std::int64_t NowSeconds() const { return system.clock.NowMs() / 1000; }
 
   const RetentionRules& retention;
   const BookmarkTable& bookmarkTable;
   qv::kelvo::Platform& system;
-  const std::size_t& depth;
   qv::kelvo::PSReader reader;
 
   // What the last revision was given for.

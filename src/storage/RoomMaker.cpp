@@ -4,67 +4,61 @@
 #include "storage/RecordingRemoval.h"
 
 namespace qvsvr::kelvo {
+namespace {
 
-RoomMaker::RoomMaker(const WalkServices& borrowed) : services(borrowed), walker(borrowed) {}
+constexpr std::int64_t kFailureLifeNs = std::int64_t{20} * 60 * 1'000'000'000;
+
+}  // namespace
+
+RoomMaker::RoomMaker(qv::kelvo::Platform& system, Catalogue& recordings)
+    : platform(system), catalogue(recordings) {}
 
 std::string RoomMaker::MakeRoom(const Request& request) {
-  lastRoomMakingTime = services.platform.clock.NowMs() / 1000;
+  lastRoomMakingTime = platform.clock.NowMs() / 1000;
   ++roomMakingCount;
-  walker.SetVolumes(request.volumes);
+  if (!undecided) skips = failures = 0;
   undecided = false;
-  if (!request.possible) {
-    walker.bookmarkSkips = walker.retentionSkips = failures = 0;
-    return {};
-  }
-  const bool due = services.platform.clock.SteadyNs() >= resumeNs;
-  std::string drive;
-  if (!walker.Paused() || request.patient || due) drive = Delete(request);
-  undecided = drive.empty() && walker.Paused();
-  return drive;
-}
-
-std::string RoomMaker::Delete(const Request& request) {
-  qv::kelvo::Clock& clock = services.platform.clock;
-  walker.isBeingWritten = [&request](const std::string& path) {
-    return request.manager.IsBeingWritten(path);
-  };
-  walker.Restart();
-  if (!walker.Paused()) walker.bookmarkSkips = walker.retentionSkips = failures = 0;
-  OldestFileWalker::Limits limits{[&request] { return request.manager.IsStopping(); }};
-  while (!limits.stop()) {
-    if (!request.patient) limits.deadlineNs = clock.SteadyNs() + kSearchNs;
-    const auto oldest = walker.NextRemovableFile(limits);
-    if (!oldest) {
-      resumeNs = clock.SteadyNs() + kPauseNs;
-      return {};
-    }
-    const std::string& path = oldest->path;
-    const auto drive = request.drives.find(oldest->volume);
-    if (drive == request.drives.end()) {
-      LogPrintf(LogError, "GRV failed to locate drive for %s", path.c_str());
-      continue;
-    }
-    if (drive->second.alarmBits != 0) {
-      LogPrintf(LogTrace, "GRV drive alarmed for %s", path.c_str());
-      continue;
-    }
-    LogPrintf(LogTrace, "GRV rm: %s", path.c_str());
-    if (!RemoveRecording(path, services.volumeDepth)) {
-      walker.NoteFailure(path);
-      ++failures;
-      LogPrintf(LogTrace, "GRV failed to rm %s", path.c_str());
-      continue;
-    }
-    const std::int64_t usable = request.usableGB(drive->first);
-    if (usable >= request.desiredGB) return drive->first;
+  const auto stopping = [&request] { return request.manager.IsStopping(); };
+  WorkLimit limit(platform.clock, stopping, request.patient);
+  const Catalogue::Question question{
+      .roots = request.drives, .except = [&](const std::string& path) {
+        return failedFiles.contains(path) || request.manager.IsBeingWritten(path);
+      }};
+  while (!stopping()) {
+    const Catalogue::Answer oldest = catalogue.Oldest(question, limit);
+    undecided = oldest.outcome == Catalogue::Outcome::Unknown;
+    if (undecided) return {};
+    skips += oldest.protectedFiles;
+    if (oldest.outcome == Catalogue::Outcome::Nothing) return {};
+    limit.Spend(WorkLimit::kRemoval);
+    if (!Remove(oldest)) continue;
+    const std::int64_t usable = request.usableGB(oldest.root);
+    if (usable >= request.desiredGB) return oldest.root;
     LogPrintf(LogTrace, "GRV GAFS:%d Desired:%d", static_cast<int>(usable),
               static_cast<int>(request.desiredGB));
   }
   return {};
 }
 
+bool RoomMaker::Remove(const Catalogue::Answer& oldest) {
+  const std::string& path = oldest.path;
+  LogPrintf(LogTrace, "GRV rm: %s", path.c_str());
+  catalogue.Drop();
+  if (RemoveRecording(path, oldest.root)) return true;
+  if (failedFiles.empty()) firstFailureNs = platform.clock.SteadyNs();
+  failedFiles.insert(path);
+  ++failures;
+  LogPrintf(LogTrace, "GRV failed to rm %s", path.c_str());
+  return false;
+}
+
+void RoomMaker::ForgetOldFailures() {
+  if (failedFiles.empty() || platform.clock.SteadyNs() - firstFailureNs < kFailureLifeNs) return;
+  failedFiles.clear();
+}
+
 void RoomMaker::Reset() {
-  lastRoomMakingTime = kNoTime;
+  lastRoomMakingTime = qv::kelvo::kNoTime;
   roomMakingCount = 0;
 }
 

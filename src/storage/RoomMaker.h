@@ -3,13 +3,12 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
-#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
-#include "storage/DriveTable.h"
+#include "storage/Catalogue.h"
 #include "storage/IRecordManager.h"
-#include "storage/OldestFileWalker.h"
 
 namespace qvsvr::kelvo {
 
@@ -17,40 +16,30 @@ namespace qvsvr::kelvo {
 // Worker thread only.
 class RoomMaker {
  public:
-  // Borrows the services for its life.
-  explicit RoomMaker(const WalkServices& borrowed);
+  // Borrows both for its life.
+  RoomMaker(qv::kelvo::Platform& platform, Catalogue& catalogue);
 
   struct Request {
     const IRecordManager& manager;
-    const std::map<std::string, DriveRecord>& drives;
-    std::vector<std::string> volumes;  // names of drives that recordings may be deleted on
+    std::vector<std::string> drives;  // names of those that recordings may be deleted on
     std::int64_t desiredGB = 0;
     std::function<std::int64_t(const std::string&)> usableGB;  // measures one drive
-    // Whether deleting could ever help: false when even an empty drive would be too small.
-    bool possible = true;
-    // Looks for as long as it takes, not only for a moment.
+    // Looks and deletes for as long as it takes, not only for a call's time.
     bool patient = false;
   };
   // The drive that has the room now; empty when nothing more can be deleted, when the manager is
-  // stopping, or when nothing was found yet and the next call has to go on. Blocks for as long as
-  // deleting takes.
+  // stopping, or when the call's time was over first: Undecided, and the next call goes on.
   [[nodiscard]] std::string MakeRoom(const Request& request);
 
-  // Whether the last run left open if something can be deleted.
   [[nodiscard]] bool Undecided() const { return undecided; }
 
-  // A search that takes longer goes on in a later call, after a pause that the worker has for
-  // frames. What comes while nothing was found is lost, so the search gets the greater part.
-  static constexpr std::int64_t kSearchNs = 60'000'000;
-  static constexpr std::int64_t kPauseNs = 15'000'000;
+  // Forgets after twenty minutes what could not be removed. To be called before each choice of a
+  // volume, with room or without.
+  void ForgetOldFailures();
 
-  // To be called before each choice of a volume, with room or without.
-  void ForgetOldFailures() { walker.ForgetOldFailures(); }
-
-  // Whether the last run passed anything over.
-  [[nodiscard]] std::uint32_t ProtectedSkips() const {
-    return walker.bookmarkSkips + walker.retentionSkips;
-  }
+  // What was passed over since the answer before: each protected recording once for each walk over
+  // it, and removals that failed.
+  [[nodiscard]] std::uint32_t ProtectedSkips() const { return skips; }
   [[nodiscard]] std::uint32_t Failures() const { return failures; }
 
   // When room was last made, seconds since 1970, and how often; kNoTime and 0 after Reset.
@@ -59,14 +48,16 @@ class RoomMaker {
   void Reset();
 
  private:
-  [[nodiscard]] std::string Delete(const Request& request);
+  [[nodiscard]] bool Remove(const Catalogue::Answer& oldest);
 
-  WalkServices services;
-  OldestFileWalker walker;
+  qv::kelvo::Platform& platform;
+  Catalogue& catalogue;
+  std::set<std::string> failedFiles;
+  std::int64_t firstFailureNs = 0;  // monotonic; of the first of `failedFiles`
+  std::uint32_t skips = 0;
   std::uint32_t failures = 0;
   bool undecided = false;
-  std::int64_t resumeNs = 0;  // monotonic; when a paused search goes on
-  std::int64_t lastRoomMakingTime = kNoTime;
+  std::int64_t lastRoomMakingTime = qv::kelvo::kNoTime;
   std::uint64_t roomMakingCount = 0;
 };
 

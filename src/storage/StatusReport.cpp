@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "host/Log.h"
-#include "storage/RecordingTree.h"
+#include "tree/LocalTime.h"
 
 namespace qvsvr::kelvo {
 namespace {
@@ -48,18 +48,18 @@ void SetBit(std::uint32_t& bits, std::uint32_t bit, bool on) {
   bits = on ? bits | bit : bits & ~bit;
 }
 
-void Measure(const std::string& name, DriveRecord& record, const StatusReport::Measures& measures,
-             TiXmlElement& drive) {
-  std::uint32_t totalGB = 0;
-  std::uint32_t freeGB = 0;
-  const bool measured = measures.space(name, totalGB, freeGB);
-  SetBit(record.alarmBits, kAlarmSpaceQuery, !measured);
-  drive.SetAttribute("SizeGB", std::to_string(measured ? totalGB : 0));
-  drive.SetAttribute("FreeGB", std::to_string(measured ? freeGB : 0));
-  SetBit(record.alarmBits, kAlarmReadWrite, !record.disabled && !measures.readWriteTest(name));
-}
-
 }  // namespace
+
+void StatusReport::MeasureDrives(DriveTable& table, const DriveTests& tests) {
+  sizes.clear();
+  for (auto& [name, record] : table.drives) {
+    Size size;
+    const bool measured = tests.space(name, size.totalGB, size.freeGB);
+    if (measured) sizes[name] = size;
+    SetBit(record.alarmBits, kAlarmSpaceQuery, !measured);
+    SetBit(record.alarmBits, kAlarmReadWrite, !record.disabled && !tests.readWrite(name));
+  }
+}
 
 TiXmlElement StatusReport::Build(DriveTable& table, bool recordingNotPossible,
                                  std::int64_t nowSeconds, const Measures* measures) {
@@ -73,7 +73,11 @@ TiXmlElement StatusReport::Build(DriveTable& table, bool recordingNotPossible,
     TiXmlElement drive("Drive");
     drive.SetAttribute("Name", name);
     drive.SetAttribute("Time", std::to_string(nowSeconds));
-    if (measures != nullptr) Measure(name, record, *measures, drive);
+    if (measures != nullptr) {
+      const Size size = sizes[name];
+      drive.SetAttribute("SizeGB", std::to_string(size.totalGB));
+      drive.SetAttribute("FreeGB", std::to_string(size.freeGB));
+    }
     TellState(record, recordingNotPossible, drive);
     storage.InsertEndChild(drive);
   }
@@ -86,9 +90,10 @@ TiXmlElement StatusReport::Build(DriveTable& table, bool recordingNotPossible,
 // far as is wanted.
 void StatusReport::AddContentAge(const Measures& measures, std::int64_t nowSeconds,
                                  TiXmlElement& storage) {
-  const int alarm = measures.roomMakingCount != 0 &&
-                    AddSeconds(measures.lastRoomMakingTime, kContentAgeWindow) > nowSeconds &&
-                    nowSeconds - measures.wantedAge < measures.oldest;
+  const int alarm =
+      measures.roomMakingCount != 0 &&
+      qv::kelvo::AddSeconds(measures.lastRoomMakingTime, kContentAgeWindow) > nowSeconds &&
+      nowSeconds - measures.wantedAge < measures.oldest;
   if (alarm == contentAgeAlarm) return;
   contentAgeAlarm = alarm;
   contentAgeSettled = alarm == 0;

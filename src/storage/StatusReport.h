@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <map>
 #include <string>
 
 #include "host/Xml.h"
@@ -14,10 +15,8 @@ namespace qvsvr::kelvo {
 // not again until something else was told. Worker thread only.
 class StatusReport {
  public:
-  // What a full report measures; the callbacks are called during Build only.
+  // What a full report tells beside the drives.
   struct Measures {
-    std::function<bool(const std::string&, std::uint32_t& totalGB, std::uint32_t& freeGB)> space;
-    std::function<bool(const std::string&)> readWriteTest;
     std::int64_t oldest = -1;  // of the recordings that may go, seconds since 1970
     double recordingMbps = 0;
     std::int32_t wantedAge = 0;  // of the oldest content, seconds
@@ -26,8 +25,15 @@ class StatusReport {
     std::uint64_t roomMakingCount = 0;
   };
 
-  // The Storage element of a report. Without `measures` a short one, which measures nothing.
-  // Updates the alarm state of the drives and drops the entries of `absentDrives` that are told.
+  // Measures the drives and updates their alarm bits. A drive that is disabled isn't tested.
+  struct DriveTests {
+    std::function<bool(const std::string&, std::uint32_t& totalGB, std::uint32_t& freeGB)> space;
+    std::function<bool(const std::string&)> readWrite;
+  };
+  void MeasureDrives(DriveTable& table, const DriveTests& tests);
+
+  // The Storage element of a report; without `measures` a short one. Notes what is told of the
+  // drives and drops the entries of `absentDrives` that are told.
   [[nodiscard]] TiXmlElement Build(DriveTable& table, bool recordingNotPossible,
                                    std::int64_t nowSeconds, const Measures* measures);
 
@@ -38,7 +44,12 @@ class StatusReport {
  private:
   void AddContentAge(const Measures& measures, std::int64_t nowSeconds, TiXmlElement& storage);
 
-  int contentAgeAlarm = -1;  // as last told; -1 before
+  struct Size {
+    std::uint32_t totalGB = 0;
+    std::uint32_t freeGB = 0;
+  };
+  std::map<std::string, Size> sizes;  // of the drives that could be measured last
+  int contentAgeAlarm = -1;           // as last told; -1 before
   bool contentAgeSettled = false;
 };
 

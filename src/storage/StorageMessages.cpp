@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tree/RecordPath.h"
+
 namespace qvsvr::kelvo {
 namespace {
 
@@ -56,7 +58,7 @@ bool ApplyStorageElement(const StorageTables& tables, const TiXmlElement& storag
 
   bool drivesGiven = false;
   for (const TiXmlElement& element : Children(storage, "Drive")) {
-    const std::string name = ReadText(element, "Name");
+    const std::string name = qv::kelvo::WithSeparator(ReadText(element, "Name"));
     if (name.empty()) continue;
     const auto known = tables.driveTable.drives.find(name);
     if (known != tables.driveTable.drives.end()) {
@@ -81,7 +83,7 @@ std::set<std::string> PreparedDrives(const TiXmlElement& storage) {
     if (!ReadInt(disk, "SupportsPrep", supported) || supported == 0) continue;
     for (const TiXmlElement& drives : Children(disk, "Drives")) {
       for (const TiXmlElement& drive : Children(drives, "Drive")) {
-        const std::string name = ReadText(drive, "Name");
+        const std::string name = qv::kelvo::WithSeparator(ReadText(drive, "Name"));
         if (!name.empty()) names.insert(name);
       }
     }

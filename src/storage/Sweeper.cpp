@@ -1,30 +1,40 @@
 #include "storage/Sweeper.h"
 
-#include <wx/datetime.h>
 #include <algorithm>
 #include <boost/filesystem.hpp>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
+#include <ranges>
 #include <set>
 
 #include "host/Log.h"
-#include "media/CFileInfo.h"
-#include "media/RecordPath.h"
 #include "platform/Threads.h"
 #include "storage/Cleanup.h"
 #include "storage/RecordingRemoval.h"
+#include "tree/CFileInfo.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
-constexpr std::uint8_t kWideInput = 0x80;  // an input byte from here on stands for an encoder
+using qv::kelvo::kNoTime;
+using qv::kelvo::kSecondsPerDay;
 
 // Days of a rule may reach back further than any calendar does.
 constexpr std::int64_t kOldestTold = -2'208'988'800;  // 1900
 
 std::string LocalText(std::int64_t seconds) {
-  const wxLongLong told(std::max(seconds, kOldestTold) * 1000);
-  return wxDateTime(told).Format("%c").ToStdString();
+  const auto local = qv::kelvo::ToLocal(std::max(seconds, kOldestTold) * 1000);
+  std::tm fields{};
+  fields.tm_year = local.year - 1900;
+  fields.tm_mon = local.month - 1;
+  fields.tm_mday = local.day;
+  fields.tm_hour = local.hour;
+  fields.tm_min = local.minute;
+  fields.tm_sec = local.second;
+  fields.tm_wday = local.weekday;
+  char text[100];
+  return std::string(text, std::strftime(text, sizeof text, "%c", &fields));
 }
 
 std::uint64_t RoundedKB(std::uint64_t bytes) {
@@ -40,18 +50,15 @@ std::uint64_t SizeOf(const std::string& mediaPath, const char* extension) {
   return error ? 0 : size;
 }
 
-bool SameHourDir(std::int64_t hour, std::int64_t other) {
-  return qv::kelvo::HourDirectory("", hour * 1000) == qv::kelvo::HourDirectory("", other * 1000);
-}
-
 }  // namespace
 
 struct Sweeper::HourWork {
   const std::string& directory;
-  HourTimes times;
-  std::vector<BookmarkRecord*> near;
+  const std::string& root;
+  qv::kelvo::HourTimes times;
   std::int64_t cutoff;
-  bool allYoung;  // no file of the hour can be before the cutoff
+  bool allYoung;   // no file of the hour can be before the cutoff
+  bool anyMarked;  // some camera has a bookmark near
   // Files before the cutoff: nothing is removed while the directory is being listed.
   struct OldFile {
     std::string path;
@@ -63,12 +70,11 @@ struct Sweeper::HourWork {
 Sweeper::Sweeper(qv::kelvo::Platform& borrowed, Owner callbacks)
     : platform(borrowed), owner(std::move(callbacks)), reader(borrowed.mediaFiles) {}
 
-bool Sweeper::Start(Work copies, std::size_t volumeDepth) {
+bool Sweeper::Start(Work copies) {
   if (running) return false;
   if (thread.joinable()) thread.join();
   stop = false;
   work = std::move(copies);
-  depth = volumeDepth;
   running = true;
   try {
     thread = std::thread(&Sweeper::Run, this);
@@ -84,6 +90,8 @@ bool Sweeper::Stop() {
   stop = true;
   if (thread.joinable()) thread.join();
   work = {};
+  index = {};
+  marked.clear();
   stop = false;
   return wasRunning;
 }
@@ -92,7 +100,7 @@ void Sweeper::Run() {
   qv::kelvo::YieldToOtherThreads();
   try {
     Sweep();
-    FsCleanup(platform, work.volumes, depth, stop, owner.cleanupRemoves());
+    FsCleanup(platform, work.volumes, stop, owner.cleanupRemoves());
   } catch (const std::exception& error) {
     LogPrintf(LogError, "Sweeper - failed: %s", error.what());
   } catch (...) {
@@ -127,15 +135,17 @@ void Sweeper::Sweep() {
     return;
   }
   files = expired = bookmarkedFiles = bookmarkedKB = 0;
-  for (auto& [caseId, record] : work.bookmarks) record.sizeKB = 0;
+  index = BookmarkIndex(work.bookmarks);
+  marked.clear();
+  for (auto& [caseId, record] : work.bookmarks) {
+    record.sizeKB = 0;
+    marked.push_back(&record);
+  }
   const std::int64_t cutoff = NowSeconds() - expireDays * kSecondsPerDay;
   LogBegin(expireDays, cutoff);
 
   const std::int64_t begin = platform.clock.SteadyNs();
-  HourDir directory;
-  if (Restart()) {
-    while (!stop && NextHourDir(directory)) VisitDirectory(directory, cutoff);
-  }
+  VisitHours(cutoff);
   if (stop) {
     LogPrintf(LogInfo, "Sweeper - interrupted.");
     return;
@@ -151,65 +161,58 @@ void Sweeper::Sweep() {
   owner.sendSizes(work.bookmarks);
 }
 
-// Puts the walk to the oldest hour; false when there is none.
-bool Sweeper::Restart() {
-  hourDirs.clear();
-  currentHour = OldestHour(platform.directories, work.volumes, depth);
-  if (currentHour == kNoTime) return false;
-  hourDirs = HourDirs(work.volumes, currentHour);
-  return true;
-}
-
-bool Sweeper::NextHourDir(HourDir& directory) {
-  while (hourDirs.empty()) {
-    const std::int64_t last = currentHour;
-    currentHour += kSecondsPerHour;
-    if (stop || currentHour < 0 || currentHour >= NowSeconds()) return false;
-    // Where the clocks are set back an hour comes twice, and its directories only once.
-    if (SameHourDir(last, currentHour)) continue;
-    hourDirs = HourDirs(work.volumes, currentHour);
-    if (hourDirs.empty()) currentHour = SkipAbsentDay(work.volumes, currentHour);
+void Sweeper::VisitHours(std::int64_t cutoff) {
+  qv::kelvo::HourCursor cursor(platform.directories, work.volumes);
+  while (!stop) {
+    const auto found = cursor.Next(platform.clock.NowMs());
+    if (!found) return;
+    const qv::kelvo::HourTimes times(found->start);
+    const auto [first, last] = times.Start();
+    const bool anyMarked = index.Touches(first, last + 2 * qv::kelvo::kSecondsPerHour);
+    for (const auto& directory : std::views::reverse(found->directories)) {
+      HourWork hour{.directory = directory.path,
+                    .root = work.volumes[directory.volume],
+                    .times = times,
+                    .cutoff = cutoff,
+                    .allYoung = first >= cutoff,
+                    .anyMarked = anyMarked,
+                    .old = {}};
+      VisitDirectory(hour);
+      if (stop) return;
+    }
   }
-  directory = std::move(hourDirs.back());
-  hourDirs.pop_back();
-  return true;
 }
 
-void Sweeper::VisitDirectory(const HourDir& directory, std::int64_t cutoff) {
-  HourTimes times(directory.path, depth);
-  const std::int64_t start = times.Start();
-  HourWork hour{.directory = directory.path,
-                .times = std::move(times),
-                .near = BookmarksNear(work.bookmarks, start),
-                .cutoff = cutoff,
-                .allYoung = start - kNameSlack >= cutoff,
-                .old = {}};
+void Sweeper::VisitDirectory(HourWork& hour) {
+  using qv::kelvo::ListSizes;
   // Only bookmarks are measured, and only where the system doesn't give sizes away is it dear.
-  const auto sizes = hour.near.empty() ? qv::kelvo::ListSizes::No : qv::kelvo::ListSizes::Yes;
-  ListRecordings(platform.directories, directory.path, sizes, [&](const NamedRecording& recording) {
-    VisitFile(hour, recording);
-    return !stop;
-  });
+  const auto sizes = hour.anyMarked ? ListSizes::Yes : ListSizes::No;
+  qv::kelvo::ListRecordings(platform.directories, hour.directory, sizes,
+                            [&](const qv::kelvo::NamedRecording& recording) {
+                              VisitFile(hour, recording);
+                              return !stop;
+                            });
   for (const HourWork::OldFile& file : hour.old) {
     if (stop) return;
-    Expire(file.path, file.time);
+    Expire(file.path, hour.root, file.time);
   }
 }
 
-void Sweeper::VisitFile(HourWork& hour, const NamedRecording& recording) {
+void Sweeper::VisitFile(HourWork& hour, const qv::kelvo::NamedRecording& recording) {
   ++files;
-  if (hour.allYoung && hour.near.empty()) return;
-  const std::int64_t time = hour.times.At(recording.number);
-  if (time >= hour.cutoff && hour.near.empty()) return;
+  if (hour.allYoung && !hour.anyMarked) return;
+  const qv::kelvo::PathTime time = hour.times.At(recording.number);
+  const bool old = time.last < hour.cutoff;
+  if (!old && !hour.anyMarked) return;
   std::string path = hour.directory + std::string(recording.name);
-  if (AccountBookmarks(hour.near, path, time, recording.size)) return;
-  if (time < hour.cutoff) hour.old.push_back({std::move(path), time});
+  if (hour.anyMarked && AccountBookmarks(path, time, recording.size)) return;
+  if (old) hour.old.push_back({std::move(path), time.last});
 }
 
-void Sweeper::Expire(const std::string& path, std::int64_t time) {
+void Sweeper::Expire(const std::string& path, const std::string& root, std::int64_t time) {
   if (!IsExpired(path, time)) return;
   LogPrintf(LogTrace, "Sweeper - expiring %s", path.c_str());
-  if (RemoveRecording(path, depth)) ++expired;
+  if (RemoveRecording(path, root)) ++expired;
 }
 
 bool Sweeper::IsExpired(const std::string& path, std::int64_t time) {
@@ -223,7 +226,7 @@ bool Sweeper::IsExpired(const std::string& path, std::int64_t time) {
 }
 
 bool Sweeper::ExpiredByCamera(const std::string& path, qv::kelvo::StreamID id) {
-  if ((qv::kelvo::InputOf(id) & kWideInput) != 0) return false;
+  if (qv::kelvo::IsWideInput(qv::kelvo::InputOf(id))) return false;
   const qv::kelvo::StreamID device = id & ~0xFFu;
   bool anyRule = false;
   for (auto rule = work.rules.lower_bound(device);
@@ -236,7 +239,10 @@ bool Sweeper::ExpiredByCamera(const std::string& path, qv::kelvo::StreamID id) {
   info.path = path;
   const bool read = qv::kelvo::FillStreamRows(reader, info);
   reader.Close();
-  if (!read || (info.fileInput & kWideInput) == 0) return false;
+  // One that could be read in part may tell a time before its last.
+  if (!read || reader.RefusedBySystem() != 0 || !qv::kelvo::IsWideInput(info.fileInput)) {
+    return false;
+  }
   const qv::kelvo::StreamRow& row = info.streamRows[0];
   if (row.frames == 0) return true;  // nothing in it
   const auto rule = work.rules.find(device | row.channel);
@@ -244,19 +250,14 @@ bool Sweeper::ExpiredByCamera(const std::string& path, qv::kelvo::StreamID id) {
   return NowSeconds() - row.lastTime >= -std::int64_t{rule->second} * kSecondsPerDay;
 }
 
-bool Sweeper::AccountBookmarks(const std::vector<BookmarkRecord*>& near, const std::string& path,
-                               std::int64_t time, std::uint64_t size) {
-  const qv::kelvo::StreamID key = FileNameKey(path);
-  if (key == 0 || time == kNoTime) return false;
-  std::uint64_t kilobytes = 0;
-  bool bookmarked = false;
-  for (BookmarkRecord* record : near) {
-    if (!record->Covers(time, key)) continue;
-    if (!bookmarked) kilobytes = RoundedKB(size + SizeOf(path, "psi") + SizeOf(path, "psm"));
-    bookmarked = true;
-    record->sizeKB += static_cast<std::uint32_t>(kilobytes);
-  }
-  if (!bookmarked) return false;
+bool Sweeper::AccountBookmarks(const std::string& path, const qv::kelvo::PathTime& time,
+                               std::uint64_t size) {
+  const qv::kelvo::StreamID key = qv::kelvo::FileNameKey(path);
+  if (key == 0 || time.first == kNoTime || !index.Covers(key, time)) return false;
+  const std::uint64_t kilobytes = RoundedKB(size + SizeOf(path, "psi") + SizeOf(path, "psm"));
+  index.Visit(key, time, [&](std::size_t place) {
+    marked[place]->sizeKB += static_cast<std::uint32_t>(kilobytes);
+  });
   ++bookmarkedFiles;
   bookmarkedKB += kilobytes;
   return true;

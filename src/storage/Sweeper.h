@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -11,8 +10,9 @@
 
 #include "media/PSReader.h"
 #include "platform/Platform.h"
-#include "storage/Bookmarks.h"
-#include "storage/RecordingTree.h"
+#include "storage/BookmarkIndex.h"
+#include "tree/HourCursor.h"
+#include "tree/HourListing.h"
 
 namespace qvsvr::kelvo {
 
@@ -41,9 +41,8 @@ class Sweeper {
 
   [[nodiscard]] bool Running() const { return running; }
 
-  // Starts a pass; false while one is running. `volumeDepth` is the number of path parts of a
-  // volume's root.
-  bool Start(Work copies, std::size_t volumeDepth);
+  // Starts a pass; false while one is running.
+  bool Start(Work copies);
 
   // Ends the pass at the next file and waits. Returns whether one was running.
   bool Stop();
@@ -57,15 +56,13 @@ class Sweeper {
   // Days after which the walk's files may expire; 0 when none do.
   [[nodiscard]] std::int64_t ExpireDays() const;
 
-  bool Restart();
-  [[nodiscard]] bool NextHourDir(HourDir& directory);
-  void VisitDirectory(const HourDir& directory, std::int64_t cutoff);
-  void VisitFile(HourWork& hour, const NamedRecording& recording);
-  void Expire(const std::string& path, std::int64_t time);
+  void VisitHours(std::int64_t cutoff);
+  void VisitDirectory(HourWork& hour);
+  void VisitFile(HourWork& hour, const qv::kelvo::NamedRecording& recording);
+  void Expire(const std::string& path, const std::string& root, std::int64_t time);
   [[nodiscard]] bool IsExpired(const std::string& path, std::int64_t time);
   [[nodiscard]] bool ExpiredByCamera(const std::string& path, qv::kelvo::StreamID id);
-  [[nodiscard]] bool AccountBookmarks(const std::vector<BookmarkRecord*>& near,
-                                      const std::string& path, std::int64_t time,
+  [[nodiscard]] bool AccountBookmarks(const std::string& path, const qv::kelvo::PathTime& time,
                                       std::uint64_t size);
   [[nodiscard]] std::int64_t NowSeconds() const { return platform.clock.NowMs() / 1000; }
 
@@ -74,10 +71,9 @@ class Sweeper {
 
   // The thread's own between Start and the join.
   Work work;
-  std::size_t depth = 0;
+  BookmarkIndex index;
+  std::vector<BookmarkRecord*> marked;  // those of `work`, by their place in the index
   qv::kelvo::PSReader reader;
-  std::int64_t currentHour = kNoTime;
-  std::vector<HourDir> hourDirs;  // of `currentHour`, taken from the back
   std::uint64_t files = 0;
   std::uint64_t expired = 0;
   std::uint64_t bookmarkedFiles = 0;

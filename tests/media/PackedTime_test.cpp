@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "media/LocalTime.h"
+#include "platform/LocalTime.h"
 
 namespace qv::kelvo {
 namespace {
@@ -44,21 +44,6 @@ TEST(PackedTime, EveryStoredDateHasAMomentAndOverflowGoesIntoTheNextDate) {
   EXPECT_EQ(Unpack({0x32CF, 86'400'500}), Unpack({0x32D0, 500}));
   EXPECT_EQ(Unpack({0, 0}), 943'920'000'000);           // day 0 of month 0 of 2000: 1999-11-30
   EXPECT_EQ(Unpack({0x005F, 0}), Unpack({0x0062, 0}));  // 31 February 2000: 2 March
-}
-
-TEST(LocalTime, HourOfWeekRunsFromSundayThroughSaturdayAndBack) {
-  constexpr UtcMs kHour = 3'600'000, kSunday = 1'749'938'400'000;  // 2025-06-15 00:00, local
-  HourOfWeekClock clock;
-  for (int hour = 0; hour < 169; ++hour) {
-    EXPECT_EQ(clock.HourOfWeek(kSunday + hour * kHour), hour % 168);
-    EXPECT_EQ(clock.HourOfWeek(kSunday + hour * kHour + kHour - 1), hour % 168);
-  }
-  // Both changes of the clock are on a Sunday: the hour from 02:00 is left out, or comes twice.
-  const std::pair<UtcMs, int> others[] = {
-      {kSunday - 1, 167},     {-1, 4 * 24},  // 1970-01-01 was a Thursday; an hour east of Greenwich
-      {1'743'296'399'999, 1}, {1'743'296'400'000, 3}, {1'761'436'799'999, 1},
-      {1'761'436'800'000, 2}, {1'761'440'400'000, 2}, {1'761'444'000'000, 3}};
-  for (const auto& [time, hour] : others) EXPECT_EQ(clock.HourOfWeek(time), hour) << time;
 }
 
 }  // namespace

@@ -6,8 +6,8 @@
 #include <fstream>
 
 #include "hostkit/StorageXml.h"
-#include "media/RecordPath.h"
 #include "tests/plugin/PluginFixture.h"
+#include "tree/RecordPath.h"
 
 namespace plugintest {
 namespace {

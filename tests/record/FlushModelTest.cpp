@@ -5,8 +5,8 @@
 #include <random>
 #include <set>
 
-#include "media/LocalTime.h"
 #include "tests/record/StreamFixture.h"
+#include "tree/LocalTime.h"
 
 namespace qvsvr::kelvo {
 namespace {

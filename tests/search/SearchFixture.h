@@ -12,12 +12,12 @@
 
 #include "hostkit/SearchXml.h"
 #include "media/PSFile.h"
-#include "media/RecordPath.h"
 #include "search/Search.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/FakeScanner.h"
 #include "tests/support/TempTree.h"
 #include "tests/support/TestBundle.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "media/PSFile.h"
-#include "media/RecordPath.h"
 #include "platform/Platform.h"
 #include "storage/CFileSystem.h"
 #include "tests/storage/ParsedXml.h"
@@ -20,6 +19,7 @@
 #include "tests/support/FaultyFiles.h"
 #include "tests/support/ManualClock.h"
 #include "tests/support/TempTree.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 

@@ -1,5 +1,3 @@
-#include "storage/RecordingTree.h"
-
 #include <algorithm>
 
 #include "storage/Cleanup.h"
@@ -23,63 +21,15 @@ class RecordingTree : public RecordingForest {
   }
 };
 
-TEST_F(RecordingTree, ReadsTimesAndKeysOutOfPaths) {
-  // Local time is one hour ahead of UTC in winter and two in summer.
-  const struct {
-    const char* path;
-    std::int64_t time;
-    std::uint32_t key;
-  } kRows[] = {
-      {"a/2025", 1'735'686'000, 0},
-      {"a/2025/06/15/17/0640-0012aBcD.ps", 1'750'000'000, 0x0012ABCD},
-      {"//a//2025//06//15//17//", 1'749'999'600, 0},
-      {"a/2025/06/15/17/6-00120100a.ps", 1'749'999'606, 0x00120100},
-      {"a/2025/06/15/17/0640-0012010.ps", 1'750'000'000, 0},
-      {"a/2025/06/15/17/0640-+0120100.ps", 1'750'000'000, 0},
-      {"a/2025/06/15/17/0640-00120100.ps/x", kNoTime, 0x00120100},
-      {"a/2025/06/15/17/0640.ps", kNoTime, 0},
-      {"a/2025/06/15x", kNoTime, 0},
-      {"a/-2025", kNoTime, 0x2025},
-      {"a/99999999999999999999", kNoTime, 0},
-      {"a/", kNoTime, 0},
-  };
-  for (const auto& row : kRows) {
-    EXPECT_EQ(PathToTime(row.path, 1), row.time) << row.path;
-    EXPECT_EQ(FileNameKey(row.path), row.key) << row.path;
-  }
-  EXPECT_EQ(PathToTime("d/a/2025/06/15/17", 2), 1'749'999'600);
-
-  const HourTimes even("a/2025/06/15/17/", 1);
-  const HourTimes night("a/2025/10/26/02/", 1);  // comes twice
-  for (const std::uint32_t number : {0u, 640u, 5999u}) {
-    const std::string name = std::to_string(number) + "-";
-    EXPECT_EQ(even.At(number), PathToTime("a/2025/06/15/17/" + name, 1));
-    EXPECT_EQ(night.At(number), PathToTime("a/2025/10/26/02/" + name, 1));
-  }
-}
-
-TEST_F(RecordingTree, SkipsTheHoursOfAbsentDaysOnly) {
-  boost::filesystem::create_directories("b/2025/06/15");
-  constexpr std::int64_t kMidnight = 1'749'938'400;  // of that day
-  const std::pair<std::int64_t, std::int64_t> rows[] = {
-      {kMidnight, kMidnight},
-      {kMidnight - kHour, kMidnight - kHour},
-      {kMidnight - kDay, kMidnight - kHour},
-      {1'743'289'200, 1'743'289'200 + 22 * kHour},  // 2025-03-30, a day of 23 hours
-      {1'729'980'000, 1'729'980'000 + 24 * kHour},  // 2024-10-27, one of 25
-  };
-  for (const auto& [hour, last] : rows) EXPECT_EQ(SkipAbsentDay({"a/", "b/"}, hour), last) << hour;
-}
-
 TEST_F(RecordingTree, RemovalTakesCompanionsAndEmptiedDirectoriesButNotTheVolume) {
   const std::string path = "a/2024/05/06/07/0800-00110000.ps", later = "a/2024/05/31/23/0000-0.ps";
   for (const char* suffix : {"", "i", "m"}) WriteFile(path + suffix);
   WriteFile(later);
-  EXPECT_TRUE(RemoveRecording(path, 1));
+  EXPECT_TRUE(RemoveRecording(path, "a/"));
   EXPECT_EQ(Tree(), (Names{"2024/", "2024/05/", "2024/05/31/", "2024/05/31/23/", later.substr(2)}));
-  EXPECT_TRUE(RemoveRecording(later, 1));
+  EXPECT_TRUE(RemoveRecording(later, "a/"));
   EXPECT_TRUE(Exists("a") && !Exists("a/2024"));
-  EXPECT_TRUE(RemoveRecording(later, 1)) << "a missing file is no error";
+  EXPECT_TRUE(RemoveRecording(later, "a/")) << "a missing file is no error";
   EXPECT_TRUE(host.Lines().empty()) << "a directory that isn't empty is nothing to tell";
 
   // A directory with something in it can't be removed as a file.
@@ -94,7 +44,7 @@ TEST_F(RecordingTree, RemovalTakesCompanionsAndEmptiedDirectoriesButNotTheVolume
       WriteFile(path + suffix + (suffix == std::string(row.stuck) ? "/in the way" : ""));
     }
     host.ForgetTraffic();
-    EXPECT_EQ(RemoveRecording(path, 1), row.success) << row.stuck;
+    EXPECT_EQ(RemoveRecording(path, "a/"), row.success) << row.stuck;
     EXPECT_EQ(host.CountLines(50, "remove " + path + row.stuck + ", "), row.told);
     EXPECT_EQ(Tree().size(), 6u);
   }
@@ -139,7 +89,7 @@ TEST_F(RecordingTree, CleanupTakesDebrisOfEarlierHoursAndSparesTheRest) {
   }
   const auto before = Tree();
   std::atomic<bool> stop{false};
-  const auto clean = [&](bool removing) { return FsCleanup(platform, {"a/"}, 1, stop, removing); };
+  const auto clean = [&](bool removing) { return FsCleanup(platform, {"a/"}, stop, removing); };
   const CleanupCounts reported = clean(false);
   EXPECT_EQ(Tree(), before);
   EXPECT_EQ(reported.emptyFiles, 2u) << "seen from each companion";

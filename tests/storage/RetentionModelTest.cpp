@@ -7,7 +7,6 @@
 #include <random>
 #include <tuple>
 
-#include "storage/RecordingTree.h"
 #include "tests/storage/RecordingForest.h"
 
 namespace qvsvr::kelvo {
@@ -32,6 +31,7 @@ struct ModelFile {
   std::string path;
   std::string drive;
   std::int64_t time = 0;
+  std::int64_t last = 0;  // later than `time` in the hour that comes twice
   qv::kelvo::StreamID id = 0;
   const Original* original = nullptr;
   bool stuck = false;  // its removal fails, though the media file goes
@@ -107,7 +107,9 @@ class RetentionModel : public RecordingForest {
           &originals[file.drive][static_cast<std::size_t>(kind * kOriginals + Below(kOriginals))];
       file.path = qv::kelvo::MakePath(file.drive, file.time * 1000, file.id,
                                       qv::kelvo::CreateDirectories::Yes);
-      file.time = PathToTime(file.path, 1);  // one of two where an hour comes twice
+      const auto times = qv::kelvo::TimeOfPath(file.path, file.drive);
+      file.time = times.first;
+      file.last = times.last;
       boost::system::error_code taken;
       fs::create_hard_link(file.original->path, file.path, taken);
       if (taken) continue;
@@ -152,12 +154,14 @@ class RetentionModel : public RecordingForest {
   bool Stays(const ModelFile& file) {
     const std::int64_t now = clock.NowMs() / 1000;
     for (const ModelBookmark& bookmark : bookmarks) {
-      if ((file.id >> 8 & 0xFF) == bookmark.device && file.time + 300 >= bookmark.start &&
-          file.time < bookmark.end + 120) {
+      const auto lies = [&](std::int64_t time) {
+        return time + 300 >= bookmark.start && time < bookmark.end + 120;
+      };
+      if ((file.id >> 8 & 0xFF) == bookmark.device && (lies(file.time) || lies(file.last))) {
         return true;
       }
     }
-    if (globalDays > 0) return now - file.time < globalDays * kDay;
+    if (globalDays > 0) return now - file.last < globalDays * kDay;
     if (!file.original->ofChannels) return false;
     const auto rule = rules.find(file.id);
     return rule != rules.end() && now - file.original->lastTime < rule->second * kDay;
@@ -174,10 +178,6 @@ class RetentionModel : public RecordingForest {
     for (const auto& [name, room] : free) {
       if (room >= gigabytes && (best.empty() || room > free[best])) best = name;
     }
-    const auto possible = [&](const auto& drive) {
-      return static_cast<std::int64_t>(drive.second) >= gigabytes;
-    };
-    if (std::ranges::none_of(drives.capacityGB, possible)) return {};
     const std::int64_t oldest = model.empty() ? 0 : model[0].time - model[0].time % kHour;
     for (std::size_t i = 0; best.empty() && i < model.size(); ++i) {
       ModelFile& file = model[i];

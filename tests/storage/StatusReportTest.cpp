@@ -6,11 +6,11 @@
 #include <cerrno>
 
 #include "storage/ReadWriteTest.h"
-#include "storage/RecordingTree.h"
 #include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/FaultyFiles.h"
 #include "tests/support/TempTree.h"
+#include "tree/LocalTime.h"
 
 namespace qvsvr::kelvo {
 namespace {
@@ -18,15 +18,18 @@ namespace {
 class StatusOfDrives : public ::testing::Test {
  protected:
   StatusOfDrives() {
-    measures.space = [this](const std::string&, std::uint32_t& total, std::uint32_t& free) {
+    tests.space = [this](const std::string&, std::uint32_t& total, std::uint32_t& free) {
       total = 100;
       free = 7;
       return spaceWorks;
     };
-    measures.readWriteTest = [this](const std::string&) { return driveWorks; };
+    tests.readWrite = [this](const std::string&) { return driveWorks; };
     table.drives["a/"];
   }
-  std::string Full() { return TextOf(report.Build(table, notPossible, 1000, &measures)); }
+  std::string Full() {
+    report.MeasureDrives(table, tests);
+    return TextOf(report.Build(table, notPossible, 1000, &measures));
+  }
   std::string Short() { return TextOf(report.Build(table, notPossible, 1000, nullptr)); }
   // Alarm and message of the drive, "" when they aren't told.
   std::string Told(bool full = true) {
@@ -37,6 +40,7 @@ class StatusOfDrives : public ::testing::Test {
 
   DriveTable table;
   StatusReport report;
+  StatusReport::DriveTests tests;
   StatusReport::Measures measures;
   bool spaceWorks = true;
   bool driveWorks = true;
@@ -99,10 +103,11 @@ TEST_F(StatusOfDrives, ContentAgeIsAnAlarmWhileRoomIsMadeAndTooLittleIsLeft) {
     const char* told;
   };
   const Step steps[] = {
-      {501, kNoTime, 0, "0"},  // the first report tells it in any case
-      {501, kNoTime, 0, ""},   // nothing was deleted
-      {500, 900, 1, ""},       // reaches back far enough
-      {501, 900, 1, "1"},         {501, 901, 2, ""},
+      {501, qv::kelvo::kNoTime, 0, "0"},  // the first report tells it in any case
+      {501, qv::kelvo::kNoTime, 0, ""},   // nothing was deleted
+      {500, 900, 1, ""},                  // reaches back far enough
+      {501, 900, 1, "1"},
+      {501, 901, 2, ""},
       {501, 1000 - 3600, 2, "0"},  // nothing was deleted within the last hour
       {-1, 900, 1, ""},
   };

@@ -7,8 +7,9 @@
 #include <string_view>
 #include <system_error>
 
+#include "media/PSFile.h"
 #include "media/PsiFormat.h"
-#include "media/RecordPath.h"
+#include "media/StreamId.h"
 #include "platform/Platform.h"
 #include "psinfo/IndexImage.h"
 #include "psinfo/MediaWalk.h"
@@ -53,8 +54,7 @@ std::size_t StreamRecordAt(std::size_t stream) {
 // another number in its place.
 void KeepStreamSetup(const MediaWalk& walk, const std::vector<std::byte>& from,
                      std::vector<std::byte>& to) {
-  constexpr std::uint8_t kFirstWideInput = 0x80;
-  const bool toldByFrames = walk.info.fileInput[0] >= kFirstWideInput;
+  const bool toldByFrames = IsWideInput(walk.info.fileInput[0]);
   for (std::size_t stream = 0; stream < kStreamCount; ++stream) {
     const std::size_t at = StreamRecordAt(stream);
     const bool used = std::any_of(to.begin() + static_cast<std::ptrdiff_t>(at),

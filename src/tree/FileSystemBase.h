@@ -8,10 +8,11 @@
 #include <vector>
 
 #include "archiving/IScanner.h"
-#include "media/HourListing.h"
-#include "media/RecordPath.h"
-#include "media/RequestKey.h"
 #include "platform/Platform.h"
+#include "tree/HourCursor.h"
+#include "tree/HourListing.h"
+#include "tree/RecordPath.h"
+#include "tree/RequestKey.h"
 
 namespace qv::kelvo {
 
@@ -37,12 +38,6 @@ class FileSystemBase {
   // Replaces `list` by archive targets; the base version knows none. `filter` may be null.
   virtual void GetTargets(TargetList& list, std::uint32_t flags, const ArchiveFilter* filter);
 
-  // Whether any volume or bucket has a directory for that local year, month, day or hour.
-  [[nodiscard]] bool YearExists(UtcMs time) { return LevelExists(time, TreeLevel::Year); }
-  [[nodiscard]] bool MonthExists(UtcMs time) { return LevelExists(time, TreeLevel::Month); }
-  [[nodiscard]] bool DayExists(UtcMs time) { return LevelExists(time, TreeLevel::Day); }
-  [[nodiscard]] bool HourExists(UtcMs time) { return LevelExists(time, TreeLevel::Hour); }
-
   // Moves `time`, the start of a local hour, on to the next hour that exists, itself included.
   // False when there is none before `end`. A year that is missing costs one test of each place.
   [[nodiscard]] bool FindNextHour(UtcMs& time, UtcMs end);
@@ -61,6 +56,7 @@ class FileSystemBase {
   Platform& platform;
 
  private:
+  // Whether any volume or bucket has a directory for that local year, month, day or hour.
   [[nodiscard]] bool LevelExists(UtcMs time, TreeLevel level);
 };
 

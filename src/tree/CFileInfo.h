@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "media/PSReader.h"
-#include "media/RecordPath.h"
 #include "media/StreamId.h"
+#include "tree/RecordPath.h"
 
 namespace qv::kelvo {
 

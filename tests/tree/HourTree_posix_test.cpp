@@ -2,35 +2,21 @@
 #include <sys/stat.h>
 
 #include <boost/filesystem.hpp>
-#include <cstdlib>
-#include <ctime>
 #include <stdexcept>
 
-#include "media/CFileInfo.h"
-#include "media/FileSystemBase.h"
-#include "media/LocalHours.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/FakeScanner.h"
 #include "tests/support/TempTree.h"
 #include "tests/support/TestBundle.h"
+#include "tests/support/Zone.h"
+#include "tree/CFileInfo.h"
+#include "tree/FileSystemBase.h"
+#include "tree/LocalTime.h"
 
 namespace qv::kelvo {
 namespace {
 
 constexpr UtcMs kHour = 3'600'000, kDay = 24 * kHour;
-
-// Another time zone than that of all tests, for as long as it lives.
-class Zone {
- public:
-  explicit Zone(const char* name) { Set(name); }
-  ~Zone() { Set("Europe/Berlin"); }
-
- private:
-  static void Set(const char* name) {
-    setenv("TZ", name, 1);
-    tzset();
-  }
-};
 
 struct TreeFixture : FileSystemBase {
   explicit TreeFixture(Platform& system) : FileSystemBase(system) {}
@@ -120,6 +106,34 @@ TEST_F(HourTree, MapsLocalTimesBothWaysInEveryZone) {
       }
       const CalendarTime local = ToLocal(time), again = ToLocal(FromLocal(local));
       ASSERT_EQ(again.hour * 60 + again.minute, local.hour * 60 + local.minute) << time;
+    }
+  }
+}
+
+// Both moments of the hour that comes twice, also where it does so by half; and summer beyond the
+// end of 32 bits.
+TEST_F(HourTree, TellsBothMeaningsOfAPathInEveryYear) {
+  const struct {
+    const char* zone;
+    const char* path;
+    std::int64_t first, last;
+  } rows[] = {
+      {"America/New_York", "/2031/11/02/01/3000-1.ps", 1'951'363'800, 1'951'367'400},
+      {"America/New_York", "/2031/11/02/02/3000-1.ps", 1'951'371'000, 1'951'371'000},
+      {"America/New_York", "/2031/03/09/02/", kNoTime, kNoTime},
+      {"Australia/Lord_Howe", "/2031/04/06/01/2000-1.ps", 1'933'165'200, 1'933'165'200},
+      {"Australia/Lord_Howe", "/2031/04/06/01/4000-1.ps", 1'933'166'400, 1'933'168'200},
+      {"Europe/Berlin", "/2040/07/01/14/", 2'224'756'800, 2'224'756'800},
+      {"Asia/Kathmandu", "/2040/07/01/14/0500-1.ps", 2'224'743'600, 2'224'743'600},
+  };
+  for (const auto& row : rows) {
+    const Zone zone(row.zone);
+    const PathTime expected{row.first, row.last};
+    const PathTime told = TimeOfPath(row.path, "/");
+    EXPECT_EQ(told, expected) << row.path << ' ' << told.first << ' ' << told.last;
+    for (const std::int64_t time : {row.first, row.last}) {
+      if (time == kNoTime) continue;
+      EXPECT_EQ(HourDirectory("/", time * 1000), std::string(row.path).substr(0, 15));
     }
   }
 }

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "archiving/IScanner.h"
-#include "media/FileSystemBase.h"
+#include "tree/FileSystemBase.h"
 
 namespace qv::kelvo {
 

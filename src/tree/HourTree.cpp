@@ -4,9 +4,9 @@
 #include <cstdio>
 
 #include "host/Log.h"
-#include "media/BucketFetch.h"
-#include "media/FileSystemBase.h"
-#include "media/LocalHours.h"
+#include "tree/BucketFetch.h"
+#include "tree/FileSystemBase.h"
+#include "tree/LocalTime.h"
 
 namespace qv::kelvo {
 
@@ -36,20 +36,8 @@ bool FileSystemBase::LevelExists(UtcMs time, TreeLevel level) {
 }
 
 bool FileSystemBase::FindNextHour(UtcMs& time, UtcMs end) {
-  while (time < end) {
-    if (!YearExists(time)) {
-      time = NextLocalYear(time);
-    } else if (!MonthExists(time)) {
-      time = NextLocalMonth(time);
-    } else if (!DayExists(time)) {
-      time = NextLocalDay(time);
-    } else if (!HourExists(time)) {
-      time = NextLocalHour(time);
-    } else {
-      return true;
-    }
-  }
-  return false;
+  return qv::kelvo::FindNextHour(
+      time, end, [this](UtcMs at, TreeLevel level) { return LevelExists(at, level); });
 }
 
 void FileSystemBase::ListHour(UtcMs time, std::span<const RequestKey> requested,

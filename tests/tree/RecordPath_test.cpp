@@ -1,4 +1,4 @@
-#include "media/RecordPath.h"
+#include "tree/RecordPath.h"
 
 #include <gtest/gtest.h>
 
@@ -30,12 +30,6 @@ TEST(RecordPath, NamesFollowLocalTimeAndIdsAreUpperCase) {
   tree.Write("blocked", "x");
   EXPECT_EQ(Slashed(MakePath(tree.Root() + "/blocked/", kTime, 1, CreateDirectories::Yes)),
             Slashed(tree.Root()) + "/blocked/2025/06/15/17/0640-00000001.ps");
-}
-
-TEST(RecordPath, IndexPathIsCut) {
-  EXPECT_EQ(IndexPath("/d/1530-10010100.ps"), "/d/1530-10010100.psi");
-  EXPECT_EQ(IndexPath(std::string(259, 'x')), std::string(259, 'x') + 'i');
-  EXPECT_EQ(IndexPath(std::string(270, 'x')), std::string(260, 'x'));
 }
 
 TEST(RecordPath, ParsesBareNames) {
@@ -88,6 +82,53 @@ TEST(RecordPath, ParsesFullPathsFieldByField) {
     EXPECT_EQ(ParsePath(row.path, fields), row.parsed) << row.path;
     EXPECT_EQ(fields, row.fields) << row.path;
   }
+}
+
+TEST(RecordPath, ReadsTimesAndKeysOutOfPaths) {
+  // Local time is one hour ahead of UTC in winter and two in summer.
+  const struct {
+    const char* path;
+    std::int64_t first;
+    std::uint32_t key;
+    std::int64_t later = 0;  // by how much the second meaning is
+  } rows[] = {
+      {"a/2025", 1'735'686'000, 0},
+      {"a/2025/06/15/17/0640-0012aBcD.ps", 1'750'000'000, 0x0012ABCD},
+      {"a//2025//06//15//17//", 1'749'999'600, 0},
+      {"a/2025/06/15/17/6-00120100a.ps", 1'749'999'606, 0x00120100},
+      {"a/2025/06/15/17/0640-0012010.ps", 1'750'000'000, 0},
+      {"a/2025/06/15/17/0640-+0120100.ps", 1'750'000'000, 0},
+      {"a/2025/10/26/02/3000-00120100.ps", 1'761'438'600, 0x00120100, 3600},
+      {"a/2025/03/30/02/3000-00120100.ps", kNoTime, 0x00120100},  // that hour was left out
+      {"a/2025/02/30/05/3000-00120100.ps", kNoTime, 0x00120100},
+      {"a/2025/06/15/17/0640-00120100.ps/x", kNoTime, 0x00120100},
+      {"a/2025/06/15/17/0640.ps", kNoTime, 0},
+      {"a/2025/06/15x", kNoTime, 0},
+      {"a/-2025", kNoTime, 0x2025},
+      {"a/99999999999999999999", kNoTime, 0},
+      {"a/", kNoTime, 0},
+      {"b/2025", kNoTime, 0},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(TimeOfPath(row.path, "a/"), (PathTime{row.first, row.first + row.later})) << row.path;
+    EXPECT_EQ(FileNameKey(row.path), row.key) << row.path;
+  }
+  EXPECT_EQ(TimeOfPath("d/a/2025/06/15/17", "d/a/").first, 1'749'999'600);
+}
+
+TEST(LocalTime, HourOfWeekRunsFromSundayThroughSaturdayAndBack) {
+  constexpr UtcMs kHour = 3'600'000, kSunday = 1'749'938'400'000;  // 2025-06-15 00:00, local
+  HourOfWeekClock clock;
+  for (int hour = 0; hour < 169; ++hour) {
+    EXPECT_EQ(clock.HourOfWeek(kSunday + hour * kHour), hour % 168);
+    EXPECT_EQ(clock.HourOfWeek(kSunday + hour * kHour + kHour - 1), hour % 168);
+  }
+  // Both changes of the clock are on a Sunday: the hour from 02:00 is left out, or comes twice.
+  const std::pair<UtcMs, int> others[] = {
+      {kSunday - 1, 167},     {-1, 4 * 24},  // 1970-01-01 was a Thursday; an hour east of Greenwich
+      {1'743'296'399'999, 1}, {1'743'296'400'000, 3}, {1'761'436'799'999, 1},
+      {1'761'436'800'000, 2}, {1'761'440'400'000, 2}, {1'761'444'000'000, 3}};
+  for (const auto& [time, hour] : others) EXPECT_EQ(clock.HourOfWeek(time), hour) << time;
 }
 
 }  // namespace

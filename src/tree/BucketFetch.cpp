@@ -1,7 +1,6 @@
-#include "media/BucketFetch.h"
+#include "tree/BucketFetch.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <set>
 #include <stdexcept>
@@ -34,12 +33,8 @@ void LogHints(std::span<const RequestKey> requested) {
 
 // Whether the stream id in a recording's name belongs to one of the devices asked for.
 bool IsRequested(const std::string& name, std::span<const RequestKey> requested) {
-  constexpr std::size_t kIdAt = 5, kIdLength = 8;
-  if (name.size() < kIdAt + kIdLength) return false;
-  const char* begin = name.data() + kIdAt;
   StreamID id = 0;
-  const auto [end, error] = std::from_chars(begin, begin + kIdLength, id, 16);
-  if (error != std::errc{} || end != begin + kIdLength) return false;
+  if (!ReadNameId(name, id)) return false;
   return std::ranges::any_of(requested, [id](RequestKey key) { return IsSameDevice(key, id); });
 }
 
@@ -97,7 +92,7 @@ bool IsBucket(const IScanner& target, std::string& root) {
     return false;  // a target of no type must not keep a search from the others
   }
   root = qvArchiving::PropertyOr(properties, key::kFullyMountedPath);
-  if (root.empty() || !IsPathSeparator(root.back())) root += kPathSeparator;
+  root = root.empty() ? std::string(1, kPathSeparator) : WithSeparator(std::move(root));
   return true;
 }
 

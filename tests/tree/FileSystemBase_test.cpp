@@ -1,4 +1,4 @@
-#include "media/FileSystemBase.h"
+#include "tree/FileSystemBase.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "media/LocalHours.h"
+#include "tree/LocalTime.h"
 
 #include <algorithm>
 #include <chrono>
@@ -47,15 +47,25 @@ UtcMs LocalHourStart(UtcMs time) {
   return start;
 }
 
-UtcMs FromLocal(const CalendarTime& local) {
+Meanings MeaningsOf(const CalendarTime& local) {
   const UtcMs wanted = AsUtc(local);
-  const UtcMs early = wanted - OffsetAt(wanted - kDayMs);
-  const UtcMs late = wanted - OffsetAt(wanted + kDayMs);
-  for (const UtcMs time : {std::min(early, late), std::max(early, late)}) {
-    if (time + OffsetAt(time) == wanted) return time;
+  const UtcMs before = wanted - OffsetAt(wanted - kDayMs);
+  const UtcMs after = wanted - OffsetAt(wanted + kDayMs);
+  Meanings found;
+  for (const UtcMs time : {std::min(before, after), std::max(before, after)}) {
+    if (time + OffsetAt(time) != wanted) continue;
+    if (!found.any) found.first = time;
+    found.last = time;
+    found.any = true;
   }
-  // Inside a gap: by the offset from before it this is as far behind its end as into it.
-  return LocalHourStart(early);
+  return found;
+}
+
+UtcMs FromLocal(const CalendarTime& local) {
+  if (const Meanings found = MeaningsOf(local); found.any) return found.first;
+  // By the offset from before the gap this is as far behind its end as into it.
+  const UtcMs wanted = AsUtc(local);
+  return LocalHourStart(wanted - OffsetAt(wanted - kDayMs));
 }
 
 UtcMs NextLocalHour(UtcMs time) {
@@ -75,6 +85,17 @@ UtcMs NextLocalMonth(UtcMs time) {
 
 UtcMs NextLocalYear(UtcMs time) {
   return Later(FromLocal({ToLocal(time).year + 1, 1, 1}), time);
+}
+
+int HourOfWeekClock::HourOfWeek(UtcMs time) {
+  const UtcMs current = time / kQuarterMs - (time % kQuarterMs < 0 ? 1 : 0);
+  if (!known || current != quarter) {
+    const CalendarTime local = ToLocal(time);
+    hour = local.weekday * 24 + local.hour;
+    quarter = current;
+    known = true;
+  }
+  return hour;
 }
 
 }  // namespace qv::kelvo

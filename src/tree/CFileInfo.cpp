@@ -1,4 +1,4 @@
-#include "media/CFileInfo.h"
+#include "tree/CFileInfo.h"
 
 #include <chrono>
 
@@ -7,11 +7,7 @@
 namespace qv::kelvo {
 namespace {
 
-constexpr std::uint8_t kFirstWideInput = 0x80;  // from here on a file holds an encoder or a device
-constexpr std::uint8_t kWholeDevice = 0xFF;
 constexpr unsigned kInputsPerEncoder = 16;
-constexpr std::uint8_t kVideoTypes = 128;
-constexpr std::uint8_t kAudioTypes = 144;
 
 std::uint8_t Low8(unsigned value) {
   return static_cast<std::uint8_t>(value & 0xFFu);
@@ -29,8 +25,8 @@ void FillRow(PSReader& reader, std::uint8_t fileInput, unsigned stream, StreamRo
   row.bufSizeSamples = descriptor.bufSizeSamples;
   row.sampleRate = descriptor.sampleRate;
   row.flags = record.flags;
-  row.input = fileInput < kFirstWideInput ? fileInput : record.encoder;
-  const bool ofEncoder = fileInput >= kFirstWideInput && fileInput != kWholeDevice;
+  row.input = IsWideInput(fileInput) ? record.encoder : fileInput;
+  const bool ofEncoder = IsWideInput(fileInput) && fileInput != kWholeDevice;
   row.channel = Low8(record.channel + (ofEncoder ? record.encoder * kInputsPerEncoder : 0u));
   PackedTime first, last;
   if (reader.GetFirstLast(static_cast<std::uint16_t>(stream), first, last) == kPsOk) {

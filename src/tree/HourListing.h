@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +24,17 @@ using HourListing = std::vector<ListedFile>;
 // The media files of `hourDirectories`, one per volume; a directory that can't be read has none.
 [[nodiscard]] HourListing ListMediaFiles(Directories& directories,
                                          const std::vector<std::string>& hourDirectories);
+
+// Visits the recordings of an hour directory by the shape of their names, in no particular order,
+// until `visit` returns false. Sizes are 0 unless asked for. A directory that can't be read has
+// none.
+struct NamedRecording {
+  std::uint32_t number = 0;  // minute * 100 + second
+  std::string_view name;     // valid during the visit only
+  std::uint64_t size = 0;
+};
+void ListRecordings(Directories& directories, const std::string& directory, ListSizes sizes,
+                    const std::function<bool(const NamedRecording&)>& visit);
 
 // Range tests of a search, by a file's name alone. All times in seconds since 1970, the name's
 // minute and second counted from the start of its hour. A file may begin five minutes ahead of what

@@ -1,14 +1,14 @@
-#include "media/HourListing.h"
+#include "tree/HourListing.h"
 
 #include <algorithm>
 
-#include "media/RecordPath.h"
+#include "media/PsFormat.h"
+#include "tree/RecordName.h"
 
 namespace qv::kelvo {
 namespace {
 
 constexpr char kMediaPattern[] = "*.ps";
-constexpr std::int64_t kFileSeconds = 5 * 60;
 
 struct SortedName {
   explicit SortedName(std::string_view text) : name(text) {
@@ -62,6 +62,18 @@ HourListing ListMediaFiles(Directories& directories,
     listing.back().volumes.push_back(file->volume);
   }
   return listing;
+}
+
+void ListRecordings(Directories& directories, const std::string& directory, ListSizes sizes,
+                    const std::function<bool(const NamedRecording&)>& visit) {
+  (void)directories.List(directory, kMediaPattern, sizes, [&](const DirectoryEntry& entry) {
+    NamedRecording recording{0, entry.name, entry.size};
+    if (entry.isDirectory || !ReadNameNumber(entry.name, recording.number) ||
+        recording.number >= kNameNumberLimit) {
+      return true;
+    }
+    return visit(recording);
+  });
 }
 
 bool IsOutsideRange(std::int64_t fileStart, std::int64_t start, std::int64_t end) {

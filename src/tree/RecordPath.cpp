@@ -1,0 +1,193 @@
+#include "tree/RecordPath.h"
+
+#include <algorithm>
+#include <array>
+#include <boost/filesystem.hpp>
+#include <cstdio>
+
+#include "host/Log.h"
+#include "platform/Platform.h"
+
+namespace qv::kelvo {
+
+namespace fs = boost::filesystem;
+
+namespace {
+
+constexpr std::size_t kDateLevels = 4;
+constexpr std::size_t kLevelLength = 3;  // of a month, day or hour with its separator
+constexpr int kFirstYear = 2000;
+constexpr std::uint32_t kMaxPart = 9999;         // above any date
+constexpr std::uint32_t kMaxNumber = 1'000'000;  // safe to calculate with
+constexpr std::int64_t kLastMinute = 59;
+
+// Makes a directory and its missing parents with mode 0755 or what the process allows of it.
+void MakeDirectories(fs::path directory) {
+  std::vector<fs::path> missing;
+  boost::system::error_code error;
+  for (; !directory.empty() && !fs::exists(directory, error); directory = directory.parent_path()) {
+    missing.push_back(directory);
+  }
+  for (auto next = missing.rbegin(); next != missing.rend(); ++next) {
+    if (!fs::create_directory(*next, error)) continue;
+    const fs::perms made = fs::status(*next, error).permissions();
+    constexpr auto kMode = static_cast<fs::perms>(0755);
+    if ((made & ~kMode) != fs::no_perms) fs::permissions(*next, made & kMode, error);
+  }
+}
+
+struct SplitPath {
+  std::vector<std::string_view> directories;
+  std::string_view name;
+};
+
+SplitPath Split(std::string_view path) {
+  SplitPath split;
+  std::size_t start = 0;
+  for (std::size_t i = 0; i < path.size(); ++i) {
+    if (!IsPathSeparator(path[i])) continue;
+    const std::string_view part = path.substr(start, i - start);
+    const bool volume = start == 0 && kPathSeparator == '\\' && part.ends_with(':');
+    if (!part.empty() && !volume) split.directories.push_back(part);
+    start = i + 1;
+  }
+  split.name = path.substr(start);
+  return split;
+}
+
+std::string HourDirectory(const std::string& root, const CalendarTime& local) {
+  char levels[64];
+  const char s = kPathSeparator;
+  std::snprintf(levels, sizeof levels, "%04d%c%02d%c%02u%c%02u%c", local.year, s, local.month, s,
+                static_cast<unsigned>(local.day), s, static_cast<unsigned>(local.hour), s);
+  return root + levels;
+}
+
+bool SameHour(const CalendarTime& a, const CalendarTime& b) {
+  return a.year == b.year && a.month == b.month && a.day == b.day && a.hour == b.hour;
+}
+
+PathTime Seconds(const Meanings& meanings) {
+  return {meanings.first / 1000, meanings.last / 1000};
+}
+
+}  // namespace
+
+std::string HourDirectory(const std::string& root, UtcMs time) {
+  return HourDirectory(root, ToLocal(time));
+}
+
+std::string TreeDirectory(const std::string& root, UtcMs time, TreeLevel level) {
+  std::string directory = HourDirectory(root, time);
+  const auto levelsBelow = kDateLevels - static_cast<std::size_t>(level);
+  directory.resize(directory.size() - levelsBelow * kLevelLength);
+  return directory;
+}
+
+std::string MakePath(const std::string& root, UtcMs time, StreamID id, CreateDirectories create) {
+  const CalendarTime local = ToLocal(time);
+  std::string directory = HourDirectory(root, local);
+  if (create == CreateDirectories::Yes) MakeDirectories(directory.substr(0, directory.size() - 1));
+  if (id == 0) return directory;
+  std::string path = directory + RecordName(local.minute, local.second, id, false);
+  boost::system::error_code error;
+  if (!fs::exists(path, error)) return path;
+  qvsvr::kelvo::LogPrintf(qvsvr::kelvo::LogWarning, "Duplicate file name %s", path.c_str());
+  return directory + RecordName(local.minute, local.second, id, true);
+}
+
+bool ParsePath(std::string_view path, PathFields& fields) {
+  const SplitPath split = Split(path);
+  if (split.directories.size() >= kDateLevels) {
+    std::uint32_t* const dates[kDateLevels] = {&fields.year, &fields.month, &fields.day,
+                                               &fields.hour};
+    const auto first = split.directories.size() - kDateLevels;
+    for (std::size_t level = 0; level < kDateLevels; ++level) {
+      (void)ReadDecimal(split.directories[first + level], *dates[level]);
+    }
+  }
+  const std::string_view stem = split.name.substr(0, split.name.rfind('.'));
+  return ReadNameId(stem, fields.id) && ReadDecimal(stem.substr(0, 2), fields.minute) &&
+         ReadDecimal(stem.substr(2, 2), fields.second);
+}
+
+HourTimes::HourTimes(const CalendarTime& local)
+    : hour{local.year, local.month, local.day, local.hour} {
+  const UtcMs first = FromLocal(hour);
+  // A date that isn't in the calendar, or an hour that is skipped in spring, leads elsewhere.
+  if (!SameHour(ToLocal(first), hour)) return;
+  const Meanings begin = MeaningsOf(hour);
+  CalendarTime lastMinute = hour;
+  lastMinute.minute = kLastMinute;
+  const Meanings end = MeaningsOf(lastMinute);
+  start = begin.any ? Seconds(begin) : PathTime{first / 1000, first / 1000};
+  even = begin.any && end.any && start.first == start.last && end.first == end.last &&
+         end.first - begin.first == kLastMinute * 60'000;
+}
+
+PathTime HourTimes::At(std::uint32_t number) const {
+  const auto minute = static_cast<std::int64_t>(number / 100);
+  const auto second = static_cast<std::int64_t>(number % 100);
+  PathTime time = start;
+  if (even) {
+    time.first += minute * 60;
+  } else {
+    CalendarTime local = hour;
+    local.minute = static_cast<int>(minute);
+    const Meanings found = MeaningsOf(local);
+    if (found.any) time = Seconds(found);
+  }
+  time.first += second;
+  time.last = even ? time.first : time.last + second;
+  return time;
+}
+
+PathTime TimeOfPath(std::string_view path, std::string_view root) {
+  if (!path.starts_with(root)) return {};
+  const SplitPath split = Split(path.substr(root.size()));
+  std::array<std::uint32_t, kDateLevels> date{0, 1, 1, 0};
+  std::size_t parts = 0;
+  std::uint32_t number = 0;
+  const auto take = [&](std::string_view part) {
+    const std::size_t place = parts++;
+    if (place < kDateLevels) return ReadDecimal(part, date[place]) && date[place] <= kMaxPart;
+    return place == kDateLevels && ReadNameNumber(part, number) && number <= kMaxNumber;
+  };
+  for (const std::string_view part : split.directories) {
+    if (!take(part)) return {};
+  }
+  if (!split.name.empty() && !take(split.name)) return {};
+  if (parts == 0) return {};
+  const HourTimes hour(CalendarTime{static_cast<int>(date[0]), static_cast<int>(date[1]),
+                                    static_cast<int>(date[2]), static_cast<int>(date[3])});
+  if (!hour.Exists()) return {};
+  return parts > kDateLevels ? hour.At(number) : hour.Start();
+}
+
+std::vector<std::string> ListHourParts(Directories& directories, const std::string& directory,
+                                       int low, int high) {
+  std::vector<std::string> parts;
+  const char* pattern = low >= kFirstYear ? "20??" : "??";
+  // A directory that can't be read has no parts.
+  (void)directories.List(directory, pattern, ListSizes::No, [&](const DirectoryEntry& entry) {
+    std::uint32_t value = 0;
+    if (entry.isDirectory && ReadDecimal(entry.name, value) && value <= kMaxPart &&
+        static_cast<int>(value) >= low && static_cast<int>(value) <= high) {
+      parts.emplace_back(entry.name);
+    }
+    return true;
+  });
+  std::sort(parts.begin(), parts.end());
+  return parts;
+}
+
+std::string ChildDirectory(const std::string& directory, const std::string& name) {
+  return WithSeparator(directory) + name + kPathSeparator;
+}
+
+std::string WithSeparator(std::string path) {
+  if (!path.empty() && !IsPathSeparator(path.back())) path += kPathSeparator;
+  return path;
+}
+
+}  // namespace qv::kelvo
