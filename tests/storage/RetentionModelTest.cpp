@@ -65,6 +65,13 @@ class RetentionModel : public RecordingForest {
   static constexpr unsigned kFiles = 8000;
 #endif
   static constexpr unsigned kFilesPerDay = 137;
+  static constexpr const char* kDeepDrive = "c/deep/er/";  // a network drive of another depth
+  static constexpr const char* kDriveNames[] = {"a/", "b/", kDeepDrive};
+#if defined(NDEBUG) && !defined(_WIN32)
+  static constexpr std::int64_t kSetBack = 1'729'983'600;  // 2024-10-27, an hour before
+#else
+  static constexpr std::int64_t kSetBack = kNow - 5 * kDay;
+#endif
   static constexpr int kOriginals = 30;  // of a drive and input: no file may have many links
 
   std::int64_t Below(std::int64_t limit) {
@@ -91,13 +98,21 @@ class RetentionModel : public RecordingForest {
   void Build(unsigned count) {
     span = (1 + count / kFilesPerDay) * kDay;
     AddDrives(0);
-    for (const char* name : {"a/", "b/"}) MakeOriginals(name);
+    drives.capacityGB[kDeepDrive];
+    fs::create_directories(kDeepDrive);
+    for (const char* name : kDriveNames) MakeOriginals(name);
+    // A year of one drive lies on another disk.
+    link = qv::kelvo::TreeDirectory("b/", (kNow - span / 2) * 1000, qv::kelvo::TreeLevel::Year);
+    link.pop_back();
+    fs::create_directories("elsewhere");
+    fs::create_directory_symlink(fs::absolute("elsewhere"), link);
     for (unsigned i = 0; i < count; ++i) {
       ModelFile file;
-      file.drive = Below(2) == 0 ? "a/" : "b/";
+      file.drive = kDriveNames[Below(3)];
       file.time = kNow - Below(span) - 600;
-      // Some fall into the night on which the clocks are set forward.
+      // Some fall into the nights on which the clocks are set forward or back.
       if (Below(10) == 0) file.time = 1'743'292'800 + Below(8 * kHour);
+      if (Below(20) == 0) file.time = kSetBack + Below(4 * kHour);
       const auto device = static_cast<unsigned>(Below(kDevices));
       const auto input = static_cast<unsigned>(Below(2));
       const bool wide = Below(4) == 0;
@@ -148,7 +163,39 @@ class RetentionModel : public RecordingForest {
       bookmarks.push_back({start, start + Below(span / 24), device});
       text += Bookmark(std::to_string(i), start, bookmarks.back().end, device);
     }
-    ApplyCases("<Case ID='c'>" + text + "</Case>");
+    cases = "<Case ID='c'>" + text + "</Case>";
+    ApplyCases(cases);
+  }
+
+  // The worker is never held up for long: it asks again, and the host tells the cases once more.
+  std::string MakeRoom(std::int64_t gigabytes) {
+    std::string volume = storage->GetRecordVolume(&manager, gigabytes);
+    for (int i = 0; storage->StillSearching() && i < 100'000; ++i) {
+      EXPECT_EQ(volume, "");
+      PassSteady(20);
+      ApplyCases(cases);
+      volume = storage->GetRecordVolume(&manager, gigabytes);
+    }
+    return volume;
+  }
+  void PassSteady(std::int64_t milliseconds) {
+    const auto now = clock.NowMs();
+    clock.Advance(milliseconds);
+    clock.SetNow(now);
+  }
+
+  // No head can be read: what goes now went without one, or by one that was read before.
+  void MakeRoomBlindly() {
+    files.Set({qv::kelvo::FileCall::Open, 1, 1'000'000, EMFILE, 0, ".ps"});
+    (void)MakeRoom(10);
+    files.ClearFaults();
+    for (ModelFile& file : model) {
+      file.gone = !Exists(file.path);
+      EXPECT_FALSE(file.gone && Stays(file)) << file.path;
+    }
+    Compare();
+    drives.Fill();
+    clock.Advance(6000);
   }
 
   bool Stays(const ModelFile& file) {
@@ -197,7 +244,10 @@ class RetentionModel : public RecordingForest {
       ++directories.changes[file.path.substr(0, file.path.rfind(qv::kelvo::kPathSeparator) + 1)];
     }
     std::erase_if(model, [](const ModelFile& file) { return file.gone; });
-    ASSERT_EQ(drives.count("a/") + drives.count("b/"), model.size());
+    std::size_t left = 0;
+    for (const char* name : kDriveNames) left += drives.count(name);
+    ASSERT_EQ(left, model.size());
+    EXPECT_TRUE(fs::is_symlink(link) && fs::is_directory(kDeepDrive));
   }
 
   fs::path inMemory;
@@ -208,6 +258,8 @@ class RetentionModel : public RecordingForest {
   std::map<qv::kelvo::StreamID, int> rules;
   int globalDays = 0;
   std::vector<ModelBookmark> bookmarks;
+  std::string cases;
+  std::string link;
 };
 
 TEST_F(RetentionModel, RoomIsMadeByTheOldestThatNothingProtects) {
@@ -220,6 +272,10 @@ TEST_F(RetentionModel, RoomIsMadeByTheOldestThatNothingProtects) {
   Build(count);
   directories.stampsKnown = true;
   Open();
+  const ParsedXml prepared("<Storage ID='3604480'><Disk SupportsPrep='1'><Drives><Drive Name='" +
+                           std::string(kDeepDrive) + "'/></Drives></Disk></Storage>");
+  EXPECT_TRUE(storage->ApplyDiskPrep(prepared.Root()));
+  files.before = [this](qv::kelvo::FileCall, const std::string&) { PassSteady(1); };
   for (int round = 0; round < 60 && !model.empty(); ++round) {
     SCOPED_TRACE(round);
     if (round % 5 == 0) ChooseRules();
@@ -227,9 +283,10 @@ TEST_F(RetentionModel, RoomIsMadeByTheOldestThatNothingProtects) {
     const std::int64_t step = Below(4) == 0 ? Below(span / 7) - span / 18 : Below(120);
     clock.SetNow(clock.NowMs() + step * 1000);
     clock.Advance(Below(10'000));
+    if (Below(6) == 0) MakeRoomBlindly();
     const std::int64_t wanted = 1 + Below(12 + count / 200);
     const std::string expected = MakeModelRoom(wanted);
-    EXPECT_EQ(storage->GetRecordVolume(&manager, wanted), expected);
+    EXPECT_EQ(MakeRoom(wanted), expected);
     Compare();
     if (HasFailure()) return;
     drives.Fill();  // by what was recorded meanwhile elsewhere
