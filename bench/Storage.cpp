@@ -130,7 +130,7 @@ void MeasureDeleting(Site& site) {
               Median(further), Median(listing));
   site.drives.freeGB.clear();
   site.drives.fullFor = kOneDeletion + 1000;
-  const double many = Ms([&] { (void)site.storage->GetRecordVolume(&site.manager, 1); }) / 1001;
+  const double many = Ms([&] { (void)site.storage->GetVolumeToReserve(&site.manager, 1); }) / 1001;
   Report("further deletion within a call, against listing its hour", many / Median(listing), "x",
          Wanted::AtMost, 1);
 }

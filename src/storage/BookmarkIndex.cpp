@@ -38,8 +38,8 @@ std::int64_t BookmarkIndex::Prepare(Stretches& stretches, std::size_t begin, std
   if (begin == end) return std::numeric_limits<std::int64_t>::min();
   const std::size_t middle = begin + (end - begin) / 2;
   Stretch& own = stretches[middle];
-  own.latest = std::max({own.end, Prepare(stretches, begin, middle),
-                         Prepare(stretches, middle + 1, end)});
+  own.latest =
+      std::max({own.end, Prepare(stretches, begin, middle), Prepare(stretches, middle + 1, end)});
   return own.latest;
 }
 

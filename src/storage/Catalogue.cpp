@@ -35,8 +35,7 @@ void Catalogue::SetVolumes(const std::vector<std::string>& roots) {
   }
   for (Hour& hour : hours) hour.volume = places[hour.volume];
   std::erase_if(hours, [&](const Hour& hour) { return hour.volume == roots.size(); });
-  std::ranges::sort(hours, {},
-                    [](const Hour& hour) { return std::tie(hour.start, hour.volume); });
+  std::ranges::sort(hours, {}, [](const Hour& hour) { return std::tie(hour.start, hour.volume); });
   volumes = roots;
   cursor.reset();
 }
@@ -161,12 +160,12 @@ void Catalogue::List(Hour& hour) {
   hour.candidates.clear();
   hour.next = 0;
   hour.times.emplace(hour.start * 1000);
-  qv::kelvo::ListRecordings(platform.directories, hour.path, qv::kelvo::ListSizes::No,
-                            [&](const qv::kelvo::NamedRecording& recording) {
-                              hour.candidates.push_back(
-                                  {recording.number, std::string(recording.name)});
-                              return true;
-                            });
+  qv::kelvo::ListRecordings(
+      platform.directories, hour.path, qv::kelvo::ListSizes::No,
+      [&](const qv::kelvo::NamedRecording& recording) {
+        hour.candidates.push_back({recording.number, std::string(recording.name)});
+        return true;
+      });
   std::ranges::sort(hour.candidates, {}, [](const Candidate& candidate) {
     return std::tie(candidate.number, candidate.name);
   });

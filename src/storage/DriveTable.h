@@ -1,9 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "platform/Drives.h"
 
 namespace qvsvr::kelvo {
 
@@ -28,6 +31,43 @@ struct DriveTable {
   // Replaces the drives. One whose name occurs in `systemDirectory` keeps a tenth of its size free,
   // and starts disabled when it isn't the only drive.
   void Fill(const std::vector<std::string>& names, const std::string& systemDirectory);
+};
+
+// GB that may be recorded on a drive: what is free, less what is reserved on it and the share that
+// stays free. Negative when that share is in use.
+[[nodiscard]] std::int64_t UsableGB(std::uint32_t totalGB, std::uint32_t freeGB,
+                                    std::int64_t reservedGB, std::int32_t reservePercent);
+
+// Measures one drive: its usable GB.
+using MeasureDrive = std::function<std::int64_t(const std::string&, const DriveRecord&)>;
+
+// The drive with the most usable space among those with at least `desiredGB`, the earlier on a tie;
+// empty when there is none.
+[[nodiscard]] std::string ChooseVolume(const std::map<std::string, DriveRecord>& drives,
+                                       std::int64_t desiredGB, const MeasureDrive& measure);
+
+// Measures the space of drives, and notices when what is found at a drive's path isn't the drive:
+// a drive that was seen as a volume mounted there has failed as long as the directory below the
+// mount point is all there is. Worker thread only.
+class DriveMeter {
+ public:
+  // Borrows `drives` for its life.
+  explicit DriveMeter(qv::kelvo::Drives& systemDrives) : drives(systemDrives) {}
+
+  // Whole GiB, rounded down. False when the drive can't be measured, with a line in the log when
+  // that, or its reason, is new.
+  [[nodiscard]] bool Measure(const std::string& name, std::uint32_t& totalGB,
+                             std::uint32_t& freeGB);
+
+ private:
+  struct Seen {
+    bool mounted = false;
+    std::string failure;  // as last told; empty while all is well
+  };
+  [[nodiscard]] bool IsMounted(const std::string& name);
+
+  qv::kelvo::Drives& drives;
+  std::map<std::string, Seen> seen;
 };
 
 }  // namespace qvsvr::kelvo

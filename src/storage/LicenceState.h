@@ -10,7 +10,7 @@ class LicenceState {
  public:
   // Takes the root of a system message; true when the restricted state changed. This edition has no
   // licence to check and stays unrestricted.
-  bool Apply(const TiXmlElement& system);
+  bool Apply(const TiXmlElement& /*system*/) { return false; }
 
   [[nodiscard]] bool Restricted() const { return restricted; }
 

@@ -62,4 +62,9 @@ void RoomMaker::Reset() {
   roomMakingCount = 0;
 }
 
+void RecordingState::Note(bool found) {
+  if (!found && !recordingNotPossible) ++recordNotPossibleCount;
+  recordingNotPossible = !found;
+}
+
 }  // namespace qvsvr::kelvo

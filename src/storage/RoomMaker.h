@@ -61,4 +61,14 @@ class RoomMaker {
   std::uint64_t roomMakingCount = 0;
 };
 
+// Whether a volume with room could be found, and how often that ceased to be so. Worker thread
+// only.
+struct RecordingState {
+  bool recordingNotPossible = false;
+  std::uint32_t recordNotPossibleCount = 0;
+
+  // Takes the outcome of one choice.
+  void Note(bool found);
+};
+
 }  // namespace qvsvr::kelvo

@@ -24,7 +24,8 @@ class VolumeTable {
   // The way to change them: at its end others see what was changed. Worker thread only.
   class Change {
    public:
-    explicit Change(VolumeTable& changed) : drives(changed.drives), network(changed.network), table(changed) {}
+    explicit Change(VolumeTable& changed)
+        : drives(changed.drives), network(changed.network), table(changed) {}
     ~Change() { table.Publish(); }
     Change(const Change&) = delete;
     Change& operator=(const Change&) = delete;

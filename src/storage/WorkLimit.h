@@ -22,7 +22,8 @@ class WorkLimit {
   // How long one call may hold up the worker.
   static constexpr std::int64_t kCallNs = 60'000'000;
 
-  // Until `stop` tells so, which may be empty, and, unless `patient`, for a call's time from now on.
+  // Until `stop` tells so, which may be empty, and, unless `patient`, for a call's time from now
+  // on.
   WorkLimit(qv::kelvo::Clock& borrowed, std::function<bool()> stopped, bool patient)
       : clock(borrowed),
         stop(std::move(stopped)),

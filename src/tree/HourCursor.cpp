@@ -48,8 +48,8 @@ bool FindNextHour(UtcMs& time, UtcMs end, const LevelTest& exists) {
   constexpr TreeLevel kLevels[] = {TreeLevel::Year, TreeLevel::Month, TreeLevel::Day,
                                    TreeLevel::Hour};
   while (time < end) {
-    const auto* absent = std::ranges::find_if(
-        kLevels, [&](TreeLevel level) { return !exists(time, level); });
+    const auto* absent =
+        std::ranges::find_if(kLevels, [&](TreeLevel level) { return !exists(time, level); });
     if (absent == std::end(kLevels)) return true;
     time = EndOf(time, *absent);
   }
@@ -73,8 +73,7 @@ std::optional<HourCursor::Hour> HourCursor::Next(UtcMs end) {
   }
   UtcMs time = NextLocalHour(*current);
   if (HourDirectory("", time) == HourDirectory("", *current)) time = NextLocalHour(time);
-  if (!FindNextHour(time, end,
-                    [this](UtcMs at, TreeLevel level) { return Exists(at, level); })) {
+  if (!FindNextHour(time, end, [this](UtcMs at, TreeLevel level) { return Exists(at, level); })) {
     return std::nullopt;
   }
   current = time;

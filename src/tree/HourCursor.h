@@ -28,7 +28,7 @@ class HourCursor {
   HourCursor(Directories& directories, std::vector<std::string> roots);
 
   struct Directory {
-    std::string path;  // with a separator at its end
+    std::string path;        // with a separator at its end
     std::size_t volume = 0;  // its place in `roots`
   };
   struct Hour {

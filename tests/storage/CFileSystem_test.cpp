@@ -1,6 +1,6 @@
 #include "storage/CFileSystem.h"
 
-#include "storage/RecordVolume.h"
+#include "storage/DriveTable.h"
 #include "tests/storage/RecordingForest.h"
 #include "tests/support/TempTree.h"
 

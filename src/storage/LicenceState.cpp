@@ -1,9 +1,0 @@
-#include "storage/LicenceState.h"
-
-namespace qvsvr::kelvo {
-
-bool LicenceState::Apply(const TiXmlElement& /*system*/) {
-  return false;
-}
-
-}  // namespace qvsvr::kelvo
