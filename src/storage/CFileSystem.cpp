@@ -1,6 +1,7 @@
 #include "storage/CFileSystem.h"
 
 #include <cstdlib>
+#include <utility>
 
 #include "host/Log.h"
 #include "kelvo/host_abi.h"
@@ -256,8 +257,9 @@ bool CFileSystem::FindOldest(std::int64_t& seconds) {
   WorkLimit limit(
       platform.clock, [this] { return eventSink.IsStopping(); }, false);
   const auto found = catalogue.Oldest({.roots = volumes.ListUsable(), .except = {}}, limit);
+  scanNs += static_cast<std::uint64_t>(platform.clock.SteadyNs() - begin);
   if (found.outcome == Catalogue::Outcome::Unknown) return false;
-  scanTimes.Note(static_cast<std::uint64_t>(platform.clock.SteadyNs() - begin) / kNsPerMicrosecond);
+  scanTimes.Note(std::exchange(scanNs, 0) / kNsPerMicrosecond);
   seconds = found.outcome == Catalogue::Outcome::Found ? found.time : -1;
   return true;
 }

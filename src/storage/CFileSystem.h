@@ -180,6 +180,7 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   ReadWriteTest readWriteTest;
   StatusReport statusReport;
   ScanTimes scanTimes;
+  std::uint64_t scanNs = 0;  // of the search for the oldest recording that is under way
   // As in `retention`, for the sweeper's thread.
   std::atomic<bool> cleanupRemoves{true};
   Sweeper sweeper;  // ends before anything that it uses
