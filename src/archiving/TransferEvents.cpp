@@ -11,6 +11,7 @@ namespace qvArchiving {
 
 using Aws::Transfer::TransferDirection;
 using Aws::Transfer::TransferHandle;
+using qvsvr::kelvo::FormatFixed;
 using qvsvr::kelvo::LogPrintf;
 using qvsvr::kelvo::LogTrace;
 
@@ -79,9 +80,10 @@ void TransferEvents::OnCompleted(AwsResult& result, const TransferHandle& handle
   const bool download = handle.GetTransferDirection() == TransferDirection::DOWNLOAD;
   if (download) AddToCache(result, handle);
   const std::uint64_t bytes = handle.GetBytesTotalSize();
-  LogPrintf(LogTrace, "[%s] %s key=%s complete @ %0.2f Mbps size=%llu", fullName.c_str(),
+  LogPrintf(LogTrace, "[%s] %s key=%s complete @ %s Mbps size=%llu", fullName.c_str(),
             download ? "DownloadFile" : "UploadFile", FromAws(handle.GetKey()).c_str(),
-            Rate(bytes, result.GetElapsedMs()), static_cast<unsigned long long>(bytes));
+            FormatFixed(Rate(bytes, result.GetElapsedMs()), 2).c_str(),
+            static_cast<unsigned long long>(bytes));
 }
 
 void TransferEvents::AddToCache(const AwsResult& result, const TransferHandle& handle) try {

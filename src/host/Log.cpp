@@ -2,6 +2,7 @@
 
 #include <array>
 #include <atomic>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <vector>
@@ -99,6 +100,12 @@ CountText::CountText(std::uint64_t value) : start(sizeof(text) - 1) {
     value /= 10;
     ++digits;
   } while (value != 0);
+}
+
+std::string FormatFixed(double value, int digits) {
+  std::array<char, 400> text;  // the largest value has 309 digits ahead of the point
+  const auto end = std::to_chars(text.begin(), text.end(), value, std::chars_format::fixed, digits);
+  return {text.begin(), end.ptr};
 }
 
 }  // namespace qvsvr::kelvo

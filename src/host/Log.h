@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "kelvo/host_abi.h"
 
@@ -48,5 +49,9 @@ class CountText {
 inline CountText FormatCount(std::uint64_t value) {
   return CountText(value);
 }
+
+// As printf's %f with so many digits, but with a point whatever the locale: no line may have a
+// number printed by %f, %e or %g.
+[[nodiscard]] std::string FormatFixed(double value, int digits);
 
 }  // namespace qvsvr::kelvo

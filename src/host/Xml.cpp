@@ -1,6 +1,8 @@
 #include "host/Xml.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <limits>
 
 #include "host/XmlScan.h"
@@ -109,6 +111,14 @@ std::string PrintXml(const TiXmlDocument& document) {
   printer.SetLineBreak("");
   document.Accept(&printer);
   return printer.Str();
+}
+
+void SetDouble(TiXmlElement& element, const char* name, double value) {
+  constexpr int kDigits = 6;
+  std::array<char, 32> text;
+  const auto end =
+      std::to_chars(text.begin(), text.end(), value, std::chars_format::general, kDigits);
+  element.SetAttribute(name, std::string(text.begin(), end.ptr));
 }
 
 bool ReadInt(const TiXmlElement& element, const char* name, int& value) {

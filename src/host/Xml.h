@@ -68,6 +68,9 @@ TiXmlElement* BeginXml(TiXmlDocument& document);
 // The document's text with an empty indent and an empty line break.
 [[nodiscard]] std::string PrintXml(const TiXmlDocument& document);
 
+// An attribute that holds a broken number, with six digits and a point whatever the locale.
+void SetDouble(TiXmlElement& element, const char* name, double value);
+
 // Attribute as the library's query reads it, with the rules of ExtractInt: the library leaves open
 // what becomes of a number that is out of range.
 [[nodiscard]] bool ReadInt(const TiXmlElement& element, const char* name, int& value);

@@ -237,7 +237,7 @@ void CFileSystem::ContinueReport() {
   if (!FindOldest(measures.oldest)) return;
   reportOwed = false;
   measures.recordingMbps = recordingMbps;
-  LogPrintf(LogInfo, "Recording @ %0.2f Mbps", recordingMbps);
+  LogPrintf(LogInfo, "Recording @ %s Mbps", FormatFixed(recordingMbps, 2).c_str());
   measures.wantedAge = retention.contentAge;
   measures.lastRoomMakingTime = roomMaker.LastTime();
   measures.roomMakingCount = roomMaker.Count();

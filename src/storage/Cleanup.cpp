@@ -192,7 +192,8 @@ void LogCounts(const CleanupCounts& counts, std::int64_t elapsedNs) {
   LogPrintf(LogInfo, "fs-cleanup - files:%zu, empty files:%zu, orphaned files:%zu", counts.files,
             counts.emptyFiles, counts.orphanedFiles);
   const std::int64_t micros = elapsedNs / 1000;
-  LogPrintf(LogInfo, "fs-cleanup - elapsed %f seconds", static_cast<double>(micros) / 1e6);
+  LogPrintf(LogInfo, "fs-cleanup - elapsed %s seconds",
+            FormatFixed(static_cast<double>(micros) / 1e6, 6).c_str());
 }
 
 }  // namespace

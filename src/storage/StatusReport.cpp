@@ -66,7 +66,7 @@ TiXmlElement StatusReport::Build(DriveTable& table, bool recordingNotPossible,
   TiXmlElement storage("Storage");
   if (measures != nullptr) {
     storage.SetAttribute("Time", std::to_string(measures->oldest));
-    storage.SetDoubleAttribute("RecordingMbps", measures->recordingMbps);
+    SetDouble(storage, "RecordingMbps", measures->recordingMbps);
   }
   for (auto& [name, record] : table.drives) {
     table.absentDrives.erase(name);

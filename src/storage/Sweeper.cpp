@@ -152,10 +152,10 @@ void Sweeper::Sweep() {
   }
   const std::int64_t micros = (platform.clock.SteadyNs() - begin) / 1000;
   LogPrintf(LogInfo,
-            "Sweeper - completed in %f seconds (files:%llu/expired:%llu)[bookmarked:%llu/"
+            "Sweeper - completed in %s seconds (files:%llu/expired:%llu)[bookmarked:%llu/"
             "size:%llu].",
-            static_cast<double>(micros) / 1e6, static_cast<unsigned long long>(files),
-            static_cast<unsigned long long>(expired),
+            FormatFixed(static_cast<double>(micros) / 1e6, 6).c_str(),
+            static_cast<unsigned long long>(files), static_cast<unsigned long long>(expired),
             static_cast<unsigned long long>(bookmarkedFiles),
             static_cast<unsigned long long>(bookmarkedKB));
   owner.sendSizes(work.bookmarks);

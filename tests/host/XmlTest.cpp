@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <locale>
 #include <sstream>
+
+#include "host/Log.h"
 
 namespace qvsvr::kelvo {
 namespace {
@@ -34,6 +37,25 @@ TEST(XmlNumbers, FollowStreamExtraction) {
   std::int32_t number = 5;
   EXPECT_FALSE(ReadInt(TiXmlElement("e"), "n", number));
   EXPECT_EQ(number, 5);
+}
+
+TEST(XmlNumbers, HaveAPointWhateverTheLocale) {
+  const struct {
+    double value;
+    const char *general, *fixed;
+  } rows[] = {
+      {0, "0", "0.00"}, {0.494392, "0.494392", "0.49"}, {1234567, "1.23457e+06", "1234567.00"}};
+  const std::string before = std::setlocale(LC_NUMERIC, nullptr);
+  for (const char* name : {"C", "de_DE.UTF-8", "fr_FR.UTF-8", "German"}) {
+    if (std::setlocale(LC_NUMERIC, name) == nullptr) continue;
+    for (const auto& [value, general, fixed] : rows) {
+      TiXmlElement element("e");
+      SetDouble(element, "v", value);
+      EXPECT_STREQ(ReadText(element, "v"), general) << name;
+      EXPECT_EQ(FormatFixed(value, 2), fixed) << name;
+    }
+  }
+  std::setlocale(LC_NUMERIC, before.c_str());
 }
 
 }  // namespace

@@ -35,5 +35,10 @@ while IFS=: read -r file line text; do
   offence "$file:$line: use platform/Platform.h: $text"
 done < <(grep -rnE '#include "platform/(posix|win32)/' src | grep -v '^src/platform/')
 
+# What prints a broken number takes the decimal point of the process's locale.
+while IFS=: read -r file line text; do
+  offence "$file:$line: use FormatFixed or SetDouble: $text"
+done < <(grep -rnE '"[^"]*%[-+ #0-9.]*[aefgAEFG]([^a-zA-Z].*)?"|SetDoubleAttribute' src)
+
 [ "$bad" = 0 ] && echo "layers and seams: clean"
 exit $bad
