@@ -11,6 +11,10 @@
 #endif
 #include <windows.h>
 
+#ifndef BOOST_SYSTEM_USE_UTF8
+#error "Boost's error texts would come in the code page of the machine"
+#endif
+
 #include <memory>
 #include <string>
 #include <string_view>
