@@ -1,10 +1,10 @@
 #include "host/Xml.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
 
+#include "host/Utf8.h"
 #include "host/XmlScan.h"
 
 namespace qvsvr::kelvo {
@@ -13,17 +13,15 @@ namespace {
 
 // Far above what a configuration of thousands of cameras needs. The library looks through the
 // attributes before each one that it adds, and takes some hundred bytes for each node.
-constexpr std::size_t kMaxAttributes = 1024;
-constexpr std::size_t kMaxAttributePairs = 32'000'000;
-constexpr std::size_t kMaxItems = 1'000'000;
-constexpr std::size_t kMaxTextBytes = std::size_t{64} << 20;
+constexpr std::size_t kMostBytes = std::size_t{64} << 20;
+constexpr std::size_t kMostAttributes = 1024;
+constexpr std::size_t kMostPairs = 32'000'000;
+constexpr std::size_t kMostItems = 1'000'000;
 
-// True if the last bytes begin a character of three bytes that isn't complete: the library would
-// look for its rest for ever.
-bool EndsInsideCharacter(std::string_view text) {
-  const std::string_view tail = text.substr(text.size() - std::min<std::size_t>(text.size(), 2));
-  return tail.find('\xEF') != std::string_view::npos;
-}
+// A file holds what a message brought beside the rest. No byte of a message takes more than six
+// when it is printed: &quot;, &#x0A;.
+constexpr std::size_t kFileBytes = 8;
+constexpr std::size_t kFileOther = 2;
 
 struct Decimal {
   bool found = false;
@@ -47,42 +45,39 @@ Decimal ParseDecimal(const char* text) {
 
 }  // namespace
 
-bool XmlDocument::ParseText(std::string_view text) {
+int XmlDocument::Check(std::string_view text, Source source, std::string& decoded) const {
+  const std::size_t more = source == Source::File ? kFileOther : 1;
+  if (text.size() > kMostBytes * (source == Source::File ? kFileBytes : 1)) return kErrorTooLarge;
+  decoded = DecodeXml(text);
+  XmlExtent found;
+  switch (ScanXml(decoded,
+                  {maxParseDepth, more * kMostAttributes, more * kMostPairs, more * kMostItems},
+                  found)) {
+    case XmlVerdict::Parsable:
+      return 0;
+    case XmlVerdict::TooDeep:
+      return kErrorNestedTooDeeply;
+    case XmlVerdict::TooManyAttributes:
+      return kErrorTooManyAttributes;
+    case XmlVerdict::TooLarge:
+      return kErrorTooLarge;
+    case XmlVerdict::Malformed:
+      break;
+  }
+  return kErrorMalformed;
+}
+
+bool XmlDocument::ParseFrom(Source source, std::string_view text) {
   Clear();
   ClearError();
-  ownError = 0;
-  text = text.substr(0, text.find('\0'));
-  if (text.size() > kMaxTextBytes) {
-    ownError = kErrorTooLarge;
-    return false;
-  }
-  if (EndsInsideCharacter(text)) {
-    SetError(TIXML_ERROR_PARSING_UNKNOWN, nullptr, nullptr, TIXML_ENCODING_UNKNOWN);
-    return false;
-  }
-  // The library may step a few bytes past the end behind a broken multi-byte character.
-  std::string padded;
-  padded.reserve(text.size() + kXmlPadding);
-  padded.append(text).append(kXmlPadding, '\0');
-
-  switch (ScanXml(padded.c_str(), {maxParseDepth, kMaxAttributes, kMaxAttributePairs, kMaxItems})) {
-    case XmlVerdict::Harmless:
-      Parse(padded.c_str());
-      break;
-    case XmlVerdict::TooDeep:
-      ownError = kErrorNestedTooDeeply;
-      break;
-    case XmlVerdict::TooManyAttributes:
-      ownError = kErrorTooManyAttributes;
-      break;
-    case XmlVerdict::TooLarge:
-      ownError = kErrorTooLarge;
-      break;
-    case XmlVerdict::CutDeclaration:
-      SetError(TIXML_ERROR_PARSING_DECLARATION, nullptr, nullptr, TIXML_ENCODING_UNKNOWN);
-      break;
-  }
+  std::string decoded;
+  ownError = Check(text, source, decoded);
+  if (ownError == 0) TiXmlDocument::Parse(decoded.c_str(), nullptr, TIXML_ENCODING_UTF8);
   return !Error();
+}
+
+bool XmlDocument::ParseText(std::string_view text) {
+  return ParseFrom(Source::Message, text);
 }
 
 const char* XmlDocument::ErrorDesc() const {
@@ -93,6 +88,8 @@ const char* XmlDocument::ErrorDesc() const {
       return "Too many attributes.";
     case kErrorTooLarge:
       return "Document too large.";
+    case kErrorMalformed:
+      return "Not well-formed.";
     default:
       return ownError != 0 ? ownText.c_str() : TiXmlDocument::ErrorDesc();
   }
@@ -105,12 +102,13 @@ TiXmlElement* BeginXml(TiXmlDocument& document) {
   return root;
 }
 
-std::string PrintXml(const TiXmlDocument& document) {
+std::string PrintXml(const TiXmlNode& node, const char* lineBreak) {
   TiXmlPrinter printer;
   printer.SetIndent("");
-  printer.SetLineBreak("");
-  document.Accept(&printer);
-  return printer.Str();
+  printer.SetLineBreak(lineBreak);
+  node.Accept(&printer);
+  // Names that the system gave may be of another encoding.
+  return IsUtf8(printer.Str()) ? printer.Str() : ToUtf8(printer.Str());
 }
 
 void SetDouble(TiXmlElement& element, const char* name, double value) {

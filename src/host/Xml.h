@@ -12,10 +12,19 @@ namespace qvsvr::kelvo {
 
 inline constexpr char kRootName[] = "qDVR";
 
-// A document that survives hostile input: before TinyXML sees a text its nesting, the attributes
-// of each element and its size are checked, so that parsing neither recurses deeper than
-// `maxParseDepth` nor takes more than linear time. Error(), ErrorId(), ErrorDesc(), ErrorRow() and
-// ErrorCol() shadow the library's and tell these errors too.
+// How a file was found.
+enum class XmlFileState {
+  Good,
+  Missing,
+  Damaged,    // not a document that a start takes, or not a file at all
+  Unreadable  // the system can't read it now; it may be good
+};
+
+// A document that survives hostile input. What comes in is made UTF-8 (a text that neither is nor
+// names another encoding is taken for Windows-1252 where it isn't UTF-8), and before TinyXML sees
+// it, its nesting, the attributes of each element and its size are checked, so that parsing neither
+// recurses deeper than `maxParseDepth` nor takes more than linear time. Error(), ErrorId(),
+// ErrorDesc(), ErrorRow() and ErrorCol() shadow the library's and tell these errors too.
 class XmlDocument : public TiXmlDocument {
  public:
   // Of a file that couldn't be opened, as the library has it.
@@ -25,26 +34,28 @@ class XmlDocument : public TiXmlDocument {
   static constexpr int kErrorNestedTooDeeply = 17;
   static constexpr int kErrorTooManyAttributes = 18;
   static constexpr int kErrorTooLarge = 19;
+  static constexpr int kErrorMalformed = 20;
 
   // Levels of elements, the root being level 1. Copied with the document.
   int maxParseDepth = 100;
 
-  // Parses `text`, which needs no terminator and ends at its first NUL if it has one. Returns
+  // Parses a message, which needs no terminator and ends at its first NUL if it has one. Returns
   // whether the whole text parsed; after false the tree may hold a part and must not be used.
   bool ParseText(std::string_view text);
 
-  // Reads and parses a regular file; false otherwise, with the document's error set.
-  bool LoadFile(qv::kelvo::MediaFiles& files, const std::string& path);
+  // Reads and parses a regular file; after anything but Good the document's error is set. What a
+  // file may hold leaves room for the largest message beside the rest.
+  XmlFileState LoadFile(qv::kelvo::MediaFiles& files, const std::string& path);
 
   // Writes the document so that a crash or power cut at any moment leaves the old or the new file,
   // the old one perhaps as `path`.bak for LoadFileWithBackup to put back. A new version is built as
-  // `path`.pending. After false the error is kErrorNotSaved with the cause as its text. One save of
-  // a file at a time.
-  bool SaveFile(qv::kelvo::DurableFiles& files, const std::string& path);
+  // `path`.pending and read back, as a start would, before it takes the old one's place. After
+  // false the error is kErrorNotSaved with the cause as its text. One save of a file at a time.
+  bool SaveFile(const qv::kelvo::Platform& platform, const std::string& path);
 
-  // Loads `path` or, when that fails, its backup, which then takes its place. After false the error
-  // is that of the backup.
-  bool LoadFileWithBackup(const qv::kelvo::Platform& platform, const std::string& path);
+  // Loads `path` or, when that is missing or damaged, its backup, which then takes its place. The
+  // error is that of the last attempt.
+  XmlFileState LoadFileWithBackup(const qv::kelvo::Platform& platform, const std::string& path);
 
   [[nodiscard]] bool Error() const { return ownError != 0 || TiXmlDocument::Error(); }
   [[nodiscard]] int ErrorId() const { return ownError != 0 ? ownError : TiXmlDocument::ErrorId(); }
@@ -53,8 +64,12 @@ class XmlDocument : public TiXmlDocument {
   [[nodiscard]] int ErrorCol() const { return ownError != 0 ? -1 : TiXmlDocument::ErrorCol(); }
 
  private:
+  enum class Source { Message, File };
+  // 0 or the number of the error; `decoded` gets the text as UTF-8.
+  [[nodiscard]] int Check(std::string_view text, Source source, std::string& decoded) const;
+  bool ParseFrom(Source source, std::string_view text);
   void FailWith(int code, std::string text);
-  [[nodiscard]] std::string WritePending(qv::kelvo::DurableFiles& files,
+  [[nodiscard]] std::string WritePending(const qv::kelvo::Platform& platform,
                                          const std::string& path) const;
 
   int ownError = 0;
@@ -65,8 +80,8 @@ class XmlDocument : public TiXmlDocument {
 // returned and belongs to `document`.
 TiXmlElement* BeginXml(TiXmlDocument& document);
 
-// The document's text with an empty indent and an empty line break.
-[[nodiscard]] std::string PrintXml(const TiXmlDocument& document);
+// A document's or an element's text, UTF-8, with an empty indent and the line break.
+[[nodiscard]] std::string PrintXml(const TiXmlNode& node, const char* lineBreak = "");
 
 // An attribute that holds a broken number, with six digits and a point whatever the locale.
 void SetDouble(TiXmlElement& element, const char* name, double value);

@@ -9,27 +9,46 @@
 namespace qvsvr::kelvo {
 namespace {
 
-constexpr std::uint64_t kMaxFileBytes = std::uint64_t{64} << 20;
+namespace fs = boost::filesystem;
+
+// More than any document that is accepted.
+constexpr std::uint64_t kMaxFileBytes = std::uint64_t{1} << 30;
+// A call that failed for want of something is tried again.
+constexpr int kTries = 3;
 
 std::string BackupOf(const std::string& path) {
   return path + ".bak";
 }
 
-// Reads a whole file; false when it isn't a regular one, too large or unreadable.
-bool ReadWholeFile(qv::kelvo::MediaFiles& files, const std::string& path, std::string& text) {
-  boost::system::error_code error;
+// Reads a whole file. `error` gets the system's number when it is Unreadable.
+XmlFileState ReadOnce(qv::kelvo::MediaFiles& files, const std::string& path, std::string& text,
+                      int& error) {
+  boost::system::error_code status;
+  const fs::file_type type = fs::status(path, status).type();
+  error = status.value();
+  if (type == fs::file_not_found) return XmlFileState::Missing;
+  if (type == fs::status_error || type == fs::type_unknown) return XmlFileState::Unreadable;
+  if (type != fs::regular_file) return XmlFileState::Damaged;
   std::unique_ptr<qv::kelvo::MediaFile> file;
   std::uint64_t size = 0;
-  if (!boost::filesystem::is_regular_file(path, error) ||
-      files.Open(path, qv::kelvo::OpenMode::Read, file) != 0 || file->Size(size) != 0 ||
-      size > kMaxFileBytes) {
-    return false;
-  }
+  error = files.Open(path, qv::kelvo::OpenMode::Read, file);
+  if (error == 0) error = file->Size(size);
+  if (error != 0) return XmlFileState::Unreadable;
+  if (size > kMaxFileBytes) return XmlFileState::Damaged;
   text.resize(static_cast<std::size_t>(size));
   const qv::kelvo::IoResult result =
       file->ReadAt(0, std::as_writable_bytes(std::span(text.data(), text.size())));
-  text.resize(result.bytes);
-  return result.error == 0;
+  error = result.error;
+  return error == 0 && result.bytes == size ? XmlFileState::Good : XmlFileState::Unreadable;
+}
+
+XmlFileState ReadWholeFile(qv::kelvo::MediaFiles& files, const std::string& path, std::string& text,
+                           int& error) {
+  auto state = XmlFileState::Unreadable;
+  for (int i = 0; i < kTries && state == XmlFileState::Unreadable; ++i) {
+    state = ReadOnce(files, path, text, error);
+  }
+  return state;
 }
 
 // True when `error` says that the step was done, or that there was nothing to do.
@@ -37,46 +56,31 @@ bool DoneOrMissing(qv::kelvo::DurableFiles& files, int error) {
   return error == 0 || files.IsMissing(error);
 }
 
+// Makes `path` the backup. An old backup gives way only while there is a file to take its place.
+bool MakeBackup(qv::kelvo::DurableFiles& files, const std::string& path,
+                const std::string& backup) {
+  const int error = files.Rename(path, backup);
+  if (DoneOrMissing(files, error)) return true;
+  return DoneOrMissing(files, files.Remove(backup)) &&
+         DoneOrMissing(files, files.Rename(path, backup));
+}
+
 // Puts a complete pending file into the place of `path`.
 bool Swap(qv::kelvo::DurableFiles& files, const std::string& pending, const std::string& path) {
   const std::string backup = BackupOf(path);
-  bool backupMade = false;
-  if (DoneOrMissing(files, files.Remove(backup)) &&
-      DoneOrMissing(files, files.Rename(path, backup))) {
-    backupMade = true;
-    if (files.Rename(pending, path) == 0) {
-      (void)files.Remove(backup);  // else the next load does
-      return true;
-    }
+  const bool backupMade = MakeBackup(files, path, backup);
+  if (backupMade && files.Rename(pending, path) == 0) {
+    (void)files.Remove(backup);  // else the next load does
+    return true;
   }
   (void)files.Remove(pending);
   if (backupMade) (void)files.Rename(backup, path);
   return false;
 }
 
-}  // namespace
-
-void XmlDocument::FailWith(int code, std::string text) {
-  ownError = code;
-  ownText = std::move(text);
-}
-
-bool XmlDocument::LoadFile(qv::kelvo::MediaFiles& files, const std::string& path) {
-  std::string text;
-  if (ReadWholeFile(files, path, text)) return ParseText(text);
-  Clear();
-  ClearError();
-  FailWith(kErrorNotOpened, "Failed to open file");
-  return false;
-}
-
-// Writes the document as a new file; what went wrong, or nothing.
-std::string XmlDocument::WritePending(qv::kelvo::DurableFiles& files,
-                                      const std::string& path) const {
+std::string WriteNew(qv::kelvo::DurableFiles& files, const std::string& path,
+                     const std::string& text) {
   using Step = qv::kelvo::DurableFiles::WriteStep;
-  TiXmlPrinter printer;
-  Accept(&printer);
-  const std::string& text = printer.Str();
   const auto result = files.WriteNew(path, text);
   const std::string number = std::to_string(result.error);
   switch (result.step) {
@@ -94,29 +98,74 @@ std::string XmlDocument::WritePending(qv::kelvo::DurableFiles& files,
          " bytes";
 }
 
-bool XmlDocument::SaveFile(qv::kelvo::DurableFiles& files, const std::string& path) {
-  const std::string pending = path + ".pending";
-  if (std::string message = WritePending(files, pending); !message.empty()) {
-    (void)files.Remove(pending);
-    FailWith(kErrorNotSaved, std::move(message));
-    return false;
+}  // namespace
+
+void XmlDocument::FailWith(int code, std::string text) {
+  ownError = code;
+  ownText = std::move(text);
+}
+
+XmlFileState XmlDocument::LoadFile(qv::kelvo::MediaFiles& files, const std::string& path) {
+  std::string text;
+  int number = 0;
+  const XmlFileState state = ReadWholeFile(files, path, text, number);
+  if (state == XmlFileState::Good) {
+    return ParseFrom(Source::File, text) ? XmlFileState::Good : XmlFileState::Damaged;
   }
-  if (Swap(files, pending, path)) return true;
-  FailWith(kErrorNotSaved, "xml file swap failed");
+  Clear();
+  ClearError();
+  FailWith(kErrorNotOpened, state == XmlFileState::Unreadable
+                                ? "Failed to open file, error " + std::to_string(number)
+                                : "Failed to open file");
+  return state;
+}
+
+// Writes the document as a new file and reads it back; what went wrong, or nothing.
+std::string XmlDocument::WritePending(const qv::kelvo::Platform& platform,
+                                      const std::string& path) const {
+  const std::string text = PrintXml(*this, "\n");
+  std::string message = WriteNew(platform.durableFiles, path, text);
+  if (!message.empty()) return message;
+  std::string back;
+  int number = 0;
+  if (ReadWholeFile(platform.mediaFiles, path, back, number) != XmlFileState::Good) {
+    return "read back error " + std::to_string(number);
+  }
+  if (back != text) return "read back other bytes than were written";
+  XmlDocument document;
+  if (document.ParseFrom(Source::File, back)) return {};
+  return std::string("read back: ") + document.ErrorDesc();
+}
+
+bool XmlDocument::SaveFile(const qv::kelvo::Platform& platform, const std::string& path) {
+  const std::string pending = path + ".pending";
+  std::string message = WritePending(platform, pending);
+  if (!message.empty()) {
+    (void)platform.durableFiles.Remove(pending);
+  } else if (Swap(platform.durableFiles, pending, path)) {
+    return true;
+  } else {
+    message = "xml file swap failed";
+  }
+  FailWith(kErrorNotSaved, std::move(message));
   return false;
 }
 
-bool XmlDocument::LoadFileWithBackup(const qv::kelvo::Platform& platform, const std::string& path) {
+XmlFileState XmlDocument::LoadFileWithBackup(const qv::kelvo::Platform& platform,
+                                             const std::string& path) {
   qv::kelvo::DurableFiles& durable = platform.durableFiles;
   const std::string backup = BackupOf(path);
-  if (LoadFile(platform.mediaFiles, path)) {
-    (void)durable.Remove(backup);
-    return true;
+  const XmlFileState state = LoadFile(platform.mediaFiles, path);
+  if (state == XmlFileState::Good) (void)durable.Remove(backup);
+  // What can't be read just now may be better than its backup.
+  if (state == XmlFileState::Good || state == XmlFileState::Unreadable) return state;
+  const XmlFileState second = LoadFile(platform.mediaFiles, backup);
+  if (second == XmlFileState::Missing) return state;
+  if (second == XmlFileState::Good) {
+    (void)durable.Remove(path);
+    (void)durable.Rename(backup, path);
   }
-  if (!LoadFile(platform.mediaFiles, backup)) return false;
-  (void)durable.Remove(path);
-  (void)durable.Rename(backup, path);
-  return true;
+  return second;
 }
 
 }  // namespace qvsvr::kelvo

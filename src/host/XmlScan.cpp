@@ -2,14 +2,19 @@
 
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "host/Utf8.h"
+
 namespace qvsvr::kelvo {
 
 namespace {
+
+constexpr TiXmlEncoding kUtf8 = TIXML_ENCODING_UTF8;
 
 // The library's own tokenizers, so that both walks read the same bytes as the same thing.
 class Tokens : public TiXmlBase {
@@ -17,7 +22,6 @@ class Tokens : public TiXmlBase {
   using TiXmlBase::IsAlpha;
   using TiXmlBase::IsWhiteSpace;
   using TiXmlBase::ReadName;
-  using TiXmlBase::ReadText;
   using TiXmlBase::SkipWhiteSpace;
   using TiXmlBase::StringEqual;
 };
@@ -26,76 +30,111 @@ bool AtEnd(const char* p) {
   return p == nullptr || *p == '\0';
 }
 
-const char* EndOf(const char* p) {
-  return p + std::strlen(p);
+const char* Skip(const char* p) {
+  return Tokens::SkipWhiteSpace(p, kUtf8);
 }
 
-// A null position means that the library gives up there, as in the library itself.
+bool Is(const char* p, const char* token) {
+  return Tokens::StringEqual(p, token, false, kUtf8);
+}
+
+bool IsWord(const char* p, const char* word) {
+  return Tokens::StringEqual(p, word, true, kUtf8);
+}
+
+// The position behind the character reference at `p`; null when it names no character.
+const char* PastReference(const char* p) {
+  constexpr unsigned long kLast = 0x10FFFF;
+  constexpr int kMostDigits = 7;
+  const bool hex = p[2] == 'x';
+  const char* const digits = p + (hex ? 3 : 2);
+  const char* end = digits;
+  unsigned long code = 0;
+  for (; end - digits <= kMostDigits; ++end) {
+    const char c = static_cast<char>(*end | 0x20);
+    const bool letter = hex && c >= 'a' && c <= 'f';
+    if (!letter && (*end < '0' || *end > '9')) break;
+    code = code * (hex ? 16 : 10) + static_cast<unsigned long>(letter ? c - 'a' + 10 : *end - '0');
+  }
+  const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+  return *end == ';' && end != digits && code != 0 && code <= kLast && !surrogate ? end + 1
+                                                                                  : nullptr;
+}
+
+// The position of the terminator of a text that begins at `p`; null when there is none, or when
+// there is a reference ahead of it that names no character.
+const char* EndOfText(const char* p, char terminator) {
+  const char* const end = std::strchr(p, terminator);
+  while (end != nullptr && p != nullptr) {
+    const char* const mark =
+        static_cast<const char*>(std::memchr(p, '&', static_cast<std::size_t>(end - p)));
+    if (mark == nullptr) return end;
+    p = mark[1] == '#' ? PastReference(mark) : mark + 1;
+  }
+  return nullptr;
+}
+
+// A null position means that the text is malformed there.
 class Scan {
  public:
-  Scan(const char* start, const XmlLimits& given) : p(start), limits(given) {}
+  Scan(const char* start, const XmlExtent& given, XmlExtent& extent)
+      : p(start), limits(given), found(extent) {}
 
   XmlVerdict Run() {
-    if (std::strncmp(p, "\xEF\xBB\xBF", 3) == 0) encoding = TIXML_ENCODING_UTF8;
-    p = Tokens::SkipWhiteSpace(p, encoding);
-    while (!AtEnd(p) && verdict == XmlVerdict::Harmless) {
-      if (open.empty()) {
-        if (*p != '<') break;
-        Markup();
+    found = {};
+    p = Skip(p);
+    while (!AtEnd(p)) {
+      if (open.empty() && *p != '<') return verdict;  // where the library ends, too
+      if (*p != '<') {
+        Text();
+      } else if (!open.empty() && p[1] == '/') {
+        EndTag();
       } else {
-        Content();
+        Markup();
       }
-      p = Tokens::SkipWhiteSpace(p, encoding);
+      if (p == nullptr) return verdict == XmlVerdict::Parsable ? XmlVerdict::Malformed : verdict;
+      p = Skip(p);
     }
-    return verdict;
+    return open.empty() ? verdict : XmlVerdict::Malformed;
   }
 
  private:
-  void Stop(XmlVerdict why) {
+  void Refuse(XmlVerdict why) {
     verdict = why;
     p = nullptr;
   }
-
-  void CountItem() {
-    if (++items > limits.items) Stop(XmlVerdict::TooLarge);
+  // False, with the verdict given, when there are too many.
+  bool CountItem() {
+    if (++found.items > limits.items) Refuse(XmlVerdict::TooLarge);
+    return p != nullptr;
   }
 
-  // One text, child or end tag inside the innermost open element.
-  void Content() {
-    if (*p != '<') {
-      CountItem();
-      if (p == nullptr) return;
-      p = Tokens::ReadText(p, &scratch, true, "<", false, encoding);
-      if (p != nullptr) --p;
-    } else if (p[1] == '/') {
-      EndTag();
-    } else if (static_cast<int>(open.size()) >= limits.depth) {
-      Stop(XmlVerdict::TooDeep);
-    } else {
-      Markup();
-    }
+  void Text() {
+    if (CountItem()) p = EndOfText(p, '<');
   }
 
   void EndTag() {
     const std::string_view name = open.back();
-    const char* nameAt = p + 2;
-    const bool matches =
-        std::strncmp(nameAt, name.data(), name.size()) == 0 && nameAt[name.size()] == '>';
-    p = matches ? nameAt + name.size() + 1 : nullptr;
     open.pop_back();
+    const bool matches = std::strncmp(p + 2, name.data(), name.size()) == 0;
+    p = matches ? Skip(p + 2 + name.size()) : nullptr;
+    p = !AtEnd(p) && *p == '>' ? p + 1 : nullptr;
   }
 
   void Markup() {
-    CountItem();
-    if (p == nullptr) return;
-    if (Tokens::StringEqual(p, "<?xml", true, encoding)) {
+    if (static_cast<int>(open.size()) >= limits.depth) {
+      Refuse(XmlVerdict::TooDeep);
+      return;
+    }
+    if (!CountItem()) return;
+    if (IsWord(p, "<?xml")) {
       Declaration();
-    } else if (Tokens::StringEqual(p, "<!--", false, encoding)) {
+    } else if (Is(p, "<!--")) {
       SkipPast(p + 4, "-->");
-    } else if (Tokens::StringEqual(p, "<![CDATA[", false, encoding)) {
+    } else if (Is(p, "<![CDATA[")) {
       SkipPast(p + 9, "]]>");
     } else if (p[1] != '!' &&
-               (Tokens::IsAlpha(static_cast<unsigned char>(p[1]), encoding) != 0 || p[1] == '_')) {
+               (Tokens::IsAlpha(static_cast<unsigned char>(p[1]), kUtf8) != 0 || p[1] == '_')) {
       StartTag();
     } else {
       SkipPast(p + 1, ">");
@@ -103,18 +142,22 @@ class Scan {
   }
 
   void SkipPast(const char* from, const char* end) {
-    const char* found = std::strstr(from, end);
-    p = found == nullptr ? EndOf(from) : found + std::strlen(end);
+    p = std::strstr(from, end);
+    if (p != nullptr) p += std::strlen(end);
   }
 
   void StartTag() {
-    const char* name = p + 1;
-    p = Tokens::ReadName(name, &scratch, encoding);
-    if (AtEnd(p)) return;
+    const char* const name = Skip(p + 1);
+    p = Tokens::ReadName(name, &scratch, kUtf8);
+    if (p == nullptr) return;
     const std::string_view nameView(name, static_cast<std::size_t>(p - name));
-    for (std::size_t attributes = 0;;) {
-      p = Tokens::SkipWhiteSpace(p, encoding);
-      if (AtEnd(p)) return;
+    found.depth = std::max(found.depth, static_cast<int>(open.size()) + 1);
+    for (std::size_t attributes = 0;; ++attributes) {
+      p = Skip(p);
+      if (AtEnd(p)) {
+        p = nullptr;
+        return;
+      }
       if (*p == '/') {
         p = p[1] == '>' ? p + 2 : nullptr;
         return;
@@ -124,82 +167,110 @@ class Scan {
         open.push_back(nameView);
         return;
       }
-      CountItem();
+      if (!CountAttribute(attributes)) return;
+      p = PastAttribute(p);
       if (p == nullptr) return;
-      pairs += attributes;
-      if (++attributes > limits.attributes || pairs > limits.pairs) {
-        return Stop(XmlVerdict::TooManyAttributes);
-      }
-      p = Attribute(p, scratch);
     }
   }
 
-  // Returns the position behind the attribute that begins at `at`; `value` gets its text.
-  const char* Attribute(const char* at, std::string& value) {
-    value.clear();
-    at = Tokens::ReadName(at, &nameScratch, encoding);
-    if (AtEnd(at)) return nullptr;
-    at = Tokens::SkipWhiteSpace(at, encoding);
+  bool CountAttribute(std::size_t earlier) {
+    found.pairs += earlier;
+    found.attributes = std::max(found.attributes, earlier + 1);
+    if (found.attributes > limits.attributes || found.pairs > limits.pairs) {
+      Refuse(XmlVerdict::TooManyAttributes);
+    }
+    return p != nullptr && CountItem();
+  }
+
+  // The position behind the attribute that begins at `at`. `raw` gets its value as it stands.
+  const char* PastAttribute(const char* at) {
+    at = Tokens::ReadName(at, &scratch, kUtf8);
+    if (at != nullptr) at = Skip(at);
     if (AtEnd(at) || *at != '=') return nullptr;
-    at = Tokens::SkipWhiteSpace(at + 1, encoding);
+    at = Skip(at + 1);
     if (AtEnd(at)) return nullptr;
     if (*at == '\'' || *at == '"') {
-      const char quote[] = {*at, '\0'};
-      return Tokens::ReadText(at + 1, &value, false, quote, false, encoding);
+      const char* const end = EndOfText(at + 1, *at);
+      if (end == nullptr) return nullptr;
+      raw = {at + 1, static_cast<std::size_t>(end - at - 1)};
+      return end + 1;
     }
-    while (!AtEnd(at) && !Tokens::IsWhiteSpace(*at) && *at != '/' && *at != '>') {
+    const char* const begin = at;
+    for (; !AtEnd(at) && !Tokens::IsWhiteSpace(*at) && *at != '/' && *at != '>'; ++at) {
       if (*at == '\'' || *at == '"') return nullptr;
-      value += *at++;
     }
+    raw = {begin, static_cast<std::size_t>(at - begin)};
     return at;
   }
 
+  // Not inside an element, and printed without escapes. The one at the beginning was emptied.
   void Declaration() {
-    std::string named;
-    const char* at = p + std::strlen("<?xml");
-    while (!AtEnd(at)) {
-      if (*at == '>') {
-        p = at + 1;
-        if (open.empty() && encoding == TIXML_ENCODING_UNKNOWN) ChooseEncoding(named.c_str());
-        return;
-      }
-      at = Tokens::SkipWhiteSpace(at, encoding);
-      if (AtEnd(at)) break;
-      if (Tokens::StringEqual(at, "encoding", true, encoding)) {
-        at = Attribute(at, named);
-      } else if (Tokens::StringEqual(at, "version", true, encoding) ||
-                 Tokens::StringEqual(at, "standalone", true, encoding)) {
-        at = Attribute(at, scratch);
+    if (!open.empty()) {
+      p = nullptr;
+      return;
+    }
+    p += std::strlen("<?xml");
+    while (!AtEnd(p) && *p != '>') {
+      p = Skip(p);
+      if (AtEnd(p)) break;
+      if (IsWord(p, "version") || IsWord(p, "standalone")) {
+        p = PastAttribute(p);
+        if (p != nullptr && raw.find_first_of("\"<>&") != std::string_view::npos) p = nullptr;
+      } else if (IsWord(p, "encoding")) {
+        p = nullptr;
       } else {
-        while (!AtEnd(at) && *at != '>' && !Tokens::IsWhiteSpace(*at)) ++at;
+        while (!AtEnd(p) && *p != '>' && !Tokens::IsWhiteSpace(*p)) ++p;
       }
     }
-    Stop(XmlVerdict::CutDeclaration);
-  }
-
-  void ChooseEncoding(const char* named) {
-    const auto is = [named](const char* name) {
-      return Tokens::StringEqual(named, name, true, TIXML_ENCODING_UNKNOWN);
-    };
-    encoding =
-        *named == '\0' || is("UTF-8") || is("UTF8") ? TIXML_ENCODING_UTF8 : TIXML_ENCODING_LEGACY;
+    p = AtEnd(p) ? nullptr : p + 1;
   }
 
   const char* p;
-  const XmlLimits limits;
-  XmlVerdict verdict = XmlVerdict::Harmless;
-  TiXmlEncoding encoding = TIXML_ENCODING_UNKNOWN;
+  const XmlExtent limits;
+  XmlExtent& found;
+  XmlVerdict verdict = XmlVerdict::Parsable;
   std::vector<std::string_view> open;  // names of the elements around `p`, outermost first
-  std::size_t items = 0;
-  std::size_t pairs = 0;
+  std::string_view raw;
   std::string scratch;
-  std::string nameScratch;
 };
+
+// Empties a declaration at the beginning of the text; the encoding that it named, if it did.
+std::string TakeEncoding(std::string& text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const std::size_t begin = text.find_first_not_of(kBlanks);
+  if (begin == std::string::npos || !IsWord(text.c_str() + begin, "<?xml")) return {};
+  const std::size_t end = text.find('>', begin);
+  const std::size_t name = begin + std::strlen("<?xml");
+  if (end == std::string::npos || (text[name] != '?' && kBlanks.find(text[name]) == kBlanks.npos))
+    return {};
+  const std::string declaration = text.substr(name, end - name);
+  text.replace(name, end - name, " ?");
+  const std::size_t quote = declaration.find_first_of("'\"", declaration.find("encoding"));
+  if (quote == std::string::npos) return {};
+  return declaration.substr(quote + 1, declaration.find(declaration[quote], quote + 1) - quote - 1);
+}
+
+// Whether that is Windows-1252 or a part of it that has letters above 127.
+bool IsLatin(const std::string& encoding) {
+  constexpr const char* kNames[] = {"iso-8859-1", "iso8859-1", "latin1", "windows-1252", "cp1252"};
+  return std::ranges::any_of(kNames, [&](const char* name) {
+    return encoding.size() == std::strlen(name) && IsWord(encoding.c_str(), name);
+  });
+}
 
 }  // namespace
 
-XmlVerdict ScanXml(const char* text, const XmlLimits& limits) {
-  return Scan(text, limits).Run();
+std::string DecodeXml(std::string_view text) {
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  text = text.substr(0, text.find('\0'));
+  const bool marked = text.starts_with(kMark);
+  std::string plain(text.substr(marked ? kMark.size() : 0));
+  if (IsLatin(TakeEncoding(plain)) && !marked) return Utf8FromLatin(plain);
+  return IsUtf8(plain) ? plain : ToUtf8(plain);
+}
+
+XmlVerdict ScanXml(const std::string& text, const XmlExtent& limits, XmlExtent& found) {
+  return Scan(text.c_str(), limits, found).Run();
 }
 
 }  // namespace qvsvr::kelvo

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
+#include <string_view>
 
 namespace qvsvr::kelvo {
 
-// What a text may ask of the XML library.
-struct XmlLimits {
+// How much of the XML library a text takes, or may take.
+struct XmlExtent {
   int depth = 0;               // levels of elements, the root being level 1
   std::size_t attributes = 0;  // of one element
   // Pairs of attributes in one element, over all elements: the library compares each of them.
@@ -13,18 +15,17 @@ struct XmlLimits {
   std::size_t items = 0;  // nodes and attributes of the document
 };
 
-enum class XmlVerdict {
-  Harmless,  // the library may parse it; whether it is well-formed is for the library to say
-  TooDeep,
-  TooManyAttributes,
-  TooLarge,
-  CutDeclaration,  // a declaration without its end, which the library doesn't always survive
-};
+enum class XmlVerdict { Parsable, TooDeep, TooManyAttributes, TooLarge, Malformed };
 
-// Walks a text token by token just as the library will, without building anything and without
-// recursion, up to the first thing that breaks a limit or that ends the library's parsing. Linear
-// time. `text` ends with a NUL and kXmlPadding bytes of NUL in all.
-inline constexpr std::size_t kXmlPadding = 16;
-[[nodiscard]] XmlVerdict ScanXml(const char* text, const XmlLimits& limits);
+// A message or file as UTF-8, with an empty declaration if it has one. Text ends at its first NUL.
+[[nodiscard]] std::string DecodeXml(std::string_view text);
+
+// Walks a decoded text token by token just as the library will, without building anything and
+// without recursion. Parsable means that the library gets through the whole text, unless an
+// attribute stands twice in an element, and builds a tree of the depth and the attributes that are
+// in `found`, with at most so many items. Whatever this walk can't follow exactly is Malformed.
+// Linear time.
+[[nodiscard]] XmlVerdict ScanXml(const std::string& text, const XmlExtent& limits,
+                                 XmlExtent& found);
 
 }  // namespace qvsvr::kelvo

@@ -106,7 +106,7 @@ TiXmlElement& RootOf(XmlDocument& document) {
 }  // namespace
 
 bool StorageFile::Load(XmlDocument& document) {
-  return document.LoadFileWithBackup(platform, kFileName);
+  return document.LoadFileWithBackup(platform, kFileName) == XmlFileState::Good;
 }
 
 std::string StorageFile::Save(const StorageTables& tables) {
@@ -149,7 +149,7 @@ void StorageFile::SaveElement(const TiXmlElement& element) {
 }
 
 void StorageFile::Write(XmlDocument& document) {
-  const bool written = document.SaveFile(platform.durableFiles, kFileName);
+  const bool written = document.SaveFile(platform, kFileName);
   if (!written && !writeFailed) {
     LogPrintf(LogError, "%s could not be saved: %s", kFileName, document.ErrorDesc());
   } else if (written && writeFailed) {

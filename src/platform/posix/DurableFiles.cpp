@@ -42,6 +42,7 @@ int OpenUnshared(const std::string& path, int& fd) {
 // For file systems without an exclusive rename: not atomic, but no second process saves here.
 int RenameUnlessThere(const std::string& from, const std::string& to) {
   struct stat status {};
+  if (lstat(from.c_str(), &status) != 0) return errno;
   if (lstat(to.c_str(), &status) == 0) return EEXIST;
   if (errno != ENOENT) return errno;
   return rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
