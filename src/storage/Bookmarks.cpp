@@ -1,5 +1,8 @@
 #include "storage/Bookmarks.h"
 
+#include <string_view>
+#include <utility>
+
 namespace qvsvr::kelvo {
 namespace {
 
@@ -31,23 +34,32 @@ std::set<qv::kelvo::StreamID> ReadDevices(const TiXmlElement& bookmark) {
   return found;
 }
 
-std::uint32_t KnownSize(const Bookmarks& old, const std::string& caseId,
-                        const BookmarkRecord& record) {
-  const auto [begin, end] = old.equal_range(caseId);
-  for (auto it = begin; it != end; ++it) {
-    const BookmarkRecord& earlier = it->second;
-    if (earlier.bookmarkId != record.bookmarkId) continue;
-    const bool same = earlier.start == record.start && earlier.end == record.end &&
-                      earlier.devices == record.devices;
-    return same ? earlier.sizeKB : BookmarkRecord::kUnknownSize;
+// The first bookmark of each id in each case. Borrows from the table.
+using FirstOfId = std::map<std::pair<std::string_view, std::string_view>, const BookmarkRecord*>;
+
+FirstOfId IndexIds(const Bookmarks& table) {
+  FirstOfId index;
+  for (const auto& [caseId, record] : table) {
+    index.try_emplace({caseId, record.bookmarkId}, &record);
   }
-  return BookmarkRecord::kUnknownSize;
+  return index;
+}
+
+std::uint32_t KnownSize(const FirstOfId& old, std::string_view caseId,
+                        const BookmarkRecord& record) {
+  const auto found = old.find(std::pair{caseId, std::string_view(record.bookmarkId)});
+  if (found == old.end()) return BookmarkRecord::kUnknownSize;
+  const BookmarkRecord& earlier = *found->second;
+  const bool same = earlier.start == record.start && earlier.end == record.end &&
+                    earlier.devices == record.devices;
+  return same ? earlier.sizeKB : BookmarkRecord::kUnknownSize;
 }
 
 }  // namespace
 
 Bookmarks ReadCases(const TiXmlElement& cases, const Bookmarks& old) {
   Bookmarks table;
+  const FirstOfId known = IndexIds(old);
   for (const TiXmlElement& element : Children(cases, "Case")) {
     const char* caseId = element.Attribute("ID");
     if (caseId == nullptr) continue;
@@ -60,7 +72,7 @@ Bookmarks ReadCases(const TiXmlElement& cases, const Bookmarks& old) {
       }
       record.bookmarkId = id;
       record.devices = ReadDevices(bookmark);
-      record.sizeKB = KnownSize(old, caseId, record);
+      record.sizeKB = KnownSize(known, caseId, record);
       table.emplace(caseId, std::move(record));
     }
   }

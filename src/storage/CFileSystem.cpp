@@ -29,28 +29,43 @@ CFileSystem::CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system)
 CFileSystem::~CFileSystem() = default;
 
 bool CFileSystem::LoadStorage() {
+  FindDrives();
+  return !volumes.Drives().drives.empty();
+}
+
+void CFileSystem::FindDrives() {
   std::vector<std::string> names;
   std::string systemDirectory;
-  qv::kelvo::ScanLocalDrives(platform, names, systemDirectory);
+  drivesListed = qv::kelvo::ScanLocalDrives(platform, names, systemDirectory);
   VolumeTable::Change(volumes).drives.Fill(names, systemDirectory);
-  if (volumes.Drives().drives.empty()) return false;
+  if (volumes.Drives().drives.empty()) return;
   LogFoundDrives();
-  LoadSettings();
+  // Without the settings this tells the drives.
+  if (!LearnSettings()) SaveStorage();
+}
+
+bool CFileSystem::LearnSettings() {
+  if (settingsFile.Known()) return true;
+  XmlDocument document;
+  if (!settingsFile.Learn(document)) return false;
+  const TiXmlElement& root = *document.FirstChildElement(kRootName);
+  TiXmlElement reply("Storage");
+  bool drivesGiven = false;
+  ApplyStorageXml(root, drivesGiven, reply);
+  const TiXmlElement* cases = root.FirstChildElement("Cases");
+  if (cases != nullptr) ApplyCasesXml(*cases, true);
+  SaveStorage();
+  if (reply.FirstChild() != nullptr) SendStorageXml(reply);
   return true;
 }
 
-void CFileSystem::LoadSettings() {
-  TiXmlElement reply("Storage");
-  XmlDocument document;
-  const bool loaded = settingsFile.Load(document);
-  if (const TiXmlElement* root = document.FirstChildElement(kRootName); loaded && root != nullptr) {
-    bool drivesGiven = false;
-    ApplyStorageXml(*root, drivesGiven, reply);
-    const TiXmlElement* cases = root->FirstChildElement("Cases");
-    if (cases != nullptr) ApplyCasesXml(*cases, true);
+void CFileSystem::CatchUp() {
+  std::vector<std::string> names;
+  if (volumes.Drives().drives.empty() && !drivesListed && platform.drives.FixedDrives(names) == 0) {
+    FindDrives();
   }
-  SaveStorage();
-  if (reply.FirstChild() != nullptr) SendStorageXml(reply);
+  if (volumes.Drives().drives.empty()) return;
+  if (LearnSettings() && settingsFile.Owing()) (void)settingsFile.Save(Tables());
 }
 
 void CFileSystem::LogFoundDrives() {
@@ -80,7 +95,8 @@ std::string CFileSystem::GetRecordVolume(const IRecordManager* manager, std::int
                                   [&](const std::string& drive, const DriveRecord& record) {
                                     return GetUsableSpace(*manager, drive, record);
                                   });
-  if (name.empty()) {
+  // Nothing is deleted before it is known what is protected.
+  if (name.empty() && settingsFile.Known()) {
     name = MakeRoom(*manager, desiredGB);
     if (StillSearching()) return {};
   }
@@ -157,19 +173,24 @@ std::vector<std::string> CFileSystem::ListRecordableVolumes() const {
 
 bool CFileSystem::ApplyDiskPrep(const TiXmlElement& storage) {
   bool added = false;
-  VolumeTable::Change change(volumes);
   for (const std::string& name : PreparedDrives(storage)) {
-    if (!change.AddDrive(name)) continue;
+    if (!VolumeTable::Change(volumes).AddDrive(name)) continue;
     LogPrintf(LogInfo, "Drive %s discovered via new prep", name.c_str());
     added = true;
   }
+  if (added) LearnSettings();
   return added;
 }
 
 bool CFileSystem::ApplyArchivesXml(const TiXmlElement& archives) {
-  VolumeTable::Change change(volumes);
-  change.network.ReplaceArchives(archives, platform.clock);
-  return FollowNetworkDrives(change, ReadNetworkDrives(archives));
+  bool changed = false;
+  {
+    VolumeTable::Change change(volumes);
+    change.network.ReplaceArchives(archives, platform.clock);
+    changed = FollowNetworkDrives(change, ReadNetworkDrives(archives));
+  }
+  if (changed) LearnSettings();
+  return changed;
 }
 
 bool CFileSystem::FollowNetworkDrives(VolumeTable::Change& change, NetworkDrives found) {
@@ -198,27 +219,34 @@ void CFileSystem::ApplyArchiveStatus(const TiXmlElement& archives) {
 bool CFileSystem::ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven,
                                   TiXmlElement& reply) {
   drivesGiven = false;
+  const bool known = LearnSettings();
   for (const TiXmlElement& storage : Children(parent, "Storage")) {
     if (!HasModuleId(storage, KELVO_MODULE_ID)) continue;
+    if (!known) settingsFile.Keep(storage);
     drivesGiven = ApplyStorageElement({VolumeTable::Change(volumes).drives, retention, lapse},
                                       storage, NowSeconds(), reply);
     cleanupRemoves = retention.fsCleanupRemoves;
-    ReportStatus(true);
+    TellStatus(true);
   }
   return true;
 }
 
 void CFileSystem::ApplyCasesXml(const TiXmlElement& cases, bool fromFile) {
-  if (!fromFile) settingsFile.SaveElement(cases);
+  if (!fromFile) settingsFile.SaveCases(cases);
   bookmarkTable.Replace(ReadCases(cases, bookmarkTable.bookmarks));
 }
 
 void CFileSystem::SaveStorage() {
-  eventSink.SendXmlEvent(settingsFile.Save({VolumeTable::Change(volumes).drives, retention, lapse}),
+  eventSink.SendXmlEvent(settingsFile.Save(Tables()),
                          KELVO_CLASS_BROADCAST);
 }
 
 void CFileSystem::ReportStatus(bool full) {
+  if (full) CatchUp();
+  TellStatus(full);
+}
+
+void CFileSystem::TellStatus(bool full) {
   if (!full) return SendReport(nullptr);
   VolumeTable::Change change(volumes);
   statusReport.MeasureDrives(
@@ -266,6 +294,7 @@ bool CFileSystem::FindOldest(std::int64_t& seconds) {
 
 bool CFileSystem::KickSweeper(bool stop) {
   if (stop) return sweeper.Stop();
+  if (!settingsFile.Known()) return false;
   if (sweeper.Running()) {
     LogPrintf(LogTrace, "Sweeper - still running...");
     return true;

@@ -38,8 +38,8 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   ~CFileSystem() override;
 
   // Finds the drives and takes the settings from "kelvo.xml" in the current directory, then saves
-  // and broadcasts them. False, with nothing read or written, when there is no drive. Once, before
-  // the worker starts.
+  // and broadcasts them. False, with nothing read or written, when there is no drive: the first one
+  // to come brings the settings. Once, before the worker starts.
   bool LoadStorage();
 
   void GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
@@ -108,9 +108,10 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   void SendStorageXml(const TiXmlElement& element);
 
   // Tells the host how the drives are. A full report measures: it looks for the oldest recording
-  // that may go, asks each drive for its space, and writes and reads a file on each. When the
-  // oldest isn't known within a call's time the drives' states are told at once, and the full
-  // report by a later ContinueReport.
+  // that may go, asks each drive for its space, and writes and reads a file on each. Ahead of that
+  // it tries again what failed when the storage was loaded or saved. When the oldest isn't known
+  // within a call's time the drives' states are told at once, and the full report by a later
+  // ContinueReport.
   virtual void ReportStatus(bool full);
 
   // Goes on with a full report that is owed. To be called after each message; costs nothing when
@@ -153,7 +154,14 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // Brings the drive table in line; returns whether it changed.
   bool FollowNetworkDrives(VolumeTable::Change& change, NetworkDrives found);
   void LogFoundDrives();
-  void LoadSettings();
+  [[nodiscard]] SavedTables Tables() const { return {volumes.Drives(), retention, lapse}; }
+  void FindDrives();
+  // Puts the stored settings and bookmarks in force and broadcasts them. False while they can't be
+  // read.
+  bool LearnSettings();
+  // Tries again what could not be done: listing the drives, reading the settings, saving them.
+  void CatchUp();
+  void TellStatus(bool full);
   [[nodiscard]] std::string MakeRoom(const IRecordManager& manager, std::int64_t desiredGB);
   // Looks for the oldest recording that may go; false when the call's time didn't do.
   [[nodiscard]] bool FindOldest(std::int64_t& seconds);
@@ -172,6 +180,7 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
 
   BookmarkTable bookmarkTable;
   StorageFile settingsFile;
+  bool drivesListed = false;
   Protection protection;
   Catalogue catalogue;
   RoomMaker roomMaker;

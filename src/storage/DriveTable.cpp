@@ -1,6 +1,9 @@
 #include "storage/DriveTable.h"
 
+#include <algorithm>
+
 #include "host/Log.h"
+#include "host/Utf8.h"
 #include "platform/Platform.h"
 
 namespace qvsvr::kelvo {
@@ -28,6 +31,13 @@ void DriveTable::Fill(const std::vector<std::string>& names, const std::string& 
     record.system = true;
     record.disabled = drives.size() > 1;
   }
+}
+
+std::map<std::string, DriveRecord>::iterator DriveTable::Told(const std::string& name) {
+  const auto same = drives.find(name);
+  if (same != drives.end()) return same;
+  return std::ranges::find_if(drives,
+                              [&](const auto& drive) { return ToUtf8(drive.first) == name; });
 }
 
 std::int64_t UsableGB(std::uint32_t totalGB, std::uint32_t freeGB, std::int64_t reservedGB,

@@ -28,6 +28,9 @@ struct DriveTable {
   // `Enabled` values told for drives that aren't in the table.
   std::map<std::string, bool> absentDrives;
 
+  // The drive that is told by this name: a name of the system that isn't UTF-8 is told as UTF-8.
+  [[nodiscard]] std::map<std::string, DriveRecord>::iterator Told(const std::string& name);
+
   // Replaces the drives. One whose name occurs in `systemDirectory` keeps a tenth of its size free,
   // and starts disabled when it isn't the only drive.
   void Fill(const std::vector<std::string>& names, const std::string& systemDirectory);

@@ -1,14 +1,20 @@
 #include "storage/StorageFile.h"
 
 #include <cstdlib>
+#include <utility>
 
 #include "host/Log.h"
+#include "host/Utf8.h"
 #include "kelvo/host_abi.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
 constexpr char kFileName[] = "kelvo.xml";
+constexpr char kBackupName[] = "kelvo.xml.bak";
+constexpr int kMostAside = 100;
+constexpr char kStorage[] = "Storage";
+constexpr char kCases[] = "Cases";
 constexpr const char* kBroadcastOnly[] = {"Thumbnail", "SupportsTargetSearch", "RecordAlarms"};
 constexpr int kBroadcastValues[] = {2, 1, 1};
 
@@ -46,7 +52,7 @@ TiXmlElement& FindOrMakeDrive(TiXmlElement& storage, const std::string& name) {
   return made;
 }
 
-void WriteSettings(const StorageTables& tables, TiXmlElement& storage) {
+void WriteSettings(const SavedTables& tables, TiXmlElement& storage) {
   const RetentionRules& retention = tables.retention;
   const std::int32_t days = retention.expirationDays;
   storage.SetAttribute("Expiration", days == 0 ? 1 : 0);
@@ -84,7 +90,7 @@ void WriteSchedule(qv::kelvo::StreamID input, const Schedule& schedule, TiXmlEle
 
 void WriteDrives(const DriveTable& table, TiXmlElement& storage) {
   for (const auto& [name, record] : table.drives) {
-    TiXmlElement& drive = FindOrMakeDrive(storage, name);
+    TiXmlElement& drive = FindOrMakeDrive(storage, ToUtf8(name));
     drive.SetAttribute("Enabled", record.disabled ? 0 : 1);
     drive.SetAttribute("Percent", 100 - record.reservePercent);
     drive.SetAttribute("System", record.system ? 1 : 0);
@@ -98,57 +104,119 @@ void WriteDrives(const DriveTable& table, TiXmlElement& storage) {
 
 TiXmlElement& RootOf(XmlDocument& document) {
   if (TiXmlElement* root = document.FirstChildElement(kRootName); root != nullptr) return *root;
+  if (document.NoChildren()) document.LinkEndChild(new TiXmlDeclaration("", "", ""));
   TiXmlElement& root = Append(document, kRootName);
   root.SetAttribute("Delta", 0);
   return root;
 }
 
-}  // namespace
-
-bool StorageFile::Load(XmlDocument& document) {
-  return document.LoadFileWithBackup(platform, kFileName) == XmlFileState::Good;
+void RemoveCases(TiXmlElement& root) {
+  while (TiXmlElement* cases = root.FirstChildElement(kCases)) root.RemoveChild(cases);
 }
 
-std::string StorageFile::Save(const StorageTables& tables) {
-  XmlDocument document;
-  std::string before;
-  if (Load(document)) {
-    before = PrintXml(document);
-  } else {
-    document = XmlDocument();
-    document.LinkEndChild(new TiXmlDeclaration("", "", ""));
+// Puts an element that was printed into the place of the first of its name.
+TiXmlNode* PutPrinted(const std::string& text, const char* name, TiXmlElement& root) {
+  // The library prints a node that it doesn't know as it stands between < and >: that takes a
+  // fraction of the memory that the element would.
+  TiXmlUnknown printed;
+  printed.SetValue(text.substr(1, text.size() - 2));
+  TiXmlElement* earlier = root.FirstChildElement(name);
+  return earlier != nullptr ? root.ReplaceChild(earlier, printed) : root.InsertEndChild(printed);
+}
+
+}  // namespace
+
+XmlFileState StorageFile::Load(XmlDocument& document) {
+  XmlFileState state = document.LoadFileWithBackup(platform, kFileName);
+  const std::string cause = document.ErrorDesc();
+  if (state == XmlFileState::Damaged) state = PutAside(cause);
+  if (state != XmlFileState::Good) document = XmlDocument();
+  const bool unreadable = state == XmlFileState::Unreadable;
+  if (unreadable && !readFailed) {
+    LogPrintf(LogError, "%s is there but can't be read, nothing is saved until it can: %s",
+              kFileName, cause.c_str());
+  } else if (!unreadable && readFailed) {
+    LogPrintf(LogInfo, "%s can be read again", kFileName);
   }
+  readFailed = unreadable;
+  return state;
+}
+
+XmlFileState StorageFile::PutAside(const std::string& cause) {
+  qv::kelvo::DurableFiles& files = platform.durableFiles;
+  for (const char* name : {kFileName, kBackupName}) {
+    std::string aside;
+    int error = 0;
+    for (int i = 1; i <= kMostAside; ++i) {
+      aside = std::string(kFileName) + ".damaged" + std::to_string(i);
+      error = files.Rename(name, aside);
+      if (error == 0 || files.IsMissing(error)) break;
+    }
+    if (files.IsMissing(error)) continue;
+    if (error != 0) return XmlFileState::Unreadable;
+    LogPrintf(LogError, "%s is damaged and was put aside as %s: %s", name, aside.c_str(),
+              cause.c_str());
+  }
+  return XmlFileState::Missing;
+}
+
+bool StorageFile::Learn(XmlDocument& document) {
+  if (Load(document) == XmlFileState::Unreadable) return false;
+  known = true;
   TiXmlElement& root = RootOf(document);
-  TiXmlElement& storage = FindOrMake(root, "Storage", "ID", KELVO_MODULE_ID);
+  if (casesOwed) {
+    RemoveCases(root);
+  } else if (const TiXmlElement* cases = root.FirstChildElement(kCases); cases != nullptr) {
+    casesText = PrintXml(*cases);
+  }
+  for (const TiXmlElement& storage : Children(changes, kStorage)) root.InsertEndChild(storage);
+  changes.Clear();
+  return true;
+}
+
+void StorageFile::Keep(const TiXmlElement& storage) {
+  changes.InsertEndChild(storage);
+}
+
+std::string StorageFile::Save(const SavedTables& tables) {
+  XmlDocument document;
+  const XmlFileState state = known ? Load(document) : XmlFileState::Unreadable;
+  TiXmlElement& root = RootOf(document);
+  TiXmlElement& storage = FindOrMake(root, kStorage, "ID", KELVO_MODULE_ID);
+  const std::string before = PrintXml(storage);
   WriteSettings(tables, storage);
   for (const auto& [input, schedule] : tables.lapse.timeLapseSchedules) {
     WriteSchedule(input, schedule, storage);
   }
   WriteDrives(tables.driveTable, storage);
-  // A save waits for the disk, and most starts change nothing.
-  if (PrintXml(document) != before) Write(document);
 
-  while (TiXmlElement* cases = root.FirstChildElement("Cases")) root.RemoveChild(cases);
+  TiXmlNode* cases = nullptr;
+  const bool casesMissing = casesOwed || state != XmlFileState::Good;
+  if (casesMissing && !casesText.empty()) cases = PutPrinted(casesText, kCases, root);
+  // A save waits for the disk, and most starts change nothing.
+  const bool changed = casesMissing || PrintXml(storage) != before;
+  settingsOwed = changed && (state == XmlFileState::Unreadable || !Write(document));
+
+  if (cases != nullptr) root.RemoveChild(cases);
+  RemoveCases(root);
   for (std::size_t i = 0; i < std::size(kBroadcastOnly); ++i) {
     storage.SetAttribute(kBroadcastOnly[i], kBroadcastValues[i]);
   }
   return PrintXml(document);
 }
 
-void StorageFile::SaveElement(const TiXmlElement& element) {
+void StorageFile::SaveCases(const TiXmlElement& cases) {
+  std::string text = PrintXml(cases);
+  if (text == casesText && !casesOwed) return;
+  casesText = std::move(text);
+  casesOwed = true;
   XmlDocument document;
-  if (!Load(document)) return;
-  TiXmlElement* root = document.RootElement();
-  if (root == nullptr) return;
-  if (TiXmlElement* earlier = root->FirstChildElement(element.Value()); earlier != nullptr) {
-    root->ReplaceChild(earlier, element);
-  } else {
-    root->InsertEndChild(element);
-  }
-  Write(document);
+  if (Load(document) != XmlFileState::Good) return;
+  PutPrinted(casesText, kCases, RootOf(document));
+  (void)Write(document);  // else the next save does
 }
 
-void StorageFile::Write(XmlDocument& document) {
+bool StorageFile::Write(XmlDocument& document) {
   const bool written = document.SaveFile(platform, kFileName);
   if (!written && !writeFailed) {
     LogPrintf(LogError, "%s could not be saved: %s", kFileName, document.ErrorDesc());
@@ -156,6 +224,8 @@ void StorageFile::Write(XmlDocument& document) {
     LogPrintf(LogInfo, "%s is saved again", kFileName);
   }
   writeFailed = !written;
+  if (written) casesOwed = false;
+  return written;
 }
 
 }  // namespace qvsvr::kelvo

@@ -9,28 +9,49 @@
 namespace qvsvr::kelvo {
 
 // The settings on disk: "kelvo.xml" in the process's current directory. Elements and drives that
-// this system doesn't know stay in it. Worker thread only.
+// this system doesn't know stay in it. A file that is damaged, and whose backup is no better, is
+// put aside under another name; one that the system can't read just now is left alone. What
+// couldn't be written goes out with the next save. Worker thread only.
 class StorageFile {
  public:
   // Borrows the platform for its life.
   explicit StorageFile(const qv::kelvo::Platform& borrowed) : platform(borrowed) {}
 
-  // Reads the file or its backup. False when there is neither, or neither can be used.
-  bool Load(XmlDocument& document);
+  // Reads what is to be put in force: what the file holds, then what came meanwhile. Empty but for
+  // a root without a file. False when there may be settings that can't be read: ask again later.
+  bool Learn(XmlDocument& document);
+
+  // Whether the settings were learnt. Until then the tables hold defaults and are not written.
+  [[nodiscard]] bool Known() const { return known; }
+
+  // Takes a change that came before the settings were learnt: Learn gives it back.
+  void Keep(const TiXmlElement& storage);
 
   // Brings the file up to date with the tables. Returns the text of the broadcast that tells the
   // settings, also when the file could not be written.
-  std::string Save(const StorageTables& tables);
+  std::string Save(const SavedTables& tables);
 
-  // Puts a copy of the element into the file, in the place of an earlier one of its name. Does
-  // nothing without a file.
-  void SaveElement(const TiXmlElement& element);
+  // Puts a copy of a Cases element into the file, in the place of an earlier one. Without a file
+  // that can be read it waits for the next save. The same again costs no save.
+  void SaveCases(const TiXmlElement& cases);
+
+  // Whether something waits for the next save.
+  [[nodiscard]] bool Owing() const { return known && (casesOwed || settingsOwed); }
 
  private:
-  void Write(XmlDocument& document);
+  XmlFileState Load(XmlDocument& document);
+  // Missing when it is done, else Unreadable.
+  XmlFileState PutAside(const std::string& cause);
+  bool Write(XmlDocument& document);
 
   const qv::kelvo::Platform& platform;
+  bool known = false;
+  bool readFailed = false;
   bool writeFailed = false;
+  TiXmlElement changes{kRootName};
+  std::string casesText;  // the bookmarks in force
+  bool casesOwed = false;
+  bool settingsOwed = false;
 };
 
 }  // namespace qvsvr::kelvo

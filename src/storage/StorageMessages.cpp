@@ -60,7 +60,7 @@ bool ApplyStorageElement(const StorageTables& tables, const TiXmlElement& storag
   for (const TiXmlElement& element : Children(storage, "Drive")) {
     const std::string name = qv::kelvo::WithSeparator(ReadText(element, "Name"));
     if (name.empty()) continue;
-    const auto known = tables.driveTable.drives.find(name);
+    const auto known = tables.driveTable.Told(name);
     if (known != tables.driveTable.drives.end()) {
       ApplyDrive(element, known->second);
       drivesGiven = true;

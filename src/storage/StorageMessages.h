@@ -18,6 +18,13 @@ struct StorageTables {
   TimeLapseTable& lapse;
 };
 
+// What the settings on disk are made of. Borrowed.
+struct SavedTables {
+  const DriveTable& driveTable;
+  const RetentionRules& retention;
+  const TimeLapseTable& lapse;
+};
+
 // Applies one Storage element. Unreadable attributes leave their setting as it is. For each drive
 // that isn't in the table a Drive element goes to `reply`, stamped with `nowSeconds`. Returns
 // whether a drive of the table was named.

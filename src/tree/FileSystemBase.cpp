@@ -41,17 +41,19 @@ void FileSystemBase::GetTargets(TargetList& list, std::uint32_t, const ArchiveFi
   list.clear();
 }
 
-void ScanLocalDrives(Platform& platform, std::vector<std::string>& list,
+bool ScanLocalDrives(Platform& platform, std::vector<std::string>& list,
                      std::string& systemDirectory) {
   list.clear();
   systemDirectory.clear();
-  if (const int error = platform.drives.FixedDrives(list); error != 0) {
+  const int error = platform.drives.FixedDrives(list);
+  if (error != 0) {
     LogPrintf(LogError, "get logical drive strings error %u", static_cast<unsigned>(error));
   }
   TellAboutDrives(list, platform.drives.SearchedPlace());
-  if (const int error = platform.drives.SystemDirectory(systemDirectory); error != 0) {
-    LogPrintf(LogError, "get windows directory error %u", static_cast<unsigned>(error));
+  if (const int failed = platform.drives.SystemDirectory(systemDirectory); failed != 0) {
+    LogPrintf(LogError, "get windows directory error %u", static_cast<unsigned>(failed));
   }
+  return error == 0;
 }
 
 void RemoveDuplicateDevices(Drives& drives, std::vector<std::string>& list) {

@@ -61,8 +61,8 @@ class FileSystemBase {
 };
 
 // The machine's fixed drives and the directory of the operating system. Failures are logged; the
-// results hold what was gathered.
-void ScanLocalDrives(Platform& platform, std::vector<std::string>& list,
+// results hold what was gathered. Returns whether all drives are told.
+bool ScanLocalDrives(Platform& platform, std::vector<std::string>& list,
                      std::string& systemDirectory);
 
 // Removes each name whose file system was already named earlier in the list, with a warning. Lists

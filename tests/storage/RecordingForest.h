@@ -16,8 +16,8 @@
 #include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeDrives.h"
 #include "tests/support/FakeHost.h"
-#include "tests/support/FaultyFiles.h"
 #include "tests/support/ManualClock.h"
+#include "tests/support/ShakyFiles.h"
 #include "tests/support/TempTree.h"
 #include "tree/RecordPath.h"
 
@@ -175,8 +175,8 @@ class RecordingForest : public ::testing::Test {
   ForestDrives drives;
   CountedDirectories directories;
   qv::kelvo::FaultyFiles files{qv::kelvo::SystemPlatform().mediaFiles};
-  qv::kelvo::Platform platform{clock, drives, directories, files,
-                               qv::kelvo::SystemPlatform().durableFiles};
+  qv::kelvo::ShakyFiles durable;
+  qv::kelvo::Platform platform{clock, drives, directories, files, durable};
   FakeCore core{clock};
   TestManager manager;
   std::unique_ptr<CFileSystem> storage;

@@ -1,7 +1,11 @@
 // What "kelvo.xml" in the current directory keeps, and what the host hears of it.
 #include <algorithm>
+#include <cerrno>
 #include <fstream>
+#include <functional>
 #include <iterator>
+#include <random>
+#include <set>
 
 #include "tests/storage/RecordingForest.h"
 
@@ -15,12 +19,18 @@ class SettingsFile : public RecordingForest {
     host.ForgetTraffic();
     Open();
   }
-  static std::string Stored() {
-    std::ifstream file("kelvo.xml", std::ios::binary);
+  static std::string Read(const std::string& name) {
+    std::ifstream file(name, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
   }
+  static std::string Stored() { return Read("kelvo.xml"); }
   static void Store(const std::string& text) {
     std::ofstream("kelvo.xml", std::ios::binary | std::ios::trunc) << text;
+  }
+  // A file with a bookmark of the last day.
+  static std::string WithBookmark(const std::string& settings) {
+    return "<qDVR>" + settings + "<Cases><Case ID='c'>" + Bookmark("b", kNow - kDay, kNow) +
+           "</Case></Cases></qDVR>";
   }
   std::string Broadcast() {
     const auto events = host.Events();
@@ -101,28 +111,228 @@ TEST_F(SettingsFile, EverythingSurvivesARestartAndSoDoesWhatIsUnknown) {
   EXPECT_TRUE(Contains(Broadcast(), R"(RecordAlarms="1")"));
 }
 
-TEST_F(SettingsFile, OddFilesNeverStopAStart) {
-  const std::string texts[] = {"", "garbage", "<other/>", std::string(4096, '\0'),
-                               "<qDVR><Storage ID='327680' TimeLapse='5'"};
+TEST_F(SettingsFile, DamagedFilesArePutAsideAndStopNoStart) {
+  const std::string texts[] = {"", "garbage", std::string(4096, '\0'), "<qDVR/",
+                               "<qDVR><a></qDVR>"};
+  int aside = 0;
+  const auto restart = [&] {
+    Restart();
+    EXPECT_TRUE(Contains(Stored(), R"(Name="a/")"));
+    return "kelvo.xml.damaged" + std::to_string(++aside);
+  };
   for (const std::string& text : texts) {
     SCOPED_TRACE(text.substr(0, 40));
     Store(text);
-    Restart();
-    EXPECT_EQ(storage->TimeLapse(), 0);
-    EXPECT_EQ(Contains(Stored(), "<other"), text == "<other/>");
-    EXPECT_TRUE(Contains(Stored(), R"(Name="a/")"));
+    const std::string name = restart();
+    EXPECT_EQ(host.CountLines(75, "kelvo.xml is damaged and was put aside as " + name), 1u);
+    EXPECT_EQ(Read(name), text);
   }
-  boost::filesystem::resize_file("kelvo.xml", 100u << 20);
-  Restart();
-  EXPECT_LT(boost::filesystem::file_size("kelvo.xml"), 4096u);
-
   boost::filesystem::remove("kelvo.xml");
   boost::filesystem::create_directories("kelvo.xml/in/the/way");
   boost::filesystem::create_directories("kelvo.xml.bak/in/the/way");
+  EXPECT_TRUE(boost::filesystem::is_directory(restart() + "/in/the/way"));
+  EXPECT_TRUE(Exists("kelvo.xml.damaged" + std::to_string(aside + 1)));
+  // Whole, only that the first element isn't this system's.
+  Store("<other/>");
+  restart();
+  ApplyCases("<Case ID='c'/>");
+  EXPECT_TRUE(Contains(Stored(), "<other />"));
+  EXPECT_TRUE(Contains(Stored(), "<Case ID=\"c\" /></Cases>\n</qDVR>")) << Stored();
+
+  boost::filesystem::remove("kelvo.xml");
+  boost::filesystem::create_directories("kelvo.xml.pending/in/the/way");
   Restart();
-  EXPECT_TRUE(Contains(Broadcast(), "Storage"));
   storage->SaveStorage();
   EXPECT_EQ(host.CountLines(75, "kelvo.xml could not be saved: "), 1u) << "told once";
+  EXPECT_TRUE(Contains(Broadcast(), "Storage"));
+}
+
+// One call fails, or the process dies there, at a start, at a change of the settings and at new
+// bookmarks: what is in force and what is stored is the old or the new, never less.
+TEST_F(SettingsFile, NoFaultAndNoDeathCostsSettingsOrBookmarks) {
+  durable.Join(files, "kelvo.xml");
+  const std::string covered[] = {Plant("a/", kNow - kDay), Plant("a/", kNow - 2 * kDay)};
+  const auto cases = [](int age) {
+    return "<Case ID='c'>" + Bookmark("b", kNow - (age + 1) * kDay, kNow - (age + 1) * kDay + 9) +
+           "</Case>";
+  };
+  const auto covers = [&](int age) {
+    for (const std::string& path : covered) WriteFile(path);
+    return !storage->RemoveFile(covered[age], false);
+  };
+  constexpr int kErrors[] = {EIO, ENOSPC, EMFILE, EACCES};
+  const struct {
+    const char* what;
+    std::function<void()> act;
+    int newLapse, newCases;
+  } actions[] = {
+      {"start", [&] { Restart(); }, 5, 0},
+      {"settings",
+       [&] {
+         Apply("<Storage ID='327680' TimeLapse='7'/>");
+         storage->SaveStorage();
+       },
+       7, 0},
+      {"bookmarks", [&] { ApplyCases(cases(1)); }, 5, 1},
+  };
+  for (int kind = 0; kind < 6; ++kind) {
+    const auto& action = actions[kind / 2];
+    const bool dies = kind % 2 != 0;
+    for (int step = 1, reached = 1; reached >= step; ++step) {
+      SCOPED_TRACE(testing::Message()
+                   << action.what << (dies ? " dies" : " fails") << " at step " << step);
+      durable.Arm(0, false);
+      Store("<qDVR><Storage ID='327680' TimeLapse='5'/><Cases ID='393216'>" + cases(0) +
+            "</Cases></qDVR>");
+      if (kind >= 2) Restart();
+      durable.error = kErrors[step % 4];
+      durable.Arm(step, dies);
+      try {
+        action.act();
+        storage->ReportStatus(true);  // the next minute
+        ASSERT_EQ(storage->TimeLapse(), action.newLapse);
+        ASSERT_TRUE(covers(action.newCases));
+      } catch (const qv::kelvo::Died&) {
+      }
+      reached = durable.steps;
+      const bool died = dies && reached >= step;
+      durable.Arm(0, false);
+      files.ClearFaults();
+      Restart();
+      ASSERT_TRUE(storage->TimeLapse() == action.newLapse || (died && storage->TimeLapse() == 5));
+      ASSERT_TRUE(covers(action.newCases) || (died && covers(0)));
+      ASSERT_FALSE(covers(0) && covers(1));
+      for (const char* suffix : {".bak", ".pending", ".damaged1"}) {
+        ASSERT_FALSE(Exists(std::string("kelvo.xml") + suffix)) << suffix;
+      }
+    }
+  }
+}
+
+// The file can't be read for a time: nothing is deleted and nothing written over until it can.
+TEST_F(SettingsFile, AFileThatCannotBeReadIsWaitedFor) {
+  const std::string path = Plant("a/", kNow - kDay);
+  Store(WithBookmark("<Storage ID='327680' TimeLapse='5' ContentAge='6'/>"));
+  const std::string text = Stored();
+  drives.Fill();
+  files.Set({qv::kelvo::FileCall::Open, 1, qv::kelvo::FileFault::kForGood, EMFILE, 0, "kelvo.xml"});
+  Restart();
+  Apply("<Storage ID='327680' TimeLapse='7'/>");
+  storage->SaveStorage();
+  storage->ReportStatus(true);
+  EXPECT_EQ(storage->GetRecordVolume(&manager, 1), "");
+  EXPECT_FALSE(storage->KickSweeper(false));
+  EXPECT_EQ(Stored(), text);
+  EXPECT_EQ(host.CountLines(75, "kelvo.xml is there but can't be read"), 1u) << "told once";
+  EXPECT_TRUE(Contains(Broadcast(), R"(Name="a/")"));
+  files.ClearFaults();
+  storage->ReportStatus(true);
+  EXPECT_EQ(storage->TimeLapse(), 7) << "what came meanwhile is newer";
+  EXPECT_TRUE(Contains(Stored(), R"(TimeLapse="7" ContentAge="6")")) << Stored();
+  EXPECT_EQ(storage->GetRecordVolume(&manager, 1), "");
+  EXPECT_TRUE(Exists(path)) << "its bookmark is in force";
+}
+
+TEST_F(SettingsFile, TheFirstDriveToComeBringsTheSettings) {
+  const std::string path = Plant("a/", kNow - kDay);
+  Store(WithBookmark(
+      "<Storage ID='327680' TimeLapse='5'><Drive Name='a/' Enabled='1' Percent='40'/></Storage>"));
+  const std::string stored = Stored();
+  std::vector<qv::kelvo::FakeDrive> found;
+  drives.Change([&](auto& table) { std::swap(table.drives, found); });
+  const auto open = [&] {
+    storage = std::make_unique<CFileSystem>(core, platform);
+    EXPECT_FALSE(storage->LoadStorage());
+    storage->ReportStatus(true);
+    EXPECT_EQ(Stored(), stored);
+    EXPECT_EQ(storage->TimeLapse(), 0);
+  };
+  const auto known = [&] {
+    EXPECT_EQ(storage->TimeLapse(), 5);
+    EXPECT_FALSE(storage->RemoveFile(path, false));
+    EXPECT_TRUE(Contains(Stored(), R"(<Drive Name="a/" Enabled="1" Percent="40")")) << Stored();
+  };
+  open();
+  const ParsedXml archives(
+      "<Archives><Portal><Target Enabled='5' ID='7'><Partition MountPoint='a/'/>"
+      "</Target></Portal></Archives>");
+  EXPECT_TRUE(storage->ApplyArchivesXml(archives.Root()));
+  known();
+  // A listing that failed is asked for again; one that found nothing isn't.
+  Store(stored);
+  drives.Change([](auto& table) { table.drivesError = EMFILE; });
+  open();
+  drives.Change([&](auto& table) { table = {found, 0, 0}; });
+  storage->ReportStatus(true);
+  EXPECT_EQ(storage->ListUsableVolumes().size(), 2u);
+  known();
+}
+
+TEST_F(SettingsFile, TextIsUtf8WhateverItCameAs) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"<qDVR><Case ID='&#xE9;\xC3\xA9'", "\xC3\xA9\xC3\xA9"},
+      {"<?xml version='1.0' encoding='ISO-8859-1'?><qDVR><Case ID='\xE9\x80'",
+       "\xC3\xA9\xE2\x82\xAC"},
+      {"<qDVR><Case ID='\xE9\xC3\xA9'", "\xC3\xA9\xC3\xA9"},
+      {"\xEF\xBB\xBF<?xml encoding=\"latin1\"?><qDVR><Case ID='\xC3\xA9'", "\xC3\xA9"},
+      {"<?xml version='1.0' encoding='UTF-16'?><qDVR><Case ID='\xC3\xA9'", "\xC3\xA9"},
+  };
+  drives.Add("caf\xE9/");
+  drives.faulty = "caf\xE9/";  // there is no such directory
+  Restart();
+  for (const auto& [message, id] : rows) {
+    const ParsedXml xml(std::string(message) + "/></qDVR>");
+    for (int i = 0; i < 2; ++i) {
+      durable.Arm(0, false);
+      storage->ApplyCasesXml(xml.Root(), false);
+      EXPECT_EQ(durable.steps != 0, i == 0) << "the same again is no save";
+    }
+    Apply("<Storage ID='327680'><Drive Name='caf\xC3\xA9/' Enabled='0'/></Storage>");
+    storage->SaveStorage();
+    EXPECT_TRUE(Contains(Stored(), "<Case ID=\"" + std::string(id) + "\" />")) << Stored();
+    EXPECT_TRUE(Contains(Stored(), "<Drive Name=\"caf\xC3\xA9/\" Enabled=\"0\"")) << Stored();
+    Restart();
+    EXPECT_EQ(storage->ListUsableVolumes(), (std::vector<std::string>{"a/", "b/"}));
+  }
+}
+
+// By a message, the file, a start and the report of the sizes.
+TEST_F(SettingsFile, AnyTextOfABookmarkSurvivesTheWholeWay) {
+  const std::pair<std::string, std::string> pieces[] = {
+      {"&#xE9;", "\xC3\xA9"}, {"&#128512;", "\xF0\x9F\x98\x80"},
+      {"&quot;", "\""},       {"'", "'"},
+      {"&lt;", "<"},          {"&amp;#65;", "&#65;"},
+      {"&#10;\t", "\n\t"},    {"&#1;\x7F", "\1\x7F"},
+      {"  ", "  "},           {"\xEF\xBB\xBF]]>--&gt;", "\xEF\xBB\xBF]]>-->"}};
+  std::string cases;
+  std::set<std::string> expected;
+  std::mt19937 random(1);
+  for (int i = 0; i < 300; ++i) {
+    std::string told, id;
+    for (auto left = 1 + random() % 6; left > 0; --left) {
+      const auto& [text, value] = pieces[random() % std::size(pieces)];
+      told += text;
+      id += value;
+    }
+    expected.insert(id);
+    cases += "<Case ID=\"" + told + "\"><Bookmark ID='b' Start='1' End='2'/></Case>";
+  }
+  Restart();
+  ApplyCases(cases);
+  Restart();
+  Apply("<Storage ID='327680' TimeLapse='3'/>");
+  storage->SaveStorage();  // read and printed once more
+  const auto ids = [](const ParsedXml& xml) {
+    std::set<std::string> found;
+    for (const TiXmlElement& element : Children(xml.Root(), "Case")) {
+      found.insert(ReadText(element, "ID"));
+    }
+    return found;
+  };
+  const std::string stored = Stored();
+  const ParsedXml file(stored.substr(stored.find("<Cases")));
+  EXPECT_EQ(ids(file), expected);
+  EXPECT_EQ(ids(ParsedXml(PrintXml(BookmarkSizes(ReadCases(file.Root(), {}))))), expected);
 }
 
 TEST_F(SettingsFile, BookmarksOfAMessageReplaceThoseOfTheFile) {
