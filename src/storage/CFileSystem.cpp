@@ -44,7 +44,7 @@ void CFileSystem::FindDrives() {
   if (!LearnSettings()) SaveStorage();
 }
 
-bool CFileSystem::LearnSettings() {
+bool CFileSystem::LearnSettings(bool save) {
   if (settingsFile.Known()) return true;
   XmlDocument document;
   if (!settingsFile.Learn(document)) return false;
@@ -54,7 +54,7 @@ bool CFileSystem::LearnSettings() {
   ApplyStorageXml(root, drivesGiven, reply);
   const TiXmlElement* cases = root.FirstChildElement("Cases");
   if (cases != nullptr) ApplyCasesXml(*cases, true);
-  SaveStorage();
+  if (save) SaveStorage();
   if (reply.FirstChild() != nullptr) SendStorageXml(reply);
   return true;
 }
@@ -219,7 +219,7 @@ void CFileSystem::ApplyArchiveStatus(const TiXmlElement& archives) {
 bool CFileSystem::ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven,
                                   TiXmlElement& reply) {
   drivesGiven = false;
-  const bool known = LearnSettings();
+  const bool known = LearnSettings(false);
   for (const TiXmlElement& storage : Children(parent, "Storage")) {
     if (!HasModuleId(storage, KELVO_MODULE_ID)) continue;
     if (!known) settingsFile.Keep(storage);

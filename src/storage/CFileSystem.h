@@ -156,9 +156,9 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   void LogFoundDrives();
   [[nodiscard]] SavedTables Tables() const { return {volumes.Drives(), retention, lapse}; }
   void FindDrives();
-  // Puts the stored settings and bookmarks in force and broadcasts them. False while they can't be
-  // read.
-  bool LearnSettings();
+  // Puts the stored settings and bookmarks in force, if they aren't yet, then saves and broadcasts
+  // them unless the caller does. False while they can't be read.
+  bool LearnSettings(bool save = true);
   // Tries again what could not be done: listing the drives, reading the settings, saving them.
   void CatchUp();
   void TellStatus(bool full);
