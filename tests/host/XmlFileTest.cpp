@@ -53,6 +53,15 @@ TEST_F(XmlFile, SaveThatIsCutShortLeavesTheOld) {
     EXPECT_THROW((void)Settings("new").SaveFile(With(files), path), Died);
     ASSERT_EQ(Restart(), "old") << cut;
   }
+  // Nor does a death cost the backup while that is all there is, as an earlier death leaves it.
+  for (int step = 1; step <= 4; ++step) {
+    SaveOld();
+    fs::rename(path, path + ".bak");
+    ShakyFiles files;
+    files.Arm(step, true);
+    EXPECT_THROW((void)Settings("new").SaveFile(With(files), path), Died);
+    EXPECT_EQ(Restart(), step < 4 ? "old" : "new");
+  }
 }
 
 TEST_F(XmlFile, FailuresHaveTheirOwnWords) {
