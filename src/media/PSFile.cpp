@@ -1,6 +1,7 @@
 #include "media/PSFile.h"
 
 #include <algorithm>
+#include <boost/filesystem/operations.hpp>
 #include <optional>
 
 #include "media/ByteOrder.h"
@@ -67,13 +68,23 @@ int PSFile::Create(const std::string& path, const PsFileInfo& fileInfo,
                    std::uint64_t preallocateBytes) {
   Close();
   if (const int result = OpenPair(path, preallocateBytes); result != kPsOk) {
-    Close();
+    Abandon(path);
     return result;
   }
   writable = true;
   const int result = WriteFixedParts(fileInfo, descriptors);
-  if (result != kPsOk && result != kPsBadArgument) Close();
+  if (result != kPsOk && result != kPsBadArgument) Abandon(path);
   return result;
+}
+
+// Removes the files of a pair that couldn't be begun. One that couldn't be opened isn't ours.
+void PSFile::Abandon(const std::string& path) {
+  const bool hasMedia = mediaFile != nullptr, hasIndex = indexFile != nullptr;
+  writable = false;
+  Close();
+  boost::system::error_code ignored;  // what is in the way now may be in the way of this, too
+  if (hasMedia) boost::filesystem::remove(path, ignored);
+  if (hasIndex) boost::filesystem::remove(IndexPath(path), ignored);
 }
 
 int PSFile::OpenPair(const std::string& path, std::uint64_t preallocateBytes) {

@@ -59,8 +59,8 @@ class PSFile {
 
   // Opens a new pair, emptying files that exist, and writes the fixed parts. `descriptors` are one
   // per stream number. `preallocateBytes` sizes both files in advance; 0 doesn't. After a failure
-  // the object is closed, except after -1 for a non-zero `fileInfo.level`, where the files stay
-  // open until Close.
+  // the object is closed and what was opened is removed, except after -1 for a non-zero
+  // `fileInfo.level`, where the files stay open until Close.
   [[nodiscard]] int Create(const std::string& path, const PsFileInfo& fileInfo,
                            std::span<const PsStreamDescriptor, kStreamCount> descriptors,
                            std::uint64_t preallocateBytes);
@@ -108,6 +108,7 @@ class PSFile {
   [[nodiscard]] bool WriteIndexHead();
   [[nodiscard]] std::uint64_t WriteRuns();
   void FinishIndex();
+  void Abandon(const std::string& path);
   void Reset();
 
   MediaFiles& files;
