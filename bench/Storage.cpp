@@ -172,7 +172,9 @@ void MeasureProtected(Site& site, const std::string& what) {
 class Recorder {
  public:
   explicit Recorder(Site& onSite)
-      : site(onSite), manager(*onSite.storage, onSite.core, onSite.platform), payload(20'000) {
+      : site(onSite),
+        manager(*onSite.storage, onSite.core, onSite.platform, queue),
+        payload(20'000) {
     std::string text = "<qDVR><Devices ID='1245184'>";
     for (int camera = 0; camera < kTreeCameras; ++camera) {
       text += "<Device Number='" + std::to_string(camera) +
@@ -205,6 +207,7 @@ class Recorder {
 
  private:
   Site& site;
+  qvsvr::kelvo::RecordQueue queue;
   CRecordMgr manager;
   std::vector<char> payload;
   int given = 0;

@@ -1,8 +1,6 @@
 #include "record/CRecordMgr.h"
 
 #include <algorithm>
-#include <chrono>
-#include <exception>
 #include <stdexcept>
 #include <string_view>
 
@@ -10,6 +8,7 @@
 #include "kelvo/host_abi.h"
 #include "record/BufferReference.h"
 #include "record/FrameIntake.h"
+#include "record/Guarded.h"
 #include "record/ReservationMessages.h"
 #include "storage/StorageMessages.h"
 
@@ -22,30 +21,6 @@ constexpr std::int64_t kSweepPeriodNs = 3'600'000'000'000;
 constexpr std::int64_t kSweepRetryNs = 300'000'000'000;  // also the wait for the first sweep
 constexpr double kMegabitsPerBit = 1.0 / (1 << 20);
 
-// Waking a sleeping thread costs the host several microseconds. So while frames come in, the worker
-// dozes instead of sleeping: it looks at the queue by itself, and a frame wakes it only when many
-// have gathered. Other messages always wake it. With no frame for a second it sleeps.
-constexpr std::chrono::nanoseconds kDoze = std::chrono::milliseconds(10);
-constexpr std::chrono::nanoseconds kSleep = std::chrono::minutes(1);
-constexpr int kDozesToSleep = 100;
-constexpr std::size_t kDozingLimit = 64;
-
-bool IsFrame(const RecordMessage& message) {
-  return message.Type == 0 && (message.Class & KELVO_WRITE_FRAME) != 0;
-}
-
-// Runs one step; what it throws ends here, since nothing may end the worker.
-template <typename Step>
-void Guarded(const char* what, Step step) noexcept {
-  try {
-    step();
-  } catch (const std::exception& error) {
-    LogPrintf(LogError, "%s failed: %s", what, error.what());
-  } catch (...) {
-    LogPrintf(LogError, "%s failed: unknown exception", what);
-  }
-}
-
 void NoteTime(std::int64_t elapsedNs, std::uint64_t& current, std::uint64_t& least,
               std::uint64_t& most) {
   current = static_cast<std::uint64_t>(elapsedNs / kNsPerMicrosecond);
@@ -55,38 +30,41 @@ void NoteTime(std::int64_t elapsedNs, std::uint64_t& current, std::uint64_t& lea
 
 }  // namespace
 
-CRecordMgr::CRecordMgr(CFileSystem& fileSystem, ICoreEventer& core, qv::kelvo::Platform& platform)
+CRecordMgr::CRecordMgr(CFileSystem& fileSystem, ICoreEventer& core, qv::kelvo::Platform& platform,
+                       RecordQueue& queue)
     : FileSystem(fileSystem),
       Core(core),
       Platform(platform),
       Alarms(core),
-      Services{core, fileSystem, *this, platform, Alarms, Reservations, Stats()},
+      Volumes(fileSystem, *this),
+      Services{core, fileSystem, *this, Volumes, platform, Alarms, Reservations, Stats()},
+      Files(Services, Streams),
       Config{Services, Streams, PreAlarmSeconds, Ptz},
-      SweepDueNs(platform.clock.SteadyNs() + kSweepRetryNs) {}
+      Queue(queue),
+      SweepDueNs(platform.clock.SteadyNs() + kSweepRetryNs) {
+  Queue.Begin(platform.clock);
+}
 
 CRecordMgr::~CRecordMgr() {
-  RequestStop();
-  if (Worker.joinable()) Worker.join();
+  Queue.Stop();
+  if (Worker.joinable()) {
+    Worker.join();
+  } else {
+    TellWhatIsLeft();
+  }
   for (const auto& stream : Streams.All()) {
     Guarded("closing a file", [&] { stream->CloseFile(); });
   }
   while (!Streams.All().empty()) Streams.Remove(Streams.All().back().get());
-  while (!Queue.Empty()) {
-    const BufferReference left(Core, Queue.Pop().Payload);
+  for (RecordMessage left; Queue.TakeLeft(left);) {
+    const BufferReference released(Core, left.Payload);
   }
+  Queue.End();
 }
 
-bool CRecordMgr::Enqueue(const RecordMessage& message) {
-  if (Stopping.load(std::memory_order_relaxed)) return false;
-  bool wake = true;
-  {
-    const std::lock_guard guard(QueueLock);
-    Queue.Push(message);
-    wake = !Dozing || !IsFrame(message) || Queue.Size() == kDozingLimit;
-  }
-  // After the lock, so that the woken worker finds it free.
-  if (wake) QueueSignal.notify_one();
-  return true;
+void CRecordMgr::TellWhatIsLeft() {
+  const std::size_t frames = Queue.FramesLeft();
+  if (frames != 0) LogPrintf(LogWarning, "%zu queued frames were not recorded", frames);
 }
 
 void CRecordMgr::Start() {
@@ -94,41 +72,19 @@ void CRecordMgr::Start() {
   Worker = std::thread(&CRecordMgr::Run, this);
 }
 
-void CRecordMgr::RequestStop() {
-  Stopping.store(true);
-  // A worker that has just found the flag clear holds the lock until it waits: passing through the
-  // lock makes sure that the signal comes after that.
-  { const std::lock_guard guard(QueueLock); }
-  QueueSignal.notify_all();
-}
-
 void CRecordMgr::Run() {
   LogPrintf(LogTrace, "KELVO - RecordMgr worker - running");
   StatsStartNs = Platform.clock.SteadyNs();
   SweepDueNs = StatsStartNs + kSweepRetryNs;
   Guarded("reporting the status", [this] { FileSystem.ReportStatus(true); });
-  RecordMessage message;
-  std::int64_t sinceStatsNs = 0;
-  while (Next(message, sinceStatsNs)) Process(message, sinceStatsNs);
-  Guarded("stopping the sweeper", [this] { FileSystem.KickSweeper(true); });
-}
-
-bool CRecordMgr::Next(RecordMessage& message, std::int64_t& sinceStatsNs) {
-  MessageQueue::SpareBlocks surplus;  // freed after the lock is
-  std::unique_lock lock(QueueLock);
-  while (!Stopping.load() && Queue.Empty()) {
-    Dozing = IdleDozes < kDozesToSleep;
-    if (Dozing) ++IdleDozes;
-    QueueSignal.wait_for(lock, Dozing ? kDoze : kSleep);
+  RecordQueue::Taken taken;
+  while (Queue.Next(taken, StatsStartNs + kStatsPeriodNs)) {
+    Services.Stats.InQ = taken.left;
+    Services.Stats.InQAgeMs = taken.oldestMs;
+    Process(taken.message, taken.steadyNs - StatsStartNs);
   }
-  Dozing = false;
-  if (Stopping.load()) return false;
-  sinceStatsNs = Platform.clock.SteadyNs() - StatsStartNs;
-  message = Queue.Pop();
-  if (IsFrame(message)) IdleDozes = 0;
-  Services.Stats.InQ = Queue.Size();
-  if (sinceStatsNs >= kStatsPeriodNs) surplus = Queue.Shrink();
-  return true;
+  TellWhatIsLeft();
+  Guarded("stopping the sweeper", [this] { FileSystem.KickSweeper(true); });
 }
 
 void CRecordMgr::Process(const RecordMessage& message, std::int64_t sinceStatsNs) {
@@ -145,7 +101,8 @@ void CRecordMgr::Process(const RecordMessage& message, std::int64_t sinceStatsNs
 }
 
 void CRecordMgr::HandleMessage(const RecordMessage& message) {
-  if (!IsFrame(message)) {
+  Volumes.BeginMessage();
+  if (!RecordQueue::IsFrame(message)) {
     HandleXml(message);
     return;
   }
@@ -156,8 +113,7 @@ void CRecordMgr::HandleMessage(const RecordMessage& message) {
   }
   // Not recorded any more: back to the queue, whose rest the destructor releases.
   BufferReference reference(Core, message.Payload);
-  const std::lock_guard guard(QueueLock);
-  Queue.Push(message);
+  Queue.PutBack(message);
   reference.PassOn();
 }
 
@@ -244,7 +200,7 @@ void CRecordMgr::AfterMessage(std::int64_t sinceStatsNs) {
   if (sinceStatsNs >= kStatsPeriodNs) EndMinute(sinceStatsNs);
   FileSystem.ContinueReport();
   FollowAudioSetting();
-  OpenDueFiles();
+  if (!IsStopping()) Files.Follow();
   if (!IsStopping()) KickSweeperWhenDue();
 }
 
@@ -275,19 +231,6 @@ void CRecordMgr::FollowAudioSetting() {
   if (changes == PlacedAudioChanges) return;
   PlacedAudioChanges = changes;
   PlaceAudio(Config, FileSystem.PreserveExpirationAudioWithVideo());
-}
-
-void CRecordMgr::OpenDueFiles() {
-  const qv::kelvo::UtcMs now = Platform.clock.NowMs();
-  if (!Streams.AnyFileDue(now)) return;
-  for (const auto& stream : Streams.All()) {
-    if (IsStopping()) return;
-    if (!stream->FileDue(now)) continue;
-    Guarded("opening the next file", [&] {
-      stream->CloseFile();
-      if (!IsStopping()) stream->OpenFile();
-    });
-  }
 }
 
 std::int64_t CRecordMgr::ReservedGB(const std::string& volume) const {

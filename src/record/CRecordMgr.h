@@ -1,44 +1,35 @@
 #pragma once
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <limits>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "host/Xml.h"
 #include "record/CRecordAlarms.h"
 #include "record/DeviceConfig.h"
-#include "record/MessageQueue.h"
+#include "record/DueFiles.h"
+#include "record/RecordQueue.h"
 #include "record/RecordServices.h"
 #include "record/Reservations.h"
 #include "record/StreamSet.h"
 
 namespace qvsvr::kelvo {
 
-// The record manager: takes what the host sends and does all recording on one worker thread.
-// Enqueue, RequestStop and IsStopping from any thread; everything else belongs to the worker.
+// The record manager: takes what comes by a queue and does all recording on one worker thread.
+// IsStopping from any thread; everything else belongs to the worker.
 class CRecordMgr : public IRecordManager {
  public:
-  // Borrows all for its life.
-  CRecordMgr(CFileSystem& fileSystem, ICoreEventer& core, qv::kelvo::Platform& platform);
+  // Borrows all for its life. Begins the queue and ends it again.
+  CRecordMgr(CFileSystem& fileSystem, ICoreEventer& core, qv::kelvo::Platform& platform,
+             RecordQueue& queue);
   // Stops and joins the worker, ends all files and releases every buffer left in the queue.
   ~CRecordMgr() override;
   CRecordMgr(const CRecordMgr&) = delete;
   CRecordMgr& operator=(const CRecordMgr&) = delete;
 
-  // False when stopping, with no reference taken; otherwise the queue owns the payload's reference.
-  // Throws std::bad_alloc, with no reference taken, when memory runs out. While frames keep coming
-  // a frame may wait 10 ms for the worker, which spares the caller the cost of waking it.
-  bool Enqueue(const RecordMessage& message);
-
-  // Starts the worker; a second start throws std::logic_error.
+  // Starts the worker, which ends when the queue is stopped; a second start throws
+  // std::logic_error.
   void Start();
-
-  // Makes the worker end; doesn't wait.
-  void RequestStop();
 
   // Handles one message on the calling thread: the worker's step, callable without a thread. Takes
   // over the payload's reference, also when it throws.
@@ -50,13 +41,12 @@ class CRecordMgr : public IRecordManager {
 
   [[nodiscard]] std::int64_t ReservedGB(const std::string& volume) const override;
   [[nodiscard]] bool IsBeingWritten(const std::string& path) const override;
-  [[nodiscard]] bool IsStopping() const override { return Stopping.load(); }
+  [[nodiscard]] bool IsStopping() const override { return Queue.IsStopping(); }
 
  private:
   void Run();
-  // Waits for the next message; false when the worker has to end.
-  [[nodiscard]] bool Next(RecordMessage& message, std::int64_t& sinceStatsNs);
   void Process(const RecordMessage& message, std::int64_t sinceStatsNs);
+  void TellWhatIsLeft();
 
   void HandleXml(const RecordMessage& message);
   void ApplyAction(const TiXmlElement& root);
@@ -69,7 +59,6 @@ class CRecordMgr : public IRecordManager {
   void EndMinute(std::int64_t elapsedNs);
   [[nodiscard]] double RecordingRate(std::int64_t elapsedMicroseconds);
   void FollowAudioSetting();
-  void OpenDueFiles();
   void KickSweeperWhenDue();
 
   CFileSystem& FileSystem;
@@ -77,19 +66,16 @@ class CRecordMgr : public IRecordManager {
   qv::kelvo::Platform& Platform;
   CRecordAlarms Alarms;
   ReservationList Reservations;
+  RecordVolumes Volumes;
   RecordServices Services;
   StreamSet Streams;
+  DueFiles Files;
   PreAlarmTable PreAlarmSeconds;
   PtzInputs Ptz;
   ConfigTarget Config;
 
-  std::mutex QueueLock;  // guards Queue and Dozing
-  std::condition_variable QueueSignal;
-  MessageQueue Queue;
-  bool Dozing = false;                              // the worker looks at the queue again by itself
-  int IdleDozes = std::numeric_limits<int>::max();  // since the last frame
+  RecordQueue& Queue;
   std::thread Worker;
-  std::atomic<bool> Stopping{false};
 
   std::int64_t StatsStartNs = 0;
   std::int64_t SweepDueNs;

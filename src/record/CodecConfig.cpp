@@ -41,9 +41,11 @@ std::int32_t KeptAheadOfMotion(const InputSettings& settings) {
       sum, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()));
 }
 
-// Makes `to` a copy of `from`. What runs in a slot that was in use before goes on.
-void CopySlot(const ChannelSlot& from, ChannelSlot& to) {
+// Makes `to`, of a channel stream, a copy of `from`, with the input's number within the device.
+// What runs in a slot that was in use before goes on.
+void CopySlot(const ChannelSlot& from, std::int32_t input, ChannelSlot& to) {
   ChannelSlot copy = from;
+  copy.Input = input;
   if (to.Encoder >= 0) {
     copy.ActiveAlarms = std::move(to.ActiveAlarms);
     copy.MotionTime = to.MotionTime;
@@ -66,6 +68,7 @@ CodecConfig::CodecConfig(const ConfigTarget& target, const DeviceAddress& addres
 void CodecConfig::Apply(const TiXmlElement& codec) {
   const std::uint32_t restarts = ReadRestarts(codec);
   RecordStream* multiplexed = nullptr;
+  bool isNew = false, hasAudio = false;
   int slotBase = 0;
   for (const TiXmlElement& element : Children(codec, "Encoder")) {
     std::int32_t number = 0;
@@ -78,17 +81,25 @@ void CodecConfig::Apply(const TiXmlElement& codec) {
     }
     if (multiplexed == nullptr) {
       const DeviceAddress device{Address.Id, Address.Device, 0};
-      multiplexed = &GetOrCreateStream(device.With(kMultiplexedByte), restarts != 0);
+      const std::uint32_t id = device.With(kMultiplexedByte);
+      isNew = Target.Streams.Find(id) == nullptr;
+      multiplexed = &GetOrCreateStream(id, restarts != 0);
     }
-    const int count = TakeSequence(*sequence, *multiplexed, slotBase, restart);
-    Encoder encoder{number, restart, true, *multiplexed, slotBase, count};
+    Encoder encoder{number, restart || isNew, true, *multiplexed, slotBase, 0};
+    TakeSequence(*sequence, encoder);
     ApplyChannels(element, encoder);
     if (number == 0) ApplyAudio(element, encoder);
-    slotBase += count;
+    hasAudio |= number == 0;
+    slotBase += encoder.ChannelCount;
   }
   if (multiplexed == nullptr) return;
   for (int slot = slotBase; slot < kVideoSlots; ++slot) multiplexed->ResetSlot(slot);
-  if (restarts != 0) multiplexed->OpenFile();
+  for (int slot = kVideoSlots; !hasAudio && slot < kSlots; ++slot) multiplexed->ResetSlot(slot);
+  if (restarts != 0 || isNew) multiplexed->OpenFile();
+}
+
+bool CodecConfig::Encoder::Restarts(int slot) const {
+  return Restart || Stream.Slots[static_cast<std::size_t>(slot)].Encoder != Number;
 }
 
 std::uint32_t CodecConfig::ReadRestarts(const TiXmlElement& codec) const {
@@ -121,22 +132,23 @@ RecordStream& CodecConfig::GetOrCreateStream(std::uint32_t id, bool restart) {
   return *stream;
 }
 
-// Returns how many slots the sequence takes, from `slotBase` on.
-int CodecConfig::TakeSequence(const TiXmlElement& sequence, RecordStream& stream, int slotBase,
-                              bool restart) {
-  int count = 0;
+// The sequence's inputs take the encoder's slots.
+void CodecConfig::TakeSequence(const TiXmlElement& sequence, Encoder& encoder) {
   for (const std::int32_t input : ReadSequence(sequence)) {
-    const int slot = slotBase + count;
+    const int slot = encoder.SlotBase + encoder.ChannelCount;
     if (slot >= kSlots) break;
-    if (restart) stream.Slots[static_cast<std::size_t>(slot)].Input = input;
-    ++count;
+    if (encoder.Restarts(slot)) {
+      encoder.Stream.Slots[static_cast<std::size_t>(slot)].Input = input;
+    }
+    ++encoder.ChannelCount;
   }
-  return count;
 }
 
 void CodecConfig::ApplyAlone(const TiXmlElement& element, std::int32_t number, bool restart) {
   const std::uint32_t lowByte = kEncoderByte + static_cast<std::uint32_t>(number);
-  RecordStream& stream = GetOrCreateStream(Address.With(lowByte), restart);
+  const std::uint32_t id = Address.With(lowByte);
+  restart = restart || Target.Streams.Find(id) == nullptr;
+  RecordStream& stream = GetOrCreateStream(id, restart);
   if (restart) stream.Layout = static_cast<std::uint8_t>(lowByte);
 
   Encoder encoder{number, restart, false, stream, 0, kChannels};
@@ -167,7 +179,8 @@ void CodecConfig::ApplyChannel(const TiXmlElement& element, Encoder& encoder,
   RecordStream& stream = encoder.Stream;
   const int slotIndex = encoder.SlotBase + channel;
   ChannelSlot& slot = stream.Slots[static_cast<std::size_t>(slotIndex)];
-  if (!encoder.HasSequence && encoder.Restart) slot.Input = channel;
+  const bool restart = encoder.Restarts(slotIndex);
+  if (!encoder.HasSequence && restart) slot.Input = channel;
   encoder.Named |= Bit(channel);
 
   if (IsDisabled(element)) stream.DropSlotFrames(slotIndex);
@@ -176,12 +189,13 @@ void CodecConfig::ApplyChannel(const TiXmlElement& element, Encoder& encoder,
       !ReadInt(element, "Height", height)) {
     return;
   }
-  if (encoder.Restart) stream.DropSlotFrames(slotIndex);
+  if (restart) stream.DropSlotFrames(slotIndex);
+  if (restart && !encoder.Restart) stream.CloseFile();  // it doesn't tell of the slot
   slot.Standard = standard;
   slot.Width = width;
   slot.Height = height;
   slot.Encoder = encoder.Number;
-  stream.ChannelMap[ChannelByte(encoder.Number, channel)] = slotIndex;
+  stream.MapChannel(ChannelByte(encoder.Number, channel), slotIndex);
 
   const int input = stream.EffectiveInput(slotIndex);
   if (!IsInput(input)) {
@@ -203,30 +217,30 @@ void CodecConfig::ApplyChannel(const TiXmlElement& element, Encoder& encoder,
   AddTuple(Address.With(ChannelByte(encoder.Number, channel)), input);
 
   if (Inputs.HasOwnStream.test(number)) {
-    SplitOff(encoder, channel);
+    SplitOff(encoder, channel, input);
   } else if (SetBit(encoder.Counted, channel)) {
     ++stream.ActiveChannels;
   }
 }
 
-void CodecConfig::SplitOff(Encoder& encoder, std::int32_t channel) {
+void CodecConfig::SplitOff(Encoder& encoder, std::int32_t channel, std::int32_t input) {
   RecordStream& parent = encoder.Stream;
   const int slotIndex = encoder.SlotBase + channel;
   const std::uint32_t lowByte = ChannelByte(encoder.Number, channel);
-  RecordStream& own = GetOrCreateStream(Address.With(lowByte), encoder.Restart);
+  const std::uint32_t id = Address.With(lowByte);
+  const bool restart = encoder.Restart || Target.Streams.Find(id) == nullptr;
+  RecordStream& own = GetOrCreateStream(id, restart);
   own.ParentId = parent.StreamId;
   own.AltId = 0;
-  Target.Streams.RoutesChanged();
-  own.Layout = parent.Layout;  // the input keeps its number within the device
   ++own.ActiveChannels;
-  if (encoder.Restart) own.DropSlotFrames(0);
-  CopySlot(parent.Slots[static_cast<std::size_t>(slotIndex)], own.Slots[0]);
-  own.ChannelMap[lowByte] = 0;
+  if (restart) own.DropSlotFrames(0);
+  CopySlot(parent.Slots[static_cast<std::size_t>(slotIndex)], input, own.Slots[0]);
+  own.MapChannel(lowByte, 0);
   parent.DropSlotFrames(slotIndex);
 
   // With its only input gone, and the audio with it, nothing is left for the parent to record.
   if (AudioWithVideo && VideoInputs == 1) parent.CloseFile();
-  if (encoder.Restart) own.OpenFile();
+  if (restart) own.OpenFile();
 }
 
 // The stream that the channel was split off to by the message at hand, or null.
@@ -265,13 +279,14 @@ void CodecConfig::ApplyAudioChannel(const TiXmlElement& element, Encoder& encode
       !ReadInt(element, "BufSizeSamples", samples)) {
     return;
   }
+  if (!encoder.Restart && encoder.Restarts(slotIndex)) stream.CloseFile();
   slot.Standard = standard;
   slot.SampleRate = rate;
   slot.BufSizeSamples = samples;
   slot.Encoder = encoder.Number;
   slot.Input = channel;
   const std::uint32_t lowByte = ChannelByte(encoder.Number, AudioChannel(channel));
-  stream.ChannelMap[lowByte] = slotIndex;
+  stream.MapChannel(lowByte, slotIndex);
 
   const int input = stream.EffectiveInput(slotIndex);
   if (!IsInput(input)) {
@@ -287,14 +302,14 @@ void CodecConfig::ApplyAudioChannel(const TiXmlElement& element, Encoder& encode
   AddTuple(Address.With(lowByte), input);
 
   if (own != nullptr) {
-    CopySlot(slot, own->Slots[kOwnAudioSlot]);
-    own->ChannelMap[lowByte] = kOwnAudioSlot;
+    CopySlot(slot, input, own->Slots[std::size_t{kOwnAudioSlot}]);
+    own->MapChannel(lowByte, kOwnAudioSlot);
   }
   const bool isNew = SetBit(encoder.Counted, slotIndex);
   if (own != nullptr && AudioWithVideo) {
     if (isNew) ++own->ActiveChannels;
     own->AltId = Address.With(lowByte);
-    Target.Streams.RoutesChanged();
+    own->TakeSlotFrames(stream, slotIndex, kOwnAudioSlot);
     own->CloseFile();
     own->OpenFile();
   } else if (isNew) {

@@ -33,19 +33,22 @@ class CodecConfig {
     bool HasSequence;
     RecordStream& Stream;
     int SlotBase;               // slot of channel 0
-    int ChannelCount;           // channels of a Sequence
+    int ChannelCount;           // slots from there on
     std::uint32_t Named = 0;    // a bit for each channel: video, then audio
     std::uint32_t Counted = 0;  // those that are ready to record
+
+    // Whether the slot starts afresh: with its encoder, or because it wasn't this encoder's before.
+    [[nodiscard]] bool Restarts(int slot) const;
   };
 
   std::uint32_t ReadRestarts(const TiXmlElement& codec) const;
   RecordStream& GetOrCreateStream(std::uint32_t id, bool restart);
-  int TakeSequence(const TiXmlElement& sequence, RecordStream& stream, int slotBase, bool restart);
+  void TakeSequence(const TiXmlElement& sequence, Encoder& encoder);
   void ApplyAlone(const TiXmlElement& element, std::int32_t number, bool restart);
 
   void ApplyChannels(const TiXmlElement& element, Encoder& encoder);
   void ApplyChannel(const TiXmlElement& element, Encoder& encoder, std::int32_t channel);
-  void SplitOff(Encoder& encoder, std::int32_t channel);
+  void SplitOff(Encoder& encoder, std::int32_t channel, std::int32_t input);
 
   void ApplyAudio(const TiXmlElement& element, Encoder& encoder);
   void ApplyAudioChannel(const TiXmlElement& element, Encoder& encoder, std::int32_t channel);
@@ -67,11 +70,15 @@ class CodecConfig {
          (static_cast<std::uint32_t>(channel) & 31u);
 }
 
+[[nodiscard]] constexpr bool IsAudioProvider(std::uint32_t provider) {
+  return (provider & 16u) != 0;
+}
+
 // The audio channel beside a video channel in a provider id, and the slot it has in a channel
 // stream.
 [[nodiscard]] constexpr std::int32_t AudioChannel(std::int32_t channel) {
   return (channel - kVideoSlots) & 31;
 }
-inline constexpr std::size_t kOwnAudioSlot = kVideoSlots;
+inline constexpr int kOwnAudioSlot = kVideoSlots;
 
 }  // namespace qvsvr::kelvo

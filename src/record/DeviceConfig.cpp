@@ -38,11 +38,23 @@ void ApplyDevice(const ConfigTarget& target, std::uint32_t id, const TiXmlElemen
   });
 }
 
+// Keys of the video inputs, which PTZ messages name without a context.
+std::set<std::uint32_t> MovableInputs(const ProviderTuples& tuples) {
+  std::set<std::uint32_t> keys;
+  for (const SProviderTuple& tuple : tuples) {
+    if (IsAudioProvider(static_cast<std::uint32_t>(tuple.Provider))) continue;
+    keys.insert(
+        DeviceAddress{tuple.Id, tuple.Device, 0}.With(static_cast<std::uint32_t>(tuple.Input)));
+  }
+  return keys;
+}
+
 }  // namespace
 
 void ApplyDevices(const ConfigTarget& target, const TiXmlElement& root) {
   if (root.FirstChildElement("Devices") == nullptr) return;
   ++target.Services.Stats.idev;
+  target.Streams.Changes();
   for (const TiXmlElement& devices : Children(root, "Devices")) {
     std::int32_t number = 0;
     if (!ReadInt(devices, "ID", number)) continue;
@@ -73,6 +85,7 @@ void RemoveStaleStreams(const ConfigTarget& target, std::uint32_t id,
     target.Streams.Remove(stream);
     LogPrintf(LogInfo, "deleted record stream %08lX", streamId);
   }
+  target.Ptz.Keep(id, MovableInputs(seenTuples));
   target.Services.Alarms.RemoveProviders(id, seenTuples);
   target.Services.Alarms.AddProviders(seenTuples);
 }

@@ -18,10 +18,12 @@ class PtzInputs {
  public:
   // Applies one opcode to an input key; unknown opcodes change nothing.
   void Apply(std::uint32_t inputKey, int opcode);
-  [[nodiscard]] bool IsMoving(std::uint32_t inputKey) const;
+  // Forgets the inputs of owner `id` that are not in `configured`.
+  void Keep(std::uint32_t id, const std::set<std::uint32_t>& configured);
+  [[nodiscard]] bool IsMoving(std::uint32_t inputKey) const { return Moving.contains(inputKey); }
 
  private:
-  std::set<std::uint32_t> PtzGroupA, PtzGroupB, PtzGroupC;
+  std::map<std::uint32_t, std::uint8_t> Moving;  // a bit for each of the three groups of opcodes
 };
 
 // What configuration messages work on. Borrowed.
@@ -51,8 +53,8 @@ void UpdateStreams(const ConfigTarget& target, bool closeFiles, bool reloadLapse
 // Moves audio between parent and channel streams after PreserveExpirationAudioWithVideo changed.
 void PlaceAudio(const ConfigTarget& target, bool withVideo);
 
-// Removes the streams of owner `id` that are not in `seenStreams` and brings the alarm registry in
-// line with `seenTuples`.
+// Removes the streams of owner `id` that are not in `seenStreams` and brings the alarm registry and
+// the moving cameras in line with `seenTuples`.
 void RemoveStaleStreams(const ConfigTarget& target, std::uint32_t id,
                         const std::set<std::uint32_t>& seenStreams,
                         const ProviderTuples& seenTuples);

@@ -7,13 +7,11 @@
 namespace qvsvr::kelvo {
 namespace {
 
-constexpr std::uint32_t kChannelMask = 31;
-
 // PTZ messages name inputs without a context.
 bool IsCameraMoving(const RecordStream& stream, std::uint32_t provider, const PtzInputs& ptz) {
-  const std::uint32_t channel = provider & kChannelMask;
-  if (channel >= kVideoSlots) return false;
-  const int input = stream.EffectiveInput(static_cast<int>(channel));
+  const int slot = stream.SlotOf(provider);
+  if (slot < 0 || slot >= kVideoSlots) return false;
+  const int input = stream.EffectiveInput(slot);
   if (input < 0) return false;
   return ptz.IsMoving(qv::kelvo::MakeStreamID(0, qv::kelvo::ProviderOf(provider),
                                               qv::kelvo::DeviceOf(provider),

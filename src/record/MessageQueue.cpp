@@ -28,7 +28,7 @@ MessageQueue::~MessageQueue() {
   queued.First = Head;
 }
 
-void MessageQueue::Push(const RecordMessage& message) {
+RecordMessage& MessageQueue::Push(const RecordMessage& message) {
   if (TailUsed == kBlockMessages) {
     Block* block = Spare;
     if (block != nullptr) {
@@ -41,8 +41,12 @@ void MessageQueue::Push(const RecordMessage& message) {
     Tail = block;
     TailUsed = 0;
   }
-  Tail->Messages[TailUsed++] = message;
   ++Count;
+  return Tail->Messages[TailUsed++] = message;
+}
+
+const RecordMessage& MessageQueue::Front() const {
+  return Head->Messages[HeadUsed];
 }
 
 RecordMessage MessageQueue::Pop() {

@@ -18,6 +18,7 @@ struct RecordMessage {
   std::uint32_t Class = 0;
   std::uint32_t SubCode = 0;
   KelvoFrameHeader Header{};
+  std::uint32_t QueuedMs = 0;  // monotonic, wraps; when it came, or a little before
 };
 static_assert(sizeof(RecordMessage) == 184);
 
@@ -49,9 +50,11 @@ class MessageQueue {
   MessageQueue& operator=(const MessageQueue&) = delete;
 
   // Throws std::bad_alloc, with nothing queued, when it needs a block and can't get one.
-  void Push(const RecordMessage& message);
+  RecordMessage& Push(const RecordMessage& message);
   // Only when not Empty.
   [[nodiscard]] RecordMessage Pop();
+  // The oldest one. Only when not Empty.
+  [[nodiscard]] const RecordMessage& Front() const;
   [[nodiscard]] bool Empty() const { return Count == 0; }
   [[nodiscard]] std::size_t Size() const { return Count; }
   // Messages that the blocks at hand can take, the queued ones included.

@@ -69,14 +69,24 @@ void PendingFrames::Discard(PendingFrame* frame) {
   while (Open.back().Used == 0 && Capacity() - InUse > 2 * InUse + kSpareFrames) Open.pop_back();
 }
 
-void PendingFrames::Append(PendingFrame* frame) {
+PendingFrame* PendingFrames::Copy(const PendingFrame& other) {
+  PendingFrame* frame = Allocate();
+  const std::uint16_t home = frame->Home;
+  *frame = other;
+  frame->Home = home;
+  return frame;
+}
+
+void PendingFrames::InsertAhead(PendingFrame* next, PendingFrame* frame) {
   SlotEnds& ends = Ends[frame->Slot];
-  frame->Older = Newest;
+  PendingFrame*& place = next != nullptr ? next->Older : Newest;
+  frame->Older = place;
+  frame->Newer = next;
   frame->SlotOlder = ends.Newest;
-  frame->Newer = frame->SlotNewer = frame->NextKey = nullptr;
-  (Newest != nullptr ? Newest->Newer : Oldest) = frame;
+  frame->SlotNewer = frame->NextKey = nullptr;
+  (frame->Older != nullptr ? frame->Older->Newer : Oldest) = frame;
   (ends.Newest != nullptr ? ends.Newest->SlotNewer : ends.Oldest) = frame;
-  Newest = ends.Newest = frame;
+  place = ends.Newest = frame;
   if (frame->IsKey()) {
     if (ends.NewestKey != nullptr) ends.NewestKey->NextKey = frame;
     ends.NewestKey = frame;

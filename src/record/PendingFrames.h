@@ -59,8 +59,13 @@ class PendingFrames {
   [[nodiscard]] PendingFrame* Allocate();
   void Discard(PendingFrame* frame);
 
+  // A frame to Insert with what another pool's frame holds, but for its place.
+  [[nodiscard]] PendingFrame* Copy(const PendingFrame& other);
+
   // Takes the newest place overall and within frame->Slot.
-  void Append(PendingFrame* frame);
+  void Append(PendingFrame* frame) { InsertAhead(nullptr, frame); }
+  // Takes the place before `next`, which no frame of the slot is behind; null is the newest place.
+  void InsertAhead(PendingFrame* next, PendingFrame* frame);
 
   // Unlinks and recycles; `frame` is invalid afterwards.
   void Erase(PendingFrame* frame);

@@ -1,39 +1,47 @@
+#include <algorithm>
+#include <iterator>
+
+#include "media/StreamId.h"
 #include "record/DeviceConfig.h"
 #include "record/DeviceReader.h"
 
 namespace qvsvr::kelvo {
 
+namespace {
+
+constexpr std::uint8_t kGroupA = 1, kGroupB = 2, kGroupC = 4;
+
+struct Opcode {
+  int number;
+  bool begins;
+  std::uint8_t group;
+};
+constexpr Opcode kOpcodes[] = {
+    {17, true, kGroupC}, {18, true, kGroupC}, {31, false, kGroupC},
+    {33, true, kGroupA}, {34, true, kGroupA}, {32, false, kGroupA},
+    {52, true, kGroupB}, {53, true, kGroupB}, {54, false, kGroupB},
+};
+
+}  // namespace
+
 void PtzInputs::Apply(std::uint32_t inputKey, int opcode) {
-  switch (opcode) {
-    case 17:
-    case 18:
-      PtzGroupC.insert(inputKey);
-      break;
-    case 31:
-      PtzGroupC.erase(inputKey);
-      break;
-    case 33:
-    case 34:
-      PtzGroupA.insert(inputKey);
-      break;
-    case 32:
-      PtzGroupA.erase(inputKey);
-      break;
-    case 52:
-    case 53:
-      PtzGroupB.insert(inputKey);
-      break;
-    case 54:
-      PtzGroupB.erase(inputKey);
-      break;
-    default:
-      break;
+  const auto* known = std::ranges::find(kOpcodes, opcode, &Opcode::number);
+  if (known == std::end(kOpcodes)) return;
+  if (known->begins) {
+    Moving[inputKey] |= known->group;
+    return;
   }
+  const auto entry = Moving.find(inputKey);
+  if (entry == Moving.end()) return;
+  entry->second &= static_cast<std::uint8_t>(~known->group);
+  if (entry->second == 0) Moving.erase(entry);
 }
 
-bool PtzInputs::IsMoving(std::uint32_t inputKey) const {
-  return PtzGroupA.count(inputKey) != 0 || PtzGroupB.count(inputKey) != 0 ||
-         PtzGroupC.count(inputKey) != 0;
+void PtzInputs::Keep(std::uint32_t id, const std::set<std::uint32_t>& configured) {
+  std::erase_if(Moving, [&](const auto& entry) {
+    return qv::kelvo::ProviderOf(entry.first) == qv::kelvo::ProviderOf(id) &&
+           !configured.contains(entry.first);
+  });
 }
 
 namespace {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bitset>
+#include <utility>
 
 #include "host/Log.h"
 #include "media/PackedTime.h"
@@ -13,7 +14,7 @@ namespace {
 
 namespace media = qv::kelvo;
 
-constexpr std::int32_t kFileGB = 1;  // set aside on the volume for each open file
+constexpr std::int32_t kReservedGB = 1;  // set aside on the volume for each open file
 constexpr std::uint8_t kMaxExtensionInFile = 87;
 constexpr unsigned kFileMode = 0644;
 
@@ -62,31 +63,38 @@ media::PSFrame ToPSFrame(const PendingFrame& pending, const ChannelSlot& slot) {
 
 }  // namespace
 
-bool RecordStream::FileDue(media::UtcMs now) const {
-  return !OpenTime || now < *OpenTime || !(now < *OpenTime + kFileLifeMs);
+bool RecordStream::FileOver(media::UtcMs now) const {
+  return OpenTime && (now < *OpenTime || now - *OpenTime >= kFileLifeMs);
+}
+
+void RecordStream::NoteNoVolume() {
+  if (NoVolume || Services.Volumes.Searching() || Services.Manager.IsStopping()) return;
+  LogPrintf(LogWarning, "system %08X could not get record volume", StreamId);
+  NoVolume = true;
 }
 
 void RecordStream::OpenFile() {
   RefreshDefaultLapse();
-  const std::string volume = Services.FileSystem.GetRecordVolume(&Services.Manager, kFileGB);
+  const bool records = ActiveChannels != 0;
+  const std::string volume = records ? Services.Volumes.Take() : Services.Volumes.Look();
   if (volume.empty()) {
-    if (!NoVolume) LogPrintf(LogWarning, "system %08X could not get record volume", StreamId);
-    NoVolume = true;
+    NoteNoVolume();
     return;
   }
   if (NoVolume) LogPrintf(LogInfo, "system %08X got a record volume", StreamId);
 
   const media::UtcMs now = Services.Platform.clock.NowMs();
-  const std::string path = media::MakePath(volume, now, StreamId, media::CreateDirectories::Yes);
+  const std::string path =
+      media::MakePath(volume, now, records ? StreamId : 0, media::CreateDirectories::Yes);
   CloseFile();
-  if (ActiveChannels != 0) {
+  if (records) {
     const int error = OpenWriter(path);
     if (error == media::kPsOk) {
       if (OpenFailed) LogPrintf(LogInfo, "system %08X opened %s", StreamId, path.c_str());
       OpenTime = now;
       FileName = path;
       if (FileChanged != nullptr) *FileChanged = true;
-      Services.Reservations.AddReservation({path, volume, kFileGB});
+      Services.Reservations.AddReservation({path, volume, kReservedGB});
     } else if (!OpenFailed) {
       LogPrintf(LogError, "system %08X open %s error %d", StreamId, path.c_str(), error);
     }
@@ -94,6 +102,8 @@ void RecordStream::OpenFile() {
   // A stream that has nothing to record counts as failed, too.
   OpenFailed = !Writer.IsWriting();
   NoVolume = false;
+  // What has waited for the volume doesn't wait for the stream's next frame, too.
+  if (std::exchange(Settled, nullptr) != nullptr) FlushPending();
 }
 
 int RecordStream::OpenWriter(const std::string& path) {

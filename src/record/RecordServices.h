@@ -4,6 +4,7 @@
 #include "platform/Platform.h"
 #include "record/CRecordAlarms.h"
 #include "record/RecordStats.h"
+#include "record/RecordVolumes.h"
 #include "record/Reservations.h"
 #include "storage/CFileSystem.h"
 #include "storage/IRecordManager.h"
@@ -16,6 +17,7 @@ struct RecordServices {
   ICoreEventer& Core;
   CFileSystem& FileSystem;
   const IRecordManager& Manager;
+  RecordVolumes& Volumes;
   qv::kelvo::Platform& Platform;
   CRecordAlarms& Alarms;
   ReservationList& Reservations;

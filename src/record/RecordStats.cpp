@@ -54,6 +54,8 @@ void LogStats(const RecordStats& stats) {
             FormatCount(stats.LastBytes).c_str(), FormatCount(stats.MinBytes).c_str(),
             FormatCount(stats.MaxBytes).c_str(), FormatCount(stats.MedianBytes).c_str(),
             FormatCount(stats.AverageBytes).c_str());
+  LogPrintf(LogTrace, "MsgQ - InQ:%s, oldest:%sms", FormatCount(stats.InQ).c_str(),
+            FormatCount(stats.InQAgeMs).c_str());
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace qvsvr::kelvo {
 // Counters of the record worker, written by that thread only. Indexes of the frame arrays are frame
 // types: 0 audio, 1 I, 2 P, 3 B.
 struct RecordStats {
-  std::uint64_t InQ = 0;
+  std::uint64_t InQ = 0, InQAgeMs = 0;  // and how long the oldest of them has waited
   std::uint64_t ExecutedLastMin = 0, ExecutedTotal = 0;
   std::uint64_t msgcur = 0, msgmin = std::numeric_limits<std::uint64_t>::max(), msgmax = 0;
   std::uint64_t nmsgcur = 0, nmsgmin = std::numeric_limits<std::uint64_t>::max(), nmsgmax = 0;
@@ -26,7 +26,7 @@ struct RecordStats {
 // The process-wide block.
 [[nodiscard]] RecordStats& Stats();
 
-// Closes a minute: folds LastBytes into the totals, logs the seven statistics lines at level 0 and
+// Closes a minute: folds LastBytes into the totals, logs the statistics lines at level 0 and
 // zeroes the minute's fields but ExecutedLastMin.
 void PublishStats(RecordStats& stats);
 

@@ -37,8 +37,8 @@ bool RecordStream::StreamAddFrame(std::uint32_t provider, void* buffer, std::uin
   // Before the new frame comes in, so that it takes no part in the flush it triggers.
   FlushPending();
 
-  const std::int32_t slot = ChannelMap[provider & 0xFF];
-  if (slot < 0 || slot >= kSlots) {
+  const int slot = SlotOf(provider);
+  if (slot < 0) {
     ++Services.Stats.Ch;
     return false;
   }
@@ -125,10 +125,15 @@ void RecordStream::ApplyAlarmAndMotion(PendingFrame& frame) {
 void RecordStream::FlushPending() {
   SteadyOfFlush.reset();
   while (PendingFrame* front = Pending.Front()) {
+    if (front == Settled && AwaitsVolume()) return;
     switch (DecideFront(*front, Pending.Back()->Time)) {
       case Fate::Open:
         return;
       case Fate::Write:
+        if (AwaitsVolume()) {
+          Settled = front;
+          return;
+        }
         WriteFront(front);
         break;
       case Fate::Drop:
@@ -180,6 +185,11 @@ int RecordStream::HourOf(const PendingFrame& frame) {
   return Hours[frame.Slot].HourOfWeek(frame.Time);
 }
 
+// Whether a volume may be found soon, so that nothing that is wanted is given up.
+bool RecordStream::AwaitsVolume() const {
+  return Services.Volumes.Searching() && !OpenTime && ActiveChannels != 0;
+}
+
 void RecordStream::WriteFront(PendingFrame* front) {
   if (WriteStreamFrame(*front)) {
     RecordStats& stats = Services.Stats;
@@ -221,6 +231,28 @@ void RecordStream::ResetSlot(int slot) {
   empty.BufSizeSamples = channel.BufSizeSamples;
   empty.SampleRate = channel.SampleRate;
   channel = std::move(empty);
+  std::ranges::replace(ChannelMap, slot, -1);
+}
+
+void RecordStream::TakeSlotFrames(RecordStream& from, int fromSlot, int slot) {
+  PendingFrame* next = Pending.Front();
+  if (PendingFrame* newest = Pending.SlotBack(slot)) next = newest->Newer;
+  while (PendingFrame* frame = from.Pending.SlotFront(fromSlot)) {
+    while (next != nullptr && next->Time <= frame->Time) next = next->Newer;
+    PendingFrame* taken = Pending.Copy(*frame);
+    taken->Slot = static_cast<std::uint8_t>(slot);
+    Pending.InsertAhead(next, taken);
+    from.Pending.Erase(frame);
+  }
+}
+
+void RecordStream::MapChannel(std::uint32_t lowByte, int slot) {
+  std::ranges::replace(ChannelMap, slot, -1);
+  ChannelMap[lowByte] = slot;
+}
+
+int RecordStream::SlotOf(std::uint32_t provider) const {
+  return ChannelMap[provider & 0xFF];
 }
 
 void RecordStream::RefreshDefaultLapse() {

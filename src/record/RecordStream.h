@@ -47,10 +47,20 @@ class RecordStream {
 
   // Releases and forgets the slot's pending frames.
   void DropSlotFrames(int slot);
-  // The same, and makes the slot empty (BufSizeSamples and SampleRate stay).
+  // The same, and makes the slot empty (BufSizeSamples and SampleRate stay); no provider's frames
+  // go there any more.
   void ResetSlot(int slot);
+  // Appends the pending frames of another stream's slot to those of `slot`, by their time among the
+  // rest.
+  void TakeSlotFrames(RecordStream& from, int fromSlot, int slot);
+
+  // From now on frames of providers with that low byte go to the slot, and no others.
+  void MapChannel(std::uint32_t lowByte, int slot);
+  // The slot of a provider's frames; -1 when it is unknown here.
+  [[nodiscard]] int SlotOf(std::uint32_t provider) const;
 
   // Opens the next file on a volume with room, closing the one before. Logs changes of state only.
+  // While the search for room goes on, frames that are to be written wait for its end.
   void OpenFile();
   // Ends the file, if one is open; one without frames is removed. Pending frames that continue a
   // group of the file go into it first.
@@ -58,8 +68,12 @@ class RecordStream {
   [[nodiscard]] bool HasFile() const { return OpenTime.has_value(); }
   // When the file was opened, wall clock; nothing when none is open. Stays after a write error.
   [[nodiscard]] std::optional<qv::kelvo::UtcMs> GetOpenTime() const { return OpenTime; }
-  // Whether the worker has to open a file: there is none, or its age is over or negative.
-  [[nodiscard]] bool FileDue(qv::kelvo::UtcMs now) const;
+  // Whether the file's time is over: its age is full or negative.
+  [[nodiscard]] bool FileOver(qv::kelvo::UtcMs now) const;
+  // Whether the last attempt to open a file failed for another reason than want of a volume.
+  [[nodiscard]] bool OpeningFailed() const { return OpenFailed; }
+  // There is no volume, or none yet.
+  void NoteNoVolume();
   // From now on each change of the open time sets `*flag`, which outlives the stream.
   void ReportFileChangesTo(bool* flag) { FileChanged = flag; }
 
@@ -72,14 +86,13 @@ class RecordStream {
   // Bytes written since the last call, over all slots.
   [[nodiscard]] std::uint64_t TakeWrittenBytes();
 
-  const std::uint32_t OwnId;                 // the id at creation
-  std::uint32_t StreamId;                    // key of all lookups; not changed once in a StreamSet
-  std::uint32_t AltId = 0;                   // a second provider id routed here; 0 if none
-  std::uint32_t ParentId = 0;                // the stream this one split from; 0 if none
-  std::uint8_t Layout = 0xFF;                // low byte of an encoder stream's id
-  std::int64_t ActiveChannels = 0;           // slots that record here; at 0 no file is opened
-  std::int32_t DefaultLapse = 0;             // milliseconds; below 1 is off
-  std::array<std::int32_t, 256> ChannelMap;  // low byte of a provider id to slot, -1 unknown
+  const std::uint32_t OwnId;        // the id at creation
+  std::uint32_t StreamId;           // key of all lookups; not changed once in a StreamSet
+  std::uint32_t AltId = 0;          // a second provider id routed here; 0 if none
+  std::uint32_t ParentId = 0;       // the stream this one split from; 0 if none
+  std::uint8_t Layout = 0xFF;       // low byte of an encoder stream's id
+  std::int64_t ActiveChannels = 0;  // slots that record here; at 0 no file is opened
+  std::int32_t DefaultLapse = 0;    // milliseconds; below 1 is off
   std::array<ChannelSlot, kSlots> Slots;
 
   // What is undecided, for looking at.
@@ -95,6 +108,7 @@ class RecordStream {
   [[nodiscard]] Fate DecideFront(const PendingFrame& front, qv::kelvo::UtcMs newest);
   [[nodiscard]] bool ThinGroup(const PendingFrame& front, const PendingFrame& next);
   [[nodiscard]] int HourOf(const PendingFrame& frame);
+  [[nodiscard]] bool AwaitsVolume() const;
   void WriteFront(PendingFrame* front);
   void Drop(PendingFrame* frame);
   void Release(PendingFrame* frame);
@@ -110,6 +124,8 @@ class RecordStream {
 
   RecordServices& Services;
   PendingFrames Pending;
+  const PendingFrame* Settled = nullptr;     // the oldest, to be written once there is a volume
+  std::array<std::int32_t, 256> ChannelMap;  // low byte of a provider id to slot, -1 unknown
   qv::kelvo::PSFile Writer;
   std::string CurrentPath;  // while the writer is open
   std::string FileName;     // while OpenTime is set

@@ -1,7 +1,6 @@
 #include "record/StreamSet.h"
 
 #include <algorithm>
-#include <limits>
 
 #include "media/StreamId.h"
 
@@ -27,8 +26,7 @@ RecordStream& StreamSet::Add(std::unique_ptr<RecordStream> stream) {
   RecordStream& added = *stream;
   Streams.push_back(std::move(stream));
   ByStreamId.emplace(added.StreamId, &added);
-  RoutesStale = true;
-  FilesChanged = true;
+  Changes();
   added.ReportFileChangesTo(&FilesChanged);
   return added;
 }
@@ -37,8 +35,7 @@ void StreamSet::Remove(RecordStream* stream) {
   const auto place = std::ranges::find(Streams, stream, &std::unique_ptr<RecordStream>::get);
   if (place == Streams.end()) return;
   ByStreamId.erase(stream->StreamId);
-  RoutesStale = true;
-  FilesChanged = true;
+  Changes();
   Streams.erase(place);
 }
 
@@ -62,25 +59,6 @@ void StreamSet::RefreshRoutes() {
     if (stream->AltId != 0) ByEitherId.emplace(stream->AltId, stream.get());
   }
   RoutesStale = false;
-}
-
-bool StreamSet::AnyFileDue(qv::kelvo::UtcMs now) {
-  if (Streams.empty()) return false;
-  if (FilesChanged) RefreshFileAges();
-  return SomeWithoutFile || now < NewestOpen || now - OldestOpen >= kFileLifeMs;
-}
-
-void StreamSet::RefreshFileAges() {
-  SomeWithoutFile = false;
-  OldestOpen = std::numeric_limits<qv::kelvo::UtcMs>::max();
-  NewestOpen = std::numeric_limits<qv::kelvo::UtcMs>::min();
-  for (const auto& stream : Streams) {
-    const auto opened = stream->GetOpenTime();
-    SomeWithoutFile |= !opened;
-    OldestOpen = std::min(OldestOpen, opened.value_or(OldestOpen));
-    NewestOpen = std::max(NewestOpen, opened.value_or(NewestOpen));
-  }
-  FilesChanged = false;
 }
 
 }  // namespace qvsvr::kelvo

@@ -3,14 +3,15 @@
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "record/RecordStream.h"
 
 namespace qvsvr::kelvo {
 
-// The record streams in order of creation, with fast answers to the two questions of the frame
-// path: whose frame is this, and is a file due. Worker thread only.
+// The record streams in order of creation, with a fast answer to the question of the frame path:
+// whose frame is this. Worker thread only.
 class StreamSet {
  public:
   // Finds by StreamId; null if there is none.
@@ -26,18 +27,18 @@ class StreamSet {
   // its owner and device. Costs the same for ids that nobody knows.
   [[nodiscard]] RecordStream* Route(std::uint32_t provider);
 
-  // Call after changing a stream's AltId.
-  void RoutesChanged() { RoutesStale = true; }
+  // Call before changing AltId or ActiveChannels of streams: both are looked at anew after the
+  // message.
+  void Changes() { RoutesStale = FilesChanged = true; }
 
-  // Whether RecordStream::FileDue holds for any of them; looks at each only after a file opened or
-  // closed.
-  [[nodiscard]] bool AnyFileDue(qv::kelvo::UtcMs now);
+  // Whether a stream came or went, or anything of what decides when it needs a file, since the last
+  // call.
+  [[nodiscard]] bool TakeFilesChanged() { return std::exchange(FilesChanged, false); }
 
   [[nodiscard]] const std::vector<std::unique_ptr<RecordStream>>& All() const { return Streams; }
 
  private:
   void RefreshRoutes();
-  void RefreshFileAges();
 
   using Index = std::unordered_map<std::uint32_t, RecordStream*>;
   // Ahead of the streams, which report to it until they are gone.
@@ -46,8 +47,6 @@ class StreamSet {
   std::vector<std::unique_ptr<RecordStream>> Streams;
   Index ByStreamId;
   Index ByEitherId;  // StreamId and AltId; the first stream in order has the id
-  bool SomeWithoutFile = false;
-  qv::kelvo::UtcMs OldestOpen = 0, NewestOpen = 0;  // over all streams, when each has a file
 };
 
 }  // namespace qvsvr::kelvo

@@ -29,6 +29,9 @@ void TakeAudio(RecordStream& own, RecordStream& parent) {
   ++own.ActiveChannels;
   own.AltId = (own.StreamId & ~0x1Fu) |
               static_cast<std::uint32_t>(AudioChannel(static_cast<int>(own.StreamId & 0x1Fu)));
+  if (const int slot = parent.SlotOf(own.AltId); slot >= 0) {
+    own.TakeSlotFrames(parent, slot, kOwnAudioSlot);
+  }
   Reopen(own);
   if (--parent.ActiveChannels == 0) parent.CloseFile();
 }
@@ -79,17 +82,17 @@ void UpdateStreams(const ConfigTarget& target, bool closeFiles, bool reloadLapse
 }
 
 void PlaceAudio(const ConfigTarget& target, bool withVideo) {
+  target.Streams.Changes();
   for (const auto& own : target.Streams.All()) {
     RecordStream* parent = own->ParentId != 0 ? target.Streams.Find(own->ParentId) : nullptr;
     if (parent == nullptr) continue;
-    const bool hasAudio = own->Slots[kOwnAudioSlot].Encoder >= 0;
+    const bool hasAudio = own->Slots[std::size_t{kOwnAudioSlot}].Encoder >= 0;
     if (withVideo && hasAudio && own->AltId == 0) {
       TakeAudio(*own, *parent);
     } else if (!withVideo && own->AltId != 0) {
       GiveAudioBack(*own, *parent);
     }
   }
-  target.Streams.RoutesChanged();
 }
 
 }  // namespace qvsvr::kelvo

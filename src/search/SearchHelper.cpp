@@ -27,6 +27,7 @@ EventReply SearchHelper::Answer::Meaning() const {
 }
 
 SearchHelper::Answer SearchHelper::Ask(const KelvoHostRequest& request) {
+  if (callback.IsStopping()) return {0, kStatusCancelled};
   KelvoHostReply reply{sizeof(KelvoHostReply), 1, 0};
   const std::uint32_t returned = callback.SendHostMessage(request, reply);
   return {returned, reply.Status};

@@ -11,7 +11,8 @@ namespace qvsvr::kelvo {
 // What the host made of an event of a search.
 enum class EventReply { GoOn, Cancelled, Failed };
 
-// A search's line to the host. Everything but a GoOn ends the search.
+// A search's line to the host. Everything but a GoOn ends the search. Once the plug-in is told to
+// stop nothing is sent any more, as if the host had cancelled.
 class SearchHelper : public SearchBase {
  public:
   SearchHelper(ICoreEventer& core, std::uint32_t request) : callback(core), requestId(request) {}

@@ -24,8 +24,11 @@ KelvoHostReply NewReply() {
 
 }  // namespace
 
-CFilePlugin::CFilePlugin(qv::kelvo::Platform& platform)
-    : FileSystem(*this, platform), RecordMgr(FileSystem, *this, platform), Platform(platform) {}
+CFilePlugin::CFilePlugin(qv::kelvo::Platform& platform, RecordQueue& queue)
+    : FileSystem(*this, platform),
+      RecordMgr(FileSystem, *this, platform, queue),
+      Platform(platform),
+      Queue(queue) {}
 
 std::uint32_t CFilePlugin::SendHostMessage(const KelvoHostRequest& request, KelvoHostReply& reply) {
   const KelvoHostFunction host = HostFunction();
@@ -68,11 +71,22 @@ bool CFilePlugin::IsStopping() const {
 }
 
 void CFilePlugin::Open(const char* version) {
-  if (Opened) throw std::logic_error("the plug-in is already open");
-  Opened = true;
-  Announce(version);
-  FileSystem.LoadStorage();
-  RecordMgr.Start();
+  Phase before = Phase::Loaded;
+  if (!phase.compare_exchange_strong(before, Phase::Opening) &&
+      (before != Phase::Failed || !phase.compare_exchange_strong(before, Phase::Opening))) {
+    throw std::logic_error("the plug-in is already open");
+  }
+  try {
+    Announce(version);
+    FileSystem.LoadStorage();
+    RecordMgr.Start();
+    Queue.SetClosed(false);
+    phase = Phase::Open;
+  } catch (...) {
+    Queue.SetClosed(true);
+    phase = Phase::Failed;
+    throw;
+  }
 }
 
 std::uint32_t CFilePlugin::Search(std::string_view text, std::uint32_t requestId) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string_view>
 
@@ -13,8 +14,8 @@ namespace qvsvr::kelvo {
 // record manager is destroyed first.
 class CFilePlugin : public ICoreEventer {
  public:
-  // Borrows `platform` for its life.
-  explicit CFilePlugin(qv::kelvo::Platform& platform);
+  // Borrows both for its life. Blocks come by `queue`.
+  CFilePlugin(qv::kelvo::Platform& platform, RecordQueue& queue);
 
   std::uint32_t SendHostMessage(const KelvoHostRequest& request, KelvoHostReply& reply) override;
   void SendXmlEvent(const std::string& text, std::uint32_t eventClass) override;
@@ -23,8 +24,12 @@ class CFilePlugin : public ICoreEventer {
   [[nodiscard]] bool IsStopping() const override;
 
   // Announces the module, finds the drives and starts the worker. A second call throws
-  // std::logic_error.
+  // std::logic_error; after one that failed by throwing anything the plug-in is closed to blocks
+  // until another one succeeds.
   void Open(const char* version);
+
+  // Makes the worker and all searches end; doesn't wait. Any thread.
+  void Close() { Queue.Stop(); }
 
   // Runs one search on the caller's thread; its outcome goes to the host by events. Any thread,
   // several at once.
@@ -36,8 +41,12 @@ class CFilePlugin : public ICoreEventer {
  private:
   void Announce(const char* version);
 
+  // What stands between Load and Unload besides the stop, which may come at any time.
+  enum class Phase { Loaded, Opening, Open, Failed };
+
   qv::kelvo::Platform& Platform;
-  bool Opened = false;
+  RecordQueue& Queue;
+  std::atomic<Phase> phase{Phase::Loaded};
 };
 
 }  // namespace qvsvr::kelvo

@@ -9,7 +9,7 @@ namespace plugintest {
 namespace {
 
 using Accounting = PluginTest;
-using WithoutDrive = SeamTest;
+using WithSeams = SeamTest;
 
 TEST_F(Accounting, OnlyWantedFramesFromAKeyFrameOnAreWritten) {
   const auto camera = Camera(), idle = Camera(1, kOnAlarm);
@@ -39,7 +39,7 @@ TEST_F(Accounting, UnknownSourcesAreReported) {
   EXPECT_TRUE(Recordings().empty());
 }
 
-TEST_F(WithoutDrive, OneWarningAndNothingKept) {
+TEST_F(WithSeams, WithoutADriveOneWarningAndNothingKept) {
   bundle.drives.Change([](auto& table) { table.drives.clear(); });
   Start({Camera()});
   GiveAll(MakeFrames(VideoProvider(Camera()), Now(), 40, Times(20, "IPB")));
@@ -52,7 +52,9 @@ TEST_F(Accounting, QueueLeftAtUnloadIsReleased) {
   const auto camera = Camera();
   // Holds the worker inside the host's log function, so that the queue can't move.
   std::promise<void> reached, gate;
+  bool told = false;
   host->onLog = [&](const SimHost::LogLine& line) {
+    if (line.text == "30 queued frames were not recorded") told = line.level == KELVO_LOG_WARNING;
     if (line.text.find("skipping msg") == std::string::npos) return;
     reached.set_value();
     gate.get_future().wait();
@@ -69,7 +71,34 @@ TEST_F(Accounting, QueueLeftAtUnloadIsReleased) {
   host->Close();
   gate.set_value();
   Stop();
+  EXPECT_TRUE(told);
   EXPECT_TRUE(Recordings().empty());
+}
+
+TEST_F(WithSeams, LateRecordingIsToldWhileItIsHeldUpAndWhenThatIsOver) {
+  std::promise<void> reached, gate;
+  std::atomic<int> late{0}, inTime{0};
+  host->onLog = [&](const SimHost::LogLine& line) {
+    if (line.text.find("skipping msg") != std::string::npos) {
+      reached.set_value();
+      gate.get_future().wait();
+    }
+    if (line.level != KELVO_LOG_ERROR) return;
+    late += line.text == "recording is late: frames have waited for more than 10 s";
+    inTime += line.text == "recording is in time again";
+  };
+  Start({Camera()});
+  host->WriteXml(KELVO_WRITE_ACTION, "<stay/>");
+  reached.get_future().wait();
+  const auto frames = MakeFrames(VideoProvider(Camera()), Now(), 40, Times(257, "I"));
+  Give(frames[0]);
+  bundle.clock.Advance(10'001);
+  GiveAll(std::span(frames).subspan(1));
+  EXPECT_EQ(late, 1);
+  gate.set_value();
+  Finish();
+  EXPECT_EQ(late, 1);
+  EXPECT_EQ(inTime, 1);
 }
 
 TEST_F(Accounting, SeveralThreadsGiveWhileCloseComes) {

@@ -108,20 +108,31 @@ TEST_F(FileFaults, EachOpenMayFailAndTheStreamTriesAgain) {
 }
 
 TEST_F(FileFaults, OutageIsToldOnceAndRecordingResumesAfterIt) {
-  bundle.files.FailForGood(FileCall::Open, 1, ENOSPC);
-  Start({camera});
-  const auto frames = MakeFrames(VideoProvider(camera), Now(), 40, Times(10, "IPBPB"), 700);
-  GiveAll(std::span(frames).first(25));
-  Sync();
-  EXPECT_EQ(CountLog("system 00110080 open "), 1);
-  bundle.files.ClearFaults();
-  Sync();  // any message makes the stream try again
-  EXPECT_EQ(CountLog("system 00110080 opened "), 1);
-  GiveAll(std::span(frames).subspan(25));
-  Finish();
-  EXPECT_EQ(Recordings().size(), 1u);
-  // The group that was undecided when the outage ended is there, too.
-  ExpectRecorded(camera, std::span(frames).subspan(20, 25));
+  const std::size_t forGood = FileFault::kForGood;
+  for (const FileFault& fault : {FileFault{FileCall::Open, 1, forGood, ENOSPC, 0, {}},
+                                 {FileCall::Open, 1, forGood, EMFILE, 0, ".psi"},
+                                 {FileCall::WriteAt, 1, forGood, EIO, 0, {}},
+                                 {FileCall::WriteAt, 1, forGood, ENOSPC, 0, ".ps"}}) {
+    SCOPED_TRACE(fault.suffix + " error " + std::to_string(fault.error));
+    log.clear();
+    bundle.files.Set(fault);
+    Start({camera});
+    const auto frames = MakeFrames(VideoProvider(camera), Now(), 40, Times(10, "IPBPB"), 700);
+    GiveAll(std::span(frames).first(25));
+    Sync();
+    EXPECT_EQ(CountLog("system 00110080 open "), 1);
+    EXPECT_EQ(CountLog("Duplicate file name"), 0);
+    EXPECT_EQ(tree.FilesEndingIn(".ps").size() + tree.FilesEndingIn(".psi").size(), 0u);
+    bundle.files.ClearFaults();
+    Sync();  // any message makes the stream try again
+    EXPECT_EQ(CountLog("system 00110080 opened "), 1);
+    GiveAll(std::span(frames).subspan(25));
+    Finish();
+    EXPECT_EQ(Recordings().size(), 1u);
+    // The group that was undecided when the outage ended is there, too.
+    ExpectRecorded(camera, std::span(frames).subspan(20, 25));
+    boost::filesystem::remove_all(tree.Path("drives/a/2025"));
+  }
 }
 
 TEST_F(FileFaults, WriteErrorEndsOneCamerasFileOnly) {

@@ -1,7 +1,9 @@
 #include <chrono>
 #include <cstring>
+#include <new>
 
 #include "tests/plugin/PluginFixture.h"
+#include "tests/support/FakeDrives.h"
 
 namespace plugintest {
 namespace {
@@ -144,6 +146,36 @@ TEST_F(Lifecycle, CallsOutsideLoadAndUnloadAreHarmless) {
     host->Open();
     Stop();
   }
+}
+
+// Drives that can't be asked for want of memory.
+class NoMemory : public qv::kelvo::FakeDrives {
+ public:
+  int FixedDrives(std::vector<std::string>& names) override {
+    return fails ? throw std::bad_alloc() : FakeDrives::FixedDrives(names);
+  }
+  bool fails = true;
+};
+
+class FailedOpen : public SeamTest {
+ protected:
+  FailedOpen() : SeamTest(&drives) { drives.Add(tree.MakeDirectory("drives/a")); }
+  NoMemory drives;
+};
+
+TEST_F(FailedOpen, RefusesBlocksUntilTheNextOneSucceeds) {
+  const auto camera = Camera();
+  const auto frames = MakeFrames(VideoProvider(camera), Now(), 40, Times(4, "IPPP"));
+  Start();
+  EXPECT_EQ(CountLog("Open failed: std::bad_alloc"), 1);
+  EXPECT_FALSE(Give(frames[0]));
+  EXPECT_FALSE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::FullConfiguration({camera})));
+  drives.fails = false;
+  host->Open();
+  Configure({camera});
+  GiveAll(frames);
+  Finish();
+  ExpectRecorded(camera, std::span(frames).first(12));
 }
 
 TEST_F(Lifecycle, LoadWhileLoadedStartsAfresh) {

@@ -1,6 +1,10 @@
 // Everything that touches one tree at once: recording and making room, the sweep with its cleanup,
 // searches and playback. Meant for the thread sanitizer; what must hold anyway is checked.
 #include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <random>
 #include <thread>
 
 #include "hostkit/StorageXml.h"
@@ -111,6 +115,71 @@ TEST_F(OneTree, BearsRecordingSweepingAndSearchingAtOnce) {
   for (const auto& name : kept) {
     EXPECT_TRUE(fs::exists(tree.Path(name)) && fs::exists(tree.Path(name + 'i'))) << name;
   }
+}
+
+// A plug-in that a host stops and takes away at any moment, whatever it is doing. KELVO_CYCLES asks
+// for more of them.
+class AnyMoment : public PluginTest {
+ protected:
+  // Waits some microseconds, so that what follows meets the rest at ever other points.
+  void Pause(int limit) {
+    const auto until = std::chrono::steady_clock::now() +
+                       std::chrono::microseconds(random() % static_cast<unsigned>(limit));
+    while (std::chrono::steady_clock::now() < until) std::this_thread::yield();
+  }
+  // Calls until the test ends; a call finds the plug-in there or not.
+  void Run(const std::function<void(int)>& call) {
+    threads.emplace_back([this, call] {
+      for (int n = 0; !done; ++n) call(n);
+    });
+  }
+
+  std::mt19937 random{1};
+  std::atomic<bool> done{false};
+  std::vector<std::thread> threads;
+};
+
+TEST_F(AnyMoment, CloseAndUnloadLeaveNothingBehind) {
+  const char* asked = std::getenv("KELVO_CYCLES");
+  const int cycles = asked != nullptr ? std::atoi(asked) : 40;
+  const auto camera = Camera();
+  const auto frames = MakeFrames(VideoProvider(camera), NowMs(), 40, Times(25, "IPBPB"), 300);
+  const auto configuration = hostkit::FullConfiguration({camera});
+  const auto request = Ask(1, NowMs() / 1000 - 60, NowMs() / 1000 + 3600, {camera});
+  std::atomic<std::uint64_t> accepted{0}, heard{0}, logged{0};
+  host->SetQuarantine(false);
+  host->onLog = [&](const SimHost::LogLine&) { ++logged; };
+  host->onEvent = [](const SimHost::Event&) {};
+  host->onSearch = [&](const KelvoHostRequest&) {
+    ++heard;
+    return 0u;
+  };
+  for (int t = 0; t < 3; ++t) {
+    Run([&](int n) {
+      if (Give(frames[static_cast<std::size_t>(n) % frames.size()])) ++accepted;
+      if (n % 64 == 0) host->WaitOutstanding(2000, 1000);
+    });
+  }
+  Run([&](int) {
+    host->Ioctl(KELVO_IOCTL_CONFIGURATION, configuration);
+    host->WriteXml(KELVO_WRITE_PTZ, hostkit::PtzMessage(camera, 17));
+    host->WaitOutstanding(50, 1000);
+  });
+  for (std::uint32_t t = 1; t <= 2; ++t) Run([&, t](int) { host->Read(request, t); });
+  for (int cycle = 0; cycle < cycles; ++cycle) {
+    host->Load();
+    if (random() % 8 != 0) host->Open();
+    Pause(random() % 4 == 0 ? 30'000 : 2'000);
+    if (random() % 2 == 0) host->Close();
+    Pause(1'000);
+    if (random() % 8 != 0) host->Unload();  // otherwise the next Load does
+  }
+  host->Unload();
+  done = true;
+  for (auto& thread : threads) thread.join();
+  EXPECT_GT(accepted, 0u);
+  EXPECT_GT(heard, 0u);
+  EXPECT_GT(logged, 0u);
 }
 
 }  // namespace

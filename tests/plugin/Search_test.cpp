@@ -1,5 +1,8 @@
+#include <atomic>
+#include <future>
 #include <iostream>
 #include <random>
+#include <thread>
 
 #include "tests/plugin/SearchFixture.h"
 
@@ -34,6 +37,38 @@ TEST_F(SearchTest, PlaysBackWhatWasRecordedOverRollOversAndMidnight) {
   // From the middle of a group: its key frame leads in; the end is not part of the range.
   const auto part = Search(Ask(1, first + 302, first + 317, {camera}));
   ExpectPlayed(part.frames, std::span(frames).subspan(300, 17));
+}
+
+TEST_F(SearchTest, StopEndsItAtItsNextEventAndUnloadWaitsForThat) {
+  const auto camera = Camera();
+  const auto frames = MakeFrames(VideoProvider(camera), Now(), 40, Times(10, "IPPP"), 300);
+  const std::string request = Ask(1, TimeOf(frames[0]) / 1000 - 1, Now() / 1000 + 60, {camera});
+  Record(camera, frames);
+  for (const bool close : {true, false}) {
+    std::promise<void> reached, gate;
+    int heard = 0;
+    host->onSearch = [&](const KelvoHostRequest& event) {
+      if (event.SubCode != KELVO_SUB_SEARCH_FRAME || ++heard != 3) return 0u;
+      reached.set_value();
+      gate.get_future().wait();
+      return 0u;
+    };
+    std::thread reader([&] { host->Read(request, 7); });
+    reached.get_future().wait();
+    if (close) host->Close();
+    std::atomic<bool> gone{false};
+    std::thread unloader([&] {
+      host->Unload();
+      gone = true;
+    });
+    while (host->WriteXml(KELVO_WRITE_ACTION, "<qDVR/>")) std::this_thread::yield();
+    EXPECT_FALSE(gone);
+    gate.set_value();
+    reader.join();
+    unloader.join();
+    EXPECT_EQ(heard, 3);
+    Start();
+  }
 }
 
 TEST_F(SearchTest, PlaysWhatIsBeingRecordedRightNow) {

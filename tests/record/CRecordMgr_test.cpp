@@ -41,7 +41,7 @@ class RecordManager : public ::testing::Test {
     Stats() = {};
     bundle.drives.Add(tree.MakeDirectory("a"));
     ASSERT_TRUE(storage.LoadStorage());
-    manager = std::make_unique<CRecordMgr>(storage, core, bundle.platform);
+    manager = std::make_unique<CRecordMgr>(storage, core, bundle.platform, queue);
   }
 
   RecordMessage Xml(std::uint32_t type, const std::string& text, std::uint32_t messageClass = 0) {
@@ -69,6 +69,7 @@ class RecordManager : public ::testing::Test {
   FakeCore core{bundle.clock};
   qv::kelvo::TempTree tree;
   FailingStorage storage{core, bundle.platform};
+  RecordQueue queue;
   std::unique_ptr<CRecordMgr> manager;
 };
 
@@ -202,10 +203,10 @@ TEST_F(RecordManager, AudioMovesWhenItsSettingChanges) {
 TEST_F(RecordManager, ThrowingWorkEndsAtTheMessageAndLosesNoBuffer) {
   manager->Start();
   storage.fails = true;
-  ASSERT_TRUE(manager->Enqueue(Xml(2, kCamera)));
+  ASSERT_TRUE(queue.Enqueue(Xml(2, kCamera)));
   ASSERT_TRUE(host.WaitForLine("handling a message failed: the volume fell off"));
   EXPECT_EQ(host.CountLines(75, "handling a message failed"), 1u);
-  ASSERT_TRUE(manager->Enqueue(Frame()));
+  ASSERT_TRUE(queue.Enqueue(Frame()));
   ASSERT_TRUE(host.WaitForLine("opening the next file failed: the volume fell off"));
   manager.reset();
   EXPECT_EQ(host.Outstanding(), 0u);
@@ -213,14 +214,14 @@ TEST_F(RecordManager, ThrowingWorkEndsAtTheMessageAndLosesNoBuffer) {
 
 TEST_F(RecordManager, FrameTakenAsTheStopComesIsReleasedAtTheEnd) {
   Handle(Xml(2, kCamera));
-  manager->RequestStop();
+  queue.Stop();
   Handle(Frame());
   EXPECT_EQ(Stats().eav, 0u);
   EXPECT_EQ(host.Outstanding(), 1u);
   Handle(Xml(2, kTimeLapse5));
   EXPECT_EQ(storage.TimeLapse(), 0);
   const RecordMessage late = Frame();
-  EXPECT_FALSE(manager->Enqueue(late));
+  EXPECT_FALSE(queue.Enqueue(late));
   core.DecrementReference(late.Payload);
   manager.reset();
   EXPECT_EQ(host.Outstanding(), 0u);

@@ -55,6 +55,7 @@ class ConfigFixture : public StreamParts {
   void Apply(Handler handler, const std::string& inner) {
     XmlDocument document;
     ASSERT_TRUE(document.ParseText(Tag("qDVR", inner))) << inner;
+    volumes.BeginMessage();
     handler(target, *document.RootElement());
   }
   void Configure(const std::string& devices) { Apply(ApplyDevices, devices); }

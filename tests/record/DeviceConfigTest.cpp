@@ -68,9 +68,9 @@ TEST_F(DeviceConfig, EncoderStreamTakesInputsAndFormats) {
             "[8-17:1] [0-167:0] lapse [1-2:3000]");
   EXPECT_EQ(Describe(stream.Slots[18]),
             "in18 enc 1 std 2 0x0 8000/160 motion 0+0 alarm 0 [0-167:2] lapse");
-  EXPECT_EQ(stream.ChannelMap[0x23], 3);
-  EXPECT_EQ(stream.ChannelMap[0x32], 18);
-  EXPECT_EQ(stream.ChannelMap[0x20], -1);
+  EXPECT_EQ(stream.SlotOf(0x23), 3);
+  EXPECT_EQ(stream.SlotOf(0x32), 18);
+  EXPECT_EQ(stream.SlotOf(0x20), -1);
   // Behind the broadcast of the start.
   ASSERT_EQ(host.Events().size(), 3u) << "video and audio announce themselves";
   EXPECT_NE(host.Events()[1].text.find("Number=\"19\" RecordIdle=\"1\""), std::string::npos);
@@ -105,14 +105,22 @@ TEST_F(DeviceConfig, SequenceSharesOneStreamAmongEncoders) {
   // of input 11 stays without a format.
   EXPECT_EQ(Inputs(stream), "0:2 1:6 2:5 3:7 20:4 ");
   EXPECT_EQ(stream.EffectiveInput(3), 7) << "inputs are numbered within the device";
-  EXPECT_EQ(stream.ChannelMap[0x02], 2);
-  EXPECT_EQ(stream.ChannelMap[0x20], 3);
-  EXPECT_EQ(stream.ChannelMap[0x14], 20);
-  EXPECT_EQ(stream.ChannelMap[0x35], -1) << "only encoder 0 has audio";
+  EXPECT_EQ(stream.SlotOf(0x02), 2);
+  EXPECT_EQ(stream.SlotOf(0x20), 3);
+  EXPECT_EQ(stream.SlotOf(0x14), 20);
+  EXPECT_EQ(stream.SlotOf(0x35), -1) << "only encoder 0 has audio";
 
   // While it runs, inputs stay; slots behind the last encoder are emptied.
   configure(sequence(1, entry(0, 12)), sequence(0, ""), true);
   EXPECT_EQ(Inputs(stream), "0:2 20:4 ");
+  EXPECT_EQ(stream.SlotOf(0x20) + stream.SlotOf(0x02), -2) << "nobody's frames go elsewhere";
+
+  // An encoder that runs on takes a slot that was another's: as new.
+  configure(sequence(2, entry(0, 2) + entry(1, 3)), sequence(1, entry(0, 7)), false);
+  configure(sequence(1, entry(0, 2)), sequence(1, entry(0, 7)), true);
+  EXPECT_EQ(Inputs(stream), "0:2 1:7 20:4 ");
+  EXPECT_EQ(stream.SlotOf(0x20), 1);
+  EXPECT_EQ(stream.SlotOf(0x01), -1);
 
   // More positions than there are slots.
   std::string entries;
@@ -181,15 +189,17 @@ TEST_F(DeviceConfig, ExpiringInputIsSplitOffItsEncoder) {
   AddFrame(parent, 0x23);
   EXPECT_EQ(State(), "410181:3* ");
 
-  // The audio stays; a running encoder opens no file, which is left to the worker.
+  // The audio stays. The encoder runs on, but the stream is new.
   configure(Expiring(), true);
-  EXPECT_EQ(State(), "410181:2* 410123:1 ");
+  EXPECT_EQ(State(), "410181:2* 410123:1* ");
   RecordStream& own = Stream(0x00410123);
   EXPECT_EQ(parent.Undecided().Size(), 0u);
-  EXPECT_EQ(own.ChannelMap[0x23], 0);
+  EXPECT_EQ(own.SlotOf(0x23), 0);
   EXPECT_EQ(own.Slots[0].Name, "in19");
-  EXPECT_EQ(own.EffectiveInput(0), 19) << "numbered as within the device";
+  EXPECT_EQ(Inputs(own), "0:19 16:19 ") << "numbered as within the device";
+  EXPECT_EQ(own.EffectiveInput(0), 19);
   EXPECT_EQ(own.Slots[16].SampleRate, 8000);
+  EXPECT_EQ(own.Layout, 0xFF);
   EXPECT_EQ(streams.Route(0x00410123), &own);
   EXPECT_EQ(streams.Route(0x00410133), &parent);
 
@@ -200,6 +210,7 @@ TEST_F(DeviceConfig, ExpiringInputIsSplitOffItsEncoder) {
   EXPECT_EQ(own.Slots[0].ActiveAlarms.count(4), 1u);
   EXPECT_EQ(own.Slots[0].MotionTime, 5);
   EXPECT_EQ(State(), "410181:2* 410123:1* ");
+  configure(Expiring(), true);
 
   configure(Schedule(2), true);
   EXPECT_EQ(State(), "410181:3* ");
@@ -217,10 +228,15 @@ TEST_F(DeviceConfig, AudioOfAnExpiringInputFollowsTheSetting) {
   RecordStream& own = Stream(0x00410100);
   for (int round = 0; round < 2; ++round) {
     EXPECT_EQ(State(), apart);
-    EXPECT_EQ(streams.Route(0x00410110), &Stream(0x00410180));
+    RecordStream& parent = Stream(0x00410180);
+    EXPECT_EQ(streams.Route(0x00410110), &parent);
+    AddFrame(parent, 0x10);
     bundle.clock.Advance(1000);
+    const std::size_t before = own.Undecided().Size();
     PlaceAudio(target, true);
     PlaceAudio(target, true);  // a second word of it changes nothing
+    EXPECT_EQ(parent.Undecided().Size(), 0u) << "nothing would ever flush it";
+    EXPECT_EQ(own.Undecided().Size(), before + 1);
     EXPECT_EQ(State(), together);
     EXPECT_EQ(streams.Route(0x00410110), &own);
     EXPECT_EQ(own.GetOpenTime(), bundle.clock.NowMs()) << "a new file, which names the audio";
@@ -250,9 +266,11 @@ TEST_F(DeviceConfig, AudioOfAnExpiringInputFollowsTheSetting) {
 TEST_F(DeviceConfig, StreamsOfMissingOrDisabledDevicesGo) {
   const std::string other = Tag("Devices ID='4325376'", Camera(1));
   // Devices 1 and 257 share an id; the later one holds.
-  Configure(Owned(Camera(1) + Camera(2) + Camera(3) + Camera(257)) + other);
-  ASSERT_EQ(streams.All().size(), 4u);
+  Configure(Owned(Camera(1) + Camera(2, true) + Camera(3) + Camera(257)) + other);
+  ASSERT_EQ(State(), "410180:1* 410280:1* 410380:1* 420180:1* ")
+      << "new ones record, running or not";
   AddFrame(Stream(0x00410180));
+  for (const std::uint32_t key : {0x00410100u, 0x00410300u, 0x00420100u}) ptz.Apply(key, 17);
   host.ForgetTraffic();
 
   Configure(Owned(Tag("Device Number='1' Enabled='0'", Tag("Codec", Encoder(0, Channel(0)))) +
@@ -263,6 +281,8 @@ TEST_F(DeviceConfig, StreamsOfMissingOrDisabledDevicesGo) {
   EXPECT_EQ(tree.FilesEndingIn(".ps").size(), 2u);
   EXPECT_EQ(reservations.ReservedGB(storage.Volume), 2);
   EXPECT_EQ(host.Outstanding(), 0u);
+  EXPECT_FALSE(ptz.IsMoving(0x00410100)) << "nor would it when it comes back";
+  EXPECT_TRUE(ptz.IsMoving(0x00410300) && ptz.IsMoving(0x00420100));
   EXPECT_EQ(host.Events().size(), 2u) << "the other owner's idle channel goes, the new one comes";
 }
 
@@ -283,8 +303,6 @@ TEST_F(DeviceConfig, BadElementsAreLoggedAndSkipped) {
       {Tag("Codec", Encoder(-5, Channel(0))), "ID 00410000 device 1 invalid encoder -5"},
       {Tag("Codec", Encoder(31, Channel(0))),
        "ID 00410000 device 1 encoder 31 channel 0 invalid input 496"},
-      {Tag("Codec", Encoder(0, Channel(0), true)),
-       "ID 00410000 device 1 encoder 0 channel 0 invalid input -1"},
       {Tag("Codec", Encoder(2, AudioChannel(1))),
        "ID 00410000 device 1 encoder 2 channel 1 invalid audio 33"},
       {Tag("Codec", Encoder(0, Channel(16))), "ID 00410000 device 1 encoder 0 invalid channel 16"},

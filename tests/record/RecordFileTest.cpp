@@ -1,4 +1,7 @@
-#include "record/StreamSet.h"
+#include <cerrno>
+#include <utility>
+
+#include "record/DueFiles.h"
 #include "tests/record/StreamFixture.h"
 
 namespace qvsvr::kelvo {
@@ -44,25 +47,129 @@ TEST_F(RecordFile, DescribesItsChannelsAndHoldsAReservation) {
             std::tuple(2 + 144, 0xC0, 160, 8000));
 }
 
-TEST_F(RecordFile, FileIsDueByAgeAndByAClockSetBack) {
+class RecordFiles : public StreamTest {
+ protected:
+  RecordStream& Add(std::uint32_t id, int channels = 1) {
+    RecordStream& added = streams.Add(NewStream(id));
+    added.ActiveChannels = channels;
+    return added;
+  }
+  // What the worker does after a message.
+  void AfterMessage(std::int64_t milliseconds = 0) {
+    bundle.clock.Advance(milliseconds);
+    volumes.BeginMessage();
+    files.Follow();
+  }
+  [[nodiscard]] int Asks() { return std::exchange(storage.Asked, 0); }
+
   StreamSet streams;
-  EXPECT_FALSE(streams.AnyFileDue(start));
-  RecordStream& first = streams.Add(NewStream(1));
-  RecordStream& second = streams.Add(NewStream(2));
-  first.OpenFile();
-  EXPECT_TRUE(streams.AnyFileDue(start)) << "the second has none";
-  bundle.clock.Advance(60'000);
-  second.OpenFile();
-  EXPECT_TRUE(streams.AnyFileDue(start + 59'999)) << "younger than nothing";
-  EXPECT_FALSE(streams.AnyFileDue(start + 60'000));
-  EXPECT_FALSE(streams.AnyFileDue(start + 299'999));
-  EXPECT_TRUE(streams.AnyFileDue(start + 300'000));
-  EXPECT_TRUE(first.FileDue(start + 300'000));
-  EXPECT_FALSE(second.FileDue(start + 300'000));
-  first.CloseFile();
-  EXPECT_TRUE(streams.AnyFileDue(start + 60'000));
-  streams.Remove(&first);
-  EXPECT_FALSE(streams.AnyFileDue(start + 359'999));
+  DueFiles files{services, streams};
+};
+
+TEST_F(RecordFiles, EndByAgeAndByAClockSetBack) {
+  const RecordStream &first = Add(1), &second = Add(2);
+  AfterMessage();
+  streams.Find(2)->CloseFile();
+  AfterMessage(60'000);
+  EXPECT_EQ(first.GetOpenTime(), start);
+  EXPECT_EQ(second.GetOpenTime(), start + 60'000);
+  AfterMessage(239'999);
+  EXPECT_EQ(first.GetOpenTime(), start);
+  AfterMessage(1);
+  EXPECT_EQ(first.GetOpenTime(), start + 300'000);
+  EXPECT_EQ(second.GetOpenTime(), start + 60'000);
+  bundle.clock.SetNow(start + 60'000);
+  AfterMessage();
+  EXPECT_EQ(first.GetOpenTime(), start + 60'000) << "was younger than nothing";
+  EXPECT_EQ(second.GetOpenTime(), start + 60'000) << "opened at this moment";
+  EXPECT_EQ(host.CountLines("Closed "), 3u);
+}
+
+TEST_F(RecordFiles, OneQuestionForAVolumeServesAllStreamsOfAMessage) {
+  for (std::uint32_t id = 1; id <= 100; ++id) Add(id, id <= 50 ? 1 : 0);
+  AfterMessage();
+  EXPECT_EQ(Asks(), 50) << "each file reserves room, so that it has to be asked for";
+  AfterMessage(999);
+  EXPECT_EQ(Asks(), 0);
+  AfterMessage(1);
+  EXPECT_EQ(Asks(), 1) << "for all that record nothing";
+
+  storage.Searching = true;
+  AfterMessage(300'000);
+  AfterMessage();
+  EXPECT_EQ(Asks(), 2);
+  EXPECT_EQ(host.CountLines("record volume"), 0u) << "nothing is known yet";
+  storage.Searching = false;
+  const std::string volume = std::exchange(storage.Volume, "");
+  AfterMessage(1000);
+  for (int i = 0; i < 20; ++i) AfterMessage();
+  EXPECT_EQ(Asks(), 21);
+  volumes.BeginMessage();
+  for (const auto& each : streams.All()) each->OpenFile();
+  EXPECT_EQ(Asks(), 1) << "as after a configuration";
+  EXPECT_EQ(host.CountLines(LogWarning, "could not get record volume"), 100u) << "once each";
+  storage.Volume = volume;
+  AfterMessage(1000);
+  EXPECT_EQ(host.CountLines(LogInfo, "got a record volume"), 100u);
+  EXPECT_EQ(host.CountLines("Opened "), 100u);
+}
+
+TEST_F(RecordFiles, StreamsThatFailToOpenTakeTurnsAndKeepNobodyElseWaiting) {
+  for (std::uint32_t id = 1; id <= 4; ++id) Add(id);
+  bundle.files.Set({.call = qv::kelvo::FileCall::Open,
+                    .times = qv::kelvo::FileFault::kForGood,
+                    .error = EMFILE,
+                    .suffix = "-00000001.ps"});
+  const auto others = [&] {
+    return streams.Find(2)->HasFile() && streams.Find(3)->HasFile() && streams.Find(4)->HasFile();
+  };
+  AfterMessage();
+  EXPECT_TRUE(others());
+  AfterMessage(300'000);
+  EXPECT_TRUE(others()) << "their next files are opened in the same message";
+
+  bundle.files.ClearFaults();
+  bundle.files.FailForGood(qv::kelvo::FileCall::Open, 1, EMFILE);
+  AfterMessage(300'000);
+  (void)Asks();
+  for (int i = 0; i < 8; ++i) AfterMessage();
+  EXPECT_EQ(Asks(), 8) << "one attempt a message";
+  EXPECT_EQ(host.CountLines(LogError, " error -2"), 4u) << "once each";
+  bundle.files.ClearFaults();
+  AfterMessage();
+  EXPECT_TRUE(others() && streams.Find(1)->HasFile());
+}
+
+TEST_F(RecordFile, WhatIsWantedWaitsForTheEndOfASearchForRoom) {
+  slot0.Schedule = AllWeek(1);
+  const auto open = [this] {
+    volumes.BeginMessage();
+    stream->OpenFile();
+  };
+  storage.Searching = true;
+  open();
+  Feed("I0 I10 I20m P25m I30 I40m I50 I60");
+  EXPECT_EQ(Waiting(), "I20m P25m I30 I40m I50 I60") << "what nobody wants need not wait";
+  stream->CloseFile();  // as a configuration may
+  open();
+  EXPECT_EQ(Waiting(), "I20m P25m I30 I40m I50 I60");
+  EXPECT_EQ(host.CountLines("volume"), 0u) << "nothing is known yet";
+  storage.Searching = false;
+  open();
+  EXPECT_EQ(Waiting(), "I50 I60") << "written at once";
+
+  stream->CloseFile();
+  storage.Searching = true;
+  open();
+  Feed("I1070m I1080 I1090");
+  storage.Searching = false;
+  storage.Volume.clear();
+  open();
+  open();
+  EXPECT_EQ(host.CountLines("could not get record volume"), 1u);
+  Feed("I1100");
+  EXPECT_EQ(Waiting(), "I1080 I1090 I1100");
+  EXPECT_EQ(Written(), "I20m P25m I40m");
 }
 
 }  // namespace

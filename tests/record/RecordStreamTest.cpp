@@ -59,7 +59,7 @@ TEST_F(RecordStreamTest, ReadyMadePacketsAreTakenAsTheyAre) {
 }
 
 TEST_F(RecordStreamTest, RefusesWhatItCannotHold) {
-  stream->ChannelMap[8] = 32;
+  stream->ResetSlot(8);
   EXPECT_FALSE(FeedOne("8:I0"));
   EXPECT_EQ(stats.Ch, 1u);
   for (const std::uint32_t subCode : {0u, KELVO_WRITE_SUB_PES}) {

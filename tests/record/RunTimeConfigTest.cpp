@@ -1,5 +1,6 @@
 // Messages that change how configured streams record.
 
+#include "record/FrameIntake.h"
 #include "tests/record/ConfigFixture.h"
 
 namespace qvsvr::kelvo {
@@ -53,6 +54,38 @@ TEST_F(RunTimeConfig, PtzMessagesNameDevicesAndInputs) {
   EXPECT_TRUE(ptz.IsMoving(0x00410601));
   EXPECT_TRUE(ptz.IsMoving(0x00410702));
   EXPECT_FALSE(ptz.IsMoving(0x00410802));
+}
+
+TEST_F(RunTimeConfig, MovingCameraIsSeenInTheSlotOfItsFrames) {
+  const std::string sequence =
+      Tag("Sequence Count='1'", "<Entry Position='0' Page='0' Input='7'/>");
+  Configure(Owned(Numbered("Device", 1,
+                           Tag("Video", Input(19, Expiring())) +
+                               Tag("Codec", Encoder(1, Channel(3) + Channel(4)))) +
+                  Numbered("Device", 2,
+                           Tag("Codec", Encoder(0, Tag("Sequence Count='1'",
+                                                       "<Entry Position='0' Page='0' Input='2'/>") +
+                                                       Channel(0)) +
+                                            Encoder(1, sequence + Channel(0))))));
+  ptz.Apply(0x00410113, 17);
+  ptz.Apply(0x00410207, 17);
+  const struct {
+    std::uint32_t provider, stream;
+    bool moves;
+  } rows[] = {{0x00410123, 0x00410123, true},  // split off
+              {0x00410124, 0x00410181, false},
+              {0x00410200, 0x004102FF, false},
+              {0x00410220, 0x004102FF, true}};  // of the second encoder
+  for (const auto& row : rows) {
+    KelvoFrameHeader header{};
+    header.FrameType = KELVO_FRAME_I;
+    header.Seconds = static_cast<std::uint32_t>(bundle.clock.NowMs() / 1000);
+    IntakeFrame(services, streams, ptz, host.NewBuffer("frame"), 5, row.provider, 0, header);
+    const PendingFrame* frame = Stream(row.stream).Undecided().Back();
+    ASSERT_NE(frame, nullptr) << std::hex << row.provider;
+    EXPECT_EQ(frame->Provider, row.provider);
+    EXPECT_EQ(frame->Ptz, row.moves) << std::hex << row.provider;
+  }
 }
 
 // How frames are marked is tested through the plug-in.

@@ -20,15 +20,21 @@
 
 namespace qvsvr::kelvo {
 
-// Storage with one volume, which a test can take away.
+// Storage with one volume, which a test can take away or let be searched for.
 class OneVolume : public CFileSystem {
  public:
   using CFileSystem::CFileSystem;
-  std::string GetRecordVolume(const IRecordManager*, std::int64_t) override { return Volume; }
+  std::string GetRecordVolume(const IRecordManager*, std::int64_t) override {
+    ++Asked;
+    return Searching ? "" : Volume;
+  }
+  bool StillSearching() const override { return Searching; }
   bool RemoveFile(const std::string& path, bool force) override {
     return force && boost::filesystem::remove(path) && boost::filesystem::remove(path + 'i');
   }
   std::string Volume;
+  bool Searching = false;
+  int Asked = 0;
 };
 
 class NeverStopping : public IRecordManager {
@@ -63,7 +69,9 @@ class StreamParts : public ::testing::Test {
   CRecordAlarms alarms{core};
   ReservationList reservations;
   RecordStats stats;
-  RecordServices services{core, storage, manager, bundle.platform, alarms, reservations, stats};
+  RecordVolumes volumes{storage, manager};
+  RecordServices services{core,   storage,      manager, volumes, bundle.platform,
+                          alarms, reservations, stats};
 };
 
 // A stream of its own. Frames are written as text: `I0 1:P40m 16:A80`: slot (0 if none), type,
@@ -79,7 +87,7 @@ class StreamTest : public StreamParts {
     made->ActiveChannels = 1;
     made->Layout = 0x80;
     for (int slot = 0; slot < kSlots; ++slot) {
-      made->ChannelMap[static_cast<std::size_t>(slot)] = slot;
+      made->MapChannel(static_cast<std::uint32_t>(slot), slot);
       made->Slots[static_cast<std::size_t>(slot)].Encoder = 0;
       made->Slots[static_cast<std::size_t>(slot)].Input = slot % kVideoSlots;
     }

@@ -21,7 +21,7 @@ TEST_F(StreamSetTest, RoutesById_ThenEncoder_ThenDevice) {
   RecordStream& channel = streams.Add(NewStream(0x20120225));
   channel.AltId = 0x20120230;
   streams.Add(NewStream(0x20120230));
-  streams.RoutesChanged();
+  streams.Changes();
   const std::pair<std::uint32_t, std::uint32_t> rows[] = {
       {0x20120225, 0x20120225}, {0x20120230, 0x20120225},  // by either id, the first stream's
       {0x20120224, 0x20120281}, {0x20120221, 0x20120281},  // encoder 1 of context 2

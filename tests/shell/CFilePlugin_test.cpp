@@ -14,7 +14,8 @@ namespace {
 TEST(FilePlugin, TellsWhenTheHostFailsAndOpensOnlyOnce) {
   FakeHost host;
   qv::kelvo::TestBundle bundle;
-  CFilePlugin plugin(bundle.platform);
+  RecordQueue queue;
+  CFilePlugin plugin(bundle.platform, queue);
   host.SetAnswer(3, 0);
   plugin.SendXmlEvent("<x/>", KELVO_CLASS_EVENT);
   plugin.DecrementReference(host.NewBuffer("b"));
@@ -40,7 +41,7 @@ TEST(FilePlugin, TellsWhenTheHostFailsAndOpensOnlyOnce) {
   plugin.Open("4.5.6");
   EXPECT_THROW(plugin.Open("4.5.6"), std::logic_error);
   EXPECT_FALSE(plugin.IsStopping());
-  plugin.RecordMgr.RequestStop();
+  plugin.Close();
   EXPECT_TRUE(plugin.IsStopping());
 }
 

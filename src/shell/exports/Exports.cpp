@@ -3,14 +3,13 @@
 #include <wx/debug.h>
 #include <wx/log.h>
 
-#include <atomic>
 #include <exception>
 #include <memory>
 #include <string_view>
 
 #include "host/Log.h"
 #include "kelvo/host_abi.h"
-#include "shell/CFilePlugin.h"
+#include "shell/PluginLife.h"
 #include "shell/PluginPlatform.h"
 
 namespace {
@@ -18,12 +17,20 @@ namespace {
 using qvsvr::kelvo::CFilePlugin;
 using qvsvr::kelvo::LogError;
 using qvsvr::kelvo::LogPrintf;
+using qvsvr::kelvo::PluginLife;
 using qvsvr::kelvo::RecordMessage;
 
 constexpr std::uint32_t kRefused = 0xFFFFFFFFu;
 
-// The plug-in between Load and Unload.
-std::atomic<CFilePlugin*> plugin{nullptr};
+// Closed while there is no plug-in, so that blocks need not ask for one. Never destroyed: a host
+// that ends its process without an Unload may have a worker waiting in it.
+union Forever {
+  Forever() : queue() {}
+  ~Forever() {}
+  qvsvr::kelvo::RecordQueue queue;
+} forever;
+qvsvr::kelvo::RecordQueue& queue = forever.queue;
+PluginLife life;
 
 // Runs the body of an export; no exception reaches the host.
 template <typename Body>
@@ -45,10 +52,6 @@ void SilenceWx() {
   wxDisableAsserts();
 }
 
-void DestroyPlugin() {
-  delete plugin.exchange(nullptr);
-}
-
 void Describe(KelvoModuleDescriptor& descriptor) {
   descriptor.ModuleId = KELVO_MODULE_ID;
   descriptor.CapabilityWord0 = 0x0600006C;
@@ -60,17 +63,12 @@ void Describe(KelvoModuleDescriptor& descriptor) {
 }
 
 void LoadPlugin(const KelvoLoadInput* input, KelvoModuleDescriptor* descriptor) {
-  DestroyPlugin();
-  SilenceWx();
-  if (descriptor != nullptr) Describe(*descriptor);
-  qvsvr::kelvo::SetHostFunction(input == nullptr ? nullptr : input->HostFunction);
-  plugin = std::make_unique<CFilePlugin>(qvsvr::kelvo::PluginPlatform()).release();
-}
-
-// Whether the message is queued. Without a plug-in nothing is.
-bool Enqueue(const RecordMessage& message) {
-  CFilePlugin* target = plugin.load();
-  return target != nullptr && target->RecordMgr.Enqueue(message);
+  life.Replace([&] {
+    SilenceWx();
+    if (descriptor != nullptr) Describe(*descriptor);
+    qvsvr::kelvo::SetHostFunction(input == nullptr ? nullptr : input->HostFunction);
+    return std::make_unique<CFilePlugin>(qvsvr::kelvo::PluginPlatform(), queue);
+  });
 }
 
 void WriteBlock(const KelvoWriteBlock& block, KelvoWriteReply& reply) {
@@ -83,16 +81,17 @@ void WriteBlock(const KelvoWriteBlock& block, KelvoWriteReply& reply) {
     return;
   }
   reply.Accepted = 0;
-  reply.Accepted = Enqueue({0, block.Length, block.Payload, block.Source, block.Class,
-                            block.SubCode, block.Header})
+  reply.Accepted = queue.Enqueue({0, block.Length, block.Payload, block.Source, block.Class,
+                                  block.SubCode, block.Header})
                        ? 1
                        : 0;
 }
 
 // An empty request, or one without a plug-in, leaves the reply as it was.
 void ReadBlock(const KelvoReadBlock& block, KelvoReadReply& reply) {
-  CFilePlugin* target = plugin.load();
-  if (target == nullptr || block.Payload == nullptr || block.Length == 0) return;
+  if (block.Payload == nullptr || block.Length == 0) return;
+  const PluginLife::Call target(life);
+  if (!target) return;
   const std::string_view text(static_cast<const char*>(block.Payload), block.Length);
   reply.Result = target->Search(text, block.RequestId);
 }
@@ -108,7 +107,7 @@ void Ioctl(const KelvoIoctlBlock& block, KelvoIoctlReply& reply) {
   message.Length = block.Length;
   message.Payload = block.Payload;
   reply.Accepted = 0;
-  reply.Accepted = Enqueue(message) ? 1 : 0;
+  reply.Accepted = queue.Enqueue(message) ? 1 : 0;
 }
 
 }  // namespace
@@ -124,7 +123,7 @@ KELVO_EXPORT std::uint32_t Load(void* input, void* output) {
 
 KELVO_EXPORT std::uint32_t Open(void* /*input*/, void* /*output*/) {
   return Guarded("Open", [] {
-    if (CFilePlugin* target = plugin.load()) target->Open(KELVO_VERSION);
+    if (const PluginLife::Call target(life); target) target->Open(KELVO_VERSION);
   });
 }
 
@@ -157,12 +156,12 @@ KELVO_EXPORT std::uint32_t IOCTL(void* request, void* reply) {
 
 KELVO_EXPORT std::uint32_t Close(void* /*input*/, void* /*output*/) {
   return Guarded("Close", [] {
-    if (CFilePlugin* target = plugin.load()) target->RecordMgr.RequestStop();
+    if (const PluginLife::Call target(life); target) target->Close();
   });
 }
 
 KELVO_EXPORT std::uint32_t Unload(void* /*input*/, void* /*output*/) {
-  return Guarded("Unload", [] { DestroyPlugin(); });
+  return Guarded("Unload", [] { life.Replace([] { return nullptr; }); });
 }
 
 }  // extern "C"

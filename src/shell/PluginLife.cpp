@@ -1,0 +1,29 @@
+#include "shell/PluginLife.h"
+
+namespace qvsvr::kelvo {
+
+PluginLife::Call::Call(PluginLife& owner) : life(owner) {
+  // Those that come too late don't count: End has to wait for the others only.
+  if (life.current.load() == nullptr) return;
+  // Counted before the plug-in is taken: End takes it away before it looks at the count.
+  life.inside.fetch_add(1);
+  plugin = life.current.load();
+  if (plugin == nullptr) life.Leave();
+}
+
+PluginLife::Call::~Call() {
+  if (plugin != nullptr) life.Leave();
+}
+
+void PluginLife::Leave() {
+  if (inside.fetch_sub(1) == 1 && current.load() == nullptr) inside.notify_all();
+}
+
+void PluginLife::End() {
+  const std::unique_ptr<CFilePlugin> last(current.exchange(nullptr));
+  if (last == nullptr) return;
+  last->Close();
+  for (std::uint32_t left = inside.load(); left != 0; left = inside.load()) inside.wait(left);
+}
+
+}  // namespace qvsvr::kelvo

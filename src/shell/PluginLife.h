@@ -1,0 +1,51 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "shell/CFilePlugin.h"
+
+namespace qvsvr::kelvo {
+
+// The plug-in between Load and Unload, and the host's calls that are inside it: it ends only after
+// the last of them has left. Blocks aren't among them, since their queue outlives it. Any thread.
+class PluginLife {
+ public:
+  // One call's hold on the plug-in; empty without a plug-in.
+  class Call {
+   public:
+    explicit Call(PluginLife& owner);
+    ~Call();
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    explicit operator bool() const { return plugin != nullptr; }
+    CFilePlugin* operator->() const { return plugin; }
+
+   private:
+    PluginLife& life;
+    CFilePlugin* plugin = nullptr;
+  };
+
+  // Ends the plug-in that is there, if any: it is told to stop, so that searches end at their next
+  // event, calls that come now find none, and those inside are waited for. Not to be called from
+  // inside a call. `make` gives the next one, or null.
+  template <class Make>
+  void Replace(Make make) {
+    const std::lock_guard guard(changing);
+    End();
+    current = std::unique_ptr<CFilePlugin>(make()).release();
+  }
+
+ private:
+  void Leave();
+  void End();
+
+  std::mutex changing;  // one Load or Unload at a time
+  std::atomic<CFilePlugin*> current{nullptr};
+  std::atomic<std::uint32_t> inside{0};
+};
+
+}  // namespace qvsvr::kelvo
