@@ -90,6 +90,7 @@ void CFileSystem::GetTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
 
 std::string CFileSystem::GetRecordVolume(const IRecordManager* manager, std::int64_t desiredGB) {
   if (manager == nullptr || manager->IsStopping() || desiredGB < 1) return {};
+  searching = false;
   roomMaker.ForgetOldFailures();
   std::string name = ChooseVolume(volumes.Drives().drives, desiredGB,
                                   [&](const std::string& drive, const DriveRecord& record) {
@@ -98,7 +99,8 @@ std::string CFileSystem::GetRecordVolume(const IRecordManager* manager, std::int
   // Nothing is deleted before it is known what is protected.
   if (name.empty() && settingsFile.Known()) {
     name = MakeRoom(*manager, desiredGB);
-    if (StillSearching()) return {};
+    searching = roomMaker.Undecided();
+    if (searching) return {};
   }
   const bool before = recordingState.recordingNotPossible;
   recordingState.Note(!name.empty());
@@ -129,7 +131,7 @@ std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t de
                                              },
                                          .patient = patient});
   const std::uint32_t skips = roomMaker.ProtectedSkips();
-  if (!StillSearching() && !recordingState.recordingNotPossible &&
+  if (!roomMaker.Undecided() && !recordingState.recordingNotPossible &&
       (skips != 0 || roomMaker.Failures() != 0)) {
     LogPrintf(LogTrace, "GRV skipped %u protected files and %u rm failures while making room.",
               skips, roomMaker.Failures());
@@ -237,8 +239,7 @@ void CFileSystem::ApplyCasesXml(const TiXmlElement& cases, bool fromFile) {
 }
 
 void CFileSystem::SaveStorage() {
-  eventSink.SendXmlEvent(settingsFile.Save(Tables()),
-                         KELVO_CLASS_BROADCAST);
+  eventSink.SendXmlEvent(settingsFile.Save(Tables()), KELVO_CLASS_BROADCAST);
 }
 
 void CFileSystem::ReportStatus(bool full) {

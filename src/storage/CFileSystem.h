@@ -57,7 +57,7 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
 
   // Whether the last GetRecordVolume was empty for want of time: the next call goes on where it
   // left off. Nobody has been told meanwhile that recording isn't possible.
-  [[nodiscard]] virtual bool StillSearching() const { return roomMaker.Undecided(); }
+  [[nodiscard]] virtual bool StillSearching() const { return searching; }
 
   // The same for somebody who asks only once: looks for as long as it takes.
   [[nodiscard]] std::string GetVolumeToReserve(const IRecordManager* manager,
@@ -184,7 +184,8 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   Protection protection;
   Catalogue catalogue;
   RoomMaker roomMaker;
-  bool patient = false;  // a search for room isn't interrupted
+  bool patient = false;    // a search for room isn't interrupted
+  bool searching = false;  // the last choice of a volume has no answer yet
   bool reportOwed = false;
   ReadWriteTest readWriteTest;
   StatusReport statusReport;

@@ -43,22 +43,27 @@ void Catalogue::SetVolumes(const std::vector<std::string>& roots) {
 Catalogue::Answer Catalogue::Oldest(const Question& question, WorkLimit& limit) {
   const std::int64_t now = platform.clock.SteadyNs();
   if (unknown && now < resumeNs && !limit.Patient()) return NotFound(Outcome::Unknown);
-  BeginPassWhenDue();
+  const std::int64_t age = now - passNs;
+  if (!cursor || age >= (unknown ? kLongPassNs : kPassNs)) BeginPass(now);
   revision = protection.Revision();
   Answer answer = Search(question, limit);
+  if (answer.outcome == Outcome::Nothing && (dropped || (!fresh && !question.mayBeOld))) {
+    // What was recorded since the pass began is in none of it.
+    BeginPass(now);
+    answer = Search(question, limit);
+  }
   unknown = answer.outcome == Outcome::Unknown;
+  fresh &= unknown;
   if (unknown) resumeNs = platform.clock.SteadyNs() + kPauseNs;
   return answer;
 }
 
-void Catalogue::BeginPassWhenDue() {
-  const std::int64_t now = platform.clock.SteadyNs();
-  const std::int64_t age = now - passNs;
-  if (cursor && age < (unknown ? kLongPassNs : kPassNs)) return;
+void Catalogue::BeginPass(std::int64_t nowNs) {
   cursor.emplace(platform.directories, volumes);
-  passNs = now;
+  passNs = nowNs;
   read = 0;
-  allRead = false;
+  allRead = dropped = false;
+  fresh = true;
   prefix = {};
 }
 
@@ -116,6 +121,7 @@ Catalogue::Answer Catalogue::OldestOf(std::size_t begin, std::size_t end, const 
 
 void Catalogue::Drop() {
   ++hours[foundIn].next;
+  dropped = true;
 }
 
 bool Catalogue::ReadOn(WorkLimit& limit) {

@@ -51,6 +51,8 @@ class Catalogue {
     std::vector<std::string> roots;  // only recordings on those of the volumes
     // Recordings to pass over although they may go; may be empty.
     std::function<bool(const std::string& path)> except;
+    // Whether Nothing may be what was known some seconds ago; else it is looked up now.
+    bool mayBeOld = false;
   };
   [[nodiscard]] Answer Oldest(const Question& question, WorkLimit& limit);
 
@@ -97,7 +99,7 @@ class Catalogue {
     std::vector<bool> asked;  // for these volumes
   };
 
-  void BeginPassWhenDue();
+  void BeginPass(std::int64_t nowNs);
   // Reads the next hour's directories; false when there are no more.
   [[nodiscard]] bool ReadOn(WorkLimit& limit);
   void Meet(qv::kelvo::HourCursor::Directory directory, std::int64_t start);
@@ -123,6 +125,8 @@ class Catalogue {
   std::deque<Hour> hours;
   std::size_t read = 0;
   bool allRead = false;
+  bool dropped = false;     // something that was found in this pass
+  bool fresh = false;       // the pass has served no answer yet
   std::int64_t passNs = 0;  // monotonic; when the pass began
   Prefix prefix;
   std::uint64_t revision = 0;  // of the rules, as of this question

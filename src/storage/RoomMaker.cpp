@@ -7,6 +7,8 @@ namespace qvsvr::kelvo {
 namespace {
 
 constexpr std::int64_t kFailureLifeNs = std::int64_t{20} * 60 * 1'000'000'000;
+// While nothing may go every stream asks again and again.
+constexpr std::int64_t kNothingLifeNs = std::int64_t{5} * 1'000'000'000;
 
 }  // namespace
 
@@ -21,15 +23,22 @@ std::string RoomMaker::MakeRoom(const Request& request) {
   const auto stopping = [&request] { return request.manager.IsStopping(); };
   WorkLimit limit(platform.clock, stopping, request.patient);
   const Catalogue::Question question{
-      .roots = request.drives, .except = [&](const std::string& path) {
-        return failedFiles.contains(path) || request.manager.IsBeingWritten(path);
-      }};
+      .roots = request.drives,
+      .except =
+          [&](const std::string& path) {
+            return failedFiles.contains(path) || request.manager.IsBeingWritten(path);
+          },
+      .mayBeOld = nothingNs && platform.clock.SteadyNs() - *nothingNs < kNothingLifeNs};
   while (!stopping()) {
     const Catalogue::Answer oldest = catalogue.Oldest(question, limit);
     undecided = oldest.outcome == Catalogue::Outcome::Unknown;
     if (undecided) return {};
     skips += oldest.protectedFiles;
-    if (oldest.outcome == Catalogue::Outcome::Nothing) return {};
+    if (oldest.outcome == Catalogue::Outcome::Nothing) {
+      if (!question.mayBeOld) nothingNs = platform.clock.SteadyNs();
+      return {};
+    }
+    nothingNs.reset();
     limit.Spend(WorkLimit::kRemoval);
     if (!Remove(oldest)) continue;
     const std::int64_t usable = request.usableGB(oldest.root);

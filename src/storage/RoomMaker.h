@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -53,7 +54,8 @@ class RoomMaker {
   qv::kelvo::Platform& platform;
   Catalogue& catalogue;
   std::set<std::string> failedFiles;
-  std::int64_t firstFailureNs = 0;  // monotonic; of the first of `failedFiles`
+  std::int64_t firstFailureNs = 0;        // monotonic; of the first of `failedFiles`
+  std::optional<std::int64_t> nothingNs;  // monotonic; when it was last seen that nothing may go
   std::uint32_t skips = 0;
   std::uint32_t failures = 0;
   bool undecided = false;

@@ -231,6 +231,7 @@ class RetentionModel : public RecordingForest {
       const std::int64_t hour = file.time - file.time % kHour;
       if ((hour >= clock.NowMs() / 1000 && hour != oldest) || Stays(file)) continue;
       file.gone = true;
+      stuckMet |= file.stuck;
       if (++free[file.drive] >= gigabytes && !file.stuck) best = file.drive;
     }
     return best;
@@ -260,6 +261,7 @@ class RetentionModel : public RecordingForest {
   std::vector<ModelBookmark> bookmarks;
   std::string cases;
   std::string link;
+  bool stuckMet = false;
 };
 
 TEST_F(RetentionModel, RoomIsMadeByTheOldestThatNothingProtects) {
@@ -275,7 +277,7 @@ TEST_F(RetentionModel, RoomIsMadeByTheOldestThatNothingProtects) {
   const ParsedXml prepared("<Storage ID='3604480'><Disk SupportsPrep='1'><Drives><Drive Name='" +
                            std::string(kDeepDrive) + "'/></Drives></Disk></Storage>");
   EXPECT_TRUE(storage->ApplyDiskPrep(prepared.Root()));
-  files.before = [this](qv::kelvo::FileCall, const std::string&) { PassSteady(1); };
+  const auto slow = [this](qv::kelvo::FileCall, const std::string&) { PassSteady(1); };
   for (int round = 0; round < 60 && !model.empty(); ++round) {
     SCOPED_TRACE(round);
     if (round % 5 == 0) ChooseRules();
@@ -285,7 +287,15 @@ TEST_F(RetentionModel, RoomIsMadeByTheOldestThatNothingProtects) {
     clock.Advance(Below(10'000));
     if (Below(6) == 0) MakeRoomBlindly();
     const std::int64_t wanted = 1 + Below(12 + count / 200);
+    stuckMet = false;
     const std::string expected = MakeModelRoom(wanted);
+    // A removal that fails may free something all the same, which a further call would find at
+    // once.
+    if (stuckMet) {
+      files.before = nullptr;
+    } else {
+      files.before = slow;
+    }
     EXPECT_EQ(MakeRoom(wanted), expected);
     Compare();
     if (HasFailure()) return;
