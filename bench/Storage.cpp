@@ -299,9 +299,10 @@ void Storage(const std::string&) {
   MeasureWorker(site);
   site.Apply("<Expiration Type='0' Days='0'/>");
   for (unsigned camera = 0; camera < kTreeCameras; ++camera) {
-    site.storage->SetCameraExpiration(0, 0x00120000, camera, 5, 1, 100);
+    site.storage->Retention().SetCameraExpiration(media::MakeStreamID(0, 0x00120000, camera, 5), 1,
+                                                  100);
   }
-  site.storage->AddKnownDevice(0x00120000);
+  site.storage->Retention().AddKnownDevice(0x00120000);
   MeasureProtected(site, "rules of the inputs");
 }
 

@@ -190,7 +190,7 @@ void CRecordMgr::ApplyDelta(const TiXmlElement& root) {
 }
 
 void CRecordMgr::ApplySystem(const TiXmlElement& root) {
-  if (!FileSystem.ApplySystemState(root)) return;
+  if (!FileSystem.Licence().Apply(root)) return;
   UpdateStreams(Config, false, false);
   FileSystem.SaveStorage();
 }
@@ -227,10 +227,10 @@ double CRecordMgr::RecordingRate(std::int64_t elapsedMicroseconds) {
 }
 
 void CRecordMgr::FollowAudioSetting() {
-  const std::uint32_t changes = FileSystem.PreserveAudioChanges();
+  const std::uint32_t changes = FileSystem.Retention().preserveAudioChanges;
   if (changes == PlacedAudioChanges) return;
   PlacedAudioChanges = changes;
-  PlaceAudio(Config, FileSystem.PreserveExpirationAudioWithVideo());
+  PlaceAudio(Config, FileSystem.Retention().preserveExpirationAudioWithVideo);
 }
 
 std::int64_t CRecordMgr::ReservedGB(const std::string& volume) const {

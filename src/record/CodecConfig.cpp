@@ -63,7 +63,7 @@ CodecConfig::CodecConfig(const ConfigTarget& target, const DeviceAddress& addres
       Inputs(inputs),
       VideoInputs(videoInputs),
       Seen(seen),
-      AudioWithVideo(target.Services.FileSystem.PreserveExpirationAudioWithVideo()) {}
+      AudioWithVideo(target.Services.FileSystem.Retention().preserveExpirationAudioWithVideo) {}
 
 void CodecConfig::Apply(const TiXmlElement& codec) {
   const std::uint32_t restarts = ReadRestarts(codec);
@@ -210,9 +210,10 @@ void CodecConfig::ApplyChannel(const TiXmlElement& element, Encoder& encoder,
   slot.PreMotion = KeptAheadOfMotion(settings);
   slot.Schedule = settings.Schedule;
   // Without one in the table the slot keeps the schedule it has.
-  (void)Target.Services.FileSystem.GetTimeLapseSchedule(
-      static_cast<std::uint32_t>(Address.Context), Address.Id & qv::kelvo::kProviderMask,
-      static_cast<std::uint32_t>(Address.Device), number, slot.LapseSchedule);
+  (void)Target.Services.FileSystem.Lapse().GetSchedule(
+      qv::kelvo::MakeStreamID(static_cast<std::uint32_t>(Address.Context), Address.Id,
+                              static_cast<std::uint32_t>(Address.Device), number),
+      slot.LapseSchedule);
   slot.PreAlarm = Target.PreAlarmSeconds[Address.With(number)];
   AddTuple(Address.With(ChannelByte(encoder.Number, channel)), input);
 

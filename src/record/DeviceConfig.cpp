@@ -16,9 +16,10 @@ void ApplyContext(const ConfigTarget& target, const DeviceAddress& address,
   const bool anyVideo = ReadVideoInputs(element, inputs);
   videoInputs += inputs.VideoCount;
   for (const InputExpiration& expiration : inputs.Expirations) {
-    target.Services.FileSystem.SetCameraExpiration(
-        static_cast<std::uint32_t>(address.Context), address.Id & qv::kelvo::kProviderMask,
-        static_cast<std::uint32_t>(address.Device), static_cast<std::uint32_t>(expiration.Input),
+    target.Services.FileSystem.Retention().SetCameraExpiration(
+        qv::kelvo::MakeStreamID(static_cast<std::uint32_t>(address.Context), address.Id,
+                                static_cast<std::uint32_t>(address.Device),
+                                static_cast<std::uint32_t>(expiration.Input)),
         expiration.Type, expiration.Days);
   }
   if (!anyVideo && address.Context != 0) return;
@@ -64,7 +65,7 @@ void ApplyDevices(const ConfigTarget& target, const TiXmlElement& root) {
     for (const TiXmlElement& device : Children(devices, "Device")) {
       ApplyDevice(target, id, device, seen);
     }
-    target.Services.FileSystem.AddKnownDevice(id);
+    target.Services.FileSystem.Retention().AddKnownDevice(id);
     RemoveStaleStreams(target, id, seen.Streams, seen.Tuples);
   }
 }

@@ -256,7 +256,7 @@ int RecordStream::SlotOf(std::uint32_t provider) const {
 }
 
 void RecordStream::RefreshDefaultLapse() {
-  DefaultLapse = Services.FileSystem.TimeLapse();
+  DefaultLapse = Services.FileSystem.Lapse().timeLapse;
 }
 
 int RecordStream::EffectiveInput(int slot) const {

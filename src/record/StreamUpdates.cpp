@@ -13,9 +13,10 @@ void ReloadLapse(const CFileSystem& fileSystem, RecordStream& stream) {
     const int input = stream.EffectiveInput(slot);
     if (!IsInput(input)) continue;
     // Without one in the table the slot keeps the schedule it has.
-    (void)fileSystem.GetTimeLapseSchedule(
-        qv::kelvo::ContextOf(stream.StreamId), qv::kelvo::ProviderOf(stream.StreamId),
-        qv::kelvo::DeviceOf(stream.StreamId), static_cast<std::uint32_t>(input),
+    (void)fileSystem.Lapse().GetSchedule(
+        qv::kelvo::MakeStreamID(qv::kelvo::ContextOf(stream.StreamId), stream.StreamId,
+                                qv::kelvo::DeviceOf(stream.StreamId),
+                                static_cast<std::uint32_t>(input)),
         stream.Slots[static_cast<std::size_t>(slot)].LapseSchedule);
   }
 }

@@ -1,6 +1,5 @@
 #include "storage/CFileSystem.h"
 
-#include <cstdlib>
 #include <utility>
 
 #include "host/Log.h"
@@ -72,7 +71,7 @@ void CFileSystem::LogFoundDrives() {
   for (const auto& [name, record] : volumes.Drives().drives) {
     std::uint32_t totalGB = 0;
     std::uint32_t freeGB = 0;
-    if (GetDiskSpace(name, totalGB, freeGB)) {
+    if (meter.Measure(name, totalGB, freeGB)) {
       LogPrintf(LogInfo, "Drive %s total %dGB free %dGB", name.c_str(), totalGB, freeGB);
     }
   }
@@ -143,34 +142,17 @@ std::int64_t CFileSystem::GetUsableSpace(const IRecordManager& manager, const st
                                          const DriveRecord& record) {
   std::uint32_t totalGB = 0;
   std::uint32_t freeGB = 0;
-  if (record.disabled || record.alarmBits != 0 || !IsVolumeWritable(name) ||
-      !GetDiskSpace(name, totalGB, freeGB)) {
+  if (record.disabled || record.alarmBits != 0 || !volumes.Network().IsVolumeWritable(name) ||
+      !meter.Measure(name, totalGB, freeGB)) {
     return 0;
   }
   return UsableGB(totalGB, freeGB, manager.ReservedGB(name), record.reservePercent);
-}
-
-bool CFileSystem::GetDiskSpace(const std::string& name, std::uint32_t& totalGB,
-                               std::uint32_t& freeGB) {
-  return meter.Measure(name, totalGB, freeGB);
 }
 
 bool CFileSystem::RemoveFile(const std::string& path, bool force) {
   const std::string root = volumes.DriveOf(path);
   if (!force && protection.CheckRemovable(path, root) != Removable::Yes) return false;
   return RemoveRecording(path, root);
-}
-
-bool CFileSystem::IsVolumeWritable(const std::string& name) const {
-  return volumes.Network().IsVolumeWritable(name);
-}
-
-std::vector<std::string> CFileSystem::ListUsableVolumes() const {
-  return volumes.ListUsable();
-}
-
-std::vector<std::string> CFileSystem::ListRecordableVolumes() const {
-  return volumes.ListRecordable();
 }
 
 bool CFileSystem::ApplyDiskPrep(const TiXmlElement& storage) {
@@ -253,7 +235,7 @@ void CFileSystem::TellStatus(bool full) {
   statusReport.MeasureDrives(
       change.drives,
       {.space = [this](const std::string& name, std::uint32_t& total,
-                       std::uint32_t& free) { return GetDiskSpace(name, total, free); },
+                       std::uint32_t& free) { return meter.Measure(name, total, free); },
        .readWrite = [this](const std::string& name) { return readWriteTest.Run(name); }});
   reportOwed = true;
   ContinueReport();
@@ -300,7 +282,7 @@ bool CFileSystem::KickSweeper(bool stop) {
     LogPrintf(LogTrace, "Sweeper - still running...");
     return true;
   }
-  sweeper.Start({.volumes = ListUsableVolumes(),
+  sweeper.Start({.volumes = volumes.ListUsable(),
                  .rules = retention.cameraExpiration,
                  .bookmarks = bookmarkTable.bookmarks,
                  .globalDays = retention.expirationDays});
@@ -323,53 +305,9 @@ void CFileSystem::SendStorageXml(const TiXmlElement& element) {
   eventSink.SendXmlEvent(PrintXml(document), KELVO_CLASS_EVENT);
 }
 
-bool CFileSystem::GetTimeLapseSchedule(std::uint32_t context, std::uint32_t provider,
-                                       std::uint32_t device, std::uint32_t input,
-                                       Schedule& list) const {
-  const auto entry =
-      lapse.timeLapseSchedules.find(qv::kelvo::MakeStreamID(context, provider, device, input));
-  if (entry == lapse.timeLapseSchedules.end()) return false;
-  list = entry->second;
-  return true;
-}
-
-void CFileSystem::SetCameraExpiration(std::uint32_t context, std::uint32_t provider,
-                                      std::uint32_t device, std::uint32_t input, int type,
-                                      int days) {
-  retention.SetCameraExpiration(qv::kelvo::MakeStreamID(context, provider, device, input), type,
-                                days);
-}
-
-std::int32_t CFileSystem::GetCameraExpirationDays(std::uint32_t context, std::uint32_t provider,
-                                                  std::uint32_t device, std::uint32_t input) const {
-  const auto rule =
-      retention.cameraExpiration.find(qv::kelvo::MakeStreamID(context, provider, device, input));
-  return rule == retention.cameraExpiration.end() ? 0 : std::abs(rule->second);
-}
-
 void CFileSystem::ForgetDevice(std::uint32_t provider) {
   sweeper.Stop();
   retention.ForgetDevice(provider);
-}
-
-void CFileSystem::AddKnownDevice(std::uint32_t provider) {
-  retention.AddKnownDevice(provider);
-}
-
-bool CFileSystem::ApplySystemState(const TiXmlElement& root) {
-  return licence.Apply(root);
-}
-
-std::int32_t CFileSystem::TimeLapse() const {
-  return lapse.timeLapse;
-}
-
-bool CFileSystem::PreserveExpirationAudioWithVideo() const {
-  return retention.preserveExpirationAudioWithVideo;
-}
-
-std::uint32_t CFileSystem::PreserveAudioChanges() const {
-  return retention.preserveAudioChanges;
 }
 
 void CFileSystem::SetRecordingMbps(double value) {

@@ -67,22 +67,6 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // it is gone; a file that doesn't exist counts as gone. Without `force` a protected one stays.
   virtual bool RemoveFile(const std::string& path, bool force);
 
-  // False only for a network drive whose target isn't writable.
-  [[nodiscard]] virtual bool IsVolumeWritable(const std::string& name) const;
-
-  // Whole GiB, rounded down. False, with a line in the log, when the system can't tell.
-  [[nodiscard]] virtual bool GetDiskSpace(const std::string& name, std::uint32_t& totalGB,
-                                          std::uint32_t& freeGB);
-
-  // GB that may be recorded on a drive of the table now: 0 when it is disabled, faulty, not
-  // writable or can't be measured; negative when its reserve is in use.
-  [[nodiscard]] std::int64_t GetUsableSpace(const IRecordManager& manager, const std::string& name,
-                                            const DriveRecord& record);
-
-  // Names of the drives that are enabled and writable; and of those without a fault. Table order.
-  [[nodiscard]] std::vector<std::string> ListUsableVolumes() const;
-  [[nodiscard]] std::vector<std::string> ListRecordableVolumes() const;
-
   // Takes the drives of a disk-preparation message (a Storage element). True when one was new.
   bool ApplyDiskPrep(const TiXmlElement& storage);
 
@@ -122,37 +106,26 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // Otherwise starts one, and returns true only when the last one is still running.
   virtual bool KickSweeper(bool stop);
 
-  // Copies the time-lapse schedule of an input; false, with `list` as it was, when it has none.
-  [[nodiscard]] bool GetTimeLapseSchedule(std::uint32_t context, std::uint32_t provider,
-                                          std::uint32_t device, std::uint32_t input,
-                                          Schedule& list) const;
-
-  // Retention of one input: days to keep (`type` below 2) or to expire after.
-  void SetCameraExpiration(std::uint32_t context, std::uint32_t provider, std::uint32_t device,
-                           std::uint32_t input, int type, int days);
-  // Absolute days of an input's rule, 0 when it has none.
-  [[nodiscard]] std::int32_t GetCameraExpirationDays(std::uint32_t context, std::uint32_t provider,
-                                                     std::uint32_t device,
-                                                     std::uint32_t input) const;
-  // Brackets the configuration of one provider (the ID of a Devices element). The first ends the
-  // background pass over the trees and waits for it.
+  // Begins the configuration of one provider (the ID of a Devices element): ends the background
+  // pass over the trees, waits for it, and forgets the provider's rules.
   void ForgetDevice(std::uint32_t provider);
-  void AddKnownDevice(std::uint32_t provider);
 
-  // Takes the root of a system message; true when the restricted state changed.
-  bool ApplySystemState(const TiXmlElement& root);
+  // The parts that answer for themselves.
+  [[nodiscard]] RetentionRules& Retention() { return retention; }
+  [[nodiscard]] const TimeLapseTable& Lapse() const { return lapse; }
+  [[nodiscard]] LicenceState& Licence() { return licence; }
+  [[nodiscard]] const VolumeTable& Volumes() const { return volumes; }
 
-  // Interval of the global time-lapse in milliseconds; below 1 is off.
-  [[nodiscard]] std::int32_t TimeLapse() const;
-  [[nodiscard]] bool PreserveExpirationAudioWithVideo() const;
-  // Counts the changes of that flag; the record manager polls it.
-  [[nodiscard]] std::uint32_t PreserveAudioChanges() const;
   // Megabits per second, for the status report.
   void SetRecordingMbps(double value);
 
  private:
   // Brings the drive table in line; returns whether it changed.
   bool FollowNetworkDrives(VolumeTable::Change& change, NetworkDrives found);
+  // GB that may be recorded on a drive of the table now: 0 when it is disabled, faulty, not
+  // writable or can't be measured; negative when its reserve is in use.
+  [[nodiscard]] std::int64_t GetUsableSpace(const IRecordManager& manager, const std::string& name,
+                                            const DriveRecord& record);
   void LogFoundDrives();
   [[nodiscard]] SavedTables Tables() const { return {volumes.Drives(), retention, lapse}; }
   void FindDrives();

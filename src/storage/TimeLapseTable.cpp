@@ -57,4 +57,11 @@ void TimeLapseTable::ApplyDevices(const TiXmlElement& storage) {
   }
 }
 
+bool TimeLapseTable::GetSchedule(qv::kelvo::StreamID input, Schedule& list) const {
+  const auto entry = timeLapseSchedules.find(input);
+  if (entry == timeLapseSchedules.end()) return false;
+  list = entry->second;
+  return true;
+}
+
 }  // namespace qvsvr::kelvo

@@ -17,6 +17,9 @@ struct TimeLapseTable {
   // In the order of the message; unsorted.
   std::map<qv::kelvo::StreamID, Schedule> timeLapseSchedules;
 
+  // Copies the schedule of an input; false, with `list` as it was, when it has none.
+  [[nodiscard]] bool GetSchedule(qv::kelvo::StreamID input, Schedule& list) const;
+
   // A negative interval is ignored.
   void SetTimeLapse(std::int32_t milliseconds);
 

@@ -95,7 +95,7 @@ TEST_F(RecordManager, AppliesWholeDocumentsOnlyAndReleasesEachOnce) {
     Handle(Xml(2, R"(<qDVR Delta="1"><Storage ID="327680" TimeLapse="0"/></qDVR>)"));
     host.ForgetTraffic();
     Handle(Xml(row.type, row.text, row.messageClass));
-    EXPECT_EQ(storage.TimeLapse(), row.applied ? 5 : 0);
+    EXPECT_EQ(storage.Lapse().timeLapse, row.applied ? 5 : 0);
     EXPECT_EQ(host.Outstanding(), 0u);
     EXPECT_EQ(host.CountLines(50, row.line), *row.line == '\0' ? 0u : 1u);
     EXPECT_EQ(host.CountLines(50, ""), host.CountLines(50, row.line));
@@ -219,7 +219,7 @@ TEST_F(RecordManager, FrameTakenAsTheStopComesIsReleasedAtTheEnd) {
   EXPECT_EQ(Stats().eav, 0u);
   EXPECT_EQ(host.Outstanding(), 1u);
   Handle(Xml(2, kTimeLapse5));
-  EXPECT_EQ(storage.TimeLapse(), 0);
+  EXPECT_EQ(storage.Lapse().timeLapse, 0);
   const RecordMessage late = Frame();
   EXPECT_FALSE(queue.Enqueue(late));
   core.DecrementReference(late.Payload);

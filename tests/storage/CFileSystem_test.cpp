@@ -91,7 +91,7 @@ TEST_F(Storage, PreparedDrivesJoinOnceAndStay) {
   EXPECT_FALSE(prepare(""));
   EXPECT_TRUE(prepare("SupportsPrep='1'"));
   EXPECT_FALSE(prepare("SupportsPrep='1'"));
-  EXPECT_EQ(storage->ListRecordableVolumes(), Names{drive});
+  EXPECT_EQ(storage->Volumes().ListRecordable(), Names{drive});
   EXPECT_EQ(Choose(5), drive);
 
   // Without a fixed drive at open the root of the new one must survive its emptying all the same.

@@ -21,8 +21,8 @@ class Deletion : public RecordingForest {
     return storage->GetRecordVolume(&manager, gigabytes);
   }
   void KeepInput(int days) {
-    storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, days);
-    storage->AddKnownDevice(0x00120000);
+    storage->Retention().SetCameraExpiration(kCamera + 5, 1, days);
+    storage->Retention().AddKnownDevice(0x00120000);
   }
   // Too big for debris.
   static std::string PlantBig(const std::string& drive, std::int64_t time) {
@@ -46,7 +46,7 @@ TEST_F(Deletion, SparesLinksAndTheRootsOfVolumesOfAnyDepth) {
   const ParsedXml xml("<Storage ID='3604480'><Disk SupportsPrep='1'><Drives><Drive Name='" +
                       drive.substr(0, drive.size() - 1) + "'/></Drives></Disk></Storage>");
   EXPECT_TRUE(storage->ApplyDiskPrep(xml.Root()));
-  EXPECT_EQ(storage->ListUsableVolumes().front(), drive);
+  EXPECT_EQ(storage->Volumes().ListUsable().front(), drive);
 
   // A year that lies on another disk, which is empty after the first removal.
   const std::string elsewhere = tree.MakeDirectory("elsewhere");

@@ -150,10 +150,10 @@ class RetentionModel : public RecordingForest {
         const int days = static_cast<int>(1 + Below(span / kDay));
         rules[kProvider | device << 8 | input] = days;
         const int type = 1 + static_cast<int>(Below(2));
-        storage->SetCameraExpiration(0, kProvider, device, input, type, days);
+        storage->Retention().SetCameraExpiration(kProvider | device << 8 | input, type, days);
       }
     }
-    storage->AddKnownDevice(kProvider);
+    storage->Retention().AddKnownDevice(kProvider);
 
     std::string text;
     bookmarks.clear();

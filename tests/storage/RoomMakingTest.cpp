@@ -14,8 +14,8 @@ class RoomMaking : public RecordingForest {
     host.ForgetTraffic();
   }
   void KeepInput(int days) {
-    storage->SetCameraExpiration(0, 0x00120000, 1, 5, 1, days);
-    storage->AddKnownDevice(0x00120000);
+    storage->Retention().SetCameraExpiration(kCamera + 5, 1, days);
+    storage->Retention().AddKnownDevice(0x00120000);
   }
   // Recordings of that input, 2000 seconds apart, on the drives by turns; the first one's path.
   std::string PlantKept(int count) {
@@ -40,7 +40,7 @@ class RoomMaking : public RecordingForest {
 
 TEST_F(RoomMaking, JudgesByBookmarkThenGlobalRuleThenRuleOfTheInput) {
   KeepInput(10);
-  storage->SetCameraExpiration(0, 0x00120000, 1, 6, 2, 20);
+  storage->Retention().SetCameraExpiration(kCamera + 6, 2, 20);
   const std::int64_t old = kNow - 30 * kDay;
   struct Case {
     const char* what;

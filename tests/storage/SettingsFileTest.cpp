@@ -67,7 +67,7 @@ TEST_F(SettingsFile, EverythingSurvivesARestartAndSoDoesWhatIsUnknown) {
       </Input></Video></Device></Devices></Storage><Cases><Case ID="c"><Bookmark ID="b" Start="5"
       End="6"/></Case></Cases></qDVR>)");
   Restart();
-  EXPECT_EQ(storage->TimeLapse(), 0);
+  EXPECT_EQ(storage->Lapse().timeLapse, 0);
   const auto events = host.Events();
   ASSERT_EQ(events.size(), 3u);  // report, broadcast, answer
   EXPECT_TRUE(Contains(events[2].text, R"(Name="gone/" Alarm="1")")) << events[2].text;
@@ -80,20 +80,20 @@ TEST_F(SettingsFile, EverythingSurvivesARestartAndSoDoesWhatIsUnknown) {
   // What can't be read or isn't allowed changes nothing.
   Apply(R"(<Storage ID="327680" TimeLapse="-1" ContentAge="-1" FSCleanupRemoves="" Expiration="1"
         PreserveExpirationAudioWithVideo="2"><Expiration Type="1"/></Storage>)");
-  EXPECT_EQ(storage->PreserveAudioChanges(), 1u);
+  EXPECT_EQ(storage->Retention().preserveAudioChanges, 1u);
   storage->SaveStorage();
   // A save that was interrupted between its renames leaves this.
   boost::filesystem::rename("kelvo.xml", "kelvo.xml.bak");
   std::ofstream("kelvo.xml.pending") << "<qDVR";
   Restart();
   EXPECT_FALSE(Exists("kelvo.xml.bak"));
-  EXPECT_EQ(storage->TimeLapse(), 77);
-  EXPECT_TRUE(storage->PreserveExpirationAudioWithVideo());
-  EXPECT_EQ(storage->ListUsableVolumes(), std::vector<std::string>{"b/"});
+  EXPECT_EQ(storage->Lapse().timeLapse, 77);
+  EXPECT_TRUE(storage->Retention().preserveExpirationAudioWithVideo);
+  EXPECT_EQ(storage->Volumes().ListUsable(), std::vector<std::string>{"b/"});
   Schedule list;
-  EXPECT_TRUE(storage->GetTimeLapseSchedule(0, 1179648, 1, 2, list));
+  EXPECT_TRUE(storage->Lapse().GetSchedule(qv::kelvo::MakeStreamID(0, 1179648, 1, 2), list));
   EXPECT_EQ(list, (Schedule{{1, 2, 3}}));
-  EXPECT_TRUE(storage->GetTimeLapseSchedule(4, 1179648, 1, 2, list));
+  EXPECT_TRUE(storage->Lapse().GetSchedule(qv::kelvo::MakeStreamID(4, 1179648, 1, 2), list));
   EXPECT_EQ(list, (Schedule{{4, 5, 6}}));
   const ParsedXml parsed(Stored());
   const std::string text = TextOf(parsed.Root());
@@ -190,7 +190,7 @@ TEST_F(SettingsFile, NoFaultAndNoDeathCostsSettingsOrBookmarks) {
       try {
         action.act();
         storage->ReportStatus(true);  // the next minute
-        ASSERT_EQ(storage->TimeLapse(), action.newLapse);
+        ASSERT_EQ(storage->Lapse().timeLapse, action.newLapse);
         ASSERT_TRUE(covers(action.newCases));
       } catch (const qv::kelvo::Died&) {
       }
@@ -199,7 +199,8 @@ TEST_F(SettingsFile, NoFaultAndNoDeathCostsSettingsOrBookmarks) {
       durable.Arm(0, false);
       files.ClearFaults();
       Restart();
-      ASSERT_TRUE(storage->TimeLapse() == action.newLapse || (died && storage->TimeLapse() == 5));
+      ASSERT_TRUE(storage->Lapse().timeLapse == action.newLapse ||
+                  (died && storage->Lapse().timeLapse == 5));
       ASSERT_TRUE(covers(action.newCases) || (died && covers(0)));
       ASSERT_FALSE(covers(0) && covers(1));
       for (const char* suffix : {".bak", ".pending", ".damaged1"}) {
@@ -227,7 +228,7 @@ TEST_F(SettingsFile, AFileThatCannotBeReadIsWaitedFor) {
   EXPECT_TRUE(Contains(Broadcast(), R"(Name="a/")"));
   files.ClearFaults();
   storage->ReportStatus(true);
-  EXPECT_EQ(storage->TimeLapse(), 7) << "what came meanwhile is newer";
+  EXPECT_EQ(storage->Lapse().timeLapse, 7) << "what came meanwhile is newer";
   EXPECT_TRUE(Contains(Stored(), R"(TimeLapse="7" ContentAge="6")")) << Stored();
   EXPECT_EQ(storage->GetRecordVolume(&manager, 1), "");
   EXPECT_TRUE(Exists(path)) << "its bookmark is in force";
@@ -245,10 +246,10 @@ TEST_F(SettingsFile, TheFirstDriveToComeBringsTheSettings) {
     EXPECT_FALSE(storage->LoadStorage());
     storage->ReportStatus(true);
     EXPECT_EQ(Stored(), stored);
-    EXPECT_EQ(storage->TimeLapse(), 0);
+    EXPECT_EQ(storage->Lapse().timeLapse, 0);
   };
   const auto known = [&] {
-    EXPECT_EQ(storage->TimeLapse(), 5);
+    EXPECT_EQ(storage->Lapse().timeLapse, 5);
     EXPECT_FALSE(storage->RemoveFile(path, false));
     EXPECT_TRUE(Contains(Stored(), R"(<Drive Name="a/" Enabled="1" Percent="40")")) << Stored();
   };
@@ -264,7 +265,7 @@ TEST_F(SettingsFile, TheFirstDriveToComeBringsTheSettings) {
   open();
   drives.Change([&](auto& table) { table = {found, 0, 0}; });
   storage->ReportStatus(true);
-  EXPECT_EQ(storage->ListUsableVolumes().size(), 2u);
+  EXPECT_EQ(storage->Volumes().ListUsable().size(), 2u);
   known();
 }
 
@@ -292,7 +293,7 @@ TEST_F(SettingsFile, TextIsUtf8WhateverItCameAs) {
     EXPECT_TRUE(Contains(Stored(), "<Case ID=\"" + std::string(id) + "\" />")) << Stored();
     EXPECT_TRUE(Contains(Stored(), "<Drive Name=\"caf\xC3\xA9/\" Enabled=\"0\"")) << Stored();
     Restart();
-    EXPECT_EQ(storage->ListUsableVolumes(), (std::vector<std::string>{"a/", "b/"}));
+    EXPECT_EQ(storage->Volumes().ListUsable(), (std::vector<std::string>{"a/", "b/"}));
   }
 }
 

@@ -14,7 +14,9 @@ class Sweep : public RecordingForest {
     Open();
     host.ForgetTraffic();
   }
-  void Camera(int type, int days) { storage->SetCameraExpiration(0, 0x00120000, 1, 5, type, days); }
+  void Camera(int type, int days) {
+    storage->Retention().SetCameraExpiration(kCamera + 5, type, days);
+  }
   void Mark(std::int64_t start, std::int64_t end) {
     ApplyCases("<Case ID='c'>" + Bookmark("one", start, end) + Bookmark("two", start, end) +
                "</Case><Case ID='b'><Bookmark ID='none' Start='1' End='2'/></Case>");
