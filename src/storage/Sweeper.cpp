@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <exception>
-#include <ranges>
 #include <set>
 
 #include "host/Log.h"
@@ -169,9 +168,10 @@ void Sweeper::VisitHours(std::int64_t cutoff) {
     const qv::kelvo::HourTimes times(found->start);
     const auto [first, last] = times.Start();
     const bool anyMarked = index.Touches(first, last + 2 * qv::kelvo::kSecondsPerHour);
-    for (const auto& directory : std::views::reverse(found->directories)) {
-      HourWork hour{.directory = directory.path,
-                    .root = work.volumes[directory.volume],
+    const auto& directories = found->directories;
+    for (auto directory = directories.rbegin(); directory != directories.rend(); ++directory) {
+      HourWork hour{.directory = directory->path,
+                    .root = work.volumes[directory->volume],
                     .times = times,
                     .cutoff = cutoff,
                     .allYoung = first >= cutoff,
