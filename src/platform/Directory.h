@@ -21,10 +21,11 @@ class Directories {
   virtual ~Directories() = default;
 
   // Calls `visit` for each entry of `path` whose name matches `pattern`, in no particular order,
-  // until it returns false. In the pattern `?` stands for one character and `*` for any number;
-  // letters match without regard to case. Returns 0, also when nothing matched, or the system's
-  // error number when the directory can't be read. The listing is closed before it returns, but
-  // not yet while `visit` runs: don't remove `path` itself there.
+  // until it returns false. Pipes, devices and the like are left out; a symbolic link counts as
+  // what it leads to, a dangling one as an empty file. In the pattern `?` stands for one character
+  // and `*` for any number; letters match without regard to case. Returns 0, also when nothing
+  // matched, or the system's error number when the directory can't be read. The listing is closed
+  // before it returns, but not yet while `visit` runs: don't remove `path` itself there.
   [[nodiscard]] virtual int List(const std::string& path, std::string_view pattern, ListSizes sizes,
                                  const std::function<bool(const DirectoryEntry&)>& visit) = 0;
 

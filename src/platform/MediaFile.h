@@ -58,7 +58,7 @@ class MediaFiles {
   virtual ~MediaFiles() = default;
 
   // On success fills `file` and returns 0; otherwise leaves it null and returns the system's error
-  // number. `path` is UTF-8.
+  // number. What isn't a regular file counts as not there; it is never waited for. `path` is UTF-8.
   [[nodiscard]] virtual int Open(const std::string& path, OpenMode mode,
                                  std::unique_ptr<MediaFile>& file) = 0;
 };

@@ -171,7 +171,27 @@ TEST_F(MediaFilesTest, ShortWriteIsToldAndNotRetried) {
   EXPECT_EQ(behind.bytes, 0U);
   EXPECT_EQ(behind.error, EFBIG);
   EXPECT_EQ(file->SetSize(11), EFBIG);
-  EXPECT_EQ(Read(*Open(".", OpenMode::Read), 0, 5), std::to_string(EISDIR) + ':');
+}
+
+TEST_F(MediaFilesTest, OnlyRegularFilesAreToldOfAndOpened) {
+  tree.Write("a.ps", "1");
+  ASSERT_EQ(mkfifo(tree.Path("b.ps").c_str(), 0644), 0);
+  ASSERT_EQ(symlink("b.ps", tree.Path("c.ps").c_str()), 0);
+  std::string names;
+  const auto note = [&](const DirectoryEntry& entry) {
+    names += entry.name;
+    return true;
+  };
+  for (const ListSizes sizes : {ListSizes::No, ListSizes::Yes}) {
+    EXPECT_EQ(SystemPlatform().directories.List(tree.Root(), "*", sizes, note), 0);
+  }
+  ASSERT_EQ(names, "a.psa.ps");
+  std::unique_ptr<MediaFile> file;
+  for (const char* name : {".", "b.ps", "c.ps"}) {
+    EXPECT_EQ(files.Open(tree.Path(name), OpenMode::Read, file), ENOENT);
+    EXPECT_EQ(file, nullptr);
+  }
+  EXPECT_EQ(files.Open(tree.Path("b.ps"), OpenMode::CreateOrTruncate, file), ENOENT);
 }
 
 TEST_F(DurableFilesTest, TellTheStepThatFailed) {

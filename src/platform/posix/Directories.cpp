@@ -21,18 +21,21 @@ struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
 
-// Fills the kind and size of an entry; false if it has vanished meanwhile. A symbolic link counts
-// as what it leads to, a dangling one as an empty file.
+bool IsFileOrDirectory(const struct stat& status) {
+  return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode);
+}
+
+// Fills the kind and size of an entry; false for one that isn't told of, or has vanished meanwhile.
 bool Describe(int directory, const dirent& found, ListSizes sizes, DirectoryEntry& entry) {
-  const bool kindKnown = found.d_type != DT_UNKNOWN && found.d_type != DT_LNK;
   entry.isDirectory = found.d_type == DT_DIR;
-  if (kindKnown && (entry.isDirectory || sizes == ListSizes::No)) return true;
+  if (entry.isDirectory || (found.d_type == DT_REG && sizes == ListSizes::No)) return true;
+  if (found.d_type != DT_REG && found.d_type != DT_LNK && found.d_type != DT_UNKNOWN) return false;
 
   struct stat status {};
   if (fstatat(directory, found.d_name, &status, 0) == 0) {
     entry.isDirectory = S_ISDIR(status.st_mode);
     entry.size = entry.isDirectory ? 0 : static_cast<std::uint64_t>(status.st_size);
-    return true;
+    return IsFileOrDirectory(status);
   }
   return fstatat(directory, found.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0;
 }

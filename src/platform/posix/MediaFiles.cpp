@@ -88,10 +88,16 @@ class MediaFilesOnPosix : public MediaFiles {
  public:
   int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
     file.reset();
-    const int flags = O_CLOEXEC | (mode == OpenMode::Read ? O_RDONLY : O_RDWR | O_CREAT | O_TRUNC);
+    // A pipe without a writer must not hold up the caller; regular files don't mind.
+    constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+    const int flags = kAlways | (mode == OpenMode::Read ? O_RDONLY : O_RDWR | O_CREAT | O_TRUNC);
     const int fd = RetryInterrupted([&] { return open(path.c_str(), flags, kNewFileMode); });
     if (fd < 0) return errno;
-    file = std::make_unique<MediaFileOnPosix>(fd);
+    auto opened = std::make_unique<MediaFileOnPosix>(fd);
+    struct stat status {};
+    if (fstat(fd, &status) != 0) return errno;
+    if (!S_ISREG(status.st_mode)) return ENOENT;
+    file = std::move(opened);
     return 0;
   }
 };
