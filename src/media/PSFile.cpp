@@ -43,7 +43,7 @@ std::optional<std::uint32_t> MsOfDay(const PSFrame& frame) {
 }  // namespace
 
 std::string IndexPath(const std::string& mediaPath) {
-  return (mediaPath + 'i').substr(0, kMaxIndexPath);
+  return mediaPath + 'i';
 }
 
 void PSFrame::SetTime(UtcMs time) {
@@ -88,7 +88,8 @@ void PSFile::Abandon(const std::string& path) {
 }
 
 int PSFile::OpenPair(const std::string& path, std::uint64_t preallocateBytes) {
-  if (files.Open(path, OpenMode::CreateOrTruncate, mediaFile) != 0 ||
+  if (IndexPath(path).size() > kMaxIndexPath ||
+      files.Open(path, OpenMode::CreateOrTruncate, mediaFile) != 0 ||
       files.Open(IndexPath(path), OpenMode::CreateOrTruncate, indexFile) != 0) {
     return kPsOpenFailed;
   }

@@ -21,7 +21,7 @@ inline constexpr int kPsSeekFailed = -3;
 inline constexpr int kPsReadFailed = -4;
 inline constexpr int kPsWriteFailed = -5;
 
-// The index beside a media file: the same path with `i` appended, cut to 260 characters.
+// The index beside a media file: the same path with `i` appended.
 [[nodiscard]] std::string IndexPath(const std::string& mediaPath);
 
 // One frame on its way to the writer. All pointers are borrowed for the call.
@@ -58,9 +58,10 @@ class PSFile {
   PSFile& operator=(const PSFile&) = delete;
 
   // Opens a new pair, emptying files that exist, and writes the fixed parts. `descriptors` are one
-  // per stream number. `preallocateBytes` sizes both files in advance; 0 doesn't. After a failure
-  // the object is closed and what was opened is removed, except after -1 for a non-zero
-  // `fileInfo.level`, where the files stay open until Close.
+  // per stream number. `preallocateBytes` sizes both files in advance; 0 doesn't. An index path of
+  // more than 260 bytes is refused with -2. After a failure the object is closed and what was
+  // opened is removed, except after -1 for a non-zero `fileInfo.level`, where the files stay open
+  // until Close.
   [[nodiscard]] int Create(const std::string& path, const PsFileInfo& fileInfo,
                            std::span<const PsStreamDescriptor, kStreamCount> descriptors,
                            std::uint64_t preallocateBytes);

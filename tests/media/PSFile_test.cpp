@@ -67,6 +67,20 @@ TEST_F(PSFileTest, FrameCostsOneWriteOfEachFile) {
 }
 
 // Faults at every other call are tested through the plug-in.
+TEST_F(PSFileTest, PathsWithoutRoomForTheIndexAreRefused) {
+  EXPECT_EQ(IndexPath("/d/1530-10010100.ps"), "/d/1530-10010100.psi");
+  const std::string directory =
+      tree.MakeDirectory(std::string(120, 'd') + "/" + std::string(80, 'e'));
+  PSFile file(files);
+  for (const std::size_t length : {259, 260, 261}) {
+    path = directory + std::string(length - directory.size(), 'n');
+    EXPECT_EQ(Create(file), length < 260 ? kPsOk : kPsOpenFailed);
+    EXPECT_EQ(files.OpenFiles(), length < 260 ? 2u : 0u);
+    EXPECT_EQ(boost::filesystem::exists(path), length < 260);
+    EXPECT_EQ(boost::filesystem::exists(path + 'i'), length < 260);
+  }
+}
+
 TEST_F(PSFileTest, FailedIndexWriteLeavesAPairThatIsGoodAndFailedPreallocationIsAFailedOpen) {
   PSFile file(files);
   ASSERT_EQ(Create(file), kPsOk);

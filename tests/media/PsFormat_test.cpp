@@ -141,11 +141,5 @@ TEST(PsiFormat, RecordsThatNobodyWroteAreRefused) {
   EXPECT_FALSE(IsValid(second));
 }
 
-TEST(PsFormat, IndexPathIsCut) {
-  EXPECT_EQ(IndexPath("/d/1530-10010100.ps"), "/d/1530-10010100.psi");
-  EXPECT_EQ(IndexPath(std::string(259, 'x')), std::string(259, 'x') + 'i');
-  EXPECT_EQ(IndexPath(std::string(270, 'x')), std::string(260, 'x'));
-}
-
 }  // namespace
 }  // namespace qv::kelvo
