@@ -106,17 +106,39 @@ int PSReader::LoadIndex() {
     return kPsReadFailed;
   }
   const std::uint64_t room = size - std::min(size, indexBase + kPsiHeadSize);
-  if (tables.header.frameCount == 0 || !TablesAgree(room)) Recover();
+  bool agrees = tables.header.frameCount != 0 && TablesAgree(room);
+  if (agrees) {
+    if (const int error = LoadEnd(agrees); error != kPsOk) return error;
+  }
+  if (!agrees) Recover();
   NoteRefusal(window.Error());
   return kPsOk;
 }
 
+// Reads the last frame record and the runs behind it. `isThere` tells whether that record was ever
+// written: a file with a hole at its end has room for any count.
+int PSReader::LoadEnd(bool& isThere) {
+  const std::uint32_t last = tables.header.frameCount - 1;
+  const std::size_t runs = HasRunTable() ? tables.header.runCount : 0;
+  runBytes.resize(kPsiFrameRecordSize + std::min(runs, kRunsAtATime) * kPsiRunRecordSize);
+  const IoResult result = IndexSource().ReadAt(indexBase + FrameRecordOffset(last), runBytes);
+  NoteRefusal(result.error);
+  if (result.bytes < kPsiFrameRecordSize) return kPsReadFailed;
+  const PsiFrameRecord record = DecodeFrame(ConstBytes(runBytes).first<kPsiFrameRecordSize>());
+  isThere = IsValid(record) && tables.streams[record.stream].lastFrame == last;
+  runBytes.resize(result.bytes);
+  runBytes.erase(runBytes.begin(), runBytes.begin() + kPsiFrameRecordSize);
+  firstRun = 0;
+  return kPsOk;
+}
+
 // Whether the counts and links of the head hold together and fit a file with that many bytes
-// behind its head.
+// behind its head. A run holds a frame at least.
 bool PSReader::TablesAgree(std::uint64_t roomForRecords) const {
   const std::uint32_t count = tables.header.frameCount;
   const std::uint64_t runs = HasRunTable() ? tables.header.runCount : 0;
-  if (count * std::uint64_t{kPsiFrameRecordSize} + runs * kPsiRunRecordSize > roomForRecords) {
+  if (runs > count ||
+      count * std::uint64_t{kPsiFrameRecordSize} + runs * kPsiRunRecordSize > roomForRecords) {
     return false;
   }
   std::uint64_t sum = 0;
@@ -405,7 +427,11 @@ int PSReader::GetRun(std::uint32_t number, PSRun& run) {
   PsiRunRecord record;
   if (number < tables.header.runCount) {
     if (const int result = ReadRun(number, record)) return result;
-  } else {
+    // A part of the table that was never written: the runs come from the records from here on, in
+    // the same order.
+    if (record.firstDate == 0) Recover();
+  }
+  if (number >= tables.header.runCount) {
     if (number >= tables.runs.Closed().size()) return kPsBadArgument;
     record = tables.runs.Closed()[number];
   }

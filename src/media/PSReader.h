@@ -135,6 +135,7 @@ class PSReader {
   void NoteRefusal(int error);
   [[nodiscard]] int LoadIndex();
   [[nodiscard]] bool TablesAgree(std::uint64_t roomForRecords) const;
+  [[nodiscard]] int LoadEnd(bool& isThere);
   void Recover();
   [[nodiscard]] int LoadMedia(std::uint64_t mediaBase);
   void ScanMedia();

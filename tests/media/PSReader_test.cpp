@@ -211,6 +211,38 @@ TEST_F(PSReaderTest, RefusesHeadsThatArentOnes) {
   EXPECT_EQ(reader.Open(path), kPsOpenFailed);
 }
 
+TEST_F(PSReaderTest, TakesNoMoreRunsThanTheFileHolds) {
+  MakeRecording(300);
+  const std::string index = tree.Read(kIndex);
+  const auto expectRuns = [this](bool recovered) {
+    ASSERT_EQ(reader.Open(path), kPsOk);
+    EXPECT_EQ(reader.WasRecovered(), recovered);
+    PSRun run;
+    for (std::uint32_t n = 0; n < runs.size(); ++n) {
+      ASSERT_EQ(reader.GetRun(n, run), kPsOk) << n;
+      EXPECT_EQ(run.stream, runs[n].stream);
+      EXPECT_EQ(run.flags, runs[n].flags);
+    }
+    EXPECT_NE(reader.GetRun(static_cast<std::uint32_t>(runs.size()), run), kPsOk);
+  };
+  // Sixty million runs, and then as many frames of stream 3, in a file with a hole that has room
+  // for them.
+  const std::string millions("\x00\x87\x93\x03", 4), last("\xFF\x86\x93\x03", 4);
+  Patch(kIndex, 40, millions);
+  boost::filesystem::resize_file(path + 'i', 4'000'000'000);
+  expectRuns(true);
+  tree.Write(kIndex, index.substr(0, 64) + std::string(1024, '\0') + index.substr(1088));
+  Patch(kIndex, 20, millions);
+  Patch(kIndex, 64 + 3 * 32, millions);
+  Patch(kIndex, 64 + 3 * 32 + 8, last);
+  boost::filesystem::resize_file(path + 'i', 4'000'000'000);
+  expectRuns(true);
+  EXPECT_EQ(reader.GetFrameCount(kWholeFile), 300u);
+  // A part of the table that never reached the disk.
+  tree.Write(kIndex, index.substr(0, index.size() - 48) + std::string(48, '\0'));
+  expectRuns(false);
+}
+
 TEST_F(PSReaderTest, ScansHeadersOfOlderWriters) {
   // Seconds in the place of stream info and date, and nothing at all there.
   MakeRecording(3);
