@@ -67,6 +67,9 @@ void ApplyEvents(const ConfigTarget& target, const TiXmlElement& root) {
     }
   }
   if (!any) return;
+  std::int32_t longest = 0;
+  for (const auto& [input, seconds] : target.PreAlarmSeconds) longest = std::max(longest, seconds);
+  target.Services.FileSystem.SetLongestPreAlarm(longest);
   for (const auto& stream : target.Streams.All()) {
     for (int slot = 0; slot < kSlots; ++slot) {
       stream->Slots[static_cast<std::size_t>(slot)].PreAlarm =

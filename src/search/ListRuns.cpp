@@ -7,8 +7,8 @@ bool ListRuns(qv::kelvo::PSReader& reader, qv::kelvo::CFileInfo& info, std::int6
   using qv::kelvo::SecondsOf;
   runs.clear();
   if (!FillStreamRows(reader, info)) return false;
-  const std::uint32_t count = reader.HasRunTable() ? reader.GetRunCount() : 0;
-  if (count == 0 || resolution >= info.endTime - info.startTime) {
+  const bool oneRunDoes = !info.RanBack() && resolution >= info.endTime - info.startTime;
+  if (oneRunDoes || !reader.HasRunTable() || reader.GetRunCount() == 0) {
     for (unsigned stream = 0; stream < qv::kelvo::kStreamCount; ++stream) {
       const qv::kelvo::StreamRow& row = info.streamRows[stream];
       if (row.frames == 0) continue;
@@ -16,7 +16,7 @@ bool ListRuns(qv::kelvo::PSReader& reader, qv::kelvo::CFileInfo& info, std::int6
     }
     return true;
   }
-  for (std::uint32_t number = 0; number < count; ++number) {
+  for (std::uint32_t number = 0; number < reader.GetRunCount(); ++number) {
     qv::kelvo::PSRun run;
     if (reader.GetRun(number, run) != qv::kelvo::kPsOk) return false;
     runs.push_back({run.stream, run.flags, SecondsOf(run.first), SecondsOf(run.last)});

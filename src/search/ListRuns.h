@@ -8,7 +8,8 @@
 namespace qvsvr::kelvo {
 
 // The stretches of `info.path`: its runs, or one for each stream when it has no run table or the
-// resolution makes no difference. Fills the rows of `info`. False when the file can't be read.
+// resolution makes no difference, which it does where the clock was set back. Fills the rows of
+// `info`. False when the file can't be read.
 [[nodiscard]] bool ListRuns(qv::kelvo::PSReader& reader, qv::kelvo::CFileInfo& info,
                             std::int64_t resolution, std::vector<FileRun>& runs);
 

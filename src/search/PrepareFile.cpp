@@ -28,7 +28,7 @@ void SelectStreams(CFileInfo& info, const FileRequest& request) {
     const StreamRow& row = info.streamRows[stream];
     const std::uint32_t mask = stream < kVideoStreams ? request.videoMask : request.audioMask;
     const bool wanted = row.frames != 0 && (mask >> (row.channel & 31u) & 1u) != 0;
-    if (wanted && row.lastTime >= request.start && row.firstTime < request.end) {
+    if (wanted && request.range.MayReach(row.firstTime, row.lastTime)) {
       info.selectedMask |= 1u << stream;
     }
   }
@@ -85,6 +85,7 @@ bool PrepareMoments(PSReader& reader, CFileInfo& info, const MomentTable& table)
   std::array<std::optional<Key>, kStreamCount> pending;
   ClearFrames(info);
   const auto visit = [&](std::uint32_t position, const PSReadFrame& frame) {
+    if (frame.stream >= kVideoStreams) return true;  // sound isn't a picture
     std::optional<Key>& key = pending[frame.stream];
     const std::int64_t time = SecondOf(frame);
     if (StandsAlone(frame)) key = Key{position, time};
@@ -108,8 +109,8 @@ bool PrepareBuckets(PSReader& reader, CFileInfo& info, const FileRequest& reques
                     std::int64_t& bucket) {
   const auto visit = [&](std::uint32_t position, const PSReadFrame& frame) {
     const std::int64_t time = SecondOf(frame);
-    if (!StandsAlone(frame) || time < request.start || time >= request.end) return true;
-    const std::int64_t own = (time - request.start) / request.resolution;
+    if (!StandsAlone(frame) || !request.range.Has(time)) return true;
+    const std::int64_t own = (time - request.range.start) / request.resolution;
     if (own == bucket) return true;
     bucket = own;
     AddToSendList(info, frame.stream, position, time, info.sendList.empty());
@@ -118,14 +119,48 @@ bool PrepareBuckets(PSReader& reader, CFileInfo& info, const FileRequest& reques
   return ForEachFrame(reader, info.selectedMask, visit) && FinishSendList(info);
 }
 
+// Of a file whose clock was set back each frame is judged by itself; it brings along what lies
+// ahead of it in its group.
+bool PrepareOneByOne(PSReader& reader, CFileInfo& info, const TimeRange& range) {
+  struct Ahead {
+    std::uint32_t position;
+    std::int64_t time;
+  };
+  std::array<std::vector<Ahead>, kStreamCount> groups;  // what of them wasn't chosen
+  std::uint32_t begun = 0;                              // streams whose first key frame has come
+  ClearFrames(info);
+  info.endTime = info.startTime;
+  const auto visit = [&](std::uint32_t position, const PSReadFrame& frame) {
+    std::vector<Ahead>& group = groups[frame.stream];
+    const std::int64_t time = SecondOf(frame);
+    if (StandsAlone(frame)) {
+      group.clear();
+      begun |= 1u << frame.stream;
+    }
+    if ((begun >> frame.stream & 1u) == 0) return true;
+    group.push_back({position, time});
+    if (!range.Has(time)) return true;
+    for (const Ahead& one : group) {
+      const bool isFirst = info.streamRows[frame.stream].frames == 0;
+      AddToSendList(info, frame.stream, one.position, one.time, isFirst);
+      info.endTime = std::max(info.endTime, one.time);
+    }
+    group.clear();
+    return true;
+  };
+  if (!ForEachFrame(reader, info.selectedMask, visit)) return false;
+  std::ranges::sort(info.sendList);
+  return FinishSendList(info);
+}
+
 // Everything of the range, each stream from its own key frame on.
 class RangeWalk {
  public:
-  RangeWalk(PSReader& fileReader, CFileInfo& file, const FileRequest& fileRequest)
+  RangeWalk(PSReader& fileReader, CFileInfo& file, const TimeRange& fileRange)
       : reader(fileReader),
         info(file),
-        request(fileRequest),
-        endsInRange(file.endTime < fileRequest.end) {}
+        range(fileRange),
+        endsInRange(file.endTime < fileRange.end) {}
 
   bool Run() {
     info.endPosition = reader.CountFrames(info.selectedMask);
@@ -162,16 +197,16 @@ class RangeWalk {
     if (StandsAlone(frame)) StartStream(position, frame);
     Count(frame);
     const std::int64_t time = SecondOf(frame);
-    if (time < request.start) return true;
+    if (time < range.start) return true;
     reached = true;
-    pastRange = time >= request.end;
+    pastRange = time >= range.end;
     stood = position;
     stoodPlace = reader.GetPlace();
     return !pastRange && !endsInRange;  // the rest needs no look
   }
 
   bool AddInside(std::uint32_t position, const PSReadFrame& frame) {
-    if (SecondOf(frame) >= request.end) {
+    if (SecondOf(frame) >= range.end) {
       info.endPosition = position;
       return false;
     }
@@ -201,7 +236,7 @@ class RangeWalk {
 
   PSReader& reader;
   CFileInfo& info;
-  const FileRequest& request;
+  const TimeRange& range;
   const bool endsInRange;
   bool reached = false;
   bool pastRange = false;  // the first frame that isn't before the range is behind it
@@ -222,10 +257,11 @@ bool PrepareFile(PSReader& reader, CFileInfo& info, const FileRequest& request,
   SelectStreams(info, request);
   if (info.selectedMask == 0) return false;
   if (request.moments != nullptr) return PrepareMoments(reader, info, *request.moments);
-  if (request.resolution != 0 && request.resolution < request.end - request.start) {
+  if (request.resolution != 0 && request.resolution < request.range.end - request.range.start) {
     return PrepareBuckets(reader, info, request, bucket);
   }
-  return RangeWalk(reader, info, request).Run();
+  if (info.RanBack()) return PrepareOneByOne(reader, info, request.range);
+  return RangeWalk(reader, info, request.range).Run();
 }
 
 }  // namespace qvsvr::kelvo

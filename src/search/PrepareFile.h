@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "search/SearchRequest.h"
+#include "search/TimeRange.h"
 #include "tree/CFileInfo.h"
 
 namespace qvsvr::kelvo {
@@ -11,12 +12,11 @@ namespace qvsvr::kelvo {
 // Moments still to be answered, by the low five bits of the input's number; null for none.
 using MomentTable = std::array<Moments*, 32>;
 
-// What is wanted of one file. Times in seconds since 1970 UTC.
+// What is wanted of one file.
 struct FileRequest {
   std::uint32_t videoMask = 0;  // inputs, by the low five bits of their number
   std::uint32_t audioMask = 0;
-  std::int64_t start = 0;
-  std::int64_t end = 0;
+  TimeRange range;
   std::int64_t resolution = 0;
   const MomentTable* moments = nullptr;  // not null: pictures at chosen moments
 };

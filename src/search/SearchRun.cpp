@@ -1,8 +1,9 @@
 // SearchBase::Run: which files answer a request.
 
+#include <algorithm>
 #include <array>
-#include <string_view>
-#include <unordered_set>
+#include <cstdlib>
+#include <utility>
 
 #include "search/ListRuns.h"
 #include "search/PrepareFile.h"
@@ -15,9 +16,6 @@ namespace {
 using qv::kelvo::CFileInfo;
 using qv::kelvo::ListedFile;
 using qv::kelvo::UtcMs;
-
-// A file covers five minutes from the moment in its name.
-constexpr std::int64_t kSlackSeconds = 5 * 60;
 
 // Whether `seconds` lies in the weeks of 2007 in which clocks went by a rule that had just changed:
 // recordings of then may stand an hour earlier.
@@ -51,54 +49,96 @@ struct CopyChoice {
   }
 };
 
+// A file of the hour under visit that may answer the request.
+struct DueFile {
+  const ListedFile* listed = nullptr;
+  qv::kelvo::StreamID id = 0;
+  InputMasks wanted;       // the inputs asked for that it may hold
+  std::int64_t start = 0;  // seconds since 1970, by its name
+};
+
 class Walk {
  public:
-  Walk(SearchRequest& searchRequest, std::int64_t rangeStart, std::int64_t rangeEnd,
+  Walk(SearchRequest& searchRequest, const TimeRange& searchRange, std::int64_t slackSeconds,
        SearchTargetFileSystem& target, SearchResults& found, PlaybackFiles& playback)
       : request(searchRequest),
-        start(rangeStart),
-        end(rangeEnd),
+        range(searchRange),
+        slack(slackSeconds),
         reader(target.MediaFiles()),
         results(found),
         files(playback) {}
 
-  void EnterHour(UtcMs hour, const std::vector<std::string>& volumes) {
-    hourStart = hour;
-    const int today = qv::kelvo::ToLocal(hour).day;
-    if (today != day) paths.clear();
-    day = today;
+  void VisitHour(UtcMs hour, const std::vector<std::string>& volumes,
+                 const qv::kelvo::HourListing& listing) {
     directories.clear();
     for (const std::string& volume : volumes) {
       directories.push_back(qv::kelvo::HourDirectory(volume, hour));
     }
-  }
-
-  void Visit(const ListedFile& file) {
-    CFileInfo named;
-    if (file.volumes.empty() || !named.ParsePath(file.name)) return;
-    fileStart = hourStart / 1000 + std::int64_t{named.minute} * 60 + named.second;
-    if (qv::kelvo::IsOutsideRange(fileStart, start, end + kSlackSeconds)) return;
-    MomentTable moments{};
-    const InputMasks wanted = Match(named.id, moments);
-    if (wanted.video == 0 && wanted.audio == 0) return;
-    const CopyChoice choice = ChooseCopies(file);
-    for (const std::uint32_t volume : file.volumes) {
-      const InputMasks masks = choice.Of(volume, wanted);
-      if (masks.video == 0 && masks.audio == 0) continue;
-      VisitCopy(directories[volume] + file.name, masks, moments);
-    }
+    for (const DueFile& file : FilesOf(hour, listing)) Visit(file);
   }
 
  private:
-  // The inputs asked for that the file may hold, and their moments.
-  InputMasks Match(qv::kelvo::StreamID id, MomentTable& moments) {
+  // The files of this visit. In the night in which clocks are set back a directory is visited
+  // twice: each visit takes the files that belong to it, in the order of time. Duplicates stay
+  // behind.
+  std::vector<DueFile> FilesOf(UtcMs hour, const qv::kelvo::HourListing& listing) {
+    const qv::kelvo::HourTimes times(hour);
+    std::vector<DueFile> due;
+    for (const ListedFile& listed : listing) {
+      qv::kelvo::PathFields named;
+      if (listed.volumes.empty() || !qv::kelvo::ParsePath(listed.name, named)) continue;
+      DueFile file{&listed, named.id, Match(named.id), 0};
+      if (file.wanted.video == 0 && file.wanted.audio == 0) continue;
+      file.start = times.IsEven() ? times.At(named.minute * 100 + named.second).first
+                                  : StartOf(listed, times, named);
+      due.push_back(file);
+    }
+    if (times.IsEven()) return due;
+    const std::int64_t begin = hour / 1000;
+    const std::int64_t end = qv::kelvo::NextLocalHour(hour) / 1000;
+    std::erase_if(due,
+                  [&](const DueFile& file) { return file.start < begin || file.start >= end; });
+    std::ranges::stable_sort(due, {}, [](const DueFile& file) {
+      return std::pair(qv::kelvo::ParseName(file.listed->name).isDuplicate, file.start);
+    });
+    return due;
+  }
+
+  // In an hour with two moments for a name: the one nearer to the file's first frame.
+  std::int64_t StartOf(const ListedFile& file, const qv::kelvo::HourTimes& times,
+                       const qv::kelvo::PathFields& named) {
+    constexpr std::uint32_t kLast = 59;
+    const qv::kelvo::PathTime start =
+        times.At(std::min(named.minute, kLast) * 100 + std::min(named.second, kLast));
+    if (start.first == start.last) return start.first;
+    for (const std::uint32_t volume : file.volumes) {
+      qv::kelvo::PackedTime first, last;
+      if (reader.Open(directories[volume] + file.name) != qv::kelvo::kPsOk ||
+          reader.GetFirstLast(qv::kelvo::kWholeFile, first, last) != qv::kelvo::kPsOk) {
+        continue;
+      }
+      const std::int64_t second = qv::kelvo::SecondsOf(first);
+      return std::abs(second - start.last) < std::abs(second - start.first) ? start.last
+                                                                            : start.first;
+    }
+    return start.first;
+  }
+
+  void Visit(const DueFile& file) {
+    if (qv::kelvo::IsOutsideRange(file.start, range.start, range.end + slack, slack)) return;
+    const CopyChoice choice = ChooseCopies(*file.listed);
+    for (const std::uint32_t volume : file.listed->volumes) {
+      const InputMasks masks = choice.Of(volume, file.wanted);
+      if (masks.video == 0 && masks.audio == 0) continue;
+      VisitCopy(directories[volume] + file.listed->name, file, masks);
+    }
+  }
+
+  [[nodiscard]] InputMasks Match(qv::kelvo::StreamID id) const {
     InputMasks masks;
     for (const RequestKey key : request.keys) {
       if (!qv::kelvo::IsSameDevice(key, id)) continue;
-      const std::uint32_t bit = qv::kelvo::KeyBit(key);
-      (qv::kelvo::IsAudioKey(key) ? masks.audio : masks.video) |= bit;
-      const auto found = request.frameRequests.find(key);
-      if (found != request.frameRequests.end()) moments[key & 31u] = &found->second;
+      (qv::kelvo::IsAudioKey(key) ? masks.audio : masks.video) |= qv::kelvo::KeyBit(key);
     }
     return masks;
   }
@@ -125,79 +165,70 @@ class Walk {
     return choice;
   }
 
-  void VisitCopy(const std::string& path, const InputMasks& masks, const MomentTable& moments) {
+  void VisitCopy(const std::string& path, const DueFile& file, const InputMasks& masks) {
     const bool atMoments = !request.frameRequests.empty();
     // Only the moments of inputs that are read from this copy.
     MomentTable own{};
     bool momentsLeft = false;
-    for (unsigned bit = 0; bit < 32; ++bit) {
-      if (((masks.video | masks.audio) >> bit & 1u) == 0) continue;
-      own[bit] = moments[bit];
-      momentsLeft |= own[bit] != nullptr && !own[bit]->empty();
+    for (auto& [key, moments] : request.frameRequests) {
+      const bool isHere = !qv::kelvo::IsAudioKey(key) && qv::kelvo::IsSameDevice(key, file.id);
+      if (!isHere || (masks.video & qv::kelvo::KeyBit(key)) == 0) continue;
+      own[key & 31u] = &moments;
+      momentsLeft |= !moments.empty();
     }
     if (atMoments && !momentsLeft) return;
     CFileInfo info;
     if (!info.ParsePath(path)) return;
     if (request.type == 0) {
       List(info);
-    } else if (!qv::kelvo::IsBucketSkipped(fileStart, bucket, request.resolution, start,
-                                           end + kSlackSeconds)) {
-      const FileRequest wanted{masks.video, masks.audio,        start,
-                               end,         request.resolution, atMoments ? &own : nullptr};
-      if (PrepareFile(reader, info, wanted, bucket)) AddFile(info);
+    } else if (!qv::kelvo::IsBucketSkipped(file.start, bucket, request.resolution, range.start,
+                                           range.end + slack, slack)) {
+      const FileRequest wanted{masks.video, masks.audio, range, request.resolution,
+                               atMoments ? &own : nullptr};
+      if (PrepareFile(reader, info, wanted, bucket)) {
+        results.AddRows(info, request.start);
+        files.emplace_back(info);
+      }
     }
     reader.Close();
   }
 
   void List(CFileInfo& info) {
-    if (end < start || !ListRuns(reader, info, request.resolution, runs)) return;
+    if (range.end < range.start || !ListRuns(reader, info, request.resolution, runs)) return;
     for (const FileRun& run : runs) {
-      if (run.last < start || run.first >= end) continue;
+      if (!range.MayReach(run.first, run.last)) continue;
       results.AddRun(info, run, request.start, request.resolution);
     }
   }
 
-  // In the night in which clocks are set back a directory of the day is visited twice.
-  void AddFile(const CFileInfo& info) {
-    if (paths.contains(info.path)) return;
-    results.AddRows(info, request.start);
-    files.emplace_back(info);
-    paths.insert(files.back().path);
-  }
-
   SearchRequest& request;
-  const std::int64_t start;  // seconds since 1970
-  const std::int64_t end;
+  const TimeRange range;
+  const std::int64_t slack;  // seconds
   qv::kelvo::PSReader reader;
   SearchResults& results;
   PlaybackFiles& files;
 
-  UtcMs hourStart = 0;
-  int day = 0;                           // of the month
   std::vector<std::string> directories;  // of the hour, by volume
-  std::int64_t fileStart = 0;            // seconds since 1970, by the file's name
   std::int64_t bucket = -1;              // the last one that got its picture
   std::vector<FileRun> runs;
-  std::unordered_set<std::string_view> paths;  // of the day's `files`
 };
 
 }  // namespace
 
 bool SearchBase::Run(SearchRequest& request, SearchTargetFileSystem& target, SearchResults& results,
                      PlaybackFiles& files) {
-  std::int64_t start = AdjustTime(request.start);
-  const std::int64_t end = AdjustTime(request.end);
-  if (IsInChangeOf2007(start)) start -= 3600;
-  UtcMs walker = qv::kelvo::LocalHourStart((start - kSlackSeconds) * 1000);
-  const UtcMs walkEnd = (end + kSlackSeconds) * 1000;
+  TimeRange range{AdjustTime(request.start), AdjustTime(request.end)};
+  if (IsInChangeOf2007(range.start)) range.start -= 3600;
+  const std::int64_t slack = target.SlackSeconds();
+  UtcMs walker = qv::kelvo::LocalHourStart((range.start - slack) * 1000);
+  const UtcMs walkEnd = (range.end + slack) * 1000;
 
   const std::vector<RequestKey> keys(request.keys.begin(), request.keys.end());
-  Walk walk(request, start, end, target, results, files);
+  Walk walk(request, range, slack, target, results, files);
   std::vector<std::string> volumes;
   qv::kelvo::HourListing listing;
   while (target.SearchHour(walker, walkEnd, keys, volumes, listing)) {
-    walk.EnterHour(walker, volumes);
-    for (const ListedFile& file : listing) walk.Visit(file);
+    walk.VisitHour(walker, volumes, listing);
     const int hour = qv::kelvo::ToLocal(walker).hour;
     if (!ReportProgress(static_cast<std::uint32_t>(hour))) return false;
     walker = qv::kelvo::NextLocalHour(walker);

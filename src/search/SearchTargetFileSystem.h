@@ -23,6 +23,9 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
 
   [[nodiscard]] qv::kelvo::MediaFiles& MediaFiles() { return platform.mediaFiles; }
 
+  // How far the frames of a file may lie from the moment in its name.
+  [[nodiscard]] std::int64_t SlackSeconds() const { return inner.SlackSeconds(); }
+
  private:
   bool searchLocal = true;
   bool allArchives = true;

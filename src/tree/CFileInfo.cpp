@@ -1,5 +1,6 @@
 #include "tree/CFileInfo.h"
 
+#include <algorithm>
 #include <chrono>
 
 #include "host/Log.h"
@@ -49,6 +50,13 @@ bool CFileInfo::ParsePath(std::string_view recordingPath) {
   second = fields.second;
   id = fields.id;
   return parsed;
+}
+
+bool CFileInfo::RanBack() const {
+  const auto endsAhead = [](const StreamRow& row) {
+    return row.frames != 0 && row.lastTime < row.firstTime;
+  };
+  return endTime < startTime || std::ranges::any_of(streamRows, endsAhead);
 }
 
 std::int64_t SecondsOf(PackedTime time) {

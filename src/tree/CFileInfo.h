@@ -37,6 +37,10 @@ class CFileInfo {
   // isn't a recording's.
   bool ParsePath(std::string_view recordingPath);
 
+  // Whether the file or one of its streams ends ahead of its start, since the clock was set back
+  // meanwhile: then their ends tell nothing of what lies between.
+  [[nodiscard]] bool RanBack() const;
+
   std::uint32_t selectedMask = 0;   // streams chosen for the current request, by bit
   std::uint32_t firstPosition = 0;  // among the chosen streams' frames: where playback starts
   std::uint32_t endPosition = 0;    // past the last frame to send

@@ -1,5 +1,6 @@
 #include "tree/FileSystemBase.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <set>
 
@@ -39,6 +40,11 @@ void FileSystemBase::GetVolumes(std::vector<std::string>& list, std::uint32_t fl
 
 void FileSystemBase::GetTargets(TargetList& list, std::uint32_t, const ArchiveFilter*) {
   list.clear();
+}
+
+std::int64_t FileSystemBase::SlackSeconds() const {
+  constexpr std::int64_t kGroupSeconds = 60;  // a frame waits for the end of its group, too
+  return std::max(kFileSeconds, longestPreAlarm + kGroupSeconds);
 }
 
 bool ScanLocalDrives(Platform& platform, std::vector<std::string>& list,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -38,6 +39,13 @@ class FileSystemBase {
   // Replaces `list` by archive targets; the base version knows none. `filter` may be null.
   virtual void GetTargets(TargetList& list, std::uint32_t flags, const ArchiveFilter* filter);
 
+  // The longest time for which a frame may wait for an alarm before it is written, 0 or less for
+  // none. Any thread.
+  void SetLongestPreAlarm(std::int32_t seconds) { longestPreAlarm = seconds; }
+  // How far the frames of a file may lie from the moment in its name: behind it as long as a file
+  // lasts, and ahead of it by the wait for an alarm. Any thread.
+  [[nodiscard]] std::int64_t SlackSeconds() const;
+
   // Moves `time`, the start of a local hour, on to the next hour that exists, itself included.
   // False when there is none before `end`. A year that is missing costs one test of each place.
   [[nodiscard]] bool FindNextHour(UtcMs& time, UtcMs end);
@@ -58,6 +66,8 @@ class FileSystemBase {
  private:
   // Whether any volume or bucket has a directory for that local year, month, day or hour.
   [[nodiscard]] bool LevelExists(UtcMs time, TreeLevel level);
+
+  std::atomic<std::int32_t> longestPreAlarm{0};
 };
 
 // The machine's fixed drives and the directory of the operating system. Failures are logged; the

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "media/PsFormat.h"
 #include "tree/RecordName.h"
 
 namespace qv::kelvo {
@@ -76,14 +75,15 @@ void ListRecordings(Directories& directories, const std::string& directory, List
   });
 }
 
-bool IsOutsideRange(std::int64_t fileStart, std::int64_t start, std::int64_t end) {
-  return fileStart + kFileSeconds < start || fileStart >= end;
+bool IsOutsideRange(std::int64_t fileStart, std::int64_t start, std::int64_t end,
+                    std::int64_t slack) {
+  return fileStart + slack < start || fileStart >= end;
 }
 
 bool IsBucketSkipped(std::int64_t fileStart, std::int64_t bucket, std::int64_t resolution,
-                     std::int64_t start, std::int64_t end) {
+                     std::int64_t start, std::int64_t end, std::int64_t slack) {
   if (resolution == 0 || resolution >= end - start) return false;
-  return IsOutsideRange(fileStart, start + (bucket + 1) * resolution, end);
+  return IsOutsideRange(fileStart, start + (bucket + 1) * resolution, end, slack);
 }
 
 }  // namespace qv::kelvo

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "media/PsFormat.h"
 #include "platform/Directory.h"
 
 namespace qv::kelvo {
@@ -36,13 +37,14 @@ struct NamedRecording {
 void ListRecordings(Directories& directories, const std::string& directory, ListSizes sizes,
                     const std::function<bool(const NamedRecording&)>& visit);
 
-// Range tests of a search, by a file's name alone. All times in seconds since 1970, the name's
-// minute and second counted from the start of its hour. A file may begin five minutes ahead of what
-// it is opened for.
-[[nodiscard]] bool IsOutsideRange(std::int64_t fileStart, std::int64_t start, std::int64_t end);
+// Range tests of a search, by the moment in a file's name alone; seconds since 1970. `slack` is how
+// far its frames may lie behind that moment, and how much was added to the end for those ahead.
+[[nodiscard]] bool IsOutsideRange(std::int64_t fileStart, std::int64_t start, std::int64_t end,
+                                  std::int64_t slack = kFileSeconds);
 
 // Whether a file ends before the bucket that follows `bucket`, the last one answered, begins.
 [[nodiscard]] bool IsBucketSkipped(std::int64_t fileStart, std::int64_t bucket,
-                                   std::int64_t resolution, std::int64_t start, std::int64_t end);
+                                   std::int64_t resolution, std::int64_t start, std::int64_t end,
+                                   std::int64_t slack = kFileSeconds);
 
 }  // namespace qv::kelvo

@@ -64,13 +64,15 @@ class HourTimes {
   // for it.
   [[nodiscard]] bool Exists() const { return start.first != kNoTime; }
   [[nodiscard]] PathTime Start() const { return start; }
+  // The hour comes once, and the clocks aren't changed in it: the order of names is that of time.
+  [[nodiscard]] bool IsEven() const { return even; }
   // Of a file whose name begins with `number`, in an hour that exists.
   [[nodiscard]] PathTime At(std::uint32_t number) const;
 
  private:
   CalendarTime hour;
   PathTime start;
-  bool even = false;  // the hour comes once, and the clocks aren't changed in it
+  bool even = false;
 };
 
 // What a directory of the tree, or a file in an hour directory, stands for. `path` begins with the

@@ -86,6 +86,30 @@ TEST_F(SearchTest, PlaysWhatIsBeingRecordedRightNow) {
   }
 }
 
+TEST_F(SearchTest, FindsEveryMinuteThatWaitedForAnAlarm) {
+  for (const int seconds : {300, 600}) {
+    SCOPED_TRACE(seconds);
+    const auto camera = Camera(seconds / 300);
+    const std::int64_t begin = kEvening / 1000 + 7200 * (seconds / 300);
+    const auto frames =
+        MakeFrames(VideoProvider(camera), begin * kSecond, kSecond, Times(500, "IPPPP"), 40);
+    bundle.clock.SetNow(begin * kSecond);
+    Start({camera}, seconds);
+    GiveInTime(frames);
+    Sync();
+    openWriters = 2;
+    for (std::int64_t minute = 0; minute < 30; ++minute) {
+      const std::int64_t first = begin + minute * 60;
+      const auto heard = Search(Ask(1, first, first + 60, {camera}));
+      ASSERT_NO_FATAL_FAILURE(ExpectPlayed(
+          heard.frames, std::span(frames).subspan(static_cast<std::size_t>(minute) * 60, 60)))
+          << minute;
+    }
+    openWriters = 0;
+    Stop();
+  }
+}
+
 TEST_F(SearchTest, PlaysWhatIsLeftOfDamagedRecordings) {
   const auto camera = Camera();
   const auto frames = MakeFrames(VideoProvider(camera), kEvening, 100, Times(30, "IPBPB"), 300);

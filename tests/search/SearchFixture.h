@@ -78,8 +78,9 @@ class SearchTest : public testing::Test {
   }
 
   // Writes a recording that is named after its first frame; returns its path.
-  std::string Write(std::vector<Shot> shots, StreamID id = kDevice, std::size_t volume = 0) {
-    std::ranges::stable_sort(shots, {}, &Shot::time);
+  std::string Write(std::vector<Shot> shots, StreamID id = kDevice, std::size_t volume = 0,
+                    bool inOrderOfTime = true) {
+    if (inOrderOfTime) std::ranges::stable_sort(shots, {}, &Shot::time);
     const std::string path = qv::kelvo::MakePath(files.volumes[volume], shots.front().time, id,
                                                  qv::kelvo::CreateDirectories::Yes);
     std::array<qv::kelvo::PsStreamDescriptor, qv::kelvo::kStreamCount> descriptors;
