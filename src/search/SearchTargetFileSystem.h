@@ -1,5 +1,6 @@
 #pragma once
 
+#include "search/FilePool.h"
 #include "search/SearchRequest.h"
 #include "tree/FileSystemBase.h"
 
@@ -21,7 +22,8 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   void GetTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
                   const qv::kelvo::ArchiveFilter* filter) override;
 
-  [[nodiscard]] qv::kelvo::MediaFiles& MediaFiles() { return platform.mediaFiles; }
+  // For the search's readers, however many there are.
+  [[nodiscard]] qv::kelvo::MediaFiles& MediaFiles() { return pool; }
 
   // How far the frames of a file may lie from the moment in its name.
   [[nodiscard]] std::int64_t SlackSeconds() const { return inner.SlackSeconds(); }
@@ -31,6 +33,7 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   bool allArchives = true;
   qv::kelvo::ArchiveFilter archives;
   qv::kelvo::FileSystemBase& inner;
+  FilePool pool{platform.mediaFiles};
 };
 
 }  // namespace qvsvr::kelvo
