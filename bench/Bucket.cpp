@@ -47,7 +47,7 @@ class Store {
                                           {"FullyMountedPath", copies.string()},
                                           {"UserName", user},
                                           {"Password", password}},
-                                         {}, qv::kelvo::SystemPlatform().clock);
+                                         {}, qv::kelvo::SystemPlatform());
     std::string error;
     if (!scanner->CreateDirectories(copies, error)) throw std::runtime_error(error);
     log.open(Setting("KELVO_BENCH_S3_LOG"));

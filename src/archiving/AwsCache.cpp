@@ -1,7 +1,11 @@
 #include "archiving/AwsCache.h"
 
+#include <algorithm>
+#include <boost/filesystem/exception.hpp>
 #include <boost/thread/lock_guard.hpp>
 #include <cstdio>
+#include <map>
+#include <mutex>
 #include <set>
 
 #include "archiving/CLocalDiskScanner.h"
@@ -32,10 +36,27 @@ std::uint32_t Distance(std::int64_t a, std::int64_t b) {
 
 }  // namespace
 
-AwsCache::AwsCache(const ScannerProperties& values, qv::kelvo::Clock& time)
-    : properties(values), fullName(PropertyOr(values, property::kFullName)), clock(time) {
+AwsCache::AwsCache(const ScannerProperties& values, qv::kelvo::Platform& system)
+    : properties(values), fullName(PropertyOr(values, property::kFullName)), platform(system) {
   ReadLimits();
   Load();
+}
+
+std::shared_ptr<AwsCache> AwsCache::Of(const ScannerProperties& values,
+                                       qv::kelvo::Platform& system) {
+  static std::mutex guarding;
+  static std::map<fs::path, std::weak_ptr<AwsCache>> caches;
+  const std::lock_guard guard(guarding);
+  std::erase_if(caches, [](const auto& entry) { return entry.second.expired(); });
+  fs::path root = fs::path(values.at(property::kFullyMountedPath)).lexically_normal();
+  if (root.filename() == ".") root = root.parent_path();
+  std::weak_ptr<AwsCache>& entry = caches[root];
+  auto cache = entry.lock();
+  if (cache == nullptr) {
+    cache = std::make_shared<AwsCache>(values, system);
+    entry = cache;
+  }
+  return cache;
 }
 
 void AwsCache::ReadLimits() {
@@ -91,7 +112,7 @@ void AwsCache::Insert(const ScannedFile& file) {
 }
 
 std::int64_t AwsCache::NowSeconds() const {
-  return clock.NowMs() / 1000;
+  return platform.clock.NowMs() / 1000;
 }
 
 void AwsCache::Add(const ScannedFile& file, std::uint64_t) {
@@ -118,8 +139,44 @@ void AwsCache::Add(const ScannedFile& file, std::uint64_t) {
 
 bool AwsCache::Trim(const ScannedFile& file, std::int64_t retention) {
   TrimByAge(file, retention);
-  if (Sum(file.size, totalBytes) > maxBytes) TrimBySize(file);
-  return Sum(file.size, totalBytes) <= maxBytes;
+  const std::uint64_t limit = Limit();
+  if (Sum(file.size, totalBytes) > limit) TrimBySize(file, limit);
+  return Sum(file.size, totalBytes) <= limit;
+}
+
+std::uint64_t AwsCache::Limit() {
+  qv::kelvo::DriveSpace space;
+  const std::string root = properties.at(property::kFullyMountedPath);
+  if (!platform.drives.Space(root, space).empty() || space.capacity == 0) return maxBytes;
+  return std::min(maxBytes, space.capacity - space.capacity / 10);
+}
+
+void AwsCache::Use(const std::vector<std::string>& paths) {
+  const boost::lock_guard<boost::mutex> guard(lock);
+  for (const std::string& path : paths) {
+    const auto known = byPath.find(fs::path(path).generic_string());
+    if (known == byPath.end()) continue;
+    ScannedFile used = *known->second;
+    used.modified = NowSeconds();
+    files.erase(known->second);
+    known->second = files.insert(used);
+  }
+}
+
+void AwsCache::MakeRoom(std::uint64_t bytes) try {
+  const boost::lock_guard<boost::mutex> guard(lock);
+  ScannedFile coming;
+  coming.size = bytes;
+  Trim(coming, retentionSeconds);
+} catch (const fs::filesystem_error&) {
+  // Tried again at the next file.
+}
+
+void AwsCache::GiveUpTenth() try {
+  const boost::lock_guard<boost::mutex> guard(lock);
+  TrimBySize({}, totalBytes);
+} catch (const fs::filesystem_error&) {
+  // Likewise.
 }
 
 void AwsCache::TrimByAge(const ScannedFile& file, std::int64_t retention) {
@@ -134,8 +191,8 @@ void AwsCache::TrimByAge(const ScannedFile& file, std::int64_t retention) {
   }
 }
 
-void AwsCache::TrimBySize(const ScannedFile& file) {
-  const double target = kTrimmedShare * static_cast<double>(maxBytes);
+void AwsCache::TrimBySize(const ScannedFile& file, std::uint64_t limit) {
+  const double target = kTrimmedShare * static_cast<double>(limit);
   Entry entry = files.begin();
   while (entry != files.end() && static_cast<double>(Sum(file.size, totalBytes)) > target) {
     if (entry->path == file.path) {

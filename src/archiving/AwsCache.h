@@ -2,26 +2,39 @@
 
 #include <boost/thread/mutex.hpp>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "archiving/ICache.h"
 #include "archiving/ScannerProperties.h"
-#include "platform/Clock.h"
+#include "platform/Platform.h"
 
 namespace qvArchiving {
 
 // The downloaded files below a target's mounted path: the oldest go when they are too old or when
-// all together are too large. Limits are looked at when a file is added, and then only.
+// all together are too large, for the limit or for their disk less a tenth. Limits are looked at
+// when a file is added or about to be fetched, and then only.
 class AwsCache : public ICache {
  public:
   // Takes in what lies there. Throws std::out_of_range without a mounted path, and what a number
   // that is none and the file system throw.
-  AwsCache(const ScannerProperties& values, qv::kelvo::Clock& time);
+  AwsCache(const ScannerProperties& values, qv::kelvo::Platform& system);
+  // The one that looks after the mounted path, which is made if there is none; throws likewise.
+  [[nodiscard]] static std::shared_ptr<AwsCache> Of(const ScannerProperties& values,
+                                                    qv::kelvo::Platform& system);
 
   // The file itself is never removed. A failure to remove another one leaves as an exception, and
   // that one is tried again next time.
   void Add(const ScannedFile& file, std::uint64_t hint) override;
+
+  // The files are as good as new: somebody is about to read them.
+  void Use(const std::vector<std::string>& paths);
+  // Ahead of a fetch of so many bytes. What can't be removed stays.
+  void MakeRoom(std::uint64_t bytes);
+  // The disk is full, whoever filled it: a tenth goes.
+  void GiveUpTenth();
 
  private:
   using Entry = ScannedFileSet::iterator;
@@ -34,7 +47,8 @@ class AwsCache : public ICache {
   // Whether the file then fits.
   bool Trim(const ScannedFile& file, std::int64_t retention);
   void TrimByAge(const ScannedFile& file, std::int64_t retention);
-  void TrimBySize(const ScannedFile& file);
+  void TrimBySize(const ScannedFile& file, std::uint64_t limit);
+  [[nodiscard]] std::uint64_t Limit();
   // Removes an entry's file, then the entry. `entry` moves on to the next one in any case.
   void Remove(Entry& entry, const char* mark);
   [[nodiscard]] std::int64_t NowSeconds() const;
@@ -47,7 +61,7 @@ class AwsCache : public ICache {
   boost::mutex lock;
 
   const std::string fullName;
-  qv::kelvo::Clock& clock;
+  qv::kelvo::Platform& platform;
   std::unordered_map<std::string, Entry> byPath;
 };
 

@@ -57,6 +57,7 @@ struct ParentPrefix {
 }  // namespace
 
 void AwsScanner::Refused(const char* step, const StoreError& reason, std::string* error) const {
+  ++storeErrors;
   const std::string message = FromAws(reason.GetMessage());
   LogPrintf(LogError, "[%s] %s error: %s %s", Name(), step,
             FromAws(reason.GetExceptionName()).c_str(), message.c_str());

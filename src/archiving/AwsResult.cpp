@@ -37,11 +37,14 @@ std::string TransferStatusName(TransferStatus status) {
   }
 }
 
-AwsResult::AwsResult(std::string localFile, bool notify, qv::kelvo::Clock& time)
+AwsResult::AwsResult(std::string localFile, bool notify, qv::kelvo::Clock& time,
+                     std::shared_ptr<Landing> download)
     : startTime(time.SteadyNs()),
       file(std::move(localFile)),
       whenDone(done.get_future()),
       notifyDone(notify),
+      landing(std::move(download)),
+      settled(landing == nullptr ? Settled::Well : Settled::NotYet),
       clock(time) {}
 
 std::shared_ptr<IResult> AwsResult::Share(const std::shared_ptr<AwsResult>& result,
@@ -87,14 +90,18 @@ bool AwsResult::BeginEnd() {
 }
 
 void AwsResult::FulfilDone() {
-  if (notifyDone && !fulfilled.exchange(true)) done.set_value(1);
+  if (!fulfilled.exchange(true)) done.set_value(1);
+}
+
+bool AwsResult::WaitFor(std::chrono::milliseconds patience) {
+  return GetHandle() == nullptr || whenDone.wait_for(patience) == std::future_status::ready;
 }
 
 void AwsResult::Wait() {
   const Handle transfer = GetHandle();
   if (transfer == nullptr) return;
   transfer->WaitUntilFinished();
-  if (notifyDone) whenDone.wait_for(kDoneTimeout);
+  if (notifyDone || landing != nullptr) whenDone.wait_for(kDoneTimeout);
 }
 
 void AwsResult::Cancel() {
@@ -135,7 +142,10 @@ std::string AwsResult::GetStatusName(TransferStatus status) const {
 
 TransferStatus AwsResult::GetStatus() const {
   const Handle transfer = GetHandle();
-  return transfer == nullptr ? TransferStatus::FAILED : transfer->GetStatus();
+  if (transfer == nullptr) return TransferStatus::FAILED;
+  const TransferStatus status = transfer->GetStatus();
+  if (status != TransferStatus::COMPLETED || settled == Settled::Well) return status;
+  return settled == Settled::Badly ? TransferStatus::FAILED : TransferStatus::IN_PROGRESS;
 }
 
 std::map<std::string, std::string> AwsResult::GetMetadata() const {

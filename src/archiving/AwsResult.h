@@ -10,6 +10,7 @@
 #include <string>
 
 #include "archiving/IResult.h"
+#include "archiving/Landing.h"
 #include "platform/Clock.h"
 
 namespace qvArchiving {
@@ -21,8 +22,10 @@ class AwsResult : public IResult, public Aws::Client::AsyncCallerContext {
  public:
   using Handle = std::shared_ptr<Aws::Transfer::TransferHandle>;
 
-  // `localFile` with forward slashes. With `notify`, Wait also waits for those who are told.
-  AwsResult(std::string localFile, bool notify, qv::kelvo::Clock& time);
+  // `localFile` with forward slashes. With `notify`, Wait also waits for those who are told. A
+  // download is complete once it has settled.
+  AwsResult(std::string localFile, bool notify, qv::kelvo::Clock& time,
+            std::shared_ptr<Landing> download);
 
   // The result as a caller holds it, with the handle kept for as long.
   static std::shared_ptr<IResult> Share(const std::shared_ptr<AwsResult>& result,
@@ -43,8 +46,10 @@ class AwsResult : public IResult, public Aws::Client::AsyncCallerContext {
   [[nodiscard]] TransferStatus GetStatus() const override;
   [[nodiscard]] std::map<std::string, std::string> GetMetadata() const override;
   [[nodiscard]] std::int64_t GetElapsedMs() const override;
+  bool WaitFor(std::chrono::milliseconds patience) override;
 
   [[nodiscard]] const std::string& File() const { return file; }
+  [[nodiscard]] const std::shared_ptr<Landing>& Download() const { return landing; }
   [[nodiscard]] Handle GetHandle() const;
   void SetHandle(const Handle& transfer);
 
@@ -57,6 +62,8 @@ class AwsResult : public IResult, public Aws::Client::AsyncCallerContext {
   // True for the first who sees the end of the transfer.
   [[nodiscard]] bool BeginEnd();
   void StampEnd() { endTime = clock.SteadyNs(); }
+  // Whether the bytes of a completed download have come to where they belong.
+  void NoteSettled(bool well) { settled = well ? Settled::Well : Settled::Badly; }
   // Everybody has been told of the end.
   void FulfilDone();
 
@@ -76,6 +83,9 @@ class AwsResult : public IResult, public Aws::Client::AsyncCallerContext {
   std::atomic<bool> fulfilled{false};
   std::atomic<bool> running{true};  // false: a late report on the earlier run may still come
   std::atomic<bool> ended{false};
+  const std::shared_ptr<Landing> landing;
+  enum class Settled { NotYet, Well, Badly };
+  std::atomic<Settled> settled;
   qv::kelvo::Clock& clock;
 };
 

@@ -8,7 +8,6 @@
 #include <stdexcept>
 
 #include "archiving/AwsAddress.h"
-#include "archiving/AwsCache.h"
 #include "archiving/AwsText.h"
 #include "host/Log.h"
 
@@ -31,13 +30,11 @@ constexpr char kWorking[] = "working";
 }  // namespace
 
 AwsScanner::AwsScanner(const ScannerProperties& values, const ScannerCallback& sink,
-                       qv::kelvo::Clock& time)
-    : IScanner(values, sink), fullName(PropertyOr(values, property::kFullName)), clock(time) {
+                       qv::kelvo::Platform& system)
+    : IScanner(values, sink), fullName(PropertyOr(values, property::kFullName)), platform(system) {
   CheckAddress();
-  if (properties.contains(property::kCacheEnable)) {
-    cache = std::make_shared<AwsCache>(properties, clock);
-  }
-  events = std::make_shared<TransferEvents>(*this, fullName, cache, callback, clock);
+  if (properties.contains(property::kCacheEnable)) cache = AwsCache::Of(properties, platform);
+  events = std::make_shared<TransferEvents>(*this, fullName, cache, callback, platform.clock);
   const Aws::Auth::AWSCredentials credentials(ToAws(PropertyOr(properties, property::kUserName)),
                                               ToAws(PropertyOr(properties, property::kPassword)));
   s3Client = Aws::MakeShared<Aws::S3::S3Client>(
@@ -47,7 +44,12 @@ AwsScanner::AwsScanner(const ScannerProperties& values, const ScannerCallback& s
 }
 
 AwsScanner::~AwsScanner() {
+  s3Client->DisableRequestProcessing();
   events->Close();
+}
+
+void AwsScanner::NoteUse(const std::vector<std::string>& paths) {
+  if (cache != nullptr) cache->Use(paths);
 }
 
 void AwsScanner::CheckAddress() {

@@ -9,11 +9,14 @@
 #include <aws/s3/model/BucketLocationConstraint.h>
 #include <aws/transfer/TransferManager.h>
 
+#include <atomic>
 #include <deque>
 #include <mutex>
 #include <optional>
 
+#include "archiving/AwsCache.h"
 #include "archiving/AwsResult.h"
+#include "archiving/Background.h"
 #include "archiving/IScanner.h"
 #include "archiving/TransferEvents.h"
 
@@ -27,8 +30,9 @@ class AwsScanner : public IScanner {
  public:
   // Throws std::invalid_argument for properties that name no bucket or no user, and what the cache
   // throws.
-  AwsScanner(const ScannerProperties& values, const ScannerCallback& sink, qv::kelvo::Clock& time);
-  // Waits for transfers that are running; those that haven't begun don't begin.
+  AwsScanner(const ScannerProperties& values, const ScannerCallback& sink,
+             qv::kelvo::Platform& system);
+  // Ends all that is under way, transfers and questions, which takes a second at most.
   ~AwsScanner() override;
 
   bool GetYears(const boost::filesystem::path& directory, std::set<int>& years,
@@ -69,6 +73,9 @@ class AwsScanner : public IScanner {
   std::shared_ptr<IResult> RetryDownload(const std::shared_ptr<IResult>& earlier) override;
   bool IsWithinMount(const boost::filesystem::path& path) override;
   bool IsSameTarget(const ScannerProperties& other) override;
+  void InBackground(const std::function<void()>& question) override { questions.Run(question); }
+  [[nodiscard]] std::uint64_t StoreErrors() const override { return storeErrors; }
+  void NoteUse(const std::vector<std::string>& paths) override;
 
  private:
   using StoreError = Aws::Client::AWSError<Aws::S3::S3Errors>;
@@ -104,13 +111,17 @@ class AwsScanner : public IScanner {
   std::shared_ptr<IResult> StartDownload(const boost::filesystem::path& remote,
                                          const boost::filesystem::path& local, std::int64_t offset,
                                          std::int64_t size);
-  [[nodiscard]] std::shared_ptr<AwsResult> NewResult(const std::string& file) const;
+  [[nodiscard]] std::shared_ptr<AwsResult> NewResult(
+      const std::string& file, std::shared_ptr<Landing> landing = nullptr) const;
+  // The result as the caller gets it.
+  [[nodiscard]] std::shared_ptr<IResult> Started(const std::shared_ptr<AwsResult>& result,
+                                                 const AwsResult::Handle& handle);
   // The result of a repetition, which callbacks find from now on. Throws if the earlier transfer
   // isn't over or was a success.
   [[nodiscard]] std::shared_ptr<AwsResult> NextResult(const std::shared_ptr<AwsResult>& earlier);
 
   const std::string fullName;
-  qv::kelvo::Clock& clock;
+  qv::kelvo::Platform& platform;
 
   Aws::Client::ClientConfiguration clientConfig;
   Aws::S3::Model::BucketLocationConstraint locationConstraint{};
@@ -121,8 +132,10 @@ class AwsScanner : public IScanner {
   std::string bucket;
   std::deque<boost::filesystem::path> workingPaths;  // the latest first
   mutable std::mutex workingLock;
-  std::shared_ptr<ICache> cache;
+  std::shared_ptr<AwsCache> cache;
   std::shared_ptr<TransferEvents> events;
+  mutable std::atomic<std::uint64_t> storeErrors{0};
+  Background questions;
 };
 
 }  // namespace qvArchiving

@@ -1,5 +1,3 @@
-#include <aws/core/utils/memory/AWSMemory.h>
-
 #include <boost/filesystem/operations.hpp>
 #include <exception>
 #include <stdexcept>
@@ -7,7 +5,7 @@
 #include "archiving/AwsScanner.h"
 #include "archiving/AwsText.h"
 #include "archiving/CLocalDiskScanner.h"
-#include "archiving/RangeStream.h"
+#include "archiving/Landing.h"
 #include "host/Log.h"
 
 namespace qvArchiving {
@@ -19,7 +17,6 @@ using qvsvr::kelvo::LogTrace;
 
 namespace {
 
-constexpr char kTag[] = "Download";
 constexpr char kContentType[] = "application/octet-stream";
 
 std::shared_ptr<AwsResult> AsAwsResult(const std::shared_ptr<IResult>& result) {
@@ -30,8 +27,16 @@ std::shared_ptr<AwsResult> AsAwsResult(const std::shared_ptr<IResult>& result) {
 
 }  // namespace
 
-std::shared_ptr<AwsResult> AwsScanner::NewResult(const std::string& file) const {
-  return std::make_shared<AwsResult>(file, events->Notifies(), clock);
+std::shared_ptr<AwsResult> AwsScanner::NewResult(const std::string& file,
+                                                 std::shared_ptr<Landing> landing) const {
+  return std::make_shared<AwsResult>(file, events->Notifies(), platform.clock, std::move(landing));
+}
+
+std::shared_ptr<IResult> AwsScanner::Started(const std::shared_ptr<AwsResult>& result,
+                                             const AwsResult::Handle& handle) {
+  result->SetHandle(handle);
+  events->Track(handle);
+  return AwsResult::Share(result, handle);
 }
 
 std::shared_ptr<AwsResult> AwsScanner::NextResult(const std::shared_ptr<AwsResult>& earlier) {
@@ -42,7 +47,7 @@ std::shared_ptr<AwsResult> AwsScanner::NextResult(const std::shared_ptr<AwsResul
       status != TransferStatus::ABORTED) {
     throw std::logic_error("the transfer has not failed");
   }
-  auto next = NewResult(earlier->File());
+  auto next = NewResult(earlier->File(), earlier->Download());
   next->SetHandle(handle);
   AwsResult::HandOn(*handle, next);
   return next;
@@ -71,8 +76,7 @@ std::shared_ptr<IResult> AwsScanner::StartUpload(
   const auto result = NewResult(file);
   const auto handle = transferManager->UploadFile(ToAws(file), ToAws(bucket), ToAws(key),
                                                   kContentType, values, result);
-  result->SetHandle(handle);
-  return AwsResult::Share(result, handle);
+  return Started(result, handle);
 }
 
 std::shared_ptr<IResult> AwsScanner::Download(const fs::path& remote, const fs::path& local,
@@ -99,20 +103,25 @@ std::shared_ptr<IResult> AwsScanner::StartDownload(const fs::path& remote, const
   if (offset < 0 || size < 0) throw std::invalid_argument("negative range");
   std::string ignored;
   CLocalDiskScanner().CreateDirectories(local.parent_path(), ignored);
-  const auto result = NewResult(file);
-  AwsResult::Handle handle;
-  if (whole) {
-    handle = transferManager->DownloadFile(ToAws(bucket), ToAws(key), ToAws(file),
-                                           DownloadConfiguration(), result);
-  } else {
-    handle = transferManager->DownloadFile(
-        ToAws(bucket), ToAws(key), static_cast<std::uint64_t>(offset),
-        static_cast<std::uint64_t>(size),
-        [file, offset] { return Aws::New<RangeStream>(kTag, file, offset); },
-        DownloadConfiguration(), ToAws(file), result);
+  const auto first = static_cast<std::uint64_t>(offset);
+  const auto bytes = static_cast<std::uint64_t>(size);
+  std::function<void()> whenFull;
+  if (cache != nullptr) {
+    cache->MakeRoom(bytes);
+    whenFull = [store = cache] { store->GiveUpTenth(); };
   }
-  result->SetHandle(handle);
-  return AwsResult::Share(result, handle);
+  const auto landing =
+      std::make_shared<Landing>(platform.mediaFiles, Landing::Place{file, first, bytes}, whenFull);
+  const auto stream = [landing] { return landing->NewStream(); };
+  const auto result = NewResult(file, landing);
+  if (whole) {
+    return Started(result,
+                   transferManager->DownloadFile(ToAws(bucket), ToAws(key), stream,
+                                                 DownloadConfiguration(), ToAws(file), result));
+  }
+  return Started(result,
+                 transferManager->DownloadFile(ToAws(bucket), ToAws(key), first, bytes, stream,
+                                               DownloadConfiguration(), ToAws(file), result));
 }
 
 std::shared_ptr<IResult> AwsScanner::RetryUpload(const std::shared_ptr<IResult>& earlier) try {
@@ -120,8 +129,7 @@ std::shared_ptr<IResult> AwsScanner::RetryUpload(const std::shared_ptr<IResult>&
   LogPrintf(LogTrace, "[%s] RetryUpload local=%s", Name(), result->File().c_str());
   const auto next = NextResult(result);
   const auto handle = transferManager->RetryUpload(ToAws(result->File()), result->GetHandle());
-  next->SetHandle(handle);
-  return AwsResult::Share(next, handle);
+  return Started(next, handle);
 } catch (const std::exception& reason) {
   Raised("RetryUpload", reason, nullptr);
   return {};
@@ -132,8 +140,7 @@ std::shared_ptr<IResult> AwsScanner::RetryDownload(const std::shared_ptr<IResult
   LogPrintf(LogTrace, "[%s] RetryDownload Id=%s", Name(), result->GetId().c_str());
   const auto next = NextResult(result);
   const auto handle = transferManager->RetryDownload(result->GetHandle());
-  next->SetHandle(handle);
-  return AwsResult::Share(next, handle);
+  return Started(next, handle);
 } catch (const std::exception& reason) {
   Raised("RetryDownload", reason, nullptr);
   return {};

@@ -42,7 +42,8 @@ bool IScanner::CheckRequiredProperties(const std::vector<std::string>& keys) con
 }
 
 std::shared_ptr<IScanner> CreateScanner(const ScannerProperties& properties,
-                                        const ScannerCallback& callback, qv::kelvo::Clock& clock) {
+                                        const ScannerCallback& callback,
+                                        qv::kelvo::Platform& platform) {
   if (const auto type = properties.find(property::kType); type != properties.end()) {
     switch (ParseDecimal(type->second)) {
       case kMappedDrive:
@@ -50,7 +51,7 @@ std::shared_ptr<IScanner> CreateScanner(const ScannerProperties& properties,
       case kLocalDirectory:
         return std::make_shared<CLocalDiskScanner>(properties, callback);
       case kBucket:
-        return std::make_shared<AwsScanner>(properties, callback, clock);
+        return std::make_shared<AwsScanner>(properties, callback, platform);
       default:
         break;
     }

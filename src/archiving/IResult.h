@@ -2,6 +2,7 @@
 
 #include <aws/transfer/TransferHandle.h>
 
+#include <chrono>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -38,6 +39,11 @@ class IResult {
   [[nodiscard]] virtual std::map<std::string, std::string> GetMetadata() const = 0;
   // From start to completion; meaningless for a transfer that didn't complete.
   [[nodiscard]] virtual std::int64_t GetElapsedMs() const = 0;
+  // Waits no longer than that; whether the transfer is over and everybody has been told.
+  virtual bool WaitFor(std::chrono::milliseconds) {
+    Wait();
+    return true;
+  }
 };
 
 }  // namespace qvArchiving

@@ -12,7 +12,7 @@
 
 #include "archiving/ScannedFile.h"
 #include "archiving/ScannerProperties.h"
-#include "platform/Clock.h"
+#include "platform/Platform.h"
 
 namespace qvArchiving {
 
@@ -80,7 +80,7 @@ class IScanner : public std::enable_shared_from_this<IScanner> {
                                           const boost::filesystem::path& remote,
                                           const std::map<std::string, std::string>& metadata) = 0;
   // The whole file when offset and size are 0, replacing the local one; else that range, at its
-  // place in the local file. What a failed transfer leaves in the local file is undefined.
+  // place in the local file, which stays as it was unless the transfer completes.
   virtual std::shared_ptr<IResult> Download(const boost::filesystem::path& remote,
                                             const boost::filesystem::path& local,
                                             std::int64_t offset, std::int64_t size) = 0;
@@ -92,6 +92,14 @@ class IScanner : public std::enable_shared_from_this<IScanner> {
   virtual bool IsSameTarget(const ScannerProperties& other) = 0;
 
   virtual ~IScanner() = default;
+
+  // Runs a question to this target where it holds nobody up, which may be right here. It must not
+  // keep the target, whose end waits for it, and must not throw.
+  virtual void InBackground(const std::function<void()>& question) { question(); }
+  // How many of its requests the store has refused or left unanswered so far.
+  [[nodiscard]] virtual std::uint64_t StoreErrors() const { return 0; }
+  // Local copies that somebody is about to read: they stay longer than others.
+  virtual void NoteUse(const std::vector<std::string>& /*paths*/) {}
 
   // A copy of the target's configuration.
   [[nodiscard]] ScannerProperties Properties() const { return properties; }
@@ -105,10 +113,10 @@ class IScanner : public std::enable_shared_from_this<IScanner> {
 };
 
 // The target that the properties tell of. Throws std::invalid_argument or std::out_of_range for
-// properties that make no target, and a bare string for a type that isn't known. The clock must
-// outlive the scanner and its transfers.
+// properties that make no target, and a bare string for a type that isn't known. The platform
+// must outlive the scanner and its transfers.
 [[nodiscard]] std::shared_ptr<IScanner> CreateScanner(const ScannerProperties& properties,
                                                       const ScannerCallback& callback,
-                                                      qv::kelvo::Clock& clock);
+                                                      qv::kelvo::Platform& platform);
 
 }  // namespace qvArchiving

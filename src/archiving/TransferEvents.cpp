@@ -43,15 +43,34 @@ TransferEvents::TransferEvents(IScanner& subject, std::string name, std::shared_
       scanner(&subject),
       cache(std::move(store)) {}
 
+void TransferEvents::Track(const AwsResult::Handle& handle) {
+  const std::lock_guard guard(lock);
+  if (started.size() == started.capacity()) {
+    std::erase_if(started, [](const auto& transfer) { return transfer.expired(); });
+  }
+  started.push_back(handle);
+}
+
 void TransferEvents::Close() {
   std::shared_ptr<ICache> dropped;
-  std::unique_lock guard(lock);
-  scanner = nullptr;
-  dropped = std::move(cache);
-  left.wait(guard, [this] {
-    return std::all_of(inside.begin(), inside.end(),
-                       [](std::thread::id id) { return id == std::this_thread::get_id(); });
-  });
+  std::vector<std::weak_ptr<TransferHandle>> left;
+  {
+    std::unique_lock guard(lock);
+    scanner = nullptr;
+    dropped = std::move(cache);
+    left.swap(started);
+    gone.wait(guard, [this] {
+      return std::all_of(inside.begin(), inside.end(),
+                         [](std::thread::id id) { return id == std::this_thread::get_id(); });
+    });
+  }
+  std::vector<std::shared_ptr<TransferHandle>> running;
+  for (const auto& transfer : left) {
+    if (auto handle = transfer.lock()) running.push_back(std::move(handle));
+  }
+  for (const auto& handle : running) handle->Cancel();
+  // A library may drop those that haven't begun without ending them.
+  for (const auto& handle : running) handle->WaitUntilFinished();
 }
 
 void TransferEvents::LogError(const char* what) const {
@@ -75,8 +94,22 @@ void TransferEvents::OnTransferStatus(const Handle& handle) noexcept try {
   LogError(error.what());
 }
 
+bool TransferEvents::Settle(AwsResult& result) {
+  if (result.Download() == nullptr) return true;
+  bool open = false;
+  {
+    const std::lock_guard guard(lock);
+    open = scanner != nullptr;
+  }
+  const bool well = open && result.Download()->Settle();
+  if (open && !well) LogError(("cannot write " + result.File()).c_str());
+  result.NoteSettled(well);
+  return well;
+}
+
 void TransferEvents::OnCompleted(AwsResult& result, const TransferHandle& handle) {
   result.StampEnd();
+  if (!Settle(result)) return;
   const bool download = handle.GetTransferDirection() == TransferDirection::DOWNLOAD;
   if (download) AddToCache(result, handle);
   const std::uint64_t bytes = handle.GetBytesTotalSize();
@@ -132,7 +165,7 @@ void TransferEvents::Tell(const std::shared_ptr<AwsResult>& result, const Handle
     const std::lock_guard guard(lock);
     inside.erase(std::find(inside.begin(), inside.end(), self));
   }
-  left.notify_all();
+  gone.notify_all();
 }
 
 }  // namespace qvArchiving

@@ -32,10 +32,14 @@ class TransferEvents {
   void OnTransferProgress(const Handle& handle) noexcept { Report(handle, "Progress"); }
   void OnTransferError(const Handle& handle) noexcept { Report(handle, "Error"); }
 
-  // Forgets scanner and cache, when nobody is being told on another thread any more.
+  // Takes note of a transfer that was started.
+  void Track(const AwsResult::Handle& handle);
+  // Forgets scanner and cache, when nobody is being told on another thread any more; what comes
+  // down from then on doesn't settle. Then cancels what is under way and waits for its end.
   void Close();
 
  private:
+  [[nodiscard]] bool Settle(AwsResult& result);
   void OnCompleted(AwsResult& result, const Aws::Transfer::TransferHandle& handle);
   void AddToCache(const AwsResult& result, const Aws::Transfer::TransferHandle& handle);
   void Report(const Handle& handle, const char* what) noexcept;
@@ -48,10 +52,11 @@ class TransferEvents {
   qv::kelvo::Clock& clock;
 
   std::mutex lock;
-  std::condition_variable left;
+  std::condition_variable gone;
   IScanner* scanner;
   std::shared_ptr<ICache> cache;
   std::vector<std::thread::id> inside;  // threads that are calling back
+  std::vector<std::weak_ptr<Aws::Transfer::TransferHandle>> started;
 };
 
 }  // namespace qvArchiving

@@ -48,8 +48,9 @@ class MediaFile {
 };
 
 enum class OpenMode {
-  Read,             // must exist, read only
-  CreateOrTruncate  // read and write, emptied if it exists, mode 0644
+  Read,              // must exist, read only
+  CreateOrTruncate,  // read and write, emptied if it exists, mode 0644
+  CreateOrKeep       // read and write, with what it holds if it exists, mode 0644
 };
 
 // Opens media files shared: others may read and write the same file meanwhile.

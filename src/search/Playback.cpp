@@ -33,10 +33,12 @@ class Streamer {
   bool Run() {
     while (!files.empty() || !active.empty()) {
       OpenDueFiles();
+      if (target.Buckets().GaveUp()) return false;
       while (!active.empty()) {
         const auto next = Earliest();
         if (!SendFrame(next->second)) return false;
         if (next->second.file->Remaining() != 0 && next->second.file->AdvanceFrame() == 0) continue;
+        if (target.Buckets().GaveUp()) return false;
         if (!SendEmptyFrames(next->second)) return false;
         LogEnd(next->second);
         active.erase(next);

@@ -59,6 +59,7 @@ bool ExecuteGuarded(std::string_view text, SearchTargetFileSystem& target, Searc
 std::uint32_t Search(std::string_view text, std::uint32_t requestId, SearchTargetFileSystem& target,
                      ICoreEventer& callback) noexcept {
   SearchHelper helper(callback, requestId);
+  target.Buckets().onWaiting = [&helper] { return helper.ReportProgress(0); };
   if (ExecuteGuarded(text, target, helper) && requestId != 0) (void)helper.SendEnd();
   return 0;
 }

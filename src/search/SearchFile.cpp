@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "tree/BucketFetch.h"
-
 namespace qvsvr::kelvo {
 namespace {
 
@@ -23,9 +21,9 @@ SearchFile::SearchFile(SearchTargetFileSystem& fileSystem, PlaybackFile&& playba
       packetBuffer(std::make_unique_for_overwrite<std::byte[]>(kPacketRoom)) {}
 
 int SearchFile::Open() {
-  if (const int error = reader.Open(file.path); error != kPsOk) return error;
+  if (const int error = target.Open(reader, file.path); error != kPsOk) return error;
   std::string root;
-  const Scanner holder = FindHolder();
+  const Scanner holder = target.FindHolder(file.path);
   mayBeCut = file.sendList.empty() && holder != nullptr && qv::kelvo::IsBucket(*holder, root);
   position = file.firstPosition;
   qv::kelvo::PSReader::Place place;
@@ -50,23 +48,7 @@ int SearchFile::ReadFrame() {
 
 int SearchFile::AdvanceFrame() {
   while (position < file.endPosition) {
-    if (!ahead.empty() && ahead.front().first == position) {
-      if (const int error = AwaitFirstAhead(); error != kPsOk) return error;
-    }
-    const bool isWhole = IsWhole();
-    int error = ReadFrame();
-    const bool begins = error == kPsOk && qv::kelvo::HasStartCode({packetBuffer.get(), 3});
-    if (!begins || !isWhole) {
-      // The frame isn't on this disk, or is damaged: then it is sent as it stands.
-      const Scanner holder = FindHolder();
-      const int fetched = holder != nullptr ? FetchFromArchive(holder) : error;
-      if (fetched == kPsOk) {
-        error = ReadFrame();
-      } else if (!begins) {
-        error = fetched;
-      }
-    }
-    if (error != kPsOk) return error;
+    if (const int error = LoadFrame(); error != kPsOk) return error;
     const std::uint32_t place = position++;
     if (IsPreRoll(place)) continue;
     frameTime = frame.Time();
@@ -75,8 +57,36 @@ int SearchFile::AdvanceFrame() {
   return kPsBadArgument;
 }
 
-// Another search may be bringing the frame down right now. A range is written from front to back,
-// so that a frame is whole once the next one has begun. To be asked before the frame is read.
+int SearchFile::LoadFrame() {
+  if (!ahead.empty() && ahead.front().first == position) {
+    if (const int error = AwaitFirstAhead(); error != kPsOk) return error;
+  }
+  const bool isWhole = IsWhole();
+  int error = ReadFrame();
+  if ((IsGood(error) && isWhole) || position < fetchedTwiceEnd) return error;
+  // The cache may have let go of the file, which has come back as another one.
+  if (position < fetchedEnd && Reopen()) error = ReadFrame();
+  if (position < fetchedEnd && IsGood(error)) return error;
+  const bool begins = IsGood(error);
+  if (const int fetched = FetchFrames(error); fetched != kPsOk) return begins ? error : fetched;
+  error = ReadFrame();
+  if (!IsGood(error) && Reopen()) error = ReadFrame();
+  return error;  // of a frame that is damaged in the archive, too: sent as it stands
+}
+
+bool SearchFile::IsGood(int error) const {
+  return error == kPsOk && qv::kelvo::HasStartCode({packetBuffer.get(), 3});
+}
+
+bool SearchFile::Reopen() {
+  if (!mayBeCut && file.sendList.empty()) return false;
+  const qv::kelvo::PSReader::Place place = reader.GetPlace();
+  return target.Open(reader, file.path) == kPsOk && reader.HasIndex() &&
+         reader.SetPlace(place) == kPsOk;
+}
+
+// After a power cut. A frame is taken for whole once the next one has begun. To be asked before the
+// frame is read.
 bool SearchFile::IsWhole() {
   const std::uint32_t next = position + 1;
   if (!mayBeCut || next <= fetchedEnd || next >= file.endPosition) return true;
@@ -92,37 +102,29 @@ bool SearchFile::IsPreRoll(std::uint32_t place) {
   return place < start;
 }
 
-SearchFile::Scanner SearchFile::FindHolder() {
-  qv::kelvo::TargetList targets;
-  target.GetTargets(targets, qv::kelvo::kVolumesLocal | qv::kelvo::kVolumesArchive, nullptr);
-  const auto holder = std::ranges::find_if(
-      targets, [this](const auto& archive) { return archive->IsWithinMount(file.path); });
-  return holder == targets.end() ? nullptr : *holder;
-}
-
-// Brings down the frame at `position` and, where frames follow each other, some more.
-int SearchFile::FetchFromArchive(const Scanner& holder) {
+int SearchFile::FetchFrames(int error) {
+  const Scanner holder = target.FindHolder(file.path);
+  if (holder == nullptr) return error;
   if (frame.size == 0) return kPsBadArgument;  // not even its place is known
-  Transfer transfer;
-  if (!file.sendList.empty()) {
-    const int error = StartFetch(holder, frame, position, transfer);
-    return error != kPsOk ? error : Await(transfer, position);
-  }
   // What is on its way already is left out.
   const std::uint32_t limit = ahead.empty() ? file.endPosition : ahead.front().first;
-  const std::uint32_t last = std::min(limit - 1, position + kFramesPerFetch);
-  if (const int error = StartFetch(holder, frame, last, transfer); error != kPsOk) return error;
-  if (ahead.empty()) {
+  const std::uint32_t last =
+      file.sendList.empty() ? std::min(limit - 1, position + kFramesPerFetch) : position;
+  const bool again = position < fetchedEnd;
+  Fetch fetch;
+  if (const int failed = StartFetch(holder, frame, last, fetch); failed != kPsOk) return failed;
+  if (again) fetchedTwiceEnd = last + 1;
+  if (ahead.empty() && file.sendList.empty()) {
     nextRange = last + 1;
     rangeEnd = reader.GetPlace();
     rangesAhead = 1;
     FetchAhead(holder);
   }
-  return Await(transfer, last);
+  return Await(holder, fetch, last);
 }
 
 int SearchFile::StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& first,
-                           std::uint32_t last, Transfer& transfer) {
+                           std::uint32_t last, Fetch& fetch) {
   std::uint64_t end = first.fileOffset + first.size;
   if (file.sendList.empty()) {
     qv::kelvo::PSReadFrame lastFrame;
@@ -133,9 +135,8 @@ int SearchFile::StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& 
     end = lastFrame.fileOffset + lastFrame.size;
   }
   if (end <= first.fileOffset) return kPsBadArgument;
-  transfer = holder->Download(file.path, file.path, static_cast<std::int64_t>(first.fileOffset),
-                              static_cast<std::int64_t>(end - first.fileOffset));
-  return transfer != nullptr ? kPsOk : kPsBadArgument;
+  fetch = target.Buckets().Begin(holder, file.path, first.fileOffset, end - first.fileOffset);
+  return fetch.empty() ? kPsBadArgument : kPsOk;
 }
 
 void SearchFile::FetchAhead(const Scanner& holder) {
@@ -144,15 +145,15 @@ void SearchFile::FetchAhead(const Scanner& holder) {
     const std::uint32_t last = std::min(file.endPosition - 1, nextRange + kFramesPerFetch);
     qv::kelvo::PSReadFrame first;
     first.index = nextRange;
-    Transfer transfer;
+    Fetch fetch;
     const bool isMissing = reader.SetPlace(rangeEnd) == kPsOk &&
                            reader.NextFrame(first, file.selectedMask) == kPsOk &&
                            reader.TestFrameStart(reader.GetPlace().cursor) != kPsOk;
-    if (!isMissing || StartFetch(holder, first, last, transfer) != kPsOk) {
+    if (!isMissing || StartFetch(holder, first, last, fetch) != kPsOk) {
       nextRange = file.endPosition;  // a frame that is here ends the row, until one is missing
       break;
     }
-    ahead.push_back({nextRange, last, holder, transfer});
+    ahead.push_back({nextRange, last, holder, std::move(fetch)});
     nextRange = last + 1;
     rangeEnd = reader.GetPlace();
   }
@@ -164,19 +165,16 @@ int SearchFile::AwaitFirstAhead() {
   ahead.pop_front();
   rangesAhead = std::min(rangesAhead + 1, kMaxRangesAhead);
   FetchAhead(range.holder);
-  return Await(range.transfer, range.last);
+  return Await(range.holder, range.fetch, range.last);
 }
 
-int SearchFile::Await(const Transfer& transfer, std::uint32_t last) {
-  transfer->Wait();
-  const bool complete = transfer->GetStatus() == qvArchiving::TransferStatus::COMPLETED;
-  transfer->ReleaseHandle();
-  if (complete) {
-    fetchedEnd = last + 1;
-  } else {
-    ahead.clear();
+int SearchFile::Await(const Scanner& holder, const Fetch& fetch, std::uint32_t last) {
+  if (target.Buckets().Await(holder, fetch)) {
+    fetchedEnd = std::max(fetchedEnd, last + 1);
+    return kPsOk;
   }
-  return complete ? kPsOk : kPsBadArgument;
+  ahead.clear();
+  return kPsBadArgument;
 }
 
 qv::kelvo::StreamID SearchFile::GetStreamId() const {

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "archiving/IResult.h"
 #include "archiving/IScanner.h"
 #include "media/PSReader.h"
 #include "search/PlaybackFile.h"
@@ -48,28 +47,33 @@ class SearchFile {
 
  private:
   using Scanner = std::shared_ptr<qvArchiving::IScanner>;
-  using Transfer = std::shared_ptr<qvArchiving::IResult>;
-  // Frames on their way from a bucket, which is kept for as long. One that is no longer wanted
-  // comes all the same: cut short, it could leave half a frame that looks like a whole one.
+  using Fetch = qv::kelvo::BucketAccess::Fetch;
+  // Frames on their way from a bucket. Dropping it gives them up.
   struct Range {
     std::uint32_t first = 0;  // positions
     std::uint32_t last = 0;
     Scanner holder;
-    Transfer transfer;
+    Fetch fetch;
   };
 
   [[nodiscard]] int ReadFrame();
-  // The target that the file's frames can be had from; null for a local file.
-  [[nodiscard]] Scanner FindHolder();
-  [[nodiscard]] int FetchFromArchive(const Scanner& holder);
+  // Reads the frame at `position`, which is brought down first if it isn't here.
+  [[nodiscard]] int LoadFrame();
+  // False for a frame that isn't here, or is damaged.
+  [[nodiscard]] bool IsGood(int error) const;
+  // Brings down the frame at `position` and, where frames follow each other, some more. `error` is
+  // what reading it gave; it stays the result of a local file.
+  [[nodiscard]] int FetchFrames(int error);
+  // Opens what stands under the file's name now, at the same place.
+  [[nodiscard]] bool Reopen();
   // Begins to fetch the ranges that follow, while fewer than `rangesAhead` are on their way.
   void FetchAhead(const Scanner& holder);
   // Begins to fetch from `first` to the frame at position `last`, where the reader stands then.
   [[nodiscard]] int StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& first,
-                               std::uint32_t last, Transfer& transfer);
+                               std::uint32_t last, Fetch& fetch);
   [[nodiscard]] int AwaitFirstAhead();
   // Waits for the frames up to position `last`.
-  [[nodiscard]] int Await(const Transfer& transfer, std::uint32_t last);
+  [[nodiscard]] int Await(const Scanner& holder, const Fetch& fetch, std::uint32_t last);
   // False for a frame at `position` of which only the beginning may be here.
   [[nodiscard]] bool IsWhole();
   // Whether the stream begins behind the frame at `place`.
@@ -83,6 +87,7 @@ class SearchFile {
   std::uint32_t framesSent = 0;
   bool mayBeCut = false;                // frames that follow each other, of a bucket
   std::uint32_t fetchedEnd = 0;         // behind the last position that this search fetched
+  std::uint32_t fetchedTwiceEnd = 0;    // the same for those whose first fetch wasn't good
   std::deque<Range> ahead;              // behind `position`, one behind the other
   std::size_t rangesAhead = 0;          // grows while one range after the other is played
   std::uint32_t nextRange = 0;          // position of the first frame behind those asked for

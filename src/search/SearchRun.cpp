@@ -60,11 +60,12 @@ struct DueFile {
 class Walk {
  public:
   Walk(SearchRequest& searchRequest, const TimeRange& searchRange, std::int64_t slackSeconds,
-       SearchTargetFileSystem& target, SearchResults& found, PlaybackFiles& playback)
+       SearchTargetFileSystem& fileSystem, SearchResults& found, PlaybackFiles& playback)
       : request(searchRequest),
         range(searchRange),
         slack(slackSeconds),
-        reader(target.MediaFiles()),
+        target(fileSystem),
+        reader(fileSystem.MediaFiles()),
         results(found),
         files(playback) {}
 
@@ -126,6 +127,9 @@ class Walk {
 
   void Visit(const DueFile& file) {
     if (qv::kelvo::IsOutsideRange(file.start, range.start, range.end + slack, slack)) return;
+    for (const std::uint32_t volume : file.listed->volumes) {
+      target.Mend(directories[volume] + file.listed->name);
+    }
     const CopyChoice choice = ChooseCopies(*file.listed);
     for (const std::uint32_t volume : file.listed->volumes) {
       const InputMasks masks = choice.Of(volume, file.wanted);
@@ -204,6 +208,7 @@ class Walk {
   SearchRequest& request;
   const TimeRange range;
   const std::int64_t slack;  // seconds
+  SearchTargetFileSystem& target;
   qv::kelvo::PSReader reader;
   SearchResults& results;
   PlaybackFiles& files;
@@ -233,7 +238,7 @@ bool SearchBase::Run(SearchRequest& request, SearchTargetFileSystem& target, Sea
     if (!ReportProgress(static_cast<std::uint32_t>(hour))) return false;
     walker = qv::kelvo::NextLocalHour(walker);
   }
-  return true;
+  return !target.Buckets().GaveUp();
 }
 
 }  // namespace qvsvr::kelvo

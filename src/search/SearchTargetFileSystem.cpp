@@ -1,5 +1,7 @@
 #include "search/SearchTargetFileSystem.h"
 
+#include <algorithm>
+
 namespace qvsvr::kelvo {
 
 void SearchTargetFileSystem::Restrict(const SearchRequest& request) {
@@ -18,6 +20,32 @@ void SearchTargetFileSystem::GetTargets(qv::kelvo::TargetList& list, std::uint32
                                         const qv::kelvo::ArchiveFilter*) {
   if (!searchLocal) flags &= ~qv::kelvo::kVolumesLocal;
   inner.GetTargets(list, flags, allArchives ? nullptr : &archives);
+}
+
+std::shared_ptr<qvArchiving::IScanner> SearchTargetFileSystem::FindHolder(const std::string& path) {
+  qv::kelvo::TargetList targets;
+  GetTargets(targets, qv::kelvo::kVolumesLocal | qv::kelvo::kVolumesArchive, nullptr);
+  const auto holder = std::ranges::find_if(
+      targets, [&path](const auto& archive) { return archive->IsWithinMount(path); });
+  return holder == targets.end() ? nullptr : *holder;
+}
+
+int SearchTargetFileSystem::Open(qv::kelvo::PSReader& reader, const std::string& path) {
+  const int error = reader.Open(path);
+  qv::kelvo::PsFileInfo info;
+  if (error == qv::kelvo::kPsOk && reader.HasIndex() &&
+      reader.GetFileInfo(info) == qv::kelvo::kPsOk) {
+    return error;
+  }
+  const auto holder = FindHolder(path);
+  if (holder == nullptr || !Buckets().Renew(holder, path)) return error;
+  return reader.Open(path);
+}
+
+void SearchTargetFileSystem::Mend(const std::string& path) {
+  if (FindHolder(path) == nullptr) return;
+  qv::kelvo::PSReader reader(MediaFiles());
+  (void)Open(reader, path);
 }
 
 }  // namespace qvsvr::kelvo

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "search/FilePool.h"
+#include "media/PSReader.h"
 #include "search/SearchRequest.h"
 #include "tree/FileSystemBase.h"
 
@@ -21,6 +22,14 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
                   const qv::kelvo::ArchiveFilter* filter) override;
   void GetTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
                   const qv::kelvo::ArchiveFilter* filter) override;
+
+  // The target that a recording's frames can be had from; null for a local file.
+  [[nodiscard]] std::shared_ptr<qvArchiving::IScanner> FindHolder(const std::string& path);
+  // Opens a recording. One of a bucket whose local copy won't open, or has no index, is brought
+  // down anew and opened once more. A result of PSReader.
+  [[nodiscard]] int Open(qv::kelvo::PSReader& reader, const std::string& path);
+  // The same for somebody who opens it later.
+  void Mend(const std::string& path);
 
   // For the search's readers, however many there are.
   [[nodiscard]] qv::kelvo::MediaFiles& MediaFiles() { return pool; }

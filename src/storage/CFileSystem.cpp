@@ -170,7 +170,7 @@ bool CFileSystem::ApplyArchivesXml(const TiXmlElement& archives) {
   bool changed = false;
   {
     VolumeTable::Change change(volumes);
-    change.network.ReplaceArchives(archives, platform.clock);
+    change.network.ReplaceArchives(archives, platform);
     changed = FollowNetworkDrives(change, ReadNetworkDrives(archives));
   }
   if (changed) LearnSettings();

@@ -1,11 +1,16 @@
 #include "storage/NetworkTargets.h"
 
+#include <algorithm>
+#include <boost/filesystem/operations.hpp>
+
 #include "host/Log.h"
+#include "tree/BucketFetch.h"
 #include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
+namespace fs = boost::filesystem;
 namespace property = qvArchiving::property;
 
 constexpr char kCacheGigabytes[] = "50";
@@ -44,9 +49,9 @@ bool ReadArchive(const TiXmlElement& element, ArchiveConfig& archive) {
 
 // Null, with a line in the log, when the properties make no target.
 std::shared_ptr<qvArchiving::IScanner> MakeTarget(const qvArchiving::ScannerProperties& properties,
-                                                  qv::kelvo::Clock& clock) {
+                                                  qv::kelvo::Platform& platform) {
   try {
-    return qvArchiving::CreateScanner(properties, {}, clock);
+    return qvArchiving::CreateScanner(properties, {}, platform);
   } catch (...) {
     // Not all that is thrown is an exception, and its text might quote what is secret.
     LogPrintf(LogError, "Error creating target interface");
@@ -54,17 +59,59 @@ std::shared_ptr<qvArchiving::IScanner> MakeTarget(const qvArchiving::ScannerProp
   }
 }
 
+// Whether `inner` is `outer` or lies below it, by links or letter case, too.
+bool LiesWithin(fs::path inner, const fs::path& outer) {
+  for (; !inner.empty(); inner = inner.parent_path()) {
+    boost::system::error_code missing;
+    if (inner == outer || fs::equivalent(inner, outer, missing)) return true;
+    if (inner == inner.parent_path()) break;
+  }
+  return false;
+}
+
+fs::path Resolved(const std::string& directory) {
+  boost::system::error_code failed;
+  fs::path path = fs::weakly_canonical(directory, failed);
+  if (failed) path = fs::path(directory).lexically_normal();
+  return path.filename() == "." ? path.parent_path() : path;
+}
+
+bool Overlap(const std::string& a, const std::string& b) {
+  const fs::path first = Resolved(a);
+  const fs::path second = Resolved(b);
+  return LiesWithin(first, second) || LiesWithin(second, first);
+}
+
 }  // namespace
 
-void NetworkTargets::ReplaceArchives(const TiXmlElement& element, qv::kelvo::Clock& clock) {
+void NetworkTargets::ReplaceArchives(const TiXmlElement& element, qv::kelvo::Platform& platform) {
   // Searches that still use the former targets keep them, so that none is destroyed here with a
   // transfer under way.
+  const auto former = std::move(archives);  // a cache whose target comes again is kept
   archives.clear();
   for (const TiXmlElement& child : Children(element, "Archive")) {
     ArchiveConfig archive;
     if (!ReadArchive(child, archive)) continue;
-    auto target = MakeTarget(archive.properties, clock);
+    auto target = MakeTarget(archive.properties, platform);
     if (target != nullptr) archives[archive.id] = std::move(target);
+  }
+}
+
+void NetworkTargets::RefuseBucketsOn(const std::map<std::string, DriveRecord>& drives) {
+  for (auto archive = archives.begin(); archive != archives.end();) {
+    std::string root;
+    const auto drive =
+        qv::kelvo::IsBucket(*archive->second, root)
+            ? std::ranges::find_if(
+                  drives, [&root](const auto& entry) { return Overlap(root, entry.first); })
+            : drives.end();
+    if (drive == drives.end()) {
+      ++archive;
+      continue;
+    }
+    LogPrintf(LogError, "Archive %d refused: its mount point %s shares a directory with drive %s",
+              archive->first, root.c_str(), drive->first.c_str());
+    archive = archives.erase(archive);
   }
 }
 

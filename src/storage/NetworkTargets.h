@@ -8,7 +8,8 @@
 
 #include "archiving/IScanner.h"
 #include "host/Xml.h"
-#include "platform/Clock.h"
+#include "platform/Platform.h"
+#include "storage/DriveTable.h"
 
 namespace qvsvr::kelvo {
 
@@ -31,12 +32,16 @@ struct NetworkTargets {
   }
 
   // Replaces the archive targets by those of an Archives element. One that can't be made is logged
-  // and absent. A bucket target looks through its local copies meanwhile. The clock must outlive
+  // and absent. A bucket target looks through its local copies meanwhile. The platform must outlive
   // the targets.
-  void ReplaceArchives(const TiXmlElement& element, qv::kelvo::Clock& clock);
+  void ReplaceArchives(const TiXmlElement& element, qv::kelvo::Platform& platform);
 
   // Takes over the states that an Archives element of an action reports.
   void ApplyStatus(const TiXmlElement& element);
+
+  // Refuses buckets whose local copies would lie on, above or below one of the drives: the cache's
+  // limits would take recordings for copies.
+  void RefuseBucketsOn(const std::map<std::string, DriveRecord>& drives);
 
  private:
   void ApplyTargetStatus(const TiXmlElement& target);

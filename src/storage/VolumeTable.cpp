@@ -61,6 +61,7 @@ void VolumeTable::ListTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
 
 void VolumeTable::Publish() noexcept {
   try {
+    network.RefuseBucketsOn(drives.drives);
     auto next = std::make_shared<Snapshot>();
     next->usable = ListUsable();
     for (const auto& [id, archive] : network.archives) {

@@ -10,6 +10,7 @@
 
 #include "archiving/IScanner.h"
 #include "platform/Platform.h"
+#include "tree/BucketFetch.h"
 #include "tree/HourCursor.h"
 #include "tree/HourListing.h"
 #include "tree/RecordPath.h"
@@ -23,12 +24,11 @@ inline constexpr std::uint32_t kVolumesArchive = 2;  // archive targets
 // Which archives take part, by id. An id that isn't in the map takes part.
 using ArchiveFilter = std::map<std::int32_t, bool>;
 
-using TargetList = std::vector<std::shared_ptr<qvArchiving::IScanner>>;
-
-// Knows where recordings lie, and walks their tree hour by hour. Nothing is kept between steps.
+// Knows where recordings lie, and walks their tree hour by hour. Nothing is kept between steps but
+// which buckets are left alone.
 class FileSystemBase {
  public:
-  explicit FileSystemBase(Platform& system) : platform(system) {}
+  explicit FileSystemBase(Platform& system) : platform(system), buckets(system) {}
   virtual ~FileSystemBase() = default;
 
   // Replaces `list` by volume roots, each ending in the separator. The base version gives the
@@ -47,7 +47,8 @@ class FileSystemBase {
   [[nodiscard]] std::int64_t SlackSeconds() const;
 
   // Moves `time`, the start of a local hour, on to the next hour that exists, itself included.
-  // False when there is none before `end`. A year that is missing costs one test of each place.
+  // False when there is none before `end`, or the search was given up while it waited for a bucket.
+  // A year that is missing costs one test of each place.
   [[nodiscard]] bool FindNextHour(UtcMs& time, UtcMs end);
 
   // The media files of an hour: of the local volumes or, if they have none, of the archives, whose
@@ -60,6 +61,8 @@ class FileSystemBase {
   [[nodiscard]] bool SearchHour(UtcMs& time, UtcMs end, std::span<const RequestKey> requested,
                                 std::vector<std::string>& volumes, HourListing& listing);
 
+  [[nodiscard]] BucketAccess& Buckets() { return buckets; }
+
  protected:
   Platform& platform;
 
@@ -68,6 +71,7 @@ class FileSystemBase {
   [[nodiscard]] bool LevelExists(UtcMs time, TreeLevel level);
 
   std::atomic<std::int32_t> longestPreAlarm{0};
+  BucketAccess buckets;
 };
 
 // The machine's fixed drives and the directory of the operating system. Failures are logged; the

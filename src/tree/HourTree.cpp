@@ -4,7 +4,6 @@
 #include <cstdio>
 
 #include "host/Log.h"
-#include "tree/BucketFetch.h"
 #include "tree/FileSystemBase.h"
 #include "tree/LocalTime.h"
 
@@ -30,14 +29,15 @@ bool FileSystemBase::LevelExists(UtcMs time, TreeLevel level) {
     if (!IsBucket(*target, root)) continue;
     const std::string directory = TreeDirectory(root, time, level);
     LogPrintf(LogTrace, "cloud dir exists %s", directory.c_str());
-    if (target->TestDirectory(directory)) return true;
+    if (buckets.TestDirectory(target, directory)) return true;
   }
   return false;
 }
 
 bool FileSystemBase::FindNextHour(UtcMs& time, UtcMs end) {
-  return qv::kelvo::FindNextHour(
+  const bool found = qv::kelvo::FindNextHour(
       time, end, [this](UtcMs at, TreeLevel level) { return LevelExists(at, level); });
+  return found && !buckets.GaveUp();
 }
 
 void FileSystemBase::ListHour(UtcMs time, std::span<const RequestKey> requested,
@@ -47,7 +47,7 @@ void FileSystemBase::ListHour(UtcMs time, std::span<const RequestKey> requested,
     if (kind == kVolumesArchive) {
       TargetList targets;
       GetTargets(targets, kVolumesArchive, nullptr);
-      FetchBucketHour(platform.directories, targets, time, requested);
+      buckets.FetchHour(targets, time, requested);
     }
     GetVolumes(volumes, kind, nullptr);
     std::vector<std::string> directories;

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "tests/support/FakeHost.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/TempTree.h"
+#include "tests/support/TestBundle.h"
 
 namespace qvArchiving {
 namespace {
@@ -19,9 +19,11 @@ constexpr std::uint64_t kGigabyte = std::uint64_t{1} << 30;
 
 class Cache : public testing::Test {
  protected:
+  Cache() { clock.SetNow(kStart * 1000); }
+
   AwsCache Open(ScannerProperties more = {}) {
     more.insert({{"FullName", "T"}, {"FullyMountedPath", tree.Root()}});
-    return {more, clock};
+    return {more, bundle.platform};
   }
   ScannedFile Entry(const std::string& relative, std::uint64_t size) {
     return {tree.Path(relative), fs::path(relative).filename().string(), size, false,
@@ -41,7 +43,8 @@ class Cache : public testing::Test {
 
   qvsvr::kelvo::FakeHost host;
   qv::kelvo::TempTree tree;
-  qv::kelvo::ManualClock clock{kStart * 1000};
+  qv::kelvo::TestBundle bundle;
+  qv::kelvo::ManualClock& clock = bundle.clock;
 };
 
 TEST_F(Cache, FindsWhatLiesThereAfterARestart) {
@@ -60,7 +63,7 @@ TEST_F(Cache, FindsWhatLiesThereAfterARestart) {
 }
 
 TEST_F(Cache, TakesLimitsWithinTheirRange) {
-  EXPECT_THROW((AwsCache({{"FullName", "T"}}, clock)), std::out_of_range);
+  EXPECT_THROW((AwsCache({{"FullName", "T"}}, bundle.platform)), std::out_of_range);
   EXPECT_THROW(Open({{"CacheSizeGigabytes", "much"}}), std::invalid_argument);
   EXPECT_THROW(Open({{"CacheRetentionSeconds", "99999999999"}}), std::out_of_range);
   using Row = std::pair<const char*, std::int64_t>;

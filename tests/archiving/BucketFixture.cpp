@@ -37,7 +37,7 @@ ScannerProperties ScannerFixture::Properties(const ScannerProperties& more) cons
 
 std::shared_ptr<IScanner> ScannerFixture::Open(const ScannerProperties& more,
                                                const ScannerCallback& callback) {
-  return CreateScanner(Properties(more), callback, clock);
+  return CreateScanner(Properties(more), callback, bundle.platform);
 }
 
 void Bucket::SetUp() {

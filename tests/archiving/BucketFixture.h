@@ -9,8 +9,8 @@
 #include "archiving/IResult.h"
 #include "archiving/IScanner.h"
 #include "tests/support/FakeHost.h"
-#include "tests/support/ManualClock.h"
 #include "tests/support/TempTree.h"
+#include "tests/support/TestBundle.h"
 
 namespace qvArchiving {
 
@@ -30,7 +30,8 @@ class ScannerFixture : public testing::Test {
 
   qvsvr::kelvo::FakeHost host;
   qv::kelvo::TempTree tree;
-  qv::kelvo::ManualClock clock;
+  qv::kelvo::TestBundle bundle;
+  qv::kelvo::ManualClock& clock = bundle.clock;
   std::string bucket = "footage";
   std::string access = "KEY";
   std::string secret = "SECRET";

@@ -36,7 +36,7 @@ TEST_F(Scanner, TypeDecidesWhatIsMade) {
   for (const char* type : {"0", "4", "-1"}) {
     EXPECT_THROW((void)Open({{"Type", type}}), const char*) << type;
   }
-  EXPECT_THROW((void)CreateScanner({}, {}, clock), const char*);
+  EXPECT_THROW((void)CreateScanner({}, {}, bundle.platform), const char*);
   EXPECT_THROW((void)Open({{"Type", "bucket"}}), std::invalid_argument);
   EXPECT_THROW((void)Open({{"Type", "99999999999"}}), std::out_of_range);
 }
@@ -60,7 +60,7 @@ TEST_F(Scanner, RefusesPropertiesThatNameNoBucketOrUser) {
     if (row.value != nullptr) properties[row.property] = row.value;
     host.ForgetTraffic();
     try {
-      (void)CreateScanner(properties, {}, clock);
+      (void)CreateScanner(properties, {}, bundle.platform);
       ADD_FAILURE() << row.property;
     } catch (const std::invalid_argument& error) {
       EXPECT_STREQ(error.what(), row.reason);

@@ -1,35 +1,34 @@
 #pragma once
 
 #include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "archiving/IScanner.h"
 #include "tests/plugin/SearchFixture.h"
+#include "tests/store/ScriptedStore.h"
 
 namespace plugintest {
 
-// A download as the server has seen it.
+// A download as the store has seen it.
 struct Fetch {
   std::string name;  // of the object
   std::uint64_t offset = 0;
   std::uint64_t bytes = 0;
 };
 
-// The plug-in with an archive: a fresh bucket of the S3 server.
+// The plug-in with an archive: a bucket of a scripted store.
 class BucketSearch : public SearchTest {
  protected:
-  void SetUp() override;
+  BucketSearch();
+
+  using Turn = testsupport::ScriptedStore::Turn;
+  using Request = testsupport::ScriptedStore::Request;
 
   // Moves what the drives hold to the bucket. Returns the objects' sizes by name.
   std::map<std::string, std::uint64_t> MoveToBucket();
   // Tells the plug-in of the bucket.
   void Announce(int status = 0);
-  // Stores a local file under that name.
-  void Put(const std::string& localFile, const std::string& relative);
-  // What was downloaded since the last call, in the order of the server's log. Each range must have
-  // been answered in full.
+  // What was downloaded since the last call.
   std::vector<Fetch> Fetches();
   // How many downloads the plug-in has begun.
   int Downloads() { return CountLog("] Download remote="); }
@@ -37,16 +36,7 @@ class BucketSearch : public SearchTest {
   void SearchUntil(const std::string& request, int frame);
 
   const std::string cache = tree.Path("copies");  // where local copies lie
-
- private:
-  // The lines of the server's log, all requests that were answered by now among them.
-  std::vector<std::string> ServerLog();
-
-  std::string bucket;
-  std::shared_ptr<qvArchiving::IScanner> scanner;
-  std::streamoff logBegin = 0;
-  std::size_t seen = 0;  // lines
-  int markers = 0;
+  testsupport::ScriptedStore store;
 };
 
 }  // namespace plugintest

@@ -1,11 +1,24 @@
-#include <array>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
+#include <atomic>
+#include <boost/filesystem.hpp>
+#include <chrono>
+#include <mutex>
+#include <thread>
+
+#include "archiving/IScanner.h"
 #include "hostkit/SearchXml.h"
 #include "tests/plugin/BucketFixture_posix.h"
+#include "tree/BucketFetch.h"
 
 // Footage that lies in a bucket only, searched and played back through the exports.
 namespace plugintest {
 namespace {
+
+namespace fs = boost::filesystem;
 
 constexpr std::int64_t kSecond = 1000;
 constexpr std::int64_t kEvening = 1'750'003'080'000;  // 2025-06-15 15:58:00 UTC, 17:58 local
@@ -129,6 +142,7 @@ class BucketPlayback : public BucketSearch {
 
   const CameraConfig camera = Camera();
   const std::string ask = Ask(1, kEvening / 1000 - 10, kEvening / 1000 + 1000, {camera});
+  const std::string list = Ask(0, kEvening / 1000 - 10, kEvening / 1000 + 1000, {camera});
   std::vector<Frame> frames;
 };
 
@@ -141,7 +155,7 @@ TEST_F(BucketPlayback, StopsWithTheHostAndLeavesNoHalfFrame) {
     EXPECT_TRUE(stopAt > 1 || begun == 4) << begun << ", not index, head and two ranges";
     // At once again, while what was stopped may be ending still.
     ExpectPlayedWhole();
-    boost::filesystem::remove_all(cache);
+    fs::remove_all(cache);
   }
 }
 
@@ -157,15 +171,224 @@ TEST_F(BucketPlayback, FetchesTheRestOfAFrameThatIsHereInPart) {
   ExpectPlayedWhole();
 }
 
-// Ranges of more than 5 MiB reach the local copy in several parts.
-TEST_F(BucketPlayback, LargeRangesAheadComeWholeWhenTheHostStops) {
-  Archive(100, 80'000);
-  SearchUntil(ask, 160);
-  const int begun = Downloads();
-  EXPECT_GE(begun, 5) << "index, head and three ranges";
-  const std::string done = "] DownloadFile key=";
-  while (CountLog(done) < begun) ASSERT_TRUE(host->WaitForLog(done)) << "one didn't come";
+// Any part of the local copies may have been cut or lost by an earlier run.
+TEST_F(BucketPlayback, BringsDownAnewWhatIsDamaged) {
+  Archive(40, 900);
   ExpectPlayedWhole();
+  const std::string media = "copies/" + qv::kelvo::FilesBelow(cache, ".ps").at(0);
+  const std::string index = media + "i";
+  const auto resize = [&](const std::string& name, std::size_t size, char fill) {
+    return [&, name, size, fill] {
+      std::string copy = tree.Read(name);
+      const std::size_t kept = std::min(size, copy.size());
+      if (fill == 'x') copy.resize(kept);
+      if (fill == '0') std::fill_n(copy.begin(), kept, '\0');
+      tree.Write(name, copy);
+    };
+  };
+  const std::pair<const char*, std::function<void()>> cases[] = {
+      {"empty index", resize(index, 0, 'x')},
+      {"cut index", resize(index, 5000, 'x')},
+      {"index of zeros", resize(index, 1 << 20, '0')},
+      {"head of 500 bytes", resize(media, 500, 'x')},
+      {"head of zeros", resize(media, kMediaHead, '0')},
+      {"no media", [&] { fs::remove(tree.Path(media)); }},
+      {"no index", [&] { fs::remove(tree.Path(index)); }},
+      {"eight days old", [&] {
+         for (const auto& name : {media, index}) {
+           fs::last_write_time(tree.Path(name), Now() / 1000 - 8 * 86400);
+         }
+       }}};
+  for (const auto& [what, damage] : cases) {
+    SCOPED_TRACE(what);
+    damage();
+    Stop();
+    Start();
+    Announce();
+    ExpectPlayedWhole();
+  }
+}
+
+// The cache may trim, and others may remove, what a search has found and even what it plays.
+TEST_F(BucketPlayback, PlaysOnWhenTheCopiesAreRemovedUnderIt) {
+  Archive(120, 900);
+  const auto hear = host->onSearch;
+  for (const int when : {0, 100, 200}) {
+    SCOPED_TRACE(when);
+    fs::remove_all(cache);
+    int frame = 0;
+    host->onSearch = [&](const KelvoHostRequest& heard) {
+      hear(heard);
+      const bool isResult = heard.SubCode == KELVO_SUB_SEARCH_RESULT;
+      if (heard.SubCode == KELVO_SUB_SEARCH_FRAME) ++frame;
+      if (when == 0 ? isResult : frame == when) {
+        for (const char* suffix : {".ps", ".psi"}) {
+          for (const auto& name : qv::kelvo::FilesBelow(cache, suffix))
+            fs::remove(cache + "/" + name);
+        }
+        frame = 10'000;
+      }
+      return 0u;
+    };
+    ExpectPlayedWhole();
+    ExpectPlayedWhole();  // it can be found again
+  }
+}
+
+TEST_F(BucketPlayback, FetchesNoPositionMoreThanTwiceThoughTheObjectIsDamaged) {
+  Archive(120, 900);
+  (void)Fetches();
+  ExpectPlayedWhole();
+  const std::size_t whole = Fetches().size();
+  const std::string media = qv::kelvo::FilesBelow(cache, ".ps").at(0);
+  std::string object = store.Get(media);
+  std::fill(object.begin() + 100'000, object.begin() + 400'000, 'x');
+  store.Put(media, object);
+  fs::remove_all(cache);
+  EXPECT_GE(Search(ask).frames.size() + 5, frames.size());
+  EXPECT_LE(Fetches().size(), 2 * whole);
+}
+
+// Several at once, over footage that nobody has fetched yet: all find what one alone finds.
+TEST_F(BucketPlayback, SearchesAtOnceShareWhatTheyFetch) {
+  Archive(120, 900);
+  const auto alone = Search(ask);
+  std::mutex lock;
+  std::map<std::uint32_t, std::string> orders;
+  host->onSearch = [&](const KelvoHostRequest& heard) {
+    const std::lock_guard guard(lock);
+    const bool isFrame = heard.SubCode == KELVO_SUB_SEARCH_FRAME;
+    orders[heard.RequestId] += isFrame ? heard.Length == 0 ? 'E' : 'F' : 'o';
+    return 0u;
+  };
+  fs::remove_all(cache);
+  (void)Fetches();
+  store.Follow([](const Request& request) {
+    Turn turn;
+    if (request.IsFetch()) turn.delay = std::chrono::milliseconds(20);
+    return turn;
+  });
+  std::vector<std::thread> searches;
+  for (std::uint32_t id = 1; id <= 8; ++id) {
+    searches.emplace_back([&, id] { host->Read(ask, id); });
+  }
+  for (auto& search : searches) search.join();
+  ASSERT_EQ(orders.size(), 8u);
+  for (const auto& [id, order] : orders) {
+    EXPECT_EQ(std::ranges::count(order, 'F'), static_cast<std::ptrdiff_t>(alone.frames.size()))
+        << id;
+  }
+  const auto fetches = Fetches();
+  EXPECT_EQ(std::ranges::count_if(fetches, IsIndex), std::ssize(qv::kelvo::FilesBelow(cache, "i")));
+}
+
+TEST_F(BucketPlayback, RangesAheadOfACancelledPlaybackHoldNothingUp) {
+  Archive(200, 9000);
+  store.Follow([](const Request& request) {
+    Turn turn;
+    if (request.IsFetch() && request.first > 1'400'000) turn.stallAt = 100;
+    return turn;
+  });
+  SearchUntil(ask, 140);
+  (void)Fetches();
+  store.Follow([](const Request& request) {
+    Turn turn;
+    if (request.IsFetch() && request.first > 1'400'000) turn.stallAt = 100;
+    return turn;
+  });
+  fs::remove_all(cache);
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_FALSE(Search(list).results.empty());
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(1800));
+}
+
+// Whatever the store does, a search can be cancelled, the worker goes on and the plug-in unloads.
+TEST_F(BucketPlayback, StoreThatDoesNotAnswerHoldsNobodyUp) {
+  using std::chrono::steady_clock;
+  constexpr auto kSoon = std::chrono::milliseconds(3000);
+  Archive(60, 900);
+  setenv("AWS_MAX_ATTEMPTS", "11", 1);
+  Turn silent, dripping, busy;
+  silent.delay = std::chrono::minutes(10);
+  dripping.bytesPerSecond = 10;
+  busy.status = 503;
+  for (const Turn& turn : {silent, dripping, busy}) {
+    Announce();
+    store.Follow([&turn](const Request&) { return turn; });
+    fs::remove_all(cache);
+    // The host cancels at the first sign of life.
+    host->onSearch = [](const KelvoHostRequest&) { return 1u; };
+    auto begin = steady_clock::now();
+    host->Read(ask, 5);
+    EXPECT_LT(steady_clock::now() - begin, kSoon);
+    // The worker takes a new configuration meanwhile, and the plug-in ends.
+    std::atomic<std::uint32_t> reply{0};
+    host->onSearch = [&reply](const KelvoHostRequest&) { return reply.load(); };
+    (void)store.TakeRequests();
+    std::thread search([&] { host->Read(ask, 5); });
+    ASSERT_TRUE(store.WaitFor(1, [](const Request&) { return true; }));
+    begin = steady_clock::now();
+    Announce();
+    EXPECT_LT(steady_clock::now() - begin, kSoon);
+    reply = 1;
+    begin = steady_clock::now();
+    search.join();
+    Stop();
+    EXPECT_LT(steady_clock::now() - begin, kSoon);
+    (void)store.TakeRequests();
+    Start();
+  }
+}
+
+TEST_F(BucketPlayback, DeadStoreIsAskedOncePerSearch) {
+  Archive(60, 900);
+  (void)store.TakeRequests();
+  store.Follow([](const Request&) {
+    Turn turn;
+    turn.raw = "";
+    return turn;
+  });
+  setenv("AWS_MAX_ATTEMPTS", "3", 1);
+  Announce();
+  EXPECT_TRUE(Search(Ask(0, kEvening / 1000, kEvening / 1000 + 5 * 3600, {camera})).frames.empty());
+  EXPECT_EQ(store.TakeRequests().size(), 3u);
+}
+
+// Fetches that are killed at any of their steps hide nothing. KELVO_KILLS says how often.
+TEST_F(BucketPlayback, FetchesThatAreKilledLeaveNothingThatCounts) {
+  Archive(100, 9000);
+  const char* kills = std::getenv("KELVO_KILLS");
+  for (int n = 0; n < (kills == nullptr ? 10 : std::atoi(kills)); ++n) {
+    fs::remove_all(cache);
+    const pid_t child = fork();
+    if (child == 0) {
+      qv::kelvo::TestBundle own;
+      own.files.before = [calls = 0, last = 1 + n * 37 % 700](auto, const auto&) mutable {
+        if (++calls == last) raise(SIGKILL);
+      };
+      const qv::kelvo::TargetList targets = {
+          qvArchiving::CreateScanner({{"Type", "5"},
+                                      {"FullName", "b.s3.us-east-1.x"},
+                                      {"FullyMountedPath", cache},
+                                      {"UserName", "u"},
+                                      {"Password", "p"}},
+                                     {}, own.platform)};
+      qv::kelvo::BucketAccess access(own.platform);
+      access.FetchHour(targets, kEvening, {});
+      for (const std::string& name : qv::kelvo::FilesBelow(cache, ".ps")) {
+        for (std::uint64_t at = 1978; at < 900'000; at += 300'000) {
+          const auto fetch = access.Begin(targets[0], cache + "/" + name, at, 300'000);
+          (void)access.Await(targets[0], fetch);
+        }
+      }
+      _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    SCOPED_TRACE("kill " + std::to_string(n) + " status " + std::to_string(status));
+    ExpectPlayedWhole();
+    if (HasFailure()) return;
+  }
 }
 
 TEST_F(BucketSearch, EndsAFileWhoseObjectIsGoneOrCut) {
@@ -178,8 +401,7 @@ TEST_F(BucketSearch, EndsAFileWhoseObjectIsGoneOrCut) {
 
   // The listing's copies stay; the media behind them shrinks to its head.
   const std::string media = qv::kelvo::FilesBelow(cache, ".ps").at(0);
-  tree.Write("cut", tree.Read("copies/" + media).substr(0, kMediaHead));
-  Put(tree.Path("cut"), media);
+  store.Put(media, store.Get(media).substr(0, kMediaHead));
   const auto cut = Search(Ask(1, kEvening / 1000, kEvening / 1000 + 600, {camera}));
   EXPECT_EQ(cut.order.find('F'), std::string::npos) << cut.order;
   EXPECT_TRUE(cut.order.ends_with("P")) << cut.order;

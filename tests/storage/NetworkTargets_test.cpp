@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <boost/filesystem.hpp>
+
 #include "storage/CFileSystem.h"
 #include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeHost.h"
@@ -105,6 +107,40 @@ TEST_F(NetworkTargetsTest, ArchivesAreOfferedOnceBothMessagesTellOfThem) {
   EXPECT_EQ(held[0].use_count(), 1) << "only its searches hold a target that was replaced";
   EXPECT_FALSE(Configure(Local(3)));
   EXPECT_EQ(Targets().size(), 1u) << "the state outlives the configuration";
+}
+
+// The cache's limits would delete recordings.
+TEST_F(NetworkTargetsTest, BucketWhoseCopiesWouldShareADirectoryWithADriveIsRefused) {
+  const qv::kelvo::TempTree tree;
+  const std::string drive = tree.MakeDirectory("disks/a");
+  boost::filesystem::create_directory_symlink(tree.Path("disks"), tree.Path("link"));
+  bundle.drives.Add(drive);
+  storage.LoadStorage();
+  Report(Archive("ID='1' Status='0'"));
+  const auto bucket = [](const std::string& mount) {
+    return Archive(
+        "ID='1' Enabled='1' Type='5' Address='b.s3.us-east-1.x' Username='u' Password='p'"
+        " MountPoint='" +
+        mount + "'");
+  };
+  const std::pair<std::string, bool> cases[] = {{drive, false},
+                                                {tree.Path("disks/a"), false},
+                                                {drive + "copies/deep", false},
+                                                {tree.Root(), false},
+                                                {"/", false},
+                                                {tree.Path("link/a/x"), false},
+                                                {tree.Path("other/../disks/a"), false},
+                                                {tree.Path("disks/ab"), true},
+                                                {tree.Path("copies"), true}};
+  for (const auto& [mount, taken] : cases) {
+    host.ForgetTraffic();
+    Configure(bucket(mount));
+    EXPECT_EQ(Targets().size(), taken ? 1u : 0u) << mount;
+    EXPECT_EQ(host.CountLines(75, "Archive 1 refused: its mount point "), taken ? 0u : 1u) << mount;
+  }
+  // A drive that comes later.
+  Configure(bucket(tree.Path("copies")) + Target("Enabled='5' ID='7'", {tree.Path("copies/net/")}));
+  EXPECT_TRUE(Targets().empty());
 }
 
 TEST_F(NetworkTargetsTest, NetworkDrivesComeAndGo) {

@@ -68,7 +68,10 @@ class FakeScanner : public qvArchiving::CLocalDiskScanner {
   class Result : public qvArchiving::IResult {
    public:
     Result(FakeScanner& scanner, bool completed) : owner(scanner), done(completed) {}
-    void Wait() override { owner.order += 'W'; }
+    void Wait() override {
+      if (!waited) owner.order += 'W';
+      waited = true;
+    }
     void Cancel() override {}
     bool LockForCompletion() override { return false; }
     void ReleaseHandle() override { owner.order += 'R'; }
@@ -86,6 +89,7 @@ class FakeScanner : public qvArchiving::CLocalDiskScanner {
    private:
     FakeScanner& owner;
     const bool done;
+    bool waited = false;
   };
 
   static std::string Slashed(const std::string& path) { return qv::kelvo::Slashed(path); }

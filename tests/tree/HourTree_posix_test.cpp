@@ -202,12 +202,14 @@ TEST_F(HourTree, BringsDownWhatABucketHasAndTheDiskDoesnt) {
   files.targets = {std::make_shared<FakeScanner>(mount, "five"), disk, bucket};
   files.mounted = {mount};
   const std::string hour = HourDirectory(mount, time);
-  for (const char* name : {"0100-00110080.ps", "0100-00110080.psi", "0200-00110180.ps",
-                           "0200-00110180.psi", "0100-00110080.psm", "short.ps"}) {
+  for (const char* name :
+       {"0100-00110080.ps", "0100-00110080.psi", "0200-00110180.ps", "0200-00110180.psi",
+        "0100-00110080.psm", "short.ps", "0300-00110080\nforged.ps"}) {
     bucket->files[hour + name] = std::string(5000, 'm');
   }
   const std::string inVolume = hour.substr(mount.size() - 1);
-  tree.Write("cache" + inVolume + "0100-00110080.psi", "here");
+  tree.Write("cache" + inVolume + "0100-00110080.psi", std::string(5000, 'i'));
+  tree.Write("cache" + inVolume + "0200-00110180.psi", "cut");
   const RequestKey keys[] = {MakeRequestKey(0x00110000, 0, 0, 3)};
   std::vector<std::string> volumes;
   HourListing listing;
@@ -218,8 +220,8 @@ TEST_F(HourTree, BringsDownWhatABucketHasAndTheDiskDoesnt) {
   EXPECT_EQ(volumes, files.mounted);
 
   files.ListHour(time, {}, volumes, listing);  // everything, now
-  EXPECT_EQ(bucket->downloads.size(), 4u);
-  EXPECT_EQ(bucket->order, "WRWWWRRR");
+  EXPECT_EQ(bucket->downloads.size(), 3u);
+  EXPECT_EQ(bucket->order, "WRWWRR");
 
   // A local file in the hour keeps the archives out of it.
   tree.Write("a" + inVolume + "3000-00110080.ps", "x");

@@ -104,7 +104,7 @@ std::shared_ptr<qvArchiving::IScanner> OpenArchive(const ArchiveOptions& options
                                        {property::kFullyMountedPath, CopiesOf(options)},
                                        {property::kUserName, options.user},
                                        {property::kPassword, options.password}},
-                                      {}, qv::kelvo::SystemPlatform().clock);
+                                      {}, qv::kelvo::SystemPlatform());
   } catch (const std::invalid_argument& error) {
     throw std::runtime_error("--archive " + options.address + ": " + error.what());
   }

@@ -28,13 +28,17 @@ int Attempts(bool standard) {
   return given > 0 ? given : kStandardAttempts;
 }
 
-// 0, 50, 100, 200 ... milliseconds.
+// 0, 50, 100, 200 ... milliseconds, 20 seconds at most.
 std::chrono::milliseconds RetryDelay(int failures) {
-  return std::chrono::milliseconds(failures == 1 ? 0 : 25L << (failures - 1));
+  constexpr int kDoublings = 10;
+  if (failures == 1) return {};
+  return std::min(std::chrono::milliseconds(20'000),
+                  std::chrono::milliseconds(25L << std::min(failures - 1, kDoublings)));
 }
 
 // State of one attempt, for the library's callbacks.
 struct Exchange {
+  const Channel& channel;
   const Request& request;
   CURL* handle;
   Response response;
@@ -51,7 +55,7 @@ struct Exchange {
     return status;
   }
   bool CheckCancelled() {
-    cancelled = cancelled || (request.isCancelled && request.isCancelled());
+    cancelled = cancelled || channel.IsCancelled(request);
     return cancelled;
   }
 };
@@ -151,6 +155,7 @@ S3Errors TypeOf(const std::string& name, long status) {
   }
   if (status == 403) return S3Errors::ACCESS_DENIED;
   if (status == 404) return S3Errors::RESOURCE_NOT_FOUND;
+  if (status == 416) return S3Errors::INVALID_RANGE;
   return S3Errors::UNKNOWN;
 }
 
@@ -291,11 +296,12 @@ void Channel::ReturnHandle(CURL* handle) {
 }
 
 S3Result<Response> Channel::Attempt(const Request& request) {
+  if (IsCancelled(request)) return CancelledError();
   if (request.onAttempt) request.onAttempt();
   const auto giveBack = [this](CURL* handle) { ReturnHandle(handle); };
   const std::unique_ptr<CURL, decltype(giveBack)> owner(TakeHandle(), giveBack);
   CURL* handle = owner.get();
-  Exchange exchange{request, handle, {}};
+  Exchange exchange{*this, request, handle, {}};
   const std::string url = endpoint.Url(request.bucket, request.key) + QueryText(request);
   const HeaderList headers = Headers(request.headers);
   SetTransport(handle, config);
@@ -328,7 +334,7 @@ S3Result<Response> Channel::Send(const Request& request) {
     if (++failures >= maxAttempts) return outcome;
     const auto end = std::chrono::steady_clock::now() + RetryDelay(failures);
     while (std::chrono::steady_clock::now() < end) {
-      if (request.isCancelled && request.isCancelled()) return CancelledError();
+      if (IsCancelled(request)) return CancelledError();
       std::this_thread::sleep_for(kSlice);
     }
   }

@@ -2,6 +2,7 @@
 
 #include <curl/curl.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -64,6 +65,12 @@ class Channel {
   // Likewise; the answer must be a document whose root has this name.
   [[nodiscard]] S3Result<XmlElement> SendForXml(const Request& request, std::string_view rootName);
 
+  // From now on requests are cancelled.
+  void Disable() { disabled = true; }
+  [[nodiscard]] bool IsCancelled(const Request& request) const {
+    return disabled || (request.isCancelled && request.isCancelled());
+  }
+
  private:
   [[nodiscard]] S3Result<Response> Attempt(const Request& request);
   CURL* TakeHandle();
@@ -74,6 +81,7 @@ class Channel {
   const Endpoint endpoint;
   const int maxAttempts;
 
+  std::atomic<bool> disabled{false};
   std::mutex lock;
   std::vector<CURL*> idle;
 };

@@ -37,13 +37,22 @@ struct PooledThreadExecutor::Pool {
 PooledThreadExecutor::PooledThreadExecutor(std::size_t poolSize, OverflowPolicy policy)
     : pool(std::make_shared<Pool>()) {
   pool->rejectWhenBusy = policy == OverflowPolicy::REJECT_IMMEDIATELY;
-  const std::lock_guard guard(pool->lock);
-  for (std::size_t i = 0; i < poolSize; ++i) {
-    pool->threads.emplace_back([keep = pool] { keep->Run(); });
+  try {
+    for (std::size_t i = 0; i < poolSize; ++i) {
+      const std::lock_guard guard(pool->lock);
+      pool->threads.emplace_back([keep = pool] { keep->Run(); });
+    }
+  } catch (...) {
+    Stop();  // those that were made
+    throw;
   }
 }
 
 PooledThreadExecutor::~PooledThreadExecutor() {
+  Stop();
+}
+
+void PooledThreadExecutor::Stop() {
   std::deque<std::function<void()>> dropped;
   std::vector<std::thread> threads;
   {

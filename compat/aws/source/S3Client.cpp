@@ -68,6 +68,10 @@ S3Client::S3Client(const Auth::AWSCredentials& credentials,
 
 S3Client::~S3Client() = default;
 
+void S3Client::DisableRequestProcessing() {
+  channel->Disable();
+}
+
 Model::ListObjectsOutcome S3Client::ListObjects(const Model::ListObjectsRequest& request) const {
   Request send;
   send.bucket = request.GetBucket();

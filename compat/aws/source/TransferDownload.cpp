@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <cstdlib>
 #include <istream>
 
 #include "TransferTask.h"
@@ -19,78 +21,61 @@ std::string Range(std::uint64_t first, std::uint64_t bytes) {
   return std::to_string(first) + "-" + std::to_string(first + bytes - 1);
 }
 
+// From "bytes first-last/size"; without it the body is all there is.
+std::uint64_t ObjectSize(const Response& response) {
+  const auto range = response.headers.find("content-range");
+  if (range == response.headers.end()) return response.body.size();
+  const std::size_t slash = range->second.find('/');
+  return slash == std::string::npos ? 0
+                                    : std::strtoull(range->second.c_str() + slash + 1, nullptr, 10);
+}
+
 }  // namespace
 
 void TransferTask::Download() {
-  if (!handle->sized && !ReadSize()) return;
-  Report(*manager, handle, TransferStatus::IN_PROGRESS);
   if (IsCancelled()) return Fail(Compat::CancelledError());
-  if (handle->IsMultipart()) {
-    DownloadInParts();
-  } else {
-    DownloadWhole();
+  if (handle->sized) {
+    Report(*manager, handle, TransferStatus::IN_PROGRESS);
+  } else if (!DownloadFirstPart()) {
+    return Fail();
   }
-}
-
-bool TransferTask::ReadSize() {
-  Request request = NewRequest("HEAD");
-  if (handle->requestedSize > 0) {
-    request.range = Range(handle->offset, handle->requestedSize);
-  } else if (handle->offset > 0) {
-    request.range = std::to_string(handle->offset) + "-";
-  }
-  const S3Result<Response> outcome = channel.Send(request);
-  if (!outcome.IsSuccess()) {
-    Fail(outcome.GetError());
-    return false;
-  }
-  std::uint64_t size = outcome.GetResult().contentLength;
-  if (handle->requestedSize > 0) size = std::min(size, handle->requestedSize);
-  if (size > kMaxObject) {
-    Fail(S3Error(S3Errors::UNKNOWN, "", "The object's size can't be true.", false));
-    return false;
-  }
-  KeepMetadata(outcome.GetResult());
-  {
-    const std::lock_guard guard(handle->lock);
-    handle->total = size;
-    handle->multipart = size > manager->config.bufferSize;
-    handle->sized = true;
-  }
-  if (handle->IsMultipart()) handle->partTags.assign(PartCount(), "");
-  return true;
-}
-
-void TransferTask::DownloadWhole() {
-  const std::uint64_t total = handle->GetBytesTotalSize();
-  std::unique_ptr<IOStream> stream;
-  const auto open = [&]() -> std::ostream* {
-    stream.reset(handle->createStream());
-    return stream.get();
-  };
-  Request request = NewRequest("GET");
-  if (total > 0) request.range = Range(handle->offset, total);
-  request.maxBody = total;
-  request.openSink = open;
-  const S3Result<Response> outcome = SendCounted(request);
-  if (!outcome.IsSuccess()) {
-    stream.reset();
-    return Fail(outcome.GetError());
-  }
-  if (stream == nullptr) open();
-  const bool written = stream != nullptr && stream->flush();
-  stream.reset();
-  if (!written) return Fail(S3Error(S3Errors::INTERNAL_FAILURE, "", kWriteFailed, false));
-  if (handle->GetBytesTransferred() != total) {
-    handle->sized = false;
-    return Fail(S3Error(S3Errors::UNKNOWN, "", "The object has changed.", true));
-  }
-  Complete();
-}
-
-void TransferTask::DownloadInParts() {
   if (!RunParts([this](std::size_t part) { return DownloadPart(part); })) return Fail();
   Complete();
+}
+
+// Its answer tells how large the object is.
+bool TransferTask::DownloadFirstPart() {
+  const std::uint64_t size = manager->config.bufferSize;
+  const std::uint64_t asked =
+      handle->requestedSize == 0 ? size : std::min(size, handle->requestedSize);
+  Request request = NewRequest("GET");
+  request.range = Range(handle->offset, asked);
+  request.maxBody = asked;
+  const S3Result<Response> outcome = SendCounted(request);
+  const bool isEmpty = !outcome.IsSuccess() && handle->offset == 0 && handle->requestedSize == 0 &&
+                       outcome.GetError().GetErrorType() == S3Errors::INVALID_RANGE;
+  if (!outcome.IsSuccess() && !isEmpty) {
+    Tell(outcome.GetError());
+    return false;
+  }
+  const Response& response = outcome.GetResult();
+  std::uint64_t total = isEmpty ? 0 : ObjectSize(response);
+  total = total < handle->offset ? 0 : total - handle->offset;
+  if (handle->requestedSize > 0) total = std::min(total, handle->requestedSize);
+  if (total > kMaxObject || response.body.size() != std::min(asked, total)) {
+    Tell(S3Error(S3Errors::UNKNOWN, "", "The object's size can't be true.", false));
+    return false;
+  }
+  KeepMetadata(response);
+  {
+    const std::lock_guard guard(handle->lock);
+    handle->total = total;
+    handle->multipart = total > size;
+    handle->sized = true;
+  }
+  handle->partTags.assign(std::max<std::size_t>(1, PartCount()), "");
+  Report(*manager, handle, TransferStatus::IN_PROGRESS);
+  return KeepPart(0, response.body);
 }
 
 bool TransferTask::DownloadPart(std::size_t part) {
@@ -107,27 +92,30 @@ bool TransferTask::DownloadPart(std::size_t part) {
     Tell(S3Error(S3Errors::UNKNOWN, "", "The object has changed.", true));
     return false;
   }
-  if (!WritePart(part, outcome.GetResult().body)) {
+  return KeepPart(part, outcome.GetResult().body);
+}
+
+bool TransferTask::KeepPart(std::size_t part, const std::string& bytes) {
+  if (handle->stream == nullptr) {
+    handle->stream.reset(handle->createStream());
+    if (handle->stream != nullptr) handle->streamBase = handle->stream->tellp();
+  }
+  const bool open = handle->stream != nullptr;
+  if (open) {
+    IOStream& stream = *handle->stream;
+    stream.seekp(handle->streamBase +
+                 static_cast<std::streamoff>(part * manager->config.bufferSize));
+    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    stream.flush();
+  }
+  if (!open || !handle->stream->good()) {
+    handle->stream.reset();
+    handle->sized = false;  // a repetition begins anew
     Tell(S3Error(S3Errors::INTERNAL_FAILURE, "", kWriteFailed, false));
     return false;
   }
   handle->partTags[part] = "done";
   return true;
-}
-
-bool TransferTask::WritePart(std::size_t part, const std::string& bytes) {
-  const std::lock_guard guard(streamLock);
-  if (handle->stream == nullptr) {
-    handle->stream.reset(handle->createStream());
-    if (handle->stream == nullptr) return false;
-    handle->streamBase = handle->stream->tellp();
-  }
-  IOStream& stream = *handle->stream;
-  stream.clear();
-  stream.seekp(handle->streamBase + static_cast<std::streamoff>(part * manager->config.bufferSize));
-  stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  stream.flush();
-  return stream.good();
 }
 
 }  // namespace Aws::Transfer

@@ -1,17 +1,13 @@
 #include "aws/transfer/TransferManager.h"
 
-#include <algorithm>
 #include <fstream>
 
 #include "TransferTask.h"
-#include "aws/core/utils/memory/AWSMemory.h"
 
 namespace Aws::Transfer {
 
 TransferManager::TransferManager(const TransferManagerConfiguration& configuration)
-    : config(configuration),
-      buffers(std::make_shared<Buffers>(
-          std::max<std::uint64_t>(1, config.transferBufferMaxHeapSize / config.bufferSize))) {}
+    : config(configuration) {}
 
 std::shared_ptr<TransferManager> TransferManager::Create(
     const TransferManagerConfiguration& configuration) {
@@ -46,14 +42,11 @@ std::shared_ptr<TransferHandle> TransferManager::UploadFile(
 }
 
 std::shared_ptr<TransferHandle> TransferManager::DownloadFile(
-    const String& bucketName, const String& keyName, const String& writeToFile,
-    const DownloadConfiguration& downloadConfig,
+    const String& bucketName, const String& keyName, CreateDownloadStreamCallback writeToStream,
+    const DownloadConfiguration& downloadConfig, const String& writeToFile,
     const std::shared_ptr<const Client::AsyncCallerContext>& context) {
-  const auto create = [writeToFile] {
-    return Aws::New<FStream>("TransferManager", writeToFile,
-                             std::ios::in | std::ios::out | std::ios::binary | std::ios::trunc);
-  };
-  return DownloadFile(bucketName, keyName, 0, 0, create, downloadConfig, writeToFile, context);
+  return DownloadFile(bucketName, keyName, 0, 0, std::move(writeToStream), downloadConfig,
+                      writeToFile, context);
 }
 
 std::shared_ptr<TransferHandle> TransferManager::DownloadFile(

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <thread>
 
 namespace Aws::Transfer {
 
@@ -14,7 +13,6 @@ using S3::S3Errors;
 
 namespace {
 
-constexpr std::size_t kMaxThreads = 10;
 constexpr char kMetadataPrefix[] = "x-amz-meta-";
 
 S3Error LocalError(const std::string& message) {
@@ -22,20 +20,6 @@ S3Error LocalError(const std::string& message) {
 }
 
 }  // namespace
-
-void TransferManager::Buffers::Take() {
-  std::unique_lock guard(lock);
-  returned.wait(guard, [this] { return free > 0; });
-  --free;
-}
-
-void TransferManager::Buffers::Return() {
-  {
-    const std::lock_guard guard(lock);
-    ++free;
-  }
-  returned.notify_one();
-}
 
 TransferTask::TransferTask(std::shared_ptr<const TransferManager> owner,
                            std::shared_ptr<TransferHandle> subject)
@@ -167,37 +151,16 @@ void TransferTask::KeepMetadata(const Response& response) {
 }
 
 bool TransferTask::RunParts(const std::function<bool(std::size_t)>& work) {
-  std::atomic<std::size_t> next{0};
-  std::atomic<bool> failed{false};
-  const auto run = [&] { WorkParts(work, next, failed); };
-  std::vector<std::thread> helpers;
-  try {
-    while (helpers.size() + 1 < std::min(PartCount(), kMaxThreads)) helpers.emplace_back(run);
-  } catch (const std::exception&) {
-    // Those there are do it.
-  }
-  run();
-  for (std::thread& helper : helpers) helper.join();
-  return !failed && !IsCancelled();
-}
-
-void TransferTask::WorkParts(const std::function<bool(std::size_t)>& work,
-                             std::atomic<std::size_t>& next, std::atomic<bool>& failed) {
-  for (;;) {
-    const std::size_t part = next++;
-    if (part >= PartCount() || failed || IsCancelled()) return;
+  for (std::size_t part = 0; part < PartCount(); ++part) {
     if (!handle->partTags[part].empty()) continue;
-    manager->buffers->Take();
-    bool done = false;
-    try {
-      done = work(part);
-    } catch (const std::exception& error) {
-      Tell(LocalError(error.what()));
+    if (IsCancelled()) {
+      Tell(Compat::CancelledError());
+      return false;
     }
-    manager->buffers->Return();
-    if (!done) failed = true;
+    if (!work(part)) return false;
     Report(*manager, handle, TransferStatus::IN_PROGRESS);
   }
+  return !IsCancelled();
 }
 
 }  // namespace Aws::Transfer

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -9,18 +8,6 @@
 #include "aws/transfer/TransferManager.h"
 
 namespace Aws::Transfer {
-
-// Memory for the parts that are on their way, shared by all transfers of a manager.
-struct TransferManager::Buffers {
-  explicit Buffers(std::uint64_t count) : free(count) {}
-
-  void Take();
-  void Return();
-
-  std::mutex lock;
-  std::condition_variable returned;
-  std::uint64_t free;
-};
 
 // One run of one transfer, on a thread of the executor. A task that is dropped unrun ends its
 // transfer as cancelled.
@@ -41,21 +28,17 @@ class TransferTask {
  private:
   void Download();
   void Upload();
-  [[nodiscard]] bool ReadSize();
-  void DownloadWhole();
-  void DownloadInParts();
+  [[nodiscard]] bool DownloadFirstPart();
   [[nodiscard]] bool DownloadPart(std::size_t part);
-  [[nodiscard]] bool WritePart(std::size_t part, const std::string& bytes);
+  [[nodiscard]] bool KeepPart(std::size_t part, const std::string& bytes);
   void UploadWhole(std::ifstream& file);
   void UploadInParts(std::ifstream& file);
   [[nodiscard]] bool BeginParts();
   [[nodiscard]] bool UploadPart(std::ifstream& file, std::size_t part);
   void CompleteParts();
 
-  // Runs `work` for each part that isn't done, several at once; false if one failed.
+  // Runs `work` for each part that isn't done, until one fails.
   [[nodiscard]] bool RunParts(const std::function<bool(std::size_t)>& work);
-  void WorkParts(const std::function<bool(std::size_t)>& work, std::atomic<std::size_t>& next,
-                 std::atomic<bool>& failed);
 
   [[nodiscard]] Compat::Request NewRequest(const char* method) const;
   // Sends with the bytes counted; those of a failed attempt don't stay.
@@ -75,7 +58,6 @@ class TransferTask {
   const std::shared_ptr<const TransferManager> manager;
   const std::shared_ptr<TransferHandle> handle;
   Compat::Channel& channel;
-  std::mutex streamLock;  // one part at a time reads or writes the file
   bool ran = false;
 };
 

@@ -82,12 +82,7 @@ bool TransferTask::BeginParts() {
 
 bool TransferTask::UploadPart(std::ifstream& file, std::size_t part) {
   std::string bytes(PartBytes(part), '\0');
-  bool read = false;
-  {
-    const std::lock_guard guard(streamLock);
-    read = ReadAt(file, part * manager->config.bufferSize, bytes);
-  }
-  if (!read) {
+  if (!ReadAt(file, part * manager->config.bufferSize, bytes)) {
     Tell(LocalError(kFileChanged));
     return false;
   }

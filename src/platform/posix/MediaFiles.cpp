@@ -90,7 +90,8 @@ class MediaFilesOnPosix : public MediaFiles {
     file.reset();
     // A pipe without a writer must not hold up the caller; regular files don't mind.
     constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-    const int flags = kAlways | (mode == OpenMode::Read ? O_RDONLY : O_RDWR | O_CREAT | O_TRUNC);
+    int flags = kAlways | (mode == OpenMode::Read ? O_RDONLY : O_RDWR | O_CREAT);
+    if (mode == OpenMode::CreateOrTruncate) flags |= O_TRUNC;
     const int fd = RetryInterrupted([&] { return open(path.c_str(), flags, kNewFileMode); });
     if (fd < 0) return errno;
     auto opened = std::make_unique<MediaFileOnPosix>(fd);

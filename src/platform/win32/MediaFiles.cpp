@@ -165,8 +165,9 @@ class MediaFilesOnWin32 : public MediaFiles {
  public:
   int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
     file.reset();
-    const int flags = _O_BINARY | _O_NOINHERIT |
-                      (mode == OpenMode::Read ? _O_RDONLY : _O_RDWR | _O_CREAT | _O_TRUNC);
+    int flags = _O_BINARY | _O_NOINHERIT;
+    flags |= mode == OpenMode::Read ? _O_RDONLY : _O_RDWR | _O_CREAT;
+    if (mode == OpenMode::CreateOrTruncate) flags |= _O_TRUNC;
     int fd = -1;
     ForgetErrors();
     // The only rights that the system knows: everybody may read, and write.

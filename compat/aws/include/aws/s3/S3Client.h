@@ -55,6 +55,9 @@ class S3Client {
   [[nodiscard]] Model::CreateBucketOutcome CreateBucket(
       const Model::CreateBucketRequest& request) const;
 
+  // From now on requests fail at once, those under way within a second.
+  void DisableRequestProcessing();
+
   // The stand-in's own: what transfers send their requests through.
   [[nodiscard]] const std::shared_ptr<Compat::Channel>& StandInChannel() const { return channel; }
 

@@ -16,6 +16,7 @@ enum class S3Errors {
   NETWORK_CONNECTION = 99,
   UNKNOWN = 100,
   USER_CANCELLED = 102,
+  INVALID_RANGE = 103,  // the stand-in's own number
   NO_SUCH_BUCKET = 133,
   NO_SUCH_KEY = 134
 };

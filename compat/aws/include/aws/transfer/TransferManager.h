@@ -34,7 +34,7 @@ struct DownloadConfiguration {
   String versionId;
 };
 
-// Moves files in the background, on the executor's threads and on threads of its own for parts.
+// Moves files in the background, on the executor's threads.
 // Callbacks run on those threads, and on the caller's for what is known at once. Any thread.
 class TransferManager : public std::enable_shared_from_this<TransferManager> {
  public:
@@ -45,8 +45,8 @@ class TransferManager : public std::enable_shared_from_this<TransferManager> {
       const String& contentType, const Map<String, String>& metadata,
       const std::shared_ptr<const Client::AsyncCallerContext>& context = nullptr);
   std::shared_ptr<TransferHandle> DownloadFile(
-      const String& bucketName, const String& keyName, const String& writeToFile,
-      const DownloadConfiguration& downloadConfig = {},
+      const String& bucketName, const String& keyName, CreateDownloadStreamCallback writeToStream,
+      const DownloadConfiguration& downloadConfig = {}, const String& writeToFile = "",
       const std::shared_ptr<const Client::AsyncCallerContext>& context = nullptr);
   std::shared_ptr<TransferHandle> DownloadFile(
       const String& bucketName, const String& keyName, std::uint64_t fileOffset,
@@ -60,14 +60,12 @@ class TransferManager : public std::enable_shared_from_this<TransferManager> {
 
  private:
   friend class TransferTask;
-  struct Buffers;
 
   explicit TransferManager(const TransferManagerConfiguration& configuration);
   void Start(const std::shared_ptr<TransferHandle>& handle);
   void Retry(const std::shared_ptr<TransferHandle>& handle);
 
   const TransferManagerConfiguration config;
-  const std::shared_ptr<Buffers> buffers;
 };
 
 }  // namespace Aws::Transfer

@@ -24,6 +24,7 @@ class PooledThreadExecutor : public Executor {
 
  private:
   struct Pool;
+  void Stop();
   std::shared_ptr<Pool> pool;
 };
 

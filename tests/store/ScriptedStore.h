@@ -1,0 +1,84 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace testsupport {
+
+// An S3 store on a port of its own of the loopback interface, which answers well unless its script
+// has something else in mind. It believes all signatures. Any thread.
+class ScriptedStore {
+ public:
+  struct Request {
+    std::string method, key, query;
+    std::string head;  // as it came
+    std::uint64_t first = 0, last = UINT64_MAX;  // of the range asked for
+    [[nodiscard]] bool IsListing() const { return method == "GET" && key.empty(); }
+    [[nodiscard]] bool IsFetch() const { return method == "GET" && !key.empty(); }
+  };
+  static constexpr std::size_t kNever = SIZE_MAX;
+  // What becomes of one answer.
+  struct Turn {
+    int status = 0;                       // told in place of what was asked for
+    std::chrono::milliseconds delay{0};   // ahead of it
+    std::size_t cutAt = kNever;           // the connection ends behind so many bytes of the body
+    std::size_t stallAt = kNever;         // the rest waits for the next script
+    std::size_t bytesPerSecond = kNever;  // of the body
+    std::optional<std::uint64_t> length;  // announced, whatever comes
+    std::optional<std::string> raw;       // the whole answer
+  };
+  using Script = std::function<Turn(const Request&)>;
+
+  ScriptedStore();
+  ~ScriptedStore();
+  ScriptedStore(const ScriptedStore&) = delete;
+  ScriptedStore& operator=(const ScriptedStore&) = delete;
+
+  // Buckets are part of the path; all of them hold the same.
+  [[nodiscard]] std::string Url() const { return "http://127.0.0.1:" + std::to_string(port); }
+
+  void Put(const std::string& key, const std::string& content);
+  [[nodiscard]] std::string Get(const std::string& key);
+  // From now on, and lets go on what stalls.
+  void Follow(Script script);
+  // All that came since the last call.
+  std::vector<Request> TakeRequests();
+  // Until so many that pass came since TakeRequests; false after half a minute.
+  bool WaitFor(std::size_t count, const std::function<bool(const Request&)>& passes);
+
+ private:
+  void Accept();
+  void Serve(int socket);
+  [[nodiscard]] bool Answer(int socket, const Request& request, std::string body);
+  [[nodiscard]] bool SendBody(int socket, const Turn& turn, const std::string& body);
+  [[nodiscard]] std::string ListingFor(const Request& request);
+  // False when the store ends meanwhile.
+  bool Pause(std::chrono::milliseconds time);
+
+  std::mutex lock;
+  std::condition_variable changed;
+  std::map<std::string, std::string> objects;
+  Script script;
+  std::uint64_t scripts = 0;
+  std::vector<Request> requests;
+  bool stopping = false;
+  std::vector<int> sockets;
+  std::list<std::thread> connections;
+  int listening = -1;
+  int port = 0;
+  std::thread acceptor;
+};
+
+// An answer with a document and its true length, after which the connection ends.
+[[nodiscard]] std::string HttpReply(const std::string& body, const std::string& status = "200 OK");
+
+}  // namespace testsupport
