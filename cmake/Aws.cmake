@@ -24,7 +24,8 @@ else()
   add_library(kelvo_aws STATIC ${aws_sources})
   target_include_directories(kelvo_aws PUBLIC ${CMAKE_SOURCE_DIR}/compat/aws/include
     PRIVATE ${CMAKE_SOURCE_DIR}/compat/aws/source)
-  target_link_libraries(kelvo_aws PRIVATE kelvo_options CURL::libcurl Threads::Threads)
+  target_link_libraries(kelvo_aws PRIVATE kelvo_options kelvo_tinyxml
+    CURL::libcurl Boost::filesystem Threads::Threads)
   # curl's header brings in Windows' own, which would rename GetObject and others.
   target_compile_definitions(kelvo_aws PRIVATE NOGDI NOMINMAX)
 endif()

@@ -93,8 +93,7 @@ bool TransferDesk::Ticket::WaitFor(milliseconds patience) const {
 
 bool TransferDesk::Ticket::Succeeded() const {
   if (transfer == nullptr) return isHere;
-  return transfer->result != nullptr &&
-         transfer->result->GetStatus() == TransferStatus::COMPLETED;
+  return transfer->result != nullptr && transfer->result->GetStatus() == TransferStatus::COMPLETED;
 }
 
 }  // namespace qvArchiving

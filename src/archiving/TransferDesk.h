@@ -23,7 +23,7 @@ class TransferDesk : public std::enable_shared_from_this<TransferDesk> {
   struct Wish {
     std::string path;  // of the local copy
     std::uint64_t offset = 0;
-    std::uint64_t bytes = 0;  // with offset 0: 0 for the whole file
+    std::uint64_t bytes = 0;           // with offset 0: 0 for the whole file
     std::uint64_t limit = UINT64_MAX;  // a larger file is refused
     // Asked when no such transfer is under way: true for what is here already. May be empty.
     std::function<bool()> isHere;

@@ -123,8 +123,7 @@ std::vector<ScriptedStore::Request> ScriptedStore::TakeRequests() {
   return std::exchange(requests, {});
 }
 
-bool ScriptedStore::WaitFor(std::size_t count,
-                            const std::function<bool(const Request&)>& passes) {
+bool ScriptedStore::WaitFor(std::size_t count, const std::function<bool(const Request&)>& passes) {
   std::unique_lock guard(lock);
   return changed.wait_for(guard, std::chrono::seconds(30), [&] {
     return static_cast<std::size_t>(std::ranges::count_if(requests, passes)) >= count;
@@ -212,15 +211,16 @@ bool ScriptedStore::Answer(int socket, const Request& request, std::string body)
     }
   }
   const std::string head = "HTTP/1.1 " + std::to_string(status) + " x\r\nETag: \"e\"\r\n" + more +
-                           "Content-Length: " +
-                           std::to_string(turn.length.value_or(body.size())) + "\r\n\r\n";
+                           "Content-Length: " + std::to_string(turn.length.value_or(body.size())) +
+                           "\r\n\r\n";
   if (!SendAll(socket, head.data(), head.size())) return false;
   return request.method == "HEAD" || SendBody(socket, turn, body);
 }
 
 bool ScriptedStore::SendBody(int socket, const Turn& turn, const std::string& body) {
   const bool drips = turn.bytesPerSecond != kNever;
-  const std::size_t piece = drips ? std::max<std::size_t>(1, turn.bytesPerSecond / 10) : body.size();
+  const std::size_t piece =
+      drips ? std::max<std::size_t>(1, turn.bytesPerSecond / 10) : body.size();
   std::size_t stallAt = turn.stallAt;
   for (std::size_t sent = 0; sent < body.size();) {
     if (sent >= turn.cutAt) return false;
@@ -230,7 +230,8 @@ bool ScriptedStore::SendBody(int socket, const Turn& turn, const std::string& bo
       changed.wait(guard, [this, now = scripts] { return stopping || scripts != now; });
       if (stopping) return false;
     }
-    const std::size_t size = std::min({piece, body.size() - sent, turn.cutAt - sent, stallAt - sent});
+    const std::size_t size =
+        std::min({piece, body.size() - sent, turn.cutAt - sent, stallAt - sent});
     if (drips && !Pause(std::chrono::milliseconds(100))) return false;
     if (!SendAll(socket, body.data() + sent, size)) return false;
     sent += size;

@@ -20,7 +20,7 @@ class ScriptedStore {
  public:
   struct Request {
     std::string method, key, query;
-    std::string head;  // as it came
+    std::string head;                            // as it came
     std::uint64_t first = 0, last = UINT64_MAX;  // of the range asked for
     [[nodiscard]] bool IsListing() const { return method == "GET" && key.empty(); }
     [[nodiscard]] bool IsFetch() const { return method == "GET" && !key.empty(); }

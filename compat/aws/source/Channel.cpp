@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <thread>
 
@@ -20,6 +21,8 @@ constexpr std::size_t kMaxHeaders = 64u << 10;
 constexpr int kDefaultAttempts = 11;
 constexpr int kStandardAttempts = 3;
 constexpr std::chrono::milliseconds kSlice(25);  // cancelling is noticed so soon between attempts
+constexpr char kSkewed[] = "RequestTimeTooSkewed";
+constexpr long kAcceptedSkew = 240;  // seconds
 constexpr char kWriteFailed[] = "Failed to flush response stream (eof: 0, bad: 0)";
 
 int Attempts(bool standard) {
@@ -136,46 +139,20 @@ int OnProgress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
   return static_cast<Exchange*>(user)->CheckCancelled() ? 1 : 0;
 }
 
-S3Errors TypeOf(const std::string& name, long status) {
-  struct Named {
-    const char* name;
-    S3Errors type;
-  };
-  constexpr Named kNamed[] = {{"NoSuchBucket", S3Errors::NO_SUCH_BUCKET},
-                              {"NoSuchKey", S3Errors::NO_SUCH_KEY},
-                              {"AccessDenied", S3Errors::ACCESS_DENIED},
-                              {"InvalidAccessKeyId", S3Errors::INVALID_ACCESS_KEY_ID},
-                              {"SignatureDoesNotMatch", S3Errors::SIGNATURE_DOES_NOT_MATCH},
-                              {"RequestTimeTooSkewed", S3Errors::REQUEST_TIME_TOO_SKEWED},
-                              {"SlowDown", S3Errors::SLOW_DOWN},
-                              {"InternalError", S3Errors::INTERNAL_FAILURE},
-                              {"ServiceUnavailable", S3Errors::SERVICE_UNAVAILABLE}};
-  for (const Named& error : kNamed) {
-    if (name == error.name) return error.type;
-  }
-  if (status == 403) return S3Errors::ACCESS_DENIED;
-  if (status == 404) return S3Errors::RESOURCE_NOT_FOUND;
-  if (status == 416) return S3Errors::INVALID_RANGE;
-  return S3Errors::UNKNOWN;
+S3Error ServiceError(const std::string& name, const std::string& message, long status) {
+  const bool retry = status >= 500 || status == 429 || name == "SlowDown";
+  return {status == 416 ? S3Errors::INVALID_RANGE : S3Errors::UNKNOWN, name, message, retry};
 }
 
 S3Error ErrorOf(const XmlElement& reply, long status) {
-  const std::string name = reply.ChildText("Code");
-  const bool retry = status >= 500 || status == 429 || name == "SlowDown";
-  S3Error error(TypeOf(name, status), name, reply.ChildText("Message"), retry);
-  error.SetResponseCode(static_cast<Http::HttpResponseCode>(status));
-  return error;
+  return ServiceError(reply.ChildText("Code"), reply.ChildText("Message"), status);
 }
 
-S3Error ServiceError(const std::string& body, long status) {
+S3Error ErrorOf(const std::string& body, long status) {
   XmlElement reply;
   if (!body.empty() && ParseXml(body, reply)) return ErrorOf(reply, status);
-  const bool retry = status >= 500 || status == 429;
-  S3Error error(TypeOf("", status), "",
-                body.empty() ? "No response body." : "The response body is no XML document.",
-                retry);
-  error.SetResponseCode(static_cast<Http::HttpResponseCode>(status));
-  return error;
+  return ServiceError(
+      "", body.empty() ? "No response body." : "The response body is no XML document.", status);
 }
 
 S3Error TransportError(CURLcode code, const Exchange& exchange) {
@@ -303,7 +280,14 @@ S3Result<Response> Channel::Attempt(const Request& request) {
   CURL* handle = owner.get();
   Exchange exchange{*this, request, handle, {}};
   const std::string url = endpoint.Url(request.bucket, request.key) + QueryText(request);
-  const HeaderList headers = Headers(request.headers);
+  std::vector<std::string> lines = request.headers;
+  if (const long ahead = clockOffset) {
+    const std::time_t now = std::time(nullptr) + ahead;
+    char stamp[32];
+    std::strftime(stamp, sizeof(stamp), "X-Amz-Date: %Y%m%dT%H%M%SZ", std::gmtime(&now));
+    lines.emplace_back(stamp);
+  }
+  const HeaderList headers = Headers(lines);
   SetTransport(handle, config);
   SetMethod(handle, exchange);
   SetCallbacks(handle, exchange);
@@ -316,7 +300,11 @@ S3Result<Response> Channel::Attempt(const Request& request) {
   const CURLcode code = curl_easy_perform(handle);
   if (code != CURLE_OK) return TransportError(code, exchange);
   const long status = exchange.Status();
-  if (status / 100 != 2) return ServiceError(exchange.response.body, status);
+  if (status / 100 != 2) {
+    S3Error error = ErrorOf(exchange.response.body, status);
+    if (error.GetExceptionName() != kSkewed || !SetClock(exchange.response)) return error;
+    return S3Error(error.GetErrorType(), kSkewed, error.GetMessage(), true);
+  }
   if (exchange.sink != nullptr && !exchange.sink->flush()) {
     exchange.writeFailed = true;
     return TransportError(code, exchange);
@@ -327,10 +315,22 @@ S3Result<Response> Channel::Attempt(const Request& request) {
   return std::move(exchange.response);
 }
 
+// By the date of an answer; false if that is of no help.
+bool Channel::SetClock(const Response& response) {
+  const auto date = response.headers.find("date");
+  if (date == response.headers.end()) return false;
+  const std::time_t theirs = curl_getdate(date->second.c_str(), nullptr);
+  if (theirs < 0) return false;
+  const long offset = static_cast<long>(theirs - std::time(nullptr));
+  const long before = clockOffset.exchange(offset);
+  return std::abs(offset - before) > kAcceptedSkew;
+}
+
 S3Result<Response> Channel::Send(const Request& request) {
   for (int failures = 0;;) {
     S3Result<Response> outcome = Attempt(request);
     if (outcome.IsSuccess() || !outcome.GetError().ShouldRetry()) return outcome;
+    if (outcome.GetError().GetExceptionName() == kSkewed) continue;  // once, see SetClock
     if (++failures >= maxAttempts) return outcome;
     const auto end = std::chrono::steady_clock::now() + RetryDelay(failures);
     while (std::chrono::steady_clock::now() < end) {

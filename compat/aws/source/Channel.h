@@ -73,6 +73,7 @@ class Channel {
 
  private:
   [[nodiscard]] S3Result<Response> Attempt(const Request& request);
+  bool SetClock(const Response& response);
   CURL* TakeHandle();
   void ReturnHandle(CURL* handle);
 
@@ -82,6 +83,7 @@ class Channel {
   const int maxAttempts;
 
   std::atomic<bool> disabled{false};
+  std::atomic<long> clockOffset{0};  // seconds by which the service's clock is ahead
   std::mutex lock;
   std::vector<CURL*> idle;
 };

@@ -6,8 +6,7 @@ namespace Aws::Compat {
 
 namespace {
 
-std::string ConfiguredAddress(const Client::ClientConfiguration& configuration) {
-  if (!configuration.endpointOverride.empty()) return configuration.endpointOverride;
+std::string ConfiguredAddress() {
   if (Environment("AWS_IGNORE_CONFIGURED_ENDPOINT_URLS") == "true") return {};
   const std::string forS3 = Environment("AWS_ENDPOINT_URL_S3");
   return forS3.empty() ? Environment("AWS_ENDPOINT_URL") : forS3;
@@ -21,9 +20,8 @@ bool IsAddress(const std::string& host) {
 }  // namespace
 
 Endpoint::Endpoint(const Client::ClientConfiguration& configuration, bool useVirtualAddressing)
-    : scheme(configuration.scheme == Http::Scheme::HTTP ? "http://" : "https://"),
-      virtualHosts(useVirtualAddressing) {
-  host = ConfiguredAddress(configuration);
+    : scheme("https://"), virtualHosts(useVirtualAddressing) {
+  host = ConfiguredAddress();
   if (host.empty()) {
     host = "s3." + configuration.region + ".amazonaws.com";
     if (configuration.region.starts_with("cn-")) host += ".cn";

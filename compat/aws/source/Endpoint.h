@@ -9,7 +9,7 @@ namespace Aws::Compat {
 // Where requests of one client go.
 class Endpoint {
  public:
-  // The configuration's own address, else what AWS_ENDPOINT_URL_S3 or AWS_ENDPOINT_URL say (unless
+  // What AWS_ENDPOINT_URL_S3 or AWS_ENDPOINT_URL say (unless
   // AWS_IGNORE_CONFIGURED_ENDPOINT_URLS is "true"), else the region's.
   Endpoint(const Client::ClientConfiguration& configuration, bool useVirtualAddressing);
 

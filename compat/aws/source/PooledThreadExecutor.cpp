@@ -13,16 +13,12 @@ struct PooledThreadExecutor::Pool {
   std::condition_variable changed;
   std::deque<std::function<void()>> tasks;
   bool stopping = false;
-  bool rejectWhenBusy = false;
-  std::size_t free = 0;  // threads without a task
   std::vector<std::thread> threads;
 
   void Run() {
     std::unique_lock guard(lock);
     for (;;) {
-      ++free;
       changed.wait(guard, [this] { return stopping || !tasks.empty(); });
-      --free;
       if (stopping) return;
       std::function<void()> task = std::move(tasks.front());
       tasks.pop_front();
@@ -34,9 +30,7 @@ struct PooledThreadExecutor::Pool {
   }
 };
 
-PooledThreadExecutor::PooledThreadExecutor(std::size_t poolSize, OverflowPolicy policy)
-    : pool(std::make_shared<Pool>()) {
-  pool->rejectWhenBusy = policy == OverflowPolicy::REJECT_IMMEDIATELY;
+PooledThreadExecutor::PooledThreadExecutor(std::size_t poolSize) : pool(std::make_shared<Pool>()) {
   try {
     for (std::size_t i = 0; i < poolSize; ++i) {
       const std::lock_guard guard(pool->lock);
@@ -74,7 +68,7 @@ void PooledThreadExecutor::Stop() {
 bool PooledThreadExecutor::SubmitToThread(std::function<void()>&& task) {
   {
     const std::lock_guard guard(pool->lock);
-    if (pool->stopping || (pool->rejectWhenBusy && pool->free <= pool->tasks.size())) return false;
+    if (pool->stopping) return false;
     pool->tasks.push_back(std::move(task));
   }
   pool->changed.notify_one();

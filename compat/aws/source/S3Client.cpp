@@ -87,8 +87,6 @@ Model::ListObjectsOutcome S3Client::ListObjects(const Model::ListObjectsRequest&
       Model::CommonPrefix prefix;
       prefix.SetPrefix(child.ChildText("Prefix"));
       result.AddCommonPrefixes(prefix);
-    } else if (child.name == "IsTruncated") {
-      result.SetIsTruncated(child.text == "true");
     }
   }
   return result;

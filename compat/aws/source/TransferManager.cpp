@@ -1,6 +1,5 @@
 #include "aws/transfer/TransferManager.h"
 
-#include <fstream>
 
 #include "TransferTask.h"
 
@@ -28,7 +27,7 @@ std::shared_ptr<TransferHandle> TransferManager::UploadFile(
   handle->contentType = contentType;
   handle->metadata = metadata;
   handle->context = context;
-  std::ifstream file(fileName, std::ios::binary | std::ios::ate);
+  boost::filesystem::ifstream file(fileName, std::ios::binary | std::ios::ate);
   if (const std::streamoff size = file.tellg(); file && size >= 0) {
     handle->total = static_cast<std::uint64_t>(size);
     handle->multipart = handle->total > config.bufferSize;

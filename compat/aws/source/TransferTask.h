@@ -1,6 +1,6 @@
 #pragma once
 
-#include <fstream>
+#include <boost/filesystem/fstream.hpp>
 #include <functional>
 #include <memory>
 
@@ -31,10 +31,10 @@ class TransferTask {
   [[nodiscard]] bool DownloadFirstPart();
   [[nodiscard]] bool DownloadPart(std::size_t part);
   [[nodiscard]] bool KeepPart(std::size_t part, const std::string& bytes);
-  void UploadWhole(std::ifstream& file);
-  void UploadInParts(std::ifstream& file);
+  void UploadWhole(boost::filesystem::ifstream& file);
+  void UploadInParts(boost::filesystem::ifstream& file);
   [[nodiscard]] bool BeginParts();
-  [[nodiscard]] bool UploadPart(std::ifstream& file, std::size_t part);
+  [[nodiscard]] bool UploadPart(boost::filesystem::ifstream& file, std::size_t part);
   void CompleteParts();
 
   // Runs `work` for each part that isn't done, until one fails.

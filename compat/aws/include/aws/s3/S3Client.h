@@ -6,18 +6,8 @@
 #include "aws/core/auth/AWSCredentials.h"
 #include "aws/core/client/ClientConfiguration.h"
 #include "aws/core/utils/Outcome.h"
+#include "aws/s3/Models.h"
 #include "aws/s3/S3Errors.h"
-#include "aws/s3/model/CopyObjectRequest.h"
-#include "aws/s3/model/CopyObjectResult.h"
-#include "aws/s3/model/CreateBucketRequest.h"
-#include "aws/s3/model/CreateBucketResult.h"
-#include "aws/s3/model/DeleteObjectsRequest.h"
-#include "aws/s3/model/DeleteObjectsResult.h"
-#include "aws/s3/model/GetObjectRequest.h"
-#include "aws/s3/model/GetObjectResult.h"
-#include "aws/s3/model/ListBucketsResult.h"
-#include "aws/s3/model/ListObjectsRequest.h"
-#include "aws/s3/model/ListObjectsResult.h"
 
 namespace Aws::Compat {
 class Channel;

@@ -44,15 +44,11 @@ class TransferHandle {
   bool LockForCompletion();
   [[nodiscard]] std::uint64_t GetBytesTransferred() const;
   [[nodiscard]] std::uint64_t GetBytesTotalSize() const;
-  [[nodiscard]] std::uint64_t GetBytesOffset() const { return offset; }
   [[nodiscard]] S3::S3Error GetLastError() const;
   [[nodiscard]] String GetId() const { return id; }
   [[nodiscard]] TransferStatus GetStatus() const;
   [[nodiscard]] Map<String, String> GetMetadata() const;
   [[nodiscard]] const String& GetKey() const { return key; }
-  [[nodiscard]] const String& GetBucketName() const { return bucket; }
-  [[nodiscard]] const String& GetTargetFilePath() const { return targetFile; }
-  [[nodiscard]] const String& GetContentType() const { return contentType; }
   [[nodiscard]] bool IsMultipart() const;
   [[nodiscard]] TransferDirection GetTransferDirection() const { return direction; }
   [[nodiscard]] std::shared_ptr<const Client::AsyncCallerContext> GetContext() const {

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "aws/core/http/HttpResponse.h"
 #include "aws/core/utils/memory/stl/AWSString.h"
 
 namespace Aws::Client {
@@ -22,15 +21,12 @@ class AWSError {
   [[nodiscard]] const String& GetExceptionName() const { return name; }
   [[nodiscard]] const String& GetMessage() const { return message; }
   [[nodiscard]] bool ShouldRetry() const { return shouldRetry; }
-  [[nodiscard]] Http::HttpResponseCode GetResponseCode() const { return code; }
-  void SetResponseCode(Http::HttpResponseCode value) { code = value; }
 
  private:
   T type{};
   String name;
   String message;
   bool shouldRetry = false;
-  Http::HttpResponseCode code = Http::HttpResponseCode::REQUEST_NOT_MADE;
 };
 
 }  // namespace Aws::Client

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "aws/core/http/HttpTypes.h"
 #include "aws/core/utils/memory/stl/AWSString.h"
 
 namespace Aws::Client {
@@ -10,8 +9,6 @@ struct ClientConfiguration {
   ClientConfiguration();
 
   String region;
-  Http::Scheme scheme = Http::Scheme::HTTPS;
-  String endpointOverride;  // URL or host; empty: the region's own endpoint
   bool verifySSL = true;
   long connectTimeoutMs = 1000;
   long requestTimeoutMs = 3000;  // without a byte

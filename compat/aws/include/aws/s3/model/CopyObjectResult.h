@@ -1,7 +1,2 @@
 #pragma once
-
-namespace Aws::S3::Model {
-
-class CopyObjectResult {};
-
-}  // namespace Aws::S3::Model
+#include "aws/s3/Models.h"

@@ -7,14 +7,10 @@
 
 namespace Aws::Utils::Threading {
 
-enum class OverflowPolicy { QUEUE_TASKS_EVENLY_ACROSS_THREADS, REJECT_IMMEDIATELY };
-
 // A fixed number of threads. The destructor waits for the running tasks and drops the queued ones.
 class PooledThreadExecutor : public Executor {
  public:
-  explicit PooledThreadExecutor(
-      std::size_t poolSize,
-      OverflowPolicy policy = OverflowPolicy::QUEUE_TASKS_EVENLY_ACROSS_THREADS);
+  explicit PooledThreadExecutor(std::size_t poolSize);
   ~PooledThreadExecutor() override;
   PooledThreadExecutor(const PooledThreadExecutor&) = delete;
   PooledThreadExecutor& operator=(const PooledThreadExecutor&) = delete;
