@@ -1,3 +1,4 @@
+#include <atomic>
 #include <boost/filesystem.hpp>
 #include <cerrno>
 #include <chrono>
@@ -155,7 +156,7 @@ TEST_F(HostileStore, DownloadThatDoesNotComeWholeLeavesTheLocalCopyAsItWas) {
   for (const auto& [what, turn, from] : cases) {
     for (const auto& [offset, size] : ranges) {
       if (from > 1 && size == 1978) continue;
-      int answers = 0;
+      std::atomic<int> answers = 0;
       store.Follow([&, turn = turn, from = from](const Request&) {
         return ++answers >= from ? turn : Turn();
       });
