@@ -1,7 +1,7 @@
 #pragma once
 
-#include "search/FilePool.h"
 #include "media/PSReader.h"
+#include "search/FilePool.h"
 #include "search/SearchRequest.h"
 #include "tree/FileSystemBase.h"
 

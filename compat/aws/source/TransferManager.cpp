@@ -1,6 +1,5 @@
 #include "aws/transfer/TransferManager.h"
 
-
 #include "TransferTask.h"
 
 namespace Aws::Transfer {
