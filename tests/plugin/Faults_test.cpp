@@ -122,7 +122,16 @@ TEST_F(FileFaults, OutageIsToldOnceAndRecordingResumesAfterIt) {
     Sync();
     EXPECT_EQ(CountLog("system 00110080 open "), 1);
     EXPECT_EQ(CountLog("Duplicate file name"), 0);
-    EXPECT_EQ(tree.FilesEndingIn(".ps").size() + tree.FilesEndingIn(".psi").size(), 0u);
+    // Each message makes a pair and takes it away again, the last one perhaps just now.
+    const auto left = [this] {
+      try {
+        return tree.FilesEndingIn(".ps").size() + tree.FilesEndingIn(".psi").size();
+      } catch (const boost::filesystem::filesystem_error&) {
+        return std::size_t{1};
+      }
+    };
+    for (int i = 0; left() != 0 && i < 100; ++i) Sync();
+    EXPECT_EQ(left(), 0u);
     bundle.files.ClearFaults();
     Sync();  // any message makes the stream try again
     EXPECT_EQ(CountLog("system 00110080 opened "), 1);
