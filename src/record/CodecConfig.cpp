@@ -9,8 +9,8 @@
 namespace qvsvr::kelvo {
 namespace {
 
-constexpr std::uint32_t kMultiplexedByte = 0xFF;
-constexpr std::uint32_t kEncoderByte = 0x80;
+constexpr std::uint32_t kMultiplexedByte = qv::kelvo::kWholeDevice;
+constexpr std::uint32_t kEncoderByte = qv::kelvo::kWideInput;
 constexpr std::int32_t kEncoders = 32;
 constexpr std::int32_t kChannels = 16;  // of an encoder, video or audio
 

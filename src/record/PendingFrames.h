@@ -5,18 +5,17 @@
 #include <cstdint>
 #include <list>
 
+#include "media/PsFormat.h"
 #include "platform/Clock.h"
 #include "record/ChannelSlot.h"
 
 namespace qvsvr::kelvo {
 
-inline constexpr std::uint8_t kFlagMotion = 0x80;
-inline constexpr std::uint8_t kFlagAlarm = 0x40;
-
-inline constexpr std::uint8_t kTypeAudio = 0;
-inline constexpr std::uint8_t kTypeI = 1;
-inline constexpr std::uint8_t kTypeP = 2;
-inline constexpr std::uint8_t kTypeB = 3;
+using qv::kelvo::kFlagAlarm;
+using qv::kelvo::kFlagMotion;
+using qv::kelvo::kFrameB;
+using qv::kelvo::kFrameI;
+using qv::kelvo::kFrameP;
 
 // A frame whose fate is open. Owns one reference to `Buffer`, which whoever removes the frame
 // releases. The links belong to PendingFrames. What every look at a waiting frame needs lies in its
@@ -42,7 +41,7 @@ struct alignas(64) PendingFrame {
   std::array<std::uint8_t, 128> Extension;  // ExtensionLength bytes (at most 128) are set
 
   // Types 0 and 1 stand alone; the others depend on what came before.
-  [[nodiscard]] bool IsKey() const { return Type < kTypeP; }
+  [[nodiscard]] bool IsKey() const { return Type < kFrameP; }
 };
 
 // The undecided frames of a stream in arrival order, with each slot's own order beside it, so that

@@ -24,12 +24,12 @@ media::PsStreamDescriptor Describe(const ChannelSlot& slot, int index) {
   const auto low16 = [](std::int32_t value) { return static_cast<std::uint16_t>(value); };
   media::PsStreamDescriptor descriptor;
   if (index < kVideoSlots) {
-    descriptor.streamType = static_cast<std::uint8_t>(low8(slot.Standard) + 128);
+    descriptor.streamType = static_cast<std::uint8_t>(low8(slot.Standard) + media::kVideoTypes);
     descriptor.streamId = low8((slot.Standard != 0 ? 0xE0 : 0xD0) + index);
     descriptor.width16 = low8(slot.Width / 16);
     descriptor.height16 = low8(slot.Height / 16);
   } else {
-    descriptor.streamType = static_cast<std::uint8_t>(low8(slot.Standard) + 144);
+    descriptor.streamType = static_cast<std::uint8_t>(low8(slot.Standard) + media::kAudioTypes);
     descriptor.streamId = low8(0xC0 + index - kVideoSlots);
     descriptor.bufSizeSamples = low16(slot.BufSizeSamples);
     descriptor.sampleRate = low16(slot.SampleRate);

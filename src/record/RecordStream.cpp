@@ -150,7 +150,7 @@ RecordStream::Fate RecordStream::DecideFront(const PendingFrame& front, qv::kelv
   if (InWaitingTime(slot, front, newest)) return Fate::Open;
 
   bool keep = false;
-  if (front.Type == kTypeI) {
+  if (front.Type == kFrameI) {
     const PendingFrame* next = front.NextKey;
     if (next == nullptr) {
       return Within(front.Time, newest, kGroupLimitMs) ? Fate::Open : Fate::Write;
@@ -173,7 +173,7 @@ bool RecordStream::ThinGroup(const PendingFrame& front, const PendingFrame& next
     PendingFrame* older = frame->SlotOlder;
     if (ShouldRecord(slot, *frame, HourOf(*frame))) {
       keep = true;
-    } else if (!keep || frame->Type >= kTypeB) {
+    } else if (!keep || frame->Type >= kFrameB) {
       Drop(frame);
     }
     frame = older;
@@ -261,7 +261,7 @@ void RecordStream::RefreshDefaultLapse() {
 
 int RecordStream::EffectiveInput(int slot) const {
   const ChannelSlot& channel = Slots[static_cast<std::size_t>(slot)];
-  if (channel.Input < 0 || Layout < 0x80 || Layout == 0xFF) return channel.Input;
+  if (channel.Input < 0 || !qv::kelvo::IsWideInput(Layout) || Layout == qv::kelvo::kWholeDevice) return channel.Input;
   // In 64 bits and clamped: both numbers come from the configuration.
   const std::int64_t input = channel.Input + std::int64_t{channel.Encoder} * 16;
   return static_cast<int>(std::clamp<std::int64_t>(input, INT32_MIN, INT32_MAX));

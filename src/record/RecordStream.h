@@ -16,7 +16,7 @@
 namespace qvsvr::kelvo {
 
 // A file lives this long, in milliseconds.
-inline constexpr std::int64_t kFileLifeMs = 5 * 60 * 1000;
+inline constexpr std::int64_t kFileLifeMs = qv::kelvo::kFileSeconds * 1000;
 
 // One media file being written, with up to 32 channels, and the frames that wait for their fate.
 // Worker thread only. Configuration code sets the public members; frames come through
@@ -90,7 +90,7 @@ class RecordStream {
   std::uint32_t StreamId;           // key of all lookups; not changed once in a StreamSet
   std::uint32_t AltId = 0;          // a second provider id routed here; 0 if none
   std::uint32_t ParentId = 0;       // the stream this one split from; 0 if none
-  std::uint8_t Layout = 0xFF;       // low byte of an encoder stream's id
+  std::uint8_t Layout = qv::kelvo::kWholeDevice;       // low byte of an encoder stream's id
   std::int64_t ActiveChannels = 0;  // slots that record here; at 0 no file is opened
   std::int32_t DefaultLapse = 0;    // milliseconds; below 1 is off
   std::array<ChannelSlot, kSlots> Slots;

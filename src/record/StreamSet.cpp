@@ -7,8 +7,8 @@
 namespace qvsvr::kelvo {
 namespace {
 
-constexpr std::uint32_t kEncoderStream = 0x80;  // plus the encoder
-constexpr std::uint32_t kMultiplexedStream = 0xFF;
+constexpr std::uint32_t kEncoderStream = qv::kelvo::kWideInput;  // plus the encoder
+constexpr std::uint32_t kMultiplexedStream = qv::kelvo::kWholeDevice;
 
 RecordStream* Lookup(const std::unordered_map<std::uint32_t, RecordStream*>& index,
                      std::uint32_t id) {

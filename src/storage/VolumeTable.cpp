@@ -52,9 +52,10 @@ void VolumeTable::ListVolumes(std::vector<std::string>& list, std::uint32_t flag
 
 void VolumeTable::ListTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
                               const qv::kelvo::ArchiveFilter* filter) const {
+  const auto snapshot = Current();
   list.clear();
   if ((flags & qv::kelvo::kVolumesArchive) == 0) return;
-  for (const auto& [id, archive] : Current()->archives) {
+  for (const auto& [id, archive] : snapshot->archives) {
     if (Passes(filter, id)) list.push_back(archive);
   }
 }

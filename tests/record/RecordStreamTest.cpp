@@ -52,7 +52,7 @@ TEST_F(RecordStreamTest, ReadyMadePacketsAreTakenAsTheyAre) {
   stream->CloseFile();
   EXPECT_EQ(Written(), "I0m I0m");
   const auto second = testsupport::ReadPs(tree.Path(tree.FilesEndingIn(".ps").at(1)));
-  EXPECT_EQ(second.frames.at(0).type, kTypeI);
+  EXPECT_EQ(second.frames.at(0).type, kFrameI);
   EXPECT_EQ(second.frames.at(0).flags, kFlagMotion);
   EXPECT_EQ(second.frames.at(0).timeMs, start);
   EXPECT_EQ(stats.LastBytes, 3u + 35u);
@@ -86,7 +86,7 @@ TEST_F(RecordStreamTest, OddHeadersAreCutToWhatAFileHolds) {
   };
   give();
   const PendingFrame* frame = stream->Undecided().Front();
-  EXPECT_EQ(frame->Type, kTypeI);
+  EXPECT_EQ(frame->Type, kFrameI);
   EXPECT_EQ(frame->ExtensionLength, 128);
   EXPECT_EQ(frame->Time, 0xFFFFFFFFLL * 1000 + 0xFFFF);
   header.Seconds = static_cast<std::uint32_t>(start / 1000);

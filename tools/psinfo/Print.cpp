@@ -31,8 +31,8 @@ std::string FlagText(unsigned flags) {
     text += text.empty() ? "" : " ";
     text += name;
   };
-  add(0x80, "motion");
-  add(0x40, "alarm");
+  add(kFlagMotion, "motion");
+  add(kFlagAlarm, "alarm");
   add(0x20, "third");
   return text.empty() ? "-" : text;
 }
