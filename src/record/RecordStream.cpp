@@ -261,7 +261,8 @@ void RecordStream::RefreshDefaultLapse() {
 
 int RecordStream::EffectiveInput(int slot) const {
   const ChannelSlot& channel = Slots[static_cast<std::size_t>(slot)];
-  if (channel.Input < 0 || !qv::kelvo::IsWideInput(Layout) || Layout == qv::kelvo::kWholeDevice) return channel.Input;
+  if (channel.Input < 0 || !qv::kelvo::IsWideInput(Layout) || Layout == qv::kelvo::kWholeDevice)
+    return channel.Input;
   // In 64 bits and clamped: both numbers come from the configuration.
   const std::int64_t input = channel.Input + std::int64_t{channel.Encoder} * 16;
   return static_cast<int>(std::clamp<std::int64_t>(input, INT32_MIN, INT32_MAX));

@@ -86,13 +86,13 @@ class RecordStream {
   // Bytes written since the last call, over all slots.
   [[nodiscard]] std::uint64_t TakeWrittenBytes();
 
-  const std::uint32_t OwnId;        // the id at creation
-  std::uint32_t StreamId;           // key of all lookups; not changed once in a StreamSet
-  std::uint32_t AltId = 0;          // a second provider id routed here; 0 if none
-  std::uint32_t ParentId = 0;       // the stream this one split from; 0 if none
-  std::uint8_t Layout = qv::kelvo::kWholeDevice;       // low byte of an encoder stream's id
-  std::int64_t ActiveChannels = 0;  // slots that record here; at 0 no file is opened
-  std::int32_t DefaultLapse = 0;    // milliseconds; below 1 is off
+  const std::uint32_t OwnId;   // the id at creation
+  std::uint32_t StreamId;      // key of all lookups; not changed once in a StreamSet
+  std::uint32_t AltId = 0;     // a second provider id routed here; 0 if none
+  std::uint32_t ParentId = 0;  // the stream this one split from; 0 if none
+  std::uint8_t Layout = qv::kelvo::kWholeDevice;  // low byte of an encoder stream's id
+  std::int64_t ActiveChannels = 0;                // slots that record here; at 0 no file is opened
+  std::int32_t DefaultLapse = 0;                  // milliseconds; below 1 is off
   std::array<ChannelSlot, kSlots> Slots;
 
   // What is undecided, for looking at.

@@ -224,6 +224,8 @@ TEST_F(PSReaderTest, TakesNoMoreRunsThanTheFileHolds) {
       EXPECT_EQ(run.flags, runs[n].flags);
     }
     EXPECT_NE(reader.GetRun(static_cast<std::uint32_t>(runs.size()), run), kPsOk);
+    EXPECT_EQ(reader.GetFrameCount(kWholeFile), 300u);
+    reader.Close();  // some systems resize no file that is open
   };
   // Sixty million runs, and then as many frames of stream 3, in a file with a hole that has room
   // for them.
@@ -237,7 +239,6 @@ TEST_F(PSReaderTest, TakesNoMoreRunsThanTheFileHolds) {
   Patch(kIndex, 64 + 3 * 32 + 8, last);
   boost::filesystem::resize_file(path + 'i', 4'000'000'000);
   expectRuns(true);
-  EXPECT_EQ(reader.GetFrameCount(kWholeFile), 300u);
   // A part of the table that never reached the disk.
   tree.Write(kIndex, index.substr(0, index.size() - 48) + std::string(48, '\0'));
   expectRuns(false);

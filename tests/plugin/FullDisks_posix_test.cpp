@@ -44,8 +44,8 @@ class FullDisks : public SeamTest {
       }
       mounted.push_back(path);
     }
-    // Not on the hour: a file of the last five minutes before one would lose its cleanup's respite in
-    // the moment in which it ends, and nothing here waits for the worker to end it first.
+    // Not on the hour: a file of the last five minutes before one would lose its cleanup's respite
+    // in the moment in which it ends, and nothing here waits for the worker to end it first.
     bundle.clock.SetNow(kNow + kStep / 10);
     picture = host->NewBuffer(std::string(80 << 10, 'p'));
   }

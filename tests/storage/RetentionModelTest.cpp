@@ -106,6 +106,7 @@ class RetentionModel : public RecordingForest {
     link.pop_back();
     fs::create_directories("elsewhere");
     fs::create_directory_symlink(fs::absolute("elsewhere"), link);
+    linkIsTold = fs::is_symlink(link);  // not every system does
     for (unsigned i = 0; i < count; ++i) {
       ModelFile file;
       file.drive = kDriveNames[Below(3)];
@@ -248,7 +249,7 @@ class RetentionModel : public RecordingForest {
     std::size_t left = 0;
     for (const char* name : kDriveNames) left += drives.count(name);
     ASSERT_EQ(left, model.size());
-    EXPECT_TRUE(fs::is_symlink(link) && fs::is_directory(kDeepDrive));
+    EXPECT_TRUE(fs::is_symlink(link) == linkIsTold && fs::is_directory(kDeepDrive));
   }
 
   fs::path inMemory;
@@ -261,6 +262,7 @@ class RetentionModel : public RecordingForest {
   std::vector<ModelBookmark> bookmarks;
   std::string cases;
   std::string link;
+  bool linkIsTold = false;
   bool stuckMet = false;
 };
 
