@@ -85,7 +85,7 @@ Catalogue::Answer Catalogue::Search(const Question& question, WorkLimit& limit) 
     }
     std::size_t end = begin + 1;
     while (end < read && hours[end].start == hours[begin].start) ++end;
-    const Answer answer = OldestOf(begin, end, question, limit);
+    Answer answer = OldestOf(begin, end, question, limit);
     if (answer.outcome != Outcome::Nothing) return answer;
     prefix.hours = end;
     for (std::size_t i = begin; i < end; ++i) {
