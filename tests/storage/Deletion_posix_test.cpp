@@ -170,12 +170,12 @@ TEST_F(Deletion, HourThatIsNoneHidesNothing) {
   Start();
   WriteFile("a/2025/02/30/05/0000-00120100.ps");
   WriteFile("b/2025/03/30/02/0000-00120100.ps");  // that hour was left out
-  const std::string older = Plant("a/", kNow - 109 * kDay), young = PlantBig("b/", kNow - kDay);
+  const std::string older = Plant("a/", kNow - 106 * kDay), young = PlantBig("b/", kNow - kDay);
   drives.Fill();
   EXPECT_EQ(MakeRoom(), "a/");
   EXPECT_FALSE(Exists(older));
   GlobalRule(2, 100);
-  const std::string expired = PlantBig("a/", kNow - 109 * kDay);
+  const std::string expired = PlantBig("a/", kNow - 106 * kDay);
   Sweep();
   EXPECT_FALSE(Exists(expired));
   EXPECT_TRUE(Exists(young));
