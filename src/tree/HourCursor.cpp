@@ -59,11 +59,6 @@ bool FindNextHour(UtcMs& time, UtcMs end, const LevelTest& exists) {
 HourCursor::HourCursor(Directories& directories, std::vector<std::string> roots)
     : listings(directories), volumes(std::move(roots)) {}
 
-void HourCursor::Restart() {
-  current.reset();
-  knownUntil.fill(0);
-}
-
 std::optional<HourCursor::Hour> HourCursor::Next(UtcMs end) {
   if (!current) {
     current = OldestHour();

@@ -39,9 +39,6 @@ class HourCursor {
   // when there is none, which a later call may change.
   [[nodiscard]] std::optional<Hour> Next(UtcMs end);
 
-  // As before the first call.
-  void Restart();
-
  private:
   [[nodiscard]] std::optional<UtcMs> OldestHour() const;
   [[nodiscard]] bool Exists(UtcMs time, TreeLevel level);
