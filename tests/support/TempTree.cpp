@@ -17,14 +17,28 @@ std::string Slashed(std::string_view path) {
   return slashed;
 }
 
+namespace {
+
+// The tested code may remove what is being listed.
+void AddFilesBelow(const fs::path& directory, std::vector<std::string>& files) {
+  boost::system::error_code vanished;
+  fs::directory_iterator entry(directory, vanished);
+  for (; !vanished && entry != fs::directory_iterator(); entry.increment(vanished)) {
+    boost::system::error_code gone;
+    const fs::file_status status = entry->symlink_status(gone);
+    if (fs::is_directory(status)) AddFilesBelow(entry->path(), files);
+    if (fs::is_regular_file(status)) files.push_back(entry->path().generic_string());
+  }
+}
+
+}  // namespace
+
 std::vector<std::string> FilesBelow(const std::string& root, std::string_view suffix) {
   std::vector<std::string> files;
-  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(root)) {
-    const std::string path = entry.path().generic_string();
-    if (fs::is_regular_file(entry.status()) && path.ends_with(suffix)) {
-      files.push_back(path.substr(root.size() + (root.back() == kPathSeparator ? 0 : 1)));
-    }
-  }
+  AddFilesBelow(root, files);
+  std::erase_if(files, [suffix](const std::string& path) { return !path.ends_with(suffix); });
+  for (std::string& path : files)
+    path.erase(0, root.size() + (IsPathSeparator(root.back()) ? 0 : 1));
   std::sort(files.begin(), files.end());
   return files;
 }
