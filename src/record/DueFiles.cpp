@@ -40,7 +40,8 @@ void DueFiles::Look() {
       Missing.push_back(stream.get());
     }
   }
-  std::ranges::stable_partition(Missing, [](auto* stream) { return !stream->OpeningFailed(); });
+  std::stable_partition(Missing.begin(), Missing.end(),
+                        [](auto* stream) { return !stream->OpeningFailed(); });
 }
 
 void DueFiles::EndOldFiles(qv::kelvo::UtcMs now) {
