@@ -17,6 +17,7 @@ void RealTime(const std::string& module);
 void IdleCameras(const std::string& module);
 void Storage(const std::string& module);
 void StorageMonth(const std::string& module);
+void Scale(const std::string& module);
 void Listing(const std::string& module);
 void Playback(const std::string& module);
 void SearchMemory(const std::string& module);

@@ -10,70 +10,16 @@
 
 #include "bench/Measure.h"
 #include "bench/Scenarios.h"
-#include "bench/StorageTree.h"
-#include "host/Log.h"
-#include "record/CRecordMgr.h"
+#include "bench/StorageSite.h"
 #include "tree/RecordPath.h"
 
 namespace bench {
 namespace {
 
-using qvsvr::kelvo::CFileSystem;
-using qvsvr::kelvo::CRecordMgr;
 namespace media = qv::kelvo;
 
 // Two drives without room are asked first; then one deletion is enough.
 constexpr int kOneDeletion = 2;
-
-// A host that drops everything and only notices when recording isn't possible.
-class DeafCore : public qvsvr::kelvo::ICoreEventer {
- public:
-  std::uint32_t SendHostMessage(const KelvoHostRequest&, KelvoHostReply&) override { return 0; }
-  void SendXmlEvent(const std::string& xml, std::uint32_t) override {
-    notPossible += xml.find("Recording Not Possible") != std::string::npos;
-  }
-  void DecrementReference(void*) override {}
-  std::uint32_t GetCoreTime(std::int64_t&, std::uint16_t&) override { return 0; }
-  bool IsStopping() const override { return false; }
-  int notPossible = 0;
-};
-
-class NobodyManager : public qvsvr::kelvo::IRecordManager {
- public:
-  std::int64_t ReservedGB(const std::string&) const override { return 0; }
-  bool IsStopping() const override { return false; }
-};
-
-struct Site {
-  SetClock clock;
-  ToldDrives drives;
-  CountedListings listings;
-  media::Platform platform{clock, drives, listings, media::SystemPlatform().mediaFiles,
-                           media::SystemPlatform().durableFiles};
-  DeafCore core;
-  NobodyManager manager;
-  std::unique_ptr<CFileSystem> storage;
-
-  void Open() {
-    boost::filesystem::remove("kelvo.xml");
-    storage = std::make_unique<CFileSystem>(core, platform);
-    storage->LoadStorage();
-  }
-  void Apply(const std::string& text) {
-    qvsvr::kelvo::XmlDocument document;
-    document.ParseText("<qDVR><Storage ID='327680'>" + text + "</Storage></qDVR>");
-    bool given = false;
-    TiXmlElement reply("Storage");
-    storage->ApplyStorageXml(*document.RootElement(), given, reply);
-  }
-};
-
-template <typename Action>
-double Ms(Action action) {
-  const std::int64_t begin = WallNs();
-  action();
-  return static_cast<double>(WallNs() - begin) / 1e6;
-}
 
 // What the listing of all hours costs alone, in CPU milliseconds.
 double ListingCpuMs() {
@@ -168,53 +114,8 @@ void MeasureProtected(Site& site, const std::string& what) {
          "ms", Wanted::Below, 100);
 }
 
-// 64 cameras of another provider than the tree's, handled on this thread as the worker does.
-class Recorder {
- public:
-  explicit Recorder(Site& onSite)
-      : site(onSite),
-        manager(*onSite.storage, onSite.core, onSite.platform, queue),
-        payload(20'000) {
-    std::string text = "<qDVR><Devices ID='1245184'>";
-    for (int camera = 0; camera < kTreeCameras; ++camera) {
-      text += "<Device Number='" + std::to_string(camera) +
-              "'><Video><Input Number='0'><Schedule><Entry FirstHour='0' LastHour='167' "
-              "Record='2'/></Schedule></Input></Video><Codec><Encoder Number='0'><Channel "
-              "Number='0' Standard='2' Width='640' Height='480'/></Encoder></Codec></Device>";
-    }
-    text += "</Devices></qDVR>";
-    qvsvr::kelvo::RecordMessage message;
-    message.Type = KELVO_IOCTL_CONFIGURATION;
-    message.Payload = text.data();
-    message.Length = static_cast<std::uint32_t>(text.size());
-    manager.HandleMessage(message);
-    manager.AfterMessage(0);
-  }
-
-  void Give(int frames) {
-    for (int i = 0; i < frames; ++i, ++given) {
-      qvsvr::kelvo::RecordMessage frame;
-      frame.Class = 1;
-      frame.Payload = payload.data();
-      frame.Length = static_cast<std::uint32_t>(payload.size());
-      frame.Source = TreeCamera(given % kTreeCameras) + 0x00010000u;
-      frame.Header.FrameType = given / kTreeCameras % 25 == 0 ? KELVO_FRAME_I : KELVO_FRAME_P;
-      frame.Header.Seconds = static_cast<std::uint32_t>(site.clock.NowMs() / 1000);
-      manager.HandleMessage(frame);
-      manager.AfterMessage(0);
-    }
-  }
-
- private:
-  Site& site;
-  qvsvr::kelvo::RecordQueue queue;
-  CRecordMgr manager;
-  std::vector<char> payload;
-  int given = 0;
-};
-
 void MeasureWorker(Site& site) {
-  Recorder recorder(site);
+  Recorder recorder(site, kTreeCameras, 20'000);
   constexpr int kFrames = 20'000;
   const double ms = Ms([&] { recorder.Give(kFrames); });
   Report("frames while recording isn't possible (64 cameras)", kFrames / ms * 1000, "/s",
@@ -227,7 +128,7 @@ void MeasureSlowing(Site& site) {
   site.drives.freeGB = {{"a/", 500}, {"b/", 400}};
   constexpr int kFrames = 25'600;
   constexpr int kTurns = 9;
-  Recorder recorder(site);
+  Recorder recorder(site, kTreeCameras, 20'000);
   recorder.Give(kFrames);
   std::vector<double> cpu;
   // Others on the machine disturb single turns, so the best ones are compared.

@@ -15,16 +15,19 @@ inline constexpr int kTreeCameras = 64;
 inline constexpr int kTreeDays = 30;
 inline constexpr std::int64_t kFileSeconds = 300;
 
-// Drives "a/" and "b/" in the current directory with free space as told, whatever lies on them.
+// Drives, "a/" and "b/" unless told otherwise, in the current directory with free space as told,
+// whatever lies on them.
 class ToldDrives : public qv::kelvo::Drives {
  public:
-  int FixedDrives(std::vector<std::string>& names) override;
+  int FixedDrives(std::vector<std::string>& found) override;
   std::string SearchedPlace() override { return "."; }
   int SystemDirectory(std::string& path) override;
   int DeviceNumber(const std::string& path, std::uint64_t& device) override;
   std::string Space(const std::string& path, qv::kelvo::DriveSpace& space) override;
 
+  std::vector<std::string> names{"a/", "b/"};
   std::map<std::string, std::uint64_t> freeGB;
+  std::int64_t looks = 0;  // questions about a drive's space
   // The next so many questions about a drive's space are answered with nothing free, and those
   // behind them with plenty: as if that many deletions were needed.
   int fullFor = 0;

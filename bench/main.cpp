@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
       {"idle", bench::IdleCameras},     {"storage", bench::Storage},
       {"month", bench::StorageMonth},   {"listing", bench::Listing},
       {"playback", bench::Playback},    {"memory", bench::SearchMemory},
-      {"bucket", bench::Bucket},
+      {"bucket", bench::Bucket},        {"scale", bench::Scale},
   };
   const std::string verb = argc >= 3 ? argv[2] : "";
   try {

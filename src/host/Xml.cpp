@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <limits>
+#include <utility>
 
 #include "host/Utf8.h"
 #include "host/XmlScan.h"
@@ -45,15 +46,43 @@ Decimal ParseDecimal(const char* text) {
 
 }  // namespace
 
-int XmlDocument::Check(std::string_view text, Source source, std::string& decoded) const {
+namespace {
+
+// Takes the elements out of a text that they are views of, in their order.
+void TakeOut(const std::vector<std::string_view>& elements, std::string& text,
+             std::vector<std::string>& taken) {
+  if (elements.empty()) return;
+  std::string rest;
+  const char* from = text.data();
+  for (const std::string_view element : elements) {
+    rest.append(from, element.data());
+    taken.emplace_back(element);
+    from = element.data() + element.size();
+  }
+  rest.append(from);
+  text = std::move(rest);
+}
+
+}  // namespace
+
+int XmlDocument::Check(std::string_view text, Source source, std::string& decoded) {
   const std::size_t more = source == Source::File ? kFileOther : 1;
   if (text.size() > kMostBytes * (source == Source::File ? kFileBytes : 1)) return kErrorTooLarge;
   decoded = DecodeXml(text);
+  std::vector<std::string_view> apart, kept;
+  bool rootEnded = false;
+  const auto visit = [&](int level, std::string_view name, std::string_view element) {
+    if (level == 2 && name == nameAside) apart.push_back(element);
+    if (level != 1) return;
+    if (name == kRootName && !std::exchange(rootEnded, true)) kept = apart;
+    apart.clear();
+  };
   XmlExtent found;
   switch (ScanXml(decoded,
                   {maxParseDepth, more * kMostAttributes, more * kMostPairs, more * kMostItems},
-                  found)) {
+                  found, nameAside.empty() ? ElementVisitor{} : visit)) {
     case XmlVerdict::Parsable:
+      TakeOut(kept, decoded, aside);
       return 0;
     case XmlVerdict::TooDeep:
       return kErrorNestedTooDeeply;
@@ -70,6 +99,7 @@ int XmlDocument::Check(std::string_view text, Source source, std::string& decode
 bool XmlDocument::ParseFrom(Source source, std::string_view text) {
   Clear();
   ClearError();
+  aside.clear();
   std::string decoded;
   ownError = Check(text, source, decoded);
   if (ownError == 0) TiXmlDocument::Parse(decoded.c_str(), nullptr, TIXML_ENCODING_UTF8);
@@ -109,6 +139,35 @@ std::string PrintXml(const TiXmlNode& node, const char* lineBreak) {
   node.Accept(&printer);
   // Names that the system gave may be of another encoding.
   return IsUtf8(printer.Str()) ? printer.Str() : ToUtf8(printer.Str());
+}
+
+TiXmlElement ParseElement(std::string_view text) {
+  TiXmlElement element("");
+  element.Parse(std::string(text).c_str(), nullptr, TIXML_ENCODING_UTF8);
+  return element;
+}
+
+TiXmlElement ParseTag(std::string_view text) {
+  char quote = '\0';
+  std::size_t end = 0;
+  for (; end < text.size() && (quote != '\0' || text[end] != '>'); ++end) {
+    const char letter = text[end];
+    if (letter == quote) {
+      quote = '\0';
+    } else if (quote == '\0' && (letter == '"' || letter == '\'')) {
+      quote = letter;
+    }
+  }
+  if (end != 0 && text[end - 1] == '/') --end;
+  return ParseElement(std::string(text.substr(0, end)) + "/>");
+}
+
+void ForEachElement(
+    const std::string& text,
+    const std::function<void(int level, std::string_view name, std::string_view element)>& visit) {
+  constexpr std::size_t kAny = std::numeric_limits<std::size_t>::max();
+  XmlExtent found;
+  (void)ScanXml(text, {std::numeric_limits<int>::max(), kAny, kAny, kAny}, found, visit);
 }
 
 void SetDouble(TiXmlElement& element, const char* name, double value) {

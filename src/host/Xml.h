@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <tinyxml.h>
 
@@ -39,6 +41,11 @@ class XmlDocument : public TiXmlDocument {
   // Levels of elements, the root being level 1. Copied with the document.
   int maxParseDepth = 100;
 
+  // Children of the root with this name don't go into the tree: `aside` gets their texts, which
+  // take a tenth of the memory, and SaveFile puts them at the root's end. To be set before parsing.
+  std::string nameAside;
+  std::vector<std::string> aside;
+
   // Parses a message, which needs no terminator and ends at its first NUL if it has one. Returns
   // whether the whole text parsed; after false the tree may hold a part and must not be used.
   bool ParseText(std::string_view text);
@@ -65,12 +72,13 @@ class XmlDocument : public TiXmlDocument {
 
  private:
   enum class Source { Message, File };
-  // 0 or the number of the error; `decoded` gets the text as UTF-8.
-  [[nodiscard]] int Check(std::string_view text, Source source, std::string& decoded) const;
+  // 0 or the number of the error; `decoded` gets the text as UTF-8, without what goes aside.
+  [[nodiscard]] int Check(std::string_view text, Source source, std::string& decoded);
   bool ParseFrom(Source source, std::string_view text);
   void FailWith(int code, std::string text);
+  [[nodiscard]] std::string PrintWhole();
   [[nodiscard]] std::string WritePending(const qv::kelvo::Platform& platform,
-                                         const std::string& path) const;
+                                         const std::string& path);
 
   int ownError = 0;
   std::string ownText;  // of a file error
@@ -82,6 +90,16 @@ TiXmlElement* BeginXml(TiXmlDocument& document);
 
 // A document's or an element's text, UTF-8, with an empty indent and the line break.
 [[nodiscard]] std::string PrintXml(const TiXmlNode& node, const char* lineBreak = "");
+
+// An element of a text that was parsed, or only its tag with the attributes.
+[[nodiscard]] TiXmlElement ParseElement(std::string_view text);
+[[nodiscard]] TiXmlElement ParseTag(std::string_view text);
+
+// Calls `visit` for each element of such a text that holds one, its children's children and so on
+// included, each ahead of the one around it; `level` is 1 for the outermost.
+void ForEachElement(
+    const std::string& text,
+    const std::function<void(int level, std::string_view name, std::string_view element)>& visit);
 
 // An attribute that holds a broken number, with six digits and a point whatever the locale.
 void SetDouble(TiXmlElement& element, const char* name, double value);

@@ -120,10 +120,25 @@ XmlFileState XmlDocument::LoadFile(qv::kelvo::MediaFiles& files, const std::stri
   return state;
 }
 
+std::string XmlDocument::PrintWhole() {
+  TiXmlElement* const root = FirstChildElement(kRootName);
+  std::vector<TiXmlNode*> put;
+  for (const std::string& element : aside) {
+    if (root == nullptr) break;
+    // The library prints a node that it doesn't know as it stands between < and >.
+    auto* const node = new TiXmlUnknown;
+    node->SetValue(element.substr(1, element.size() - 2));
+    put.push_back(root->LinkEndChild(node));
+  }
+  std::string text = PrintXml(*this, "\n");
+  for (TiXmlNode* node : put) root->RemoveChild(node);
+  return text;
+}
+
 // Writes the document as a new file and reads it back; what went wrong, or nothing.
 std::string XmlDocument::WritePending(const qv::kelvo::Platform& platform,
-                                      const std::string& path) const {
-  const std::string text = PrintXml(*this, "\n");
+                                      const std::string& path) {
+  const std::string text = PrintWhole();
   std::string message = WriteNew(platform.durableFiles, path, text);
   if (!message.empty()) return message;
   std::string back;
@@ -133,6 +148,7 @@ std::string XmlDocument::WritePending(const qv::kelvo::Platform& platform,
   }
   if (back != text) return "read back other bytes than were written";
   XmlDocument document;
+  document.nameAside = nameAside;
   if (document.ParseFrom(Source::File, back)) return {};
   return std::string("read back: ") + document.ErrorDesc();
 }

@@ -77,8 +77,8 @@ const char* EndOfText(const char* p, char terminator) {
 // A null position means that the text is malformed there.
 class Scan {
  public:
-  Scan(const char* start, const XmlExtent& given, XmlExtent& extent)
-      : p(start), limits(given), found(extent) {}
+  Scan(const char* start, const XmlExtent& given, XmlExtent& extent, const ElementVisitor& visitor)
+      : p(start), limits(given), found(extent), visit(visitor) {}
 
   XmlVerdict Run() {
     found = {};
@@ -114,11 +114,19 @@ class Scan {
   }
 
   void EndTag() {
-    const std::string_view name = open.back();
-    open.pop_back();
+    const std::string_view name = open.back().name;
     const bool matches = std::strncmp(p + 2, name.data(), name.size()) == 0;
     p = matches ? Skip(p + 2 + name.size()) : nullptr;
     p = !AtEnd(p) && *p == '>' ? p + 1 : nullptr;
+    EndElement();
+  }
+
+  void EndElement() {
+    const auto [begin, name] = open.back();
+    if (visit && p != nullptr) {
+      visit(static_cast<int>(open.size()), name, {begin, static_cast<std::size_t>(p - begin)});
+    }
+    open.pop_back();
   }
 
   void Markup() {
@@ -147,12 +155,13 @@ class Scan {
   }
 
   void StartTag() {
-    const char* const name = Skip(p + 1);
+    const char* const begin = p;
+    const char* const name = Skip(p + 1);  // a byte order mark counts as a blank
     p = Tokens::ReadName(name, &scratch, kUtf8);
     if (p == nullptr) return;
-    const std::string_view nameView(name, static_cast<std::size_t>(p - name));
-    found.depth = std::max(found.depth, static_cast<int>(open.size()) + 1);
-    for (std::size_t attributes = 0;; ++attributes) {
+    open.push_back({begin, {name, static_cast<std::size_t>(p - name)}});
+    found.depth = std::max(found.depth, static_cast<int>(open.size()));
+    for (attributes.clear();;) {
       p = Skip(p);
       if (AtEnd(p)) {
         p = nullptr;
@@ -160,16 +169,19 @@ class Scan {
       }
       if (*p == '/') {
         p = p[1] == '>' ? p + 2 : nullptr;
+        EndElement();
         return;
       }
       if (*p == '>') {
         ++p;
-        open.push_back(nameView);
         return;
       }
-      if (!CountAttribute(attributes)) return;
+      if (!CountAttribute(attributes.size())) return;
       p = PastAttribute(p);
       if (p == nullptr) return;
+      if (std::ranges::find(attributes, attribute) != attributes.end()) p = nullptr;
+      if (p == nullptr) return;
+      attributes.push_back(attribute);
     }
   }
 
@@ -182,9 +194,12 @@ class Scan {
     return p != nullptr && CountItem();
   }
 
-  // The position behind the attribute that begins at `at`. `raw` gets its value as it stands.
+  // The position behind the attribute that begins at `at`. `attribute` gets its name, `raw` its
+  // value as it stands.
   const char* PastAttribute(const char* at) {
+    const char* const begun = at;
     at = Tokens::ReadName(at, &scratch, kUtf8);
+    attribute = {begun, at == nullptr ? 0 : static_cast<std::size_t>(at - begun)};
     if (at != nullptr) at = Skip(at);
     if (AtEnd(at) || *at != '=') return nullptr;
     at = Skip(at + 1);
@@ -228,8 +243,15 @@ class Scan {
   const char* p;
   const XmlExtent limits;
   XmlExtent& found;
+  const ElementVisitor& visit;
   XmlVerdict verdict = XmlVerdict::Parsable;
-  std::vector<std::string_view> open;  // names of the elements around `p`, outermost first
+  struct Element {
+    const char* begin;
+    std::string_view name;
+  };
+  std::vector<Element> open;                 // those around `p`, outermost first
+  std::vector<std::string_view> attributes;  // names in the tag at `p`
+  std::string_view attribute;
   std::string_view raw;
   std::string scratch;
 };
@@ -266,11 +288,13 @@ std::string DecodeXml(std::string_view text) {
   const bool marked = text.starts_with(kMark);
   std::string plain(text.substr(marked ? kMark.size() : 0));
   if (IsLatin(TakeEncoding(plain)) && !marked) return Utf8FromLatin(plain);
-  return IsUtf8(plain) ? plain : ToUtf8(plain);
+  if (!IsUtf8(plain)) return ToUtf8(plain);
+  return plain;
 }
 
-XmlVerdict ScanXml(const std::string& text, const XmlExtent& limits, XmlExtent& found) {
-  return Scan(text.c_str(), limits, found).Run();
+XmlVerdict ScanXml(const std::string& text, const XmlExtent& limits, XmlExtent& found,
+                   const ElementVisitor& visit) {
+  return Scan(text.c_str(), limits, found, visit).Run();
 }
 
 }  // namespace qvsvr::kelvo

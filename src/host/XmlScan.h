@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -20,12 +21,17 @@ enum class XmlVerdict { Parsable, TooDeep, TooManyAttributes, TooLarge, Malforme
 // A message or file as UTF-8, with an empty declaration if it has one. Text ends at its first NUL.
 [[nodiscard]] std::string DecodeXml(std::string_view text);
 
+// Called for each element when its end is reached, so for children before their parent; the root's
+// level is 1. Both views are of the scanned text, `element` from its `<` to its `>`.
+using ElementVisitor =
+    std::function<void(int level, std::string_view name, std::string_view element)>;
+
 // Walks a decoded text token by token just as the library will, without building anything and
-// without recursion. Parsable means that the library gets through the whole text, unless an
-// attribute stands twice in an element, and builds a tree of the depth and the attributes that are
-// in `found`, with at most so many items. Whatever this walk can't follow exactly is Malformed.
-// Linear time.
-[[nodiscard]] XmlVerdict ScanXml(const std::string& text, const XmlExtent& limits,
-                                 XmlExtent& found);
+// without recursion. Parsable means that the library gets through the whole text and builds a tree
+// of the depth and the attributes that are in `found`, with at most so many items. Whatever this
+// walk can't follow exactly is Malformed; `visit`, which may be empty, has seen elements until
+// there. Linear time but for the pairs of attributes.
+[[nodiscard]] XmlVerdict ScanXml(const std::string& text, const XmlExtent& limits, XmlExtent& found,
+                                 const ElementVisitor& visit = {});
 
 }  // namespace qvsvr::kelvo

@@ -121,6 +121,7 @@ void CRecordMgr::HandleXml(const RecordMessage& message) {
   BufferReference payload(Core, message.Payload);
   const auto* text = static_cast<const char*>(message.Payload);
   XmlDocument document;
+  document.nameAside = "Cases";
   const bool parsed =
       document.ParseText(std::string_view(text, text == nullptr ? 0 : message.Length));
   payload.Release();
@@ -141,7 +142,7 @@ void CRecordMgr::HandleXml(const RecordMessage& message) {
     if (ReadInt(*root, "Delta", delta) && delta != 0) {
       ApplyDelta(*root);
     } else {
-      ApplyConfiguration(*root);
+      ApplyConfiguration(*root, document.aside);
     }
   }
 }
@@ -155,12 +156,13 @@ void CRecordMgr::ApplyAction(const TiXmlElement& root) {
   }
 }
 
-void CRecordMgr::ApplyConfiguration(const TiXmlElement& root) {
+void CRecordMgr::ApplyConfiguration(const TiXmlElement& root,
+                                    const std::vector<std::string>& cases) {
   if (root.FirstChildElement("Devices") != nullptr) ApplyDevices(Config, root);
   if (root.FirstChildElement("Events") != nullptr) ApplyEvents(Config, root);
   ApplyArchives(Config, root);
   if (root.FirstChildElement("Storage") != nullptr) ApplyStorage(Config, root);
-  if (root.FirstChildElement("Cases") != nullptr) ApplyCases(root);
+  if (!cases.empty()) ApplyCases(cases);
 }
 
 void CRecordMgr::ApplyArchiveStatus(const TiXmlElement& root) {
@@ -170,13 +172,12 @@ void CRecordMgr::ApplyArchiveStatus(const TiXmlElement& root) {
   }
 }
 
-void CRecordMgr::ApplyCases(const TiXmlElement& root) {
+void CRecordMgr::ApplyCases(const std::vector<std::string>& elements) {
   ++Services.Stats.icas;
-  for (const TiXmlElement& cases : Children(root, "Cases")) {
-    if (!HasModuleId(cases, KELVO_MODULE_CASES)) continue;
-    FileSystem.ApplyCasesXml(cases, false);
-    return;
-  }
+  const auto cases = std::ranges::find_if(elements, [](const std::string& text) {
+    return HasModuleId(ParseTag(text), KELVO_MODULE_CASES);
+  });
+  if (cases != elements.end()) FileSystem.ApplyCasesXml(*cases, false);
 }
 
 void CRecordMgr::ApplyDelta(const TiXmlElement& root) {

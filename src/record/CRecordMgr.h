@@ -50,9 +50,9 @@ class CRecordMgr : public IRecordManager {
 
   void HandleXml(const RecordMessage& message);
   void ApplyAction(const TiXmlElement& root);
-  void ApplyConfiguration(const TiXmlElement& root);
+  void ApplyConfiguration(const TiXmlElement& root, const std::vector<std::string>& cases);
   void ApplyArchiveStatus(const TiXmlElement& root);
-  void ApplyCases(const TiXmlElement& root);
+  void ApplyCases(const std::vector<std::string>& elements);
   void ApplyDelta(const TiXmlElement& root);
   void ApplySystem(const TiXmlElement& root);
 

@@ -2,6 +2,7 @@
 
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace qvsvr::kelvo {
 namespace {
@@ -34,6 +35,17 @@ std::set<qv::kelvo::StreamID> ReadDevices(const TiXmlElement& bookmark) {
   return found;
 }
 
+bool ReadBookmark(const TiXmlElement& bookmark, BookmarkRecord& record) {
+  const char* const id = bookmark.Attribute("ID");
+  if (id == nullptr || !ReadInt(bookmark, "Start", record.start) ||
+      !ReadInt(bookmark, "End", record.end)) {
+    return false;
+  }
+  record.bookmarkId = id;
+  record.devices = ReadDevices(bookmark);
+  return true;
+}
+
 // The first bookmark of each id in each case. Borrows from the table.
 using FirstOfId = std::map<std::pair<std::string_view, std::string_view>, const BookmarkRecord*>;
 
@@ -57,25 +69,26 @@ std::uint32_t KnownSize(const FirstOfId& old, std::string_view caseId,
 
 }  // namespace
 
-Bookmarks ReadCases(const TiXmlElement& cases, const Bookmarks& old) {
+Bookmarks ReadCases(const std::string& cases, const Bookmarks& old) {
+  constexpr int kCaseLevel = 2;
   Bookmarks table;
   const FirstOfId known = IndexIds(old);
-  for (const TiXmlElement& element : Children(cases, "Case")) {
-    const char* caseId = element.Attribute("ID");
-    if (caseId == nullptr) continue;
-    for (const TiXmlElement& bookmark : Children(element, "Bookmark")) {
-      const char* id = bookmark.Attribute("ID");
+  std::vector<BookmarkRecord> records;  // of the case that hasn't ended
+  ForEachElement(cases, [&](int level, std::string_view name, std::string_view element) {
+    if (level == kCaseLevel + 1 && name == "Bookmark") {
       BookmarkRecord record;
-      if (id == nullptr || !ReadInt(bookmark, "Start", record.start) ||
-          !ReadInt(bookmark, "End", record.end)) {
-        continue;
-      }
-      record.bookmarkId = id;
-      record.devices = ReadDevices(bookmark);
-      record.sizeKB = KnownSize(known, caseId, record);
-      table.emplace(caseId, std::move(record));
+      if (ReadBookmark(ParseElement(element), record)) records.push_back(std::move(record));
     }
-  }
+    if (level != kCaseLevel) return;
+    const TiXmlElement tag = ParseTag(element);
+    const char* const id = tag.Attribute("ID");
+    for (BookmarkRecord& record : records) {
+      if (name != "Case" || id == nullptr) break;
+      record.sizeKB = KnownSize(known, id, record);
+      table.emplace(id, std::move(record));
+    }
+    records.clear();
+  });
   return table;
 }
 

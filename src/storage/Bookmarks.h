@@ -27,9 +27,10 @@ struct BookmarkRecord {
 // By case id. The records of a case stand in order of arrival.
 using Bookmarks = std::multimap<std::string, BookmarkRecord>;
 
-// The bookmarks of a Cases element. Whatever lacks a required attribute is left out. Sizes are
-// taken over from `old` for bookmarks that stayed the same.
-[[nodiscard]] Bookmarks ReadCases(const TiXmlElement& cases, const Bookmarks& old);
+// The bookmarks of the text of a Cases element, of which no tree is ever built. Whatever lacks a
+// required attribute is left out. Sizes are taken over from `old` for bookmarks that stayed the
+// same.
+[[nodiscard]] Bookmarks ReadCases(const std::string& cases, const Bookmarks& old);
 
 // A Cases element with each bookmark's size; without children when the table is empty.
 [[nodiscard]] TiXmlElement BookmarkSizes(const Bookmarks& table);

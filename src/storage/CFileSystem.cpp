@@ -51,8 +51,7 @@ bool CFileSystem::LearnSettings(bool save) {
   TiXmlElement reply("Storage");
   bool drivesGiven = false;
   ApplyStorageXml(root, drivesGiven, reply);
-  const TiXmlElement* cases = root.FirstChildElement("Cases");
-  if (cases != nullptr) ApplyCasesXml(*cases, true);
+  if (!document.aside.empty()) ApplyCasesXml(document.aside.front(), true);
   if (save) SaveStorage();
   if (reply.FirstChild() != nullptr) SendStorageXml(reply);
   return true;
@@ -215,7 +214,7 @@ bool CFileSystem::ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven,
   return true;
 }
 
-void CFileSystem::ApplyCasesXml(const TiXmlElement& cases, bool fromFile) {
+void CFileSystem::ApplyCasesXml(const std::string& cases, bool fromFile) {
   if (!fromFile) settingsFile.SaveCases(cases);
   bookmarkTable.Replace(ReadCases(cases, bookmarkTable.bookmarks));
 }

@@ -82,8 +82,9 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // Returns true.
   bool ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven, TiXmlElement& reply);
 
-  // Takes the place of all bookmarks. A live one (not `fromFile`) is stored first.
-  void ApplyCasesXml(const TiXmlElement& cases, bool fromFile);
+  // Takes the text of a Cases element in the place of all bookmarks. A live one (not `fromFile`) is
+  // stored first.
+  void ApplyCasesXml(const std::string& cases, bool fromFile);
 
   // Writes "kelvo.xml" and broadcasts the settings.
   void SaveStorage();

@@ -110,27 +110,21 @@ TiXmlElement& RootOf(XmlDocument& document) {
   return root;
 }
 
-void RemoveCases(TiXmlElement& root) {
-  while (TiXmlElement* cases = root.FirstChildElement(kCases)) root.RemoveChild(cases);
-}
-
-// Puts an element that was printed into the place of the first of its name.
-TiXmlNode* PutPrinted(const std::string& text, const char* name, TiXmlElement& root) {
-  // The library prints a node that it doesn't know as it stands between < and >: that takes a
-  // fraction of the memory that the element would.
-  TiXmlUnknown printed;
-  printed.SetValue(text.substr(1, text.size() - 2));
-  TiXmlElement* earlier = root.FirstChildElement(name);
-  return earlier != nullptr ? root.ReplaceChild(earlier, printed) : root.InsertEndChild(printed);
+// In the place of the first that is there.
+void ReplaceCases(const std::string& text, XmlDocument& document) {
+  if (document.aside.empty()) document.aside.emplace_back();
+  document.aside.front() = text;
 }
 
 }  // namespace
 
 XmlFileState StorageFile::Load(XmlDocument& document) {
+  document.nameAside = kCases;
   XmlFileState state = document.LoadFileWithBackup(platform, kFileName);
   const std::string cause = document.ErrorDesc();
   if (state == XmlFileState::Damaged) state = PutAside(cause);
   if (state != XmlFileState::Good) document = XmlDocument();
+  document.nameAside = kCases;
   const bool unreadable = state == XmlFileState::Unreadable;
   if (unreadable && !readFailed) {
     LogPrintf(LogError, "%s is there but can't be read, nothing is saved until it can: %s",
@@ -165,9 +159,9 @@ bool StorageFile::Learn(XmlDocument& document) {
   known = true;
   TiXmlElement& root = RootOf(document);
   if (casesOwed) {
-    RemoveCases(root);
-  } else if (const TiXmlElement* cases = root.FirstChildElement(kCases); cases != nullptr) {
-    casesText = PrintXml(*cases);
+    document.aside.clear();
+  } else if (!document.aside.empty()) {
+    casesText = document.aside.front();
   }
   for (const TiXmlElement& storage : Children(changes, kStorage)) root.InsertEndChild(storage);
   changes.Clear();
@@ -190,29 +184,26 @@ std::string StorageFile::Save(const SavedTables& tables) {
   }
   WriteDrives(tables.driveTable, storage);
 
-  TiXmlNode* cases = nullptr;
   const bool casesMissing = casesOwed || state != XmlFileState::Good;
-  if (casesMissing && !casesText.empty()) cases = PutPrinted(casesText, kCases, root);
+  if (casesMissing && !casesText.empty()) ReplaceCases(casesText, document);
   // A save waits for the disk, and most starts change nothing.
   const bool changed = casesMissing || PrintXml(storage) != before;
   settingsOwed = changed && (state == XmlFileState::Unreadable || !Write(document));
 
-  if (cases != nullptr) root.RemoveChild(cases);
-  RemoveCases(root);
   for (std::size_t i = 0; i < std::size(kBroadcastOnly); ++i) {
     storage.SetAttribute(kBroadcastOnly[i], kBroadcastValues[i]);
   }
   return PrintXml(document);
 }
 
-void StorageFile::SaveCases(const TiXmlElement& cases) {
-  std::string text = PrintXml(cases);
-  if (text == casesText && !casesOwed) return;
-  casesText = std::move(text);
+void StorageFile::SaveCases(const std::string& cases) {
+  if (cases == casesText && !casesOwed) return;
+  casesText = cases;
   casesOwed = true;
   XmlDocument document;
   if (Load(document) != XmlFileState::Good) return;
-  PutPrinted(casesText, kCases, RootOf(document));
+  (void)RootOf(document);
+  ReplaceCases(casesText, document);
   (void)Write(document);  // else the next save does
 }
 

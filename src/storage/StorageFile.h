@@ -17,8 +17,9 @@ class StorageFile {
   // Borrows the platform for its life.
   explicit StorageFile(const qv::kelvo::Platform& borrowed) : platform(borrowed) {}
 
-  // Reads what is to be put in force: what the file holds, then what came meanwhile. Empty but for
-  // a root without a file. False when there may be settings that can't be read: ask again later.
+  // Reads what is to be put in force: what the file holds, the bookmarks as text aside, then what
+  // came meanwhile. Empty but for a root without a file. False when there may be settings that
+  // can't be read: ask again later.
   bool Learn(XmlDocument& document);
 
   // Whether the settings were learnt. Until then the tables hold defaults and are not written.
@@ -31,9 +32,9 @@ class StorageFile {
   // settings, also when the file could not be written.
   std::string Save(const SavedTables& tables);
 
-  // Puts a copy of a Cases element into the file, in the place of an earlier one. Without a file
+  // Puts the text of a Cases element into the file, in the place of an earlier one. Without a file
   // that can be read it waits for the next save. The same again costs no save.
-  void SaveCases(const TiXmlElement& cases);
+  void SaveCases(const std::string& cases);
 
   // Whether something waits for the next save.
   [[nodiscard]] bool Owing() const { return known && (casesOwed || settingsOwed); }

@@ -117,8 +117,7 @@ class RecordingForest : public ::testing::Test {
            std::to_string(device) + "'><Audio/></Device></Devices></Bookmark>";
   }
   void ApplyCases(const std::string& cases) {
-    const ParsedXml xml("<Cases ID='393216'>" + cases + "</Cases>");
-    storage->ApplyCasesXml(xml.Root(), false);
+    storage->ApplyCasesXml("<Cases ID='393216'>" + cases + "</Cases>", false);
   }
   std::size_t CountEvents(const std::string& text) {
     std::size_t found = 0;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "host/Utf8.h"
 #include "host/Xml.h"
@@ -42,7 +44,10 @@ inline std::string XmlDisagreement(const std::string& message, bool& parsed) {
   const std::string text = DecodeXml(message);
   XmlExtent found;
   XmlExtent unused;
-  parsed = ScanXml(text, kWide, found) == XmlVerdict::Parsable;
+  std::vector<std::string> elements;
+  parsed = ScanXml(text, kWide, found, [&](int, std::string_view, std::string_view element) {
+             elements.emplace_back(element);
+           }) == XmlVerdict::Parsable;
   const bool fits = found.depth <= kNarrow.depth && found.attributes <= kNarrow.attributes &&
                     found.pairs <= kNarrow.pairs && found.items <= kNarrow.items;
   const bool narrow = ScanXml(text, kNarrow, unused) == XmlVerdict::Parsable;
@@ -57,15 +62,18 @@ inline std::string XmlDisagreement(const std::string& message, bool& parsed) {
   document.Parse(text.c_str(), nullptr, TIXML_ENCODING_UTF8);
   const XmlTree tree(document);
   if (tree.extent.items > found.items) return "more items than were counted";
-  if (document.Error()) {
-    const bool twice =
-        document.ErrorId() == TiXmlBase::TIXML_ERROR_PARSING_ELEMENT && found.attributes > 1;
-    const bool empty = found.items == 0;
-    return twice || empty ? "" : document.ErrorDesc();
-  }
+  if (document.Error()) return found.items == 0 ? "" : document.ErrorDesc();
   if (tree.extent.depth != found.depth || tree.extent.attributes != found.attributes ||
       tree.extent.pairs != found.pairs) {
     return "other counts than the tree has";
+  }
+  for (const std::string& element : elements) {
+    TiXmlDocument alone;
+    alone.LinkEndChild(new TiXmlElement(ParseElement(element)));
+    if (tree.content.find(XmlTree(alone).content) == std::string::npos) {
+      return "reads otherwise alone: " + element;
+    }
+    if (ParseTag(element).ValueStr() != alone.RootElement()->ValueStr()) return "another tag";
   }
   const std::string printed = DecodeXml(PrintXml(document));
   if (ScanXml(printed, kWide, unused) != XmlVerdict::Parsable) {
