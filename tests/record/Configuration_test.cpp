@@ -1,0 +1,221 @@
+// Configuration as a conversation: what the host sends, and what the streams are behind it. The
+// conversations stand in configuration.txt, which says how it is read.
+#include <fstream>
+#include <sstream>
+
+#include "record/FrameIntake.h"
+#include "tests/record/StreamFixture.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+struct Step {
+  int line = 0;
+  std::string command, text, expected;
+};
+struct Conversation {
+  std::string name;
+  std::vector<Step> steps;
+};
+using Macros = std::map<std::string, std::string>;
+
+// Replaces each [name argument] by the text of that name, in which # stands for the argument.
+std::string Expand(const Macros& macros, std::string text) {
+  for (std::size_t open = text.rfind('['); open != std::string::npos; open = text.rfind('[')) {
+    const std::size_t close = text.find(']', open);
+    std::istringstream call(text.substr(open + 1, close - open - 1));
+    std::string name, argument;
+    std::getline(std::getline(call, name, ' '), argument);
+    std::string made = macros.at(name);
+    for (std::size_t at = made.find('#'); at != std::string::npos;
+         at = made.find('#', at + argument.size())) {
+      made.replace(at, 1, argument);
+    }
+    text.replace(open, close + 1 - open, made);
+  }
+  return text;
+}
+
+std::vector<Conversation> ReadConversations() {
+  std::vector<Conversation> found;
+  Macros macros;
+  std::ifstream file(KELVO_CONFIGURATION);
+  int number = 0;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    if (line.ends_with('\r')) line.pop_back();
+    if (line.empty() || line.starts_with('%')) continue;
+    if (line.starts_with("    ")) {
+      found.back().steps.back().text += ' ' + Expand(macros, line.substr(4));
+      continue;
+    }
+    if (line.starts_with("  ")) {
+      found.back().steps.back().expected += line.substr(2) + '\n';
+      continue;
+    }
+    std::istringstream words(line);
+    std::string command, rest;
+    std::getline(words >> command >> std::ws, rest);
+    if (command == "let") {
+      const std::size_t space = rest.find(' ');
+      macros[rest.substr(0, space)] = Expand(macros, rest.substr(space + 1));
+    } else if (command == "conversation") {
+      found.push_back({rest, {}});
+    } else {
+      found.back().steps.push_back({number, command, Expand(macros, rest), {}});
+    }
+  }
+  return found;
+}
+
+class ConfigurationParts : public StreamParts {
+ protected:
+  using Handler = void (*)(const ConfigTarget&, const TiXmlElement&);
+
+  void Apply(Handler handler, const std::string& text) {
+    XmlDocument document;
+    ASSERT_TRUE(document.ParseText("<qDVR>" + text + "</qDVR>")) << text;
+    volumes.BeginMessage();
+    handler(target, *document.RootElement());
+  }
+
+  void Run(const Step& step) {
+    static const std::map<std::string, Handler> kHandlers = {{"devices", ApplyDevices},
+                                                             {"events", ApplyEvents},
+                                                             {"ptz", ApplyPtz},
+                                                             {"action", ApplyActionDevices},
+                                                             {"disks", ApplyStorage}};
+    if (const auto handler = kHandlers.find(step.command); handler != kHandlers.end()) {
+      Apply(handler->second, step.text);
+    } else if (step.command == "settings") {
+      XmlDocument document;
+      ASSERT_TRUE(document.ParseText("<qDVR>" + step.text + "</qDVR>"));
+      bool drivesGiven = false;
+      TiXmlElement reply("Storage");
+      storage.ApplyStorageXml(*document.RootElement(), drivesGiven, reply);
+    } else if (step.command == "update") {
+      UpdateStreams(target, step.text == "drives", step.text == "drives");
+    } else if (step.command == "audio") {
+      PlaceAudio(target, step.text == "together");
+    } else if (step.command == "pass") {
+      bundle.clock.Advance(std::stoll(step.text));
+    } else if (step.command == "frames") {
+      std::istringstream words(step.text);
+      for (std::uint32_t provider = 0; words >> std::hex >> provider;) Give(provider);
+    } else {
+      FAIL() << "what is " << step.command;
+    }
+  }
+
+  void Give(std::uint32_t provider) {
+    KelvoFrameHeader header{};
+    header.Seconds = static_cast<std::uint32_t>(bundle.clock.NowMs() / 1000);
+    header.FrameType = (provider & 16) != 0 ? KELVO_FRAME_AUDIO : KELVO_FRAME_I;
+    IntakeFrame(services, streams, ptz, host.NewBuffer("frame"), 5, provider, 0, header);
+  }
+
+  // The streams, each with its slots in use, and what was logged and told.
+  std::string Seen() {
+    std::ostringstream out;
+    out << tree.FilesEndingIn(".ps").size() << " recordings, "
+        << reservations.ReservedGB(storage.Volume) << " GB reserved\n";
+    for (const auto& stream : streams.All()) {
+      out << std::hex << stream->StreamId << std::dec << " active " << stream->ActiveChannels;
+      if (const auto opened = stream->GetOpenTime()) out << " file " << *opened - start;
+      if (stream->DefaultLapse != 0) out << " lapse " << stream->DefaultLapse;
+      out << '\n';
+      for (int slot = 0; slot < kSlots; ++slot) Describe(*stream, slot, out);
+    }
+    for (const FakeHost::LogLine& line : host.Lines()) {
+      if (line.level >= LogWarning || line.text.starts_with("deleted")) out << line.text << '\n';
+    }
+    for (const FakeHost::XmlEvent& event : host.Events()) {
+      const std::size_t device = event.text.find("<Device ");
+      if (device != std::string::npos) {
+        out << event.text.substr(device, event.text.find(" Time=") - device) << '\n';
+      }
+    }
+    host.ForgetTraffic();
+    return out.str();
+  }
+
+  void Describe(const RecordStream& stream, int number, std::ostream& out) {
+    const ChannelSlot& slot = stream.Slots[static_cast<std::size_t>(number)];
+    if (slot.Encoder < 0) return;
+    out << "slot " << number << " <-" << std::hex;
+    for (std::uint32_t lowByte = 0; lowByte < 256; ++lowByte) {
+      // Of contexts and devices without end one will do: what comes here, and not to another
+      // stream.
+      const std::uint32_t provider = (stream.StreamId & ~0xFFu) | lowByte;
+      const bool comes = stream.SlotOf(provider) == number && streams.Route(provider) == &stream;
+      if (comes) out << ' ' << lowByte;
+    }
+    out << std::dec << " input " << slot.Input << " (" << stream.EffectiveInput(number) << ") '"
+        << slot.Name << "' encoder " << slot.Encoder << " standard " << slot.Standard;
+    if (slot.Width != 0) out << ' ' << slot.Width << 'x' << slot.Height;
+    if (slot.SampleRate != 0) out << ' ' << slot.SampleRate << '/' << slot.BufSizeSamples;
+    if (slot.PreMotion + slot.PostMotion != 0) {
+      out << " motion " << slot.PreMotion << '+' << slot.PostMotion;
+    }
+    if (slot.PreAlarm != 0) out << " prealarm " << slot.PreAlarm;
+    for (const ScheduleEntry& entry : slot.Schedule) List(entry, out << " record");
+    for (const ScheduleEntry& entry : slot.LapseSchedule) List(entry, out << " lapse");
+    for (const auto& [action, end] : slot.ActiveAlarms) {
+      out << " alarm " << action << (end ? " to " + std::to_string(*end) : "");
+    }
+    int waiting = 0, moving = 0;
+    for (auto* frame = stream.Undecided().SlotFront(number); frame; frame = frame->SlotNewer) {
+      ++waiting;
+      moving += frame->Ptz;
+    }
+    if (waiting != 0) out << " waiting " << waiting;
+    if (moving != 0) out << " moving " << moving;
+    out << '\n';
+  }
+  static void List(const ScheduleEntry& entry, std::ostream& out) {
+    out << ' ' << entry.FirstHour << '-' << entry.LastHour << ':' << entry.Value;
+  }
+
+  StreamSet streams;
+  PreAlarmTable preAlarm;
+  PtzInputs ptz;
+  const ConfigTarget target{services, streams, preAlarm, ptz};
+  const qv::kelvo::UtcMs start = bundle.clock.NowMs();
+};
+
+class Configuration : public ConfigurationParts,
+                      public ::testing::WithParamInterface<Conversation> {};
+
+TEST_P(Configuration, GivesTheStreamsThatAreWanted) {
+  ASSERT_FALSE(GetParam().steps.empty());
+  for (const Step& step : GetParam().steps) {
+    SCOPED_TRACE("configuration.txt:" + std::to_string(step.line));
+    Run(step);
+    if (!step.expected.empty()) {
+      EXPECT_EQ(Seen(), step.expected == "-\n" ? "" : step.expected);
+    }
+  }
+}
+
+TEST_F(ConfigurationParts, NewPreparedDriveEndsAllFiles) {
+  bundle.drives.Add(storage.Volume);
+  Run(ReadConversations().front().steps.at(2));
+  const auto prepare = [this](const std::string& id, const std::string& drive) {
+    Run({0, "disks",
+         "<Storage ID='" + id + "'><Disk SupportsPrep='1'><Drives><Drive Name='" + drive +
+             "'/></Drives></Disk></Storage>",
+         ""});
+    return streams.All().front()->HasFile();
+  };
+  const std::string added = tree.MakeDirectory("second");
+  ASSERT_TRUE(storage.LoadStorage());
+  EXPECT_TRUE(prepare("3604480", storage.Volume));
+  EXPECT_TRUE(prepare("327680", added));
+  EXPECT_FALSE(prepare("3604480", added));
+}
+
+INSTANTIATE_TEST_SUITE_P(Text, Configuration, ::testing::ValuesIn(ReadConversations()),
+                         [](const auto& made) { return made.param.name; });
+
+}  // namespace
+}  // namespace qvsvr::kelvo
