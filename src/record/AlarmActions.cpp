@@ -3,6 +3,7 @@
 #include <string_view>
 #include <vector>
 
+#include "host/DeviceNest.h"
 #include "record/DeviceConfig.h"
 #include "record/DeviceReader.h"
 
@@ -95,19 +96,11 @@ void ApplyContextAlarms(const StreamSet& streams, const DeviceAddress& address,
 void ApplyActionDevices(const ConfigTarget& target, const TiXmlElement& root) {
   if (root.FirstChildElement("Devices") == nullptr) return;
   ++target.Services.Stats.adev;
-  for (const TiXmlElement& devices : Children(root, "Devices")) {
-    DeviceAddress address;
-    if (!ExtractUnsigned(devices, "ID", address.Id)) continue;
-    for (const TiXmlElement& device : Children(devices, "Device")) {
-      if (!ExtractInt(device, "Number", address.Device)) continue;
-      address.Context = 0;
-      ApplyContextAlarms(target.Streams, address, device);
-      for (const TiXmlElement& context : Children(device, "Context")) {
-        if (!ExtractInt(context, "Number", address.Context)) continue;
-        ApplyContextAlarms(target.Streams, address, context);
-      }
-    }
-  }
+  ForEachDevice(root, [&](std::uint32_t id, std::int32_t number, const TiXmlElement& device) {
+    ForEachContext(device, [&](std::int32_t context, const TiXmlElement& element) {
+      ApplyContextAlarms(target.Streams, {id, number, context}, element);
+    });
+  });
 }
 
 }  // namespace qvsvr::kelvo

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "host/DeviceNest.h"
 #include "host/Log.h"
 #include "record/CodecConfig.h"
 #include "record/DeviceReader.h"
@@ -28,13 +29,13 @@ void ApplyContext(const ConfigTarget& target, const DeviceAddress& address,
   for (const TiXmlElement& codec : Children(element, "Codec")) config.Apply(codec);
 }
 
-void ApplyDevice(const ConfigTarget& target, std::uint32_t id, const TiXmlElement& device,
-                 SeenDevices& seen) {
-  std::int32_t number = 0, enabled = 0;
-  if (!ReadInt(device, "Number", number)) return;
+void ApplyDevice(const ConfigTarget& target, std::uint32_t id, std::int32_t number,
+                 const TiXmlElement& device, SeenDevices& seen) {
+  std::int32_t enabled = 0;
   if (ReadInt(device, "Enabled", enabled) && enabled == 0) return;
   int videoInputs = 0;
-  ForEachContext(device, [&](const TiXmlElement& element, std::int32_t context) {
+  ForEachContext(device, [&](std::int32_t context, const TiXmlElement& element) {
+    if (!IsContext(context, element)) return;
     ApplyContext(target, {id, number, context}, element, videoInputs, seen);
   });
 }
@@ -56,18 +57,15 @@ void ApplyDevices(const ConfigTarget& target, const TiXmlElement& root) {
   if (root.FirstChildElement("Devices") == nullptr) return;
   ++target.Services.Stats.idev;
   target.Streams.Changes();
-  for (const TiXmlElement& devices : Children(root, "Devices")) {
-    std::int32_t number = 0;
-    if (!ReadInt(devices, "ID", number)) continue;
-    const auto id = static_cast<std::uint32_t>(number);
+  ForEachProvider(root, [&](std::uint32_t id, const TiXmlElement& devices) {
     SeenDevices seen;
     target.Services.FileSystem.ForgetDevice(id);
-    for (const TiXmlElement& device : Children(devices, "Device")) {
-      ApplyDevice(target, id, device, seen);
-    }
+    ForEachNumbered(devices, "Device", [&](std::int32_t number, const TiXmlElement& device) {
+      ApplyDevice(target, id, number, device, seen);
+    });
     target.Services.FileSystem.Retention().AddKnownDevice(id);
     RemoveStaleStreams(target, id, seen.Streams, seen.Tuples);
-  }
+  });
 }
 
 void RemoveStaleStreams(const ConfigTarget& target, std::uint32_t id,

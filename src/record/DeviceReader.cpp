@@ -2,22 +2,13 @@
 
 #include <algorithm>
 
+#include "host/DeviceNest.h"
 #include "host/Log.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
 constexpr int kSequenceTable = 256;  // positions
-
-void ReadScheduleEntries(const TiXmlElement& schedule, Schedule& entries) {
-  for (const TiXmlElement& element : Children(schedule, "Entry")) {
-    ScheduleEntry entry;
-    if (ReadInt(element, "FirstHour", entry.FirstHour) &&
-        ReadInt(element, "LastHour", entry.LastHour) && ReadInt(element, "Record", entry.Value)) {
-      entries.push_back(entry);
-    }
-  }
-}
 
 void ReadExpirations(const TiXmlElement& schedule, std::int32_t input, DeviceInputs& inputs) {
   for (const TiXmlElement& element : Children(schedule, "Expiration")) {
@@ -37,7 +28,7 @@ void ReadVideoInput(const TiXmlElement& element, std::int32_t number, DeviceInpu
     (void)ReadInt(motion, "PostMotion", settings.PostMotion);
   }
   for (const TiXmlElement& schedule : Children(element, "Schedule")) {
-    ReadScheduleEntries(schedule, settings.Schedule);
+    ReadSchedule(schedule, "Record", settings.Schedule);
     ReadExpirations(schedule, number, inputs);
   }
 }
@@ -45,39 +36,31 @@ void ReadVideoInput(const TiXmlElement& element, std::int32_t number, DeviceInpu
 }  // namespace
 
 bool ReadVideoInputs(const TiXmlElement& element, DeviceInputs& inputs) {
-  bool any = false;
-  for (const TiXmlElement& video : Children(element, "Video")) {
-    any = any || !video.NoChildren();
-    for (const TiXmlElement& input : Children(video, "Input")) {
-      std::int32_t number = 0;
-      if (!ReadInt(input, "Number", number)) continue;
-      if (!IsInput(number)) {
-        LogPrintf(LogWarning, "invalid video input number %d", number);
-        continue;
-      }
-      ReadVideoInput(input, number, inputs);
-      ++inputs.VideoCount;
+  ForEachInput(element, "Video", [&](std::int32_t number, const TiXmlElement& input) {
+    if (!IsInput(number)) {
+      LogPrintf(LogWarning, "invalid video input number %d", number);
+      return;
     }
-  }
+    ReadVideoInput(input, number, inputs);
+    ++inputs.VideoCount;
+  });
+  bool any = false;
+  for (const TiXmlElement& video : Children(element, "Video")) any = any || !video.NoChildren();
   return any;
 }
 
 void ReadAudioInputs(const TiXmlElement& element, DeviceInputs& inputs) {
-  for (const TiXmlElement& audio : Children(element, "Audio")) {
-    for (const TiXmlElement& input : Children(audio, "Input")) {
-      std::int32_t number = 0;
-      if (!ReadInt(input, "Number", number)) continue;
-      if (!IsInput(number)) {
-        LogPrintf(LogWarning, "invalid audio input number %d", number);
-        continue;
-      }
-      InputSettings& settings = inputs.Audio[static_cast<std::size_t>(number)];
-      settings.Name = ReadText(input, "Name");
-      for (const TiXmlElement& schedule : Children(input, "Schedule")) {
-        ReadScheduleEntries(schedule, settings.Schedule);
-      }
+  ForEachInput(element, "Audio", [&](std::int32_t number, const TiXmlElement& input) {
+    if (!IsInput(number)) {
+      LogPrintf(LogWarning, "invalid audio input number %d", number);
+      return;
     }
-  }
+    InputSettings& settings = inputs.Audio[static_cast<std::size_t>(number)];
+    settings.Name = ReadText(input, "Name");
+    for (const TiXmlElement& schedule : Children(input, "Schedule")) {
+      ReadSchedule(schedule, "Record", settings.Schedule);
+    }
+  });
 }
 
 std::vector<std::int32_t> ReadSequence(const TiXmlElement& sequence) {
@@ -100,9 +83,8 @@ std::vector<std::int32_t> ReadSequence(const TiXmlElement& sequence) {
   return shown;
 }
 
-bool ReadContextNumber(const TiXmlElement& context, std::int32_t& number) {
-  if (!ReadInt(context, "Number", number)) return false;
-  if (number >= 1 && number <= 15) return true;
+bool IsContext(std::int32_t number, const TiXmlElement& element) {
+  if (element.ValueStr() != "Context" || (number >= 1 && number <= 15)) return true;
   LogPrintf(LogWarning, "invalid context number %d", number);
   return false;
 }

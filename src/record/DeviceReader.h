@@ -64,16 +64,8 @@ void ReadAudioInputs(const TiXmlElement& element, DeviceInputs& inputs);
 // The inputs that a Sequence shows, in the order of their positions.
 [[nodiscard]] std::vector<std::int32_t> ReadSequence(const TiXmlElement& sequence);
 
-// Number of a Context element, 1 to 15; false, with a line in the log if it is out of range.
-[[nodiscard]] bool ReadContextNumber(const TiXmlElement& context, std::int32_t& number);
-
-// Visits a Device element, as context 0, and then its Context children with a valid number.
-template <class Visit>
-void ForEachContext(const TiXmlElement& device, Visit visit) {
-  visit(device, 0);
-  for (const TiXmlElement& context : Children(device, "Context")) {
-    if (std::int32_t number = 0; ReadContextNumber(context, number)) visit(context, number);
-  }
-}
+// Whether a Context element has a number from 1 to 15, or it is the Device itself, which is 0; else
+// there is a line in the log.
+[[nodiscard]] bool IsContext(std::int32_t number, const TiXmlElement& element);
 
 }  // namespace qvsvr::kelvo

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "host/DeviceNest.h"
 #include "record/DeviceConfig.h"
 #include "record/DeviceReader.h"
 
@@ -8,33 +9,23 @@ namespace {
 
 constexpr std::int32_t kEventsId = 0x000A0000;
 
-void LinkInputs(PreAlarmTable& table, const DeviceAddress& address, const TiXmlElement& element,
-                const char* kind, std::uint32_t offset, std::int32_t seconds) {
-  for (const TiXmlElement& group : Children(element, kind)) {
-    for (const TiXmlElement& input : Children(group, "Input")) {
-      std::int32_t number = 0;
-      if (!ReadInt(input, "Number", number) || !IsInput(number)) continue;
-      std::int32_t& stored = table[address.With(static_cast<std::uint32_t>(number) + offset)];
-      stored = std::max(stored, seconds);
-    }
-  }
-}
-
 // Keeps `seconds` for each input that the Devices of an action name.
 void LinkAction(PreAlarmTable& table, const TiXmlElement& action, std::int32_t seconds) {
-  for (const TiXmlElement& devices : Children(action, "Devices")) {
-    std::int32_t id = 0;
-    if (!ReadInt(devices, "ID", id)) continue;
-    for (const TiXmlElement& device : Children(devices, "Device")) {
-      std::int32_t number = 0;
-      if (!ReadInt(device, "Number", number)) continue;
-      ForEachContext(device, [&](const TiXmlElement& element, std::int32_t context) {
-        const DeviceAddress address{static_cast<std::uint32_t>(id), number, context};
-        LinkInputs(table, address, element, "Video", 0, seconds);
-        LinkInputs(table, address, element, "Audio", kAudioKey, seconds);
-      });
-    }
-  }
+  ForEachDevice(action, [&](std::uint32_t id, std::int32_t device, const TiXmlElement& found) {
+    ForEachContext(found, [&](std::int32_t context, const TiXmlElement& element) {
+      if (!IsContext(context, element)) return;
+      const DeviceAddress address{id, device, context};
+      const auto link = [&](const char* kind, std::uint32_t offset) {
+        ForEachInput(element, kind, [&](std::int32_t input, const TiXmlElement&) {
+          if (!IsInput(input)) return;
+          std::int32_t& stored = table[address.With(static_cast<std::uint32_t>(input) + offset)];
+          stored = std::max(stored, seconds);
+        });
+      };
+      link("Video", 0);
+      link("Audio", kAudioKey);
+    });
+  });
 }
 
 std::int32_t PreAlarmOf(const PreAlarmTable& table, const RecordStream& stream, int slotIndex) {

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "host/DeviceNest.h"
 #include "media/StreamId.h"
 #include "record/DeviceConfig.h"
 #include "record/DeviceReader.h"
@@ -44,34 +45,18 @@ void PtzInputs::Keep(std::uint32_t id, const std::set<std::uint32_t>& configured
   });
 }
 
-namespace {
-
-void ApplyDevicePtz(PtzInputs& ptz, const DeviceAddress& address, const TiXmlElement& device) {
-  for (const TiXmlElement& video : Children(device, "Video")) {
-    for (const TiXmlElement& input : Children(video, "Input")) {
-      std::int32_t number = 0, opcode = 0;
-      if (ReadInt(input, "Number", number) && IsInput(number) && ReadInt(input, "Opcode", opcode)) {
-        ptz.Apply(address.With(static_cast<std::uint32_t>(number)), opcode);
-      }
-    }
-  }
-}
-
-}  // namespace
-
 void ApplyPtz(const ConfigTarget& target, const TiXmlElement& root) {
   if (root.FirstChildElement("PTZ") == nullptr) return;
   ++target.Services.Stats.eptz;
   for (const TiXmlElement& message : Children(root, "PTZ")) {
-    for (const TiXmlElement& devices : Children(message, "Devices")) {
-      std::int32_t id = 0;
-      if (!ReadInt(devices, "ID", id)) continue;
-      for (const TiXmlElement& device : Children(devices, "Device")) {
-        std::int32_t number = 0;
-        if (!ReadInt(device, "Number", number)) continue;
-        ApplyDevicePtz(target.Ptz, {static_cast<std::uint32_t>(id), number, 0}, device);
-      }
-    }
+    ForEachDevice(message, [&](std::uint32_t id, std::int32_t number, const TiXmlElement& device) {
+      ForEachInput(device, "Video", [&](std::int32_t input, const TiXmlElement& element) {
+        std::int32_t opcode = 0;
+        if (!IsInput(input) || !ReadInt(element, "Opcode", opcode)) return;
+        const DeviceAddress address{id, number, 0};
+        target.Ptz.Apply(address.With(static_cast<std::uint32_t>(input)), opcode);
+      });
+    });
   }
 }
 

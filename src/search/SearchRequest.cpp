@@ -1,5 +1,8 @@
 #include "search/SearchRequest.h"
 
+#include <functional>
+
+#include "host/DeviceNest.h"
 #include "host/Log.h"
 #include "host/Xml.h"
 
@@ -22,60 +25,27 @@ void ParseTargets(const TiXmlElement& targets, SearchRequest& request) {
   if (local != nullptr && ReadInt(*local, "Search", search)) request.searchLocal = search != 0;
 }
 
-// Reads the inputs of one device.
-class DeviceInputs {
- public:
-  DeviceInputs(const TiXmlElement& deviceElement, int providerId, int deviceNumber,
-               SearchRequest& result)
-      : device(deviceElement),
-        provider(static_cast<std::uint32_t>(providerId)),
-        number(static_cast<std::uint32_t>(deviceNumber)),
-        request(result) {}
-
-  void Parse() {
-    ParseContext(device, 0);
-    for (const TiXmlElement& context : Children(device, "Context")) {
-      int contextNumber = 0;
-      if (ReadInt(context, "Number", contextNumber)) ParseContext(context, contextNumber);
-    }
-  }
-
- private:
-  [[nodiscard]] RequestKey Key(int context, std::uint32_t input) const {
-    return MakeRequestKey(provider, number, static_cast<std::uint32_t>(context), input);
-  }
-
-  void ParseContext(const TiXmlElement& element, int context) {
-    int input = 0;
-    if (const TiXmlElement* video = element.FirstChildElement("Video")) {
-      for (const TiXmlElement& child : Children(*video, "Input")) {
-        if (!ReadInt(child, "Number", input)) continue;
-        const RequestKey key = Key(context, static_cast<std::uint32_t>(input));
-        request.keys.insert(key);
-        AddMoments(child, key);
+// Reads the inputs of a device in one context.
+void ParseContext(const TiXmlElement& device, const TiXmlElement& element,
+                  const std::function<RequestKey(std::int32_t input)>& keyOf,
+                  SearchRequest& request) {
+  if (const TiXmlElement* video = element.FirstChildElement("Video")) {
+    ForEachNumbered(*video, "Input", [&](std::int32_t number, const TiXmlElement& input) {
+      const RequestKey key = keyOf(number);
+      request.keys.insert(key);
+      for (const TiXmlElement& child : Children(input, "Request")) {
+        int moment = 0;
+        if (ReadInt(child, "Frame", moment)) request.frameRequests[key].push_back(moment);
       }
-    }
-    // Audio belongs to the device and is searched under each of its contexts.
-    if (const TiXmlElement* audio = device.FirstChildElement("Audio")) {
-      for (const TiXmlElement& child : Children(*audio, "Input")) {
-        if (!ReadInt(child, "Number", input)) continue;
-        request.keys.insert(Key(context, static_cast<std::uint32_t>(input) + kFirstAudioInput));
-      }
-    }
+    });
   }
-
-  void AddMoments(const TiXmlElement& input, RequestKey key) {
-    for (const TiXmlElement& child : Children(input, "Request")) {
-      int moment = 0;
-      if (ReadInt(child, "Frame", moment)) request.frameRequests[key].push_back(moment);
-    }
+  // Audio belongs to the device and is searched under each of its contexts.
+  if (const TiXmlElement* audio = device.FirstChildElement("Audio")) {
+    ForEachNumbered(*audio, "Input", [&](std::int32_t number, const TiXmlElement&) {
+      request.keys.insert(keyOf(number + static_cast<std::int32_t>(kFirstAudioInput)));
+    });
   }
-
-  const TiXmlElement& device;
-  const std::uint32_t provider;
-  const std::uint32_t number;
-  SearchRequest& request;
-};
+}
 
 }  // namespace
 
@@ -90,14 +60,16 @@ SearchRequest ParseSearchRequest(const TiXmlDocument& document) {
   if (const TiXmlElement* targets = root->FirstChildElement("Targets")) {
     ParseTargets(*targets, request);
   }
-  for (const TiXmlElement& provider : Children(*root, "Devices")) {
-    int id = 0;
-    if (!ReadInt(provider, "ID", id)) continue;
-    for (const TiXmlElement& device : Children(provider, "Device")) {
-      int number = 0;
-      if (ReadInt(device, "Number", number)) DeviceInputs(device, id, number, request).Parse();
-    }
-  }
+  ForEachDevice(*root, [&](std::uint32_t id, std::int32_t number, const TiXmlElement& device) {
+    ForEachContext(device, [&](std::int32_t context, const TiXmlElement& element) {
+      const auto keyOf = [&](std::int32_t input) {
+        return MakeRequestKey(id, static_cast<std::uint32_t>(number),
+                              static_cast<std::uint32_t>(context),
+                              static_cast<std::uint32_t>(input));
+      };
+      ParseContext(device, element, keyOf, request);
+    });
+  });
   if (!request.searchLocal) {
     LogPrintf(LogInfo, "Received local client search request (see audit for details).");
   }

@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/DeviceNest.h"
+
 namespace qvsvr::kelvo {
 namespace {
 
@@ -14,24 +16,13 @@ bool HoldsMedia(const TiXmlElement& holder) {
 
 std::set<qv::kelvo::StreamID> ReadDevices(const TiXmlElement& bookmark) {
   std::set<qv::kelvo::StreamID> found;
-  for (const TiXmlElement& devices : Children(bookmark, "Devices")) {
-    int provider = 0;
-    if (!ReadInt(devices, "ID", provider)) continue;
-    for (const TiXmlElement& device : Children(devices, "Device")) {
-      int number = 0;
-      if (!ReadInt(device, "Number", number)) continue;
-      const auto add = [&](int context) {
-        found.insert(qv::kelvo::MakeStreamID(static_cast<std::uint32_t>(context),
-                                             static_cast<std::uint32_t>(provider),
-                                             static_cast<std::uint32_t>(number), 0));
-      };
-      if (HoldsMedia(device)) add(0);
-      for (const TiXmlElement& contextElement : Children(device, "Context")) {
-        int context = 0;
-        if (ReadInt(contextElement, "Number", context) && HoldsMedia(contextElement)) add(context);
-      }
-    }
-  }
+  ForEachDevice(bookmark, [&](std::uint32_t id, std::int32_t number, const TiXmlElement& device) {
+    ForEachContext(device, [&](std::int32_t context, const TiXmlElement& element) {
+      if (!HoldsMedia(element)) return;
+      found.insert(qv::kelvo::MakeStreamID(static_cast<std::uint32_t>(context), id,
+                                           static_cast<std::uint32_t>(number), 0));
+    });
+  });
   return found;
 }
 

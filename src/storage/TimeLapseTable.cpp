@@ -1,34 +1,25 @@
 #include "storage/TimeLapseTable.h"
 
+#include "host/DeviceNest.h"
+
 namespace qvsvr::kelvo {
 namespace {
 
-Schedule ReadSchedule(const TiXmlElement& element) {
-  Schedule list;
-  for (const TiXmlElement& entry : Children(element, "Entry")) {
-    ScheduleEntry row;
-    if (ReadInt(entry, "FirstHour", row.FirstHour) && ReadInt(entry, "LastHour", row.LastHour) &&
-        ReadInt(entry, "TimeLapse", row.Value)) {
-      list.push_back(row);
-    }
-  }
-  return list;
-}
-
-// `holder` is the Device or Context element around one Video element.
-void ApplyVideo(TimeLapseTable& table, const TiXmlElement& holder, int context, int provider,
-                int device) {
+// Of the first Video element of a Device or Context element.
+void ApplyVideo(TimeLapseTable& table, const TiXmlElement& holder, std::int32_t context,
+                std::uint32_t provider, std::int32_t device) {
   const TiXmlElement* video = holder.FirstChildElement("Video");
   if (video == nullptr) return;
-  for (const TiXmlElement& input : Children(*video, "Input")) {
-    int number = 0;
+  ForEachNumbered(*video, "Input", [&](std::int32_t number, const TiXmlElement& input) {
     const TiXmlElement* schedule = input.FirstChildElement("Schedule");
-    if (schedule == nullptr || !ReadInt(input, "Number", number)) continue;
+    if (schedule == nullptr) return;
     const qv::kelvo::StreamID id = qv::kelvo::MakeStreamID(
-        static_cast<std::uint32_t>(context), static_cast<std::uint32_t>(provider),
-        static_cast<std::uint32_t>(device), static_cast<std::uint32_t>(number));
-    table.timeLapseSchedules[id] = ReadSchedule(*schedule);
-  }
+        static_cast<std::uint32_t>(context), provider, static_cast<std::uint32_t>(device),
+        static_cast<std::uint32_t>(number));
+    Schedule& list = table.timeLapseSchedules[id];
+    list.clear();
+    ReadSchedule(*schedule, "TimeLapse", list);
+  });
 }
 
 }  // namespace
@@ -40,21 +31,11 @@ void TimeLapseTable::SetTimeLapse(std::int32_t milliseconds) {
 }
 
 void TimeLapseTable::ApplyDevices(const TiXmlElement& storage) {
-  for (const TiXmlElement& devices : Children(storage, "Devices")) {
-    int provider = 0;
-    if (!ReadInt(devices, "ID", provider)) continue;
-    for (const TiXmlElement& device : Children(devices, "Device")) {
-      int number = 0;
-      if (!ReadInt(device, "Number", number)) continue;
-      ApplyVideo(*this, device, 0, provider, number);
-      for (const TiXmlElement& contextElement : Children(device, "Context")) {
-        int context = 0;
-        if (ReadInt(contextElement, "Number", context)) {
-          ApplyVideo(*this, contextElement, context, provider, number);
-        }
-      }
-    }
-  }
+  ForEachDevice(storage, [&](std::uint32_t id, std::int32_t number, const TiXmlElement& device) {
+    ForEachContext(device, [&](std::int32_t context, const TiXmlElement& element) {
+      ApplyVideo(*this, element, context, id, number);
+    });
+  });
 }
 
 bool TimeLapseTable::GetSchedule(qv::kelvo::StreamID input, Schedule& list) const {
