@@ -107,8 +107,7 @@ void CRecordMgr::HandleMessage(const RecordMessage& message) {
     return;
   }
   if (!IsStopping()) {
-    IntakeFrame(Services, Streams, Ptz, message.Payload, message.Length, message.Source,
-                message.SubCode, message.Header);
+    IntakeFrame(Services, Streams, Ptz, message);
     return;
   }
   // Not recorded any more: back to the queue, whose rest the destructor releases.

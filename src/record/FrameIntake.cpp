@@ -20,19 +20,19 @@ bool IsCameraMoving(const RecordStream& stream, std::uint32_t provider, const Pt
 
 }  // namespace
 
-void IntakeFrame(RecordServices& services, StreamSet& streams, const PtzInputs& ptz, void* buffer,
-                 std::uint32_t length, std::uint32_t provider, std::uint32_t subCode,
-                 const KelvoFrameHeader& header) {
-  BufferReference reference(services.Core, buffer);
+void IntakeFrame(RecordServices& services, StreamSet& streams, const PtzInputs& ptz,
+                 const RecordMessage& frame) {
+  BufferReference reference(services.Core, frame.Payload);
   ++services.Stats.eav;
-  RecordStream* stream = streams.Route(provider);
+  RecordStream* stream = streams.Route(frame.Source);
   if (stream == nullptr) {
     LogPrintf(LogCritical, "write invalid provider ID %08lX!!!",
-              static_cast<unsigned long>(provider));
+              static_cast<unsigned long>(frame.Source));
     return;
   }
-  const bool moving = IsCameraMoving(*stream, provider, ptz);
-  if (stream->StreamAddFrame(provider, buffer, length, subCode, header, moving)) {
+  const bool moving = IsCameraMoving(*stream, frame.Source, ptz);
+  if (stream->StreamAddFrame(frame.Source, frame.Payload, frame.Length, frame.SubCode, frame.Header,
+                             moving)) {
     reference.PassOn();
   }
 }

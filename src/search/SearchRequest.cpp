@@ -27,11 +27,11 @@ void ParseTargets(const TiXmlElement& targets, SearchRequest& request) {
 
 // Reads the inputs of a device in one context.
 void ParseContext(const TiXmlElement& device, const TiXmlElement& element,
-                  const std::function<RequestKey(std::int32_t input)>& keyOf,
+                  const std::function<RequestKey(std::uint32_t input)>& keyOf,
                   SearchRequest& request) {
   if (const TiXmlElement* video = element.FirstChildElement("Video")) {
     ForEachNumbered(*video, "Input", [&](std::int32_t number, const TiXmlElement& input) {
-      const RequestKey key = keyOf(number);
+      const RequestKey key = keyOf(static_cast<std::uint32_t>(number));
       request.keys.insert(key);
       for (const TiXmlElement& child : Children(input, "Request")) {
         int moment = 0;
@@ -42,7 +42,7 @@ void ParseContext(const TiXmlElement& device, const TiXmlElement& element,
   // Audio belongs to the device and is searched under each of its contexts.
   if (const TiXmlElement* audio = device.FirstChildElement("Audio")) {
     ForEachNumbered(*audio, "Input", [&](std::int32_t number, const TiXmlElement&) {
-      request.keys.insert(keyOf(number + static_cast<std::int32_t>(kFirstAudioInput)));
+      request.keys.insert(keyOf(static_cast<std::uint32_t>(number) + kFirstAudioInput));
     });
   }
 }
@@ -62,10 +62,9 @@ SearchRequest ParseSearchRequest(const TiXmlDocument& document) {
   }
   ForEachDevice(*root, [&](std::uint32_t id, std::int32_t number, const TiXmlElement& device) {
     ForEachContext(device, [&](std::int32_t context, const TiXmlElement& element) {
-      const auto keyOf = [&](std::int32_t input) {
+      const auto keyOf = [&](std::uint32_t input) {
         return MakeRequestKey(id, static_cast<std::uint32_t>(number),
-                              static_cast<std::uint32_t>(context),
-                              static_cast<std::uint32_t>(input));
+                              static_cast<std::uint32_t>(context), input);
       };
       ParseContext(device, element, keyOf, request);
     });

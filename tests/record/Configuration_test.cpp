@@ -108,10 +108,13 @@ class ConfigurationParts : public StreamParts {
   }
 
   void Give(std::uint32_t provider) {
-    KelvoFrameHeader header{};
-    header.Seconds = static_cast<std::uint32_t>(bundle.clock.NowMs() / 1000);
-    header.FrameType = (provider & 16) != 0 ? KELVO_FRAME_AUDIO : KELVO_FRAME_I;
-    IntakeFrame(services, streams, ptz, host.NewBuffer("frame"), 5, provider, 0, header);
+    RecordMessage frame;
+    frame.Payload = host.NewBuffer("frame");
+    frame.Length = 5;
+    frame.Source = provider;
+    frame.Header.Seconds = static_cast<std::uint32_t>(bundle.clock.NowMs() / 1000);
+    frame.Header.FrameType = (provider & 16) != 0 ? KELVO_FRAME_AUDIO : KELVO_FRAME_I;
+    IntakeFrame(services, streams, ptz, frame);
   }
 
   // The streams, each with its slots in use, and what was logged and told.
