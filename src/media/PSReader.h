@@ -141,7 +141,6 @@ class PSReader {
   void ScanMedia();
   [[nodiscard]] bool ScanFrame(ConstPesHeaderBytes bytes, std::uint64_t position,
                                PsiFrameRecord& record);
-  [[nodiscard]] PackedTime ScannedTime(ConstPesHeaderBytes bytes, const PesHeader& header) const;
   [[nodiscard]] MediaFile& IndexSource() { return indexInMedia ? *mediaFile : *indexFile; }
 
   [[nodiscard]] int ReadRun(std::uint32_t number, PsiRunRecord& record);

@@ -2,25 +2,10 @@
 
 #include <algorithm>
 
-#include "media/ByteOrder.h"
+#include "media/FrameTime.h"
 #include "media/PSReader.h"
 
 namespace qv::kelvo {
-namespace {
-
-// Bytes 28 to 31 of a header: stream info, pad info and date, or what older writers put there.
-constexpr std::size_t kTailAt = 28;
-constexpr std::uint32_t kNoDateTail = 0xFFFFFFFFu;
-constexpr std::uint8_t kStreamInfoMark = 0x80;
-constexpr std::uint64_t kTicksPerSecond = 90'000;
-
-PackedTime PackSeconds(std::int64_t seconds, std::uint32_t milliseconds) {
-  const auto packed = Pack(seconds * 1000);
-  if (!packed) return {};
-  return {packed->date, packed->ms + milliseconds};
-}
-
-}  // namespace
 
 void PSReader::ScanMedia() {
   if (mediaFile->CreationTime(creationSeconds) != 0) creationSeconds = 0;
@@ -62,26 +47,10 @@ bool PSReader::ScanFrame(ConstPesHeaderBytes bytes, std::uint64_t position,
   record.streamInfo = header.streamInfo;
   record.SetSize(header.size);
   record.offsetUnits = static_cast<std::uint32_t>(units);
-  const PackedTime time = ScannedTime(bytes, header);
+  const PackedTime time = FrameTime(bytes, creationSeconds);
   record.date = time.date;
   record.ms = time.ms;
   return true;
-}
-
-PackedTime PSReader::ScannedTime(ConstPesHeaderBytes bytes, const PesHeader& header) const {
-  const std::uint64_t ms = header.dts / kTicksPerMs;
-  const auto fraction = static_cast<std::uint32_t>(ms % 1000);
-  const std::uint32_t tail = GetBE32(bytes, kTailAt);
-  if (tail == kNoDateTail) {
-    // No date at all: counted from the file's creation.
-    return PackSeconds(creationSeconds + static_cast<std::int64_t>(header.dts / kTicksPerSecond),
-                       fraction);
-  }
-  if ((GetU8(bytes, kTailAt) & kStreamInfoMark) != 0) {
-    return {header.date, static_cast<std::uint32_t>(ms)};
-  }
-  // An older writer kept whole seconds since 1970 here.
-  return PackSeconds(tail, fraction);
 }
 
 }  // namespace qv::kelvo

@@ -10,6 +10,7 @@ namespace {
 using namespace qv::kelvo;
 
 constexpr std::size_t kMediaHead = 1978, kIndexHead = 1088, kRecord = 32;
+constexpr std::size_t kBlankStreams = 64 + 2 * kRecord;  // records of streams 2 to 15
 constexpr std::uint32_t kPayload = 100;
 constexpr std::size_t kFrameSize = 160;  // 32 + 100, up to a multiple of 32
 constexpr unsigned kFrames = 40;
@@ -21,10 +22,12 @@ class PsinfoTest : public ToolTest {
   void Write(std::uint8_t fileInput) {
     std::array<PsStreamDescriptor, kStreamCount> descriptors;
     for (unsigned stream = 0; stream < kStreamCount; ++stream) {
-      const bool video = stream < kVideoStreams;
+      const bool video = stream < kVideoStreams, named = stream % 16 < 2;  // two without frames
       descriptors[stream].streamId = static_cast<std::uint8_t>((video ? 0xE0 : 0xC0) + stream % 16);
-      descriptors[stream].streamType = video ? 132 : 146;
-      descriptors[stream].encoder = 5;
+      descriptors[stream].streamType =
+          static_cast<std::uint8_t>((named ? 4 : 0) + (video ? 128 : 144));
+      descriptors[stream].encoder = named ? 5 : 0xFF;
+      descriptors[stream].channel = named ? 0 : 0xFF;
     }
     descriptors[0].name = "Gate";
     PSFile file(SystemPlatform().mediaFiles);
@@ -52,7 +55,7 @@ TEST_F(PsinfoTest, PrintsStreamsRunsAndFrames) {
   EXPECT_EQ(printed.code, 0);
   for (const char* const text :
        {"closed index, 40 frames, 2023-11-14 22:13:20.000Z to 2023-11-14 22:13:21.560Z",
-        "stream  0 video      20 frames  channel 0 encoder 1", "H.264", "Gate", "AAC",
+        "stream  0 video      20 frames  channel 0 encoder 1", "H.264", "Gate", "MPEG audio",
         "run    5  stream 16", "frame     39 at       8218  stream 16  A"}) {
     EXPECT_TRUE(printed.Says(text)) << text << "\n" << printed.text;
   }
@@ -63,9 +66,13 @@ TEST_F(PsinfoTest, MakesTheVeryIndexThatWasLost) {
   const std::string index = tree.Read("a.psi");
   auto stale = index;
   for (std::size_t at = 20; at < 44; ++at) stale[at] = 0;  // a head without counts
-  for (const std::string& before : {stale, index.substr(0, kIndexHead + 300)}) {
+  for (const std::string& before : {index.substr(0, kIndexHead + 300), stale}) {
     tree.Write("a.psi", before);
-    EXPECT_EQ(Psinfo("check a.ps").code, 1);
+    const auto checked = Psinfo("check a.ps");
+    EXPECT_EQ(checked.code, 1);
+    EXPECT_TRUE(before != stale ||
+                checked.text.ends_with("never closed\n1 of 1 recordings damaged\n"))
+        << checked.text;
     EXPECT_EQ(Psinfo("rebuild a.psi").code, 0);
     EXPECT_TRUE(tree.Read("a.psi") == index);
   }
@@ -73,8 +80,9 @@ TEST_F(PsinfoTest, MakesTheVeryIndexThatWasLost) {
   EXPECT_TRUE(Psinfo("check a.ps").Says("there is no index"));
   const auto rebuilt = Psinfo("rebuild a.ps");
   EXPECT_TRUE(rebuilt.Says("40 frames, 6 runs")) << rebuilt.text;
-  // Only the old index knew the encoder's upper bits and the streams without frames.
+  // Only the old index knew the encoder's upper bits and the named streams without frames.
   EXPECT_TRUE(tree.Read("a.psi").substr(kIndexHead) == index.substr(kIndexHead));
+  EXPECT_TRUE(tree.Read("a.psi").substr(kBlankStreams, 448) == index.substr(kBlankStreams, 448));
   EXPECT_TRUE(Psinfo("check a.ps").Says("a.ps: 40 frames, good"));
 
   Write(3);  // a file for one input, whose frames don't tell the encoder
@@ -91,6 +99,9 @@ TEST_F(PsinfoTest, SaysWhereAPairIsDamaged) {
   } rows[] = {
       {"a.ps", 5, "media offset 0: the pack header isn't the constant"},
       {"a.ps", thirdFrame, "media offset 2458: no 00 00 01 where a frame begins"},
+      {"a.ps", thirdFrame + 19, "media offset 2477: a fixed bit is wrong"},
+      {"a.ps", thirdFrame + 150, "media offset 2590: the padding isn't zero"},
+      {"a.psi", kBlankStreams + 24, "index offset 152: stream record 2: channel isn't what"},
       {"a.ps", thirdFrame + 23, "media offset 2479: the size of the frame before is wrong"},
       {"a.ps", thirdFrame + 29, "media offset 2487: the pad count doesn't fit the frame"},
       {"a.ps", thirdFrame + 31,
@@ -123,6 +134,38 @@ TEST_F(PsinfoTest, SavesTheFramesBehindDamageAndBeforeACut) {
   EXPECT_TRUE(rebuilt.Says("38 frames")) << rebuilt.text;
   EXPECT_TRUE(rebuilt.Says("; 310 bytes of the media file belong to no frame")) << rebuilt.text;
   EXPECT_TRUE(Psinfo("print a.ps").Says("closed index, 38 frames"));
+}
+
+TEST_F(PsinfoTest, ReadsOlderFramesAndShorterMaps) {
+  const std::string good = tree.Read("a.ps");
+  for (const bool seconds : {true, false}) {
+    auto media = good;
+    for (unsigned number = 0; number < kFrames; ++number) {
+      for (unsigned byte = 0; byte < 4; ++byte) {
+        const unsigned time = (1'700'000'000 + number / 25) >> (24 - 8 * byte);
+        media[kMediaHead + number * kFrameSize + 28 + byte] =
+            static_cast<char>(seconds ? time : -1);
+      }
+    }
+    tree.Write("a.ps", media);
+    EXPECT_EQ(Psinfo("rebuild a.ps").code, 0);
+    EXPECT_EQ(Psinfo("check a.ps").text, "a.ps: 40 frames, good\n0 of 1 recordings damaged\n");
+    const auto printed = Psinfo("print a.ps");
+    EXPECT_EQ(printed.Says("2023-11-14 22:13:20.000Z to 2023-11-14 22:13:21.560Z"), seconds);
+    EXPECT_FALSE(printed.Says("2127") || printed.Says("2128")) << printed.text;
+  }
+
+  constexpr std::size_t kMap = 16, kEntries = kMap + 106, kEntry = 58;
+  auto small = good.substr(0, kMap + 38) + std::string("\1\0", 2);  // info of 28 bytes
+  small[kMap + 4] = 1, small[kMap + 5] = 34, small[kMap + 9] = 28;
+  for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+    small += good.substr(kEntries + stream * kEntry, 8);
+    small[small.size() - 5] = 4;
+  }
+  tree.Write("small.ps", small + good.substr(kMediaHead, 3 * kFrameSize));
+  const auto checked = Psinfo("check small.ps");
+  EXPECT_TRUE(checked.Says("3 frames, DAMAGED\n  index offset 0: there is no index\n1"))
+      << checked.text;
 }
 
 TEST_F(PsinfoTest, LivesThroughAnyBytes) {

@@ -49,9 +49,18 @@ std::size_t StreamRecordAt(std::size_t stream) {
   return kPsiHeaderSize + stream * kPsiStreamRecordSize;
 }
 
+// Whether the map tells of a stream that the file might have got; the entries of others are blank.
+bool IsNamed(const MediaWalk& walk, std::size_t stream) {
+  if (walk.streams.empty()) return true;  // unknown without a map
+  const PsStreamDescriptor& entry = walk.streams[stream];
+  const bool video = stream < kVideoStreams;
+  return entry.streamType != (video ? kVideoTypes : kAudioTypes) || !entry.name.empty() ||
+         entry.width16 != 0 || entry.height16 != 0;
+}
+
 // What a file's maker set when it began and no frame tells in full: channel and encoder of a stream
-// without frames, and the encoder's upper bits. The frames of a file for a single input tell
-// another number in its place.
+// without frames that the map names, and the encoder's upper bits. The frames of a file for a
+// single input tell another number in its place.
 void KeepStreamSetup(const MediaWalk& walk, const std::vector<std::byte>& from,
                      std::vector<std::byte>& to) {
   const bool toldByFrames = IsWideInput(walk.info.fileInput[0]);
@@ -60,6 +69,7 @@ void KeepStreamSetup(const MediaWalk& walk, const std::vector<std::byte>& from,
     const bool used = std::any_of(to.begin() + static_cast<std::ptrdiff_t>(at),
                                   to.begin() + static_cast<std::ptrdiff_t>(at + 4),
                                   [](std::byte b) { return b != std::byte{0}; });
+    if (!used && !IsNamed(walk, stream)) continue;
     if (!used) to[at + kChannelAt] = from[at + kChannelAt];
     constexpr std::byte kInFrames{3};
     if (!used || !toldByFrames ||
@@ -104,9 +114,14 @@ class IndexCheck {
     findings.push_back({Finding::Where::Index, offset, std::move(rule)});
   }
 
+  // As a reader counts them: the runs behind the records don't begin where the last frame ends.
   [[nodiscard]] std::size_t CountRecords() const {
     std::size_t count = 0;
-    while (count < RoomForRecords(index) && IsValid(RecordAt(index, count))) ++count;
+    for (std::uint64_t end = 0; count < RoomForRecords(index); ++count) {
+      const PsiFrameRecord record = RecordAt(index, count);
+      if (!IsValid(record) || record.Offset() != end) break;
+      end += record.Size();
+    }
     return count;
   }
 

@@ -96,6 +96,8 @@ const Field& FieldOf(const Place& place, std::size_t offset) {
 
 IndexImage MakeIndex(std::vector<PsiFrameRecord>& frames) {
   PsiTables tables;
+  // A stream that the file has no place for has neither channel nor encoder.
+  for (auto& stream : tables.streams) stream.channel = stream.encoder = 0xFF;
   std::array<std::uint16_t, kStreamCount> groups{};
   for (auto& frame : frames) {
     auto& stream = tables.streams[frame.stream];

@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "media/ByteOrder.h"
+#include "media/FrameTime.h"
 #include "platform/Platform.h"
 
 namespace psinfo {
@@ -14,7 +15,7 @@ namespace {
 using namespace qv::kelvo;
 
 constexpr std::size_t kReadAhead = 1 << 20;
-constexpr std::uint16_t kMapBytesBehindLength = kProgramMapSize - 6;
+constexpr std::size_t kMapHeadSize = 6;
 
 // A media file through a buffer that follows the walk.
 class Source {
@@ -26,8 +27,10 @@ class Source {
     if (const int error = file->Size(size)) {
       throw std::runtime_error(path + ": " + std::generic_category().message(error));
     }
+    if (file->CreationTime(created) != 0) created = 0;
   }
   [[nodiscard]] std::uint64_t Size() const { return size; }
+  [[nodiscard]] std::int64_t CreationTime() const { return created; }
   // At most `length` bytes; fewer only at the end of the file. Valid until the next call.
   [[nodiscard]] ConstBytes At(std::uint64_t offset, std::size_t length) {
     if (offset < begin || offset + length > begin + buffer.size()) {
@@ -42,6 +45,7 @@ class Source {
  private:
   std::unique_ptr<MediaFile> file;
   std::uint64_t size = 0;
+  std::int64_t created = 0;
   std::uint64_t begin = 0;
   std::vector<std::byte> buffer;
 };
@@ -75,20 +79,22 @@ class Walker {
 
   void ReadHead() {
     const ConstBytes head = source.At(0, kPackHeaderSize + kProgramMapSize);
-    if (head.size() < kPackHeaderSize + kProgramMapSize) {
-      Find(head.size(), "the file ends inside its head of 1978 bytes");
+    if (head.size() >= kPackHeaderSize && !IsPackHeader(head.first<kPackHeaderSize>())) {
+      return;  // a file without a map
+    }
+    const ConstBytes map = head.subspan(std::min(head.size(), kPackHeaderSize));
+    const std::size_t length = map.size() < kMapHeadSize
+                                   ? kProgramMapSize
+                                   : kMapHeadSize + ProgramMapLength(map.first<kMapHeadSize>());
+    walk.dataStart = std::min<std::uint64_t>(walk.size, kPackHeaderSize + length);
+    if (map.size() < std::min(length, kProgramMapSize)) {
+      Find(walk.size, "the file ends inside its head");
       walk.dataStart = walk.size;
       return;
     }
-    if (std::to_integer<unsigned>(head[3]) != 0xBA) return;  // a file without a map
     if (!std::ranges::equal(head.first<kPackHeaderSize>(), kPackHeader))
       Find(0, "the pack header isn't the constant");
-    const ConstBytes map = head.subspan(kPackHeaderSize);
-    walk.dataStart = kPackHeaderSize + 6 + ProgramMapLength(map.first<6>());
     if (!HasStartCode(map)) Find(kPackHeaderSize, "the stream map doesn't begin with 00 00 01");
-    if (ProgramMapLength(map.first<6>()) != kMapBytesBehindLength) {
-      Find(kPackHeaderSize + 4, "the stream map isn't 1956 bytes long behind its length");
-    }
     if (!DecodeFileInfo(map, walk.info)) {
       Find(kPackHeaderSize + 8, "the stream map contradicts its own length");
       return;
@@ -117,7 +123,8 @@ class Walker {
   }
 
   std::uint64_t TakeFrame(std::uint64_t position) {
-    const auto bytes = source.At(position, kPesHeaderSize).first<kPesHeaderSize>();
+    std::array<std::byte, kPesHeaderSize> bytes;  // the padding is read meanwhile
+    std::ranges::copy(source.At(position, kPesHeaderSize), bytes.begin());
     const PesHeader header = DecodePesHeader(bytes);
     CheckHeader(position, bytes, header);
     PsiFrameRecord record;
@@ -125,8 +132,9 @@ class Walker {
     record.frameInfo = header.frameInfo;
     record.streamInfo = header.streamInfo;
     record.SetSize(header.size);
-    record.date = header.date;
-    record.ms = static_cast<std::uint32_t>(header.dts / kTicksPerMs);
+    const PackedTime time = FrameTime(bytes, source.CreationTime());
+    record.date = time.date;
+    record.ms = time.ms;
     record.offsetUnits = static_cast<std::uint32_t>((position - walk.dataStart) / kFrameAlignment);
     walk.frames.push_back(record);
     previousSize = header.size;
@@ -139,10 +147,15 @@ class Walker {
                           kPadAt = 29, kDateAt = 30;
     constexpr std::uint32_t kSizeBits = 0x3FFFFF;
     const unsigned id = header.streamId;
-    const std::uint32_t pad = PadCount(header.padInfo);
+    // Bytes 28 to 31 of an older frame are the seconds, or nothing.
+    const bool older = IsOlderFrame(bytes);
+    const std::uint32_t pad = older ? 0 : PadCount(header.padInfo);
+    const std::size_t content = kPesHeaderSize + header.userDataBytes;
+    const bool padFits = content + pad <= header.size;
     // After damage the size of the frame before is unknown.
     const bool previousWrong =
         previousSize != 0 && (header.previousSize & kSizeBits) != (previousSize & kSizeBits);
+    const std::size_t fixedBits = WrongFixedBits(bytes, header);
     const struct {
       bool broken;
       std::size_t at;
@@ -154,17 +167,20 @@ class Walker {
         {GetU8(bytes, 6) != 0x80 || GetU8(bytes, 7) != 0xC1, 6, "the marks aren't 80 C1"},
         {GetU8(bytes, 8) != header.userDataBytes + 23u, 8,
          "the header length isn't the metadata's and 23"},
+        {fixedBits != 0, fixedBits, "a fixed bit is wrong"},
         {header.dts / kTicksPerMs >= 2ull * kMsPerDay || header.pts < header.dts, kPtsAt,
          "the time stamps aren't a time of day"},
         {previousWrong, kPreviousAt, "the size of the frame before is wrong"},
         {(header.frameInfo & 0x1C) != 0x1C, kInfoAt, "the fixed bits of the frame info aren't set"},
-        {(header.streamInfo & 0xC0) != 0xC0, kStreamAt,
+        {!older && (header.streamInfo & 0xC0) != 0xC0, kStreamAt,
          "the fixed bits of the stream info aren't set"},
-        {(header.padInfo & 0xE0) != 0xC0 ||
-             kPesHeaderSize + header.userDataBytes + pad > header.size,
-         kPadAt, "the pad count doesn't fit the frame"},
-        {MonthOf(header.date) < 1 || MonthOf(header.date) > 12 || DayOf(header.date) < 1, kDateAt,
-         "the date isn't one"},
+        {!padFits || (!older && (header.padInfo & 0xE0) != 0xC0), kPadAt,
+         "the pad count doesn't fit the frame"},
+        {padFits && !IsZero(position + header.size - pad, pad), header.size - pad,
+         "the padding isn't zero"},
+        {!older &&
+             (MonthOf(header.date) < 1 || MonthOf(header.date) > 12 || DayOf(header.date) < 1),
+         kDateAt, "the date isn't one"},
         {(header.frameInfo & kFrameTypeMask) == kFrameAudio &&
              StreamOfId(header.streamId) < kVideoStreams,
          kInfoAt, "a video frame has the type of audio"},
@@ -172,6 +188,23 @@ class Walker {
     for (const auto& rule : rules) {
       if (rule.broken) Find(position + rule.at, rule.rule);
     }
+  }
+
+  // The first byte of the time stamps, the extension's marks and the sizes that another writer of
+  // the same values would write otherwise; 0 for none.
+  static std::size_t WrongFixedBits(ConstPesHeaderBytes bytes, const PesHeader& header) {
+    constexpr std::size_t kFirst = 9, kEnd = 27;
+    std::array<std::byte, kPesHeaderSize> wanted;
+    EncodePesHeader(header, wanted);
+    for (std::size_t at = kFirst; at < kEnd; ++at) {
+      if (bytes[at] != wanted[at]) return at;
+    }
+    return 0;
+  }
+
+  bool IsZero(std::uint64_t offset, std::size_t length) {
+    return std::ranges::all_of(source.At(offset, length),
+                               [](std::byte b) { return b == std::byte{0}; });
   }
 
   // Where the walk may go on: a header with all its marks, whose frame is followed by another or by
