@@ -204,6 +204,7 @@ void CodecConfig::ApplyChannel(const TiXmlElement& element, Encoder& encoder,
     return;
   }
   const InputSettings& settings = Inputs.Video[static_cast<std::size_t>(input)];
+  if (!settings.Told) TellUntold(encoder, channel, "video", input);
   const auto number = static_cast<std::uint32_t>(input);
   slot.Name = settings.Name;
   slot.PostMotion = settings.PostMotion;
@@ -222,6 +223,13 @@ void CodecConfig::ApplyChannel(const TiXmlElement& element, Encoder& encoder,
   } else if (SetBit(encoder.Counted, channel)) {
     ++stream.ActiveChannels;
   }
+}
+
+// A channel without its Input element has no schedule, which is easily taken for a fault.
+void CodecConfig::TellUntold(const Encoder& encoder, std::int32_t channel, const char* kind,
+                             int input) const {
+  LogPrintf(LogWarning, "ID %08X device %d encoder %d channel %d has no %s input %d: no schedule",
+            Address.Id, Address.Device, encoder.Number, channel, kind, input);
 }
 
 void CodecConfig::SplitOff(Encoder& encoder, std::int32_t channel, std::int32_t input) {
@@ -296,6 +304,7 @@ void CodecConfig::ApplyAudioChannel(const TiXmlElement& element, Encoder& encode
     return;
   }
   const InputSettings& settings = Inputs.Audio[static_cast<std::size_t>(input)];
+  if (!settings.Told) TellUntold(encoder, channel, "audio", input);
   slot.Name = settings.Name;
   slot.Schedule = settings.Schedule;
   slot.PreAlarm =

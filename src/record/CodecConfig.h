@@ -48,6 +48,7 @@ class CodecConfig {
 
   void ApplyChannels(const TiXmlElement& element, Encoder& encoder);
   void ApplyChannel(const TiXmlElement& element, Encoder& encoder, std::int32_t channel);
+  void TellUntold(const Encoder& encoder, std::int32_t channel, const char* kind, int input) const;
   void SplitOff(Encoder& encoder, std::int32_t channel, std::int32_t input);
 
   void ApplyAudio(const TiXmlElement& element, Encoder& encoder);

@@ -21,6 +21,7 @@ void ReadExpirations(const TiXmlElement& schedule, std::int32_t input, DeviceInp
 
 void ReadVideoInput(const TiXmlElement& element, std::int32_t number, DeviceInputs& inputs) {
   InputSettings& settings = inputs.Video[static_cast<std::size_t>(number)];
+  settings.Told = true;
   settings.Name = ReadText(element, "Name");
   for (const TiXmlElement& motion : Children(element, "Motion")) {
     (void)ReadInt(motion, "BeginThreshold", settings.BeginThreshold);  // absent counts as 0
@@ -56,6 +57,7 @@ void ReadAudioInputs(const TiXmlElement& element, DeviceInputs& inputs) {
       return;
     }
     InputSettings& settings = inputs.Audio[static_cast<std::size_t>(number)];
+    settings.Told = true;
     settings.Name = ReadText(input, "Name");
     for (const TiXmlElement& schedule : Children(input, "Schedule")) {
       ReadSchedule(schedule, "Record", settings.Schedule);

@@ -30,6 +30,7 @@ struct DeviceAddress {
 
 // How one input is to be recorded.
 struct InputSettings {
+  bool Told = false;  // by an Input element
   std::string Name;
   qvsvr::kelvo::Schedule Schedule;
   std::int32_t PreMotion = 0;       // milliseconds
