@@ -14,8 +14,11 @@ volatile std::sig_atomic_t interrupted = 0;
 }  // namespace
 
 std::string FindPlugin(const std::string& option, const std::string& programPath) {
-  const fs::path plugin = option.empty() ? fs::canonical(programPath).parent_path() / KELVO_MODULE
-                                         : fs::absolute(option);
+  const fs::path programs = fs::canonical(programPath).parent_path();
+  fs::path plugin = option.empty() ? programs / KELVO_MODULE : fs::absolute(option);
+  if (option.empty() && !fs::exists(plugin)) {
+    plugin = programs.parent_path() / KELVO_INSTALLED_MODULE;
+  }
   if (!fs::is_regular_file(plugin)) {
     throw std::runtime_error("no plug-in at " + plugin.string() + " (--plugin says where it is)");
   }

@@ -134,6 +134,7 @@ int Run(int argc, char** argv) {
   constexpr std::size_t kHelpColumn = 34;
   app.get_formatter()->column_width(kHelpColumn);
   app.failure_message(CLI::FailureMessage::simple);
+  app.set_version_flag("--version", "nvrhost " KELVO_VERSION);
   Options options;
   const auto verbs = AddVerbs(app, options);
   try {

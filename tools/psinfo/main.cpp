@@ -83,6 +83,7 @@ int Run(int argc, char** argv) {
   CLI::App app("Looks into recordings: a .ps media file with its .psi index.\n");
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::simple);
+  app.set_version_flag("--version", "psinfo " KELVO_VERSION);
   std::vector<std::string> given;
   bool frames = false;
   const auto add = [&](const char* name, const char* help) {
