@@ -20,6 +20,7 @@ namespace fs = boost::filesystem;
 
 constexpr int kCameras = 4;
 constexpr double kFramesPerSecond = 25;
+constexpr int kPreAlarmSeconds = 2;
 
 // What was checked, and how it came out.
 class Checks {
@@ -60,7 +61,9 @@ RecordOptions DemoRecording(const fs::path& directory, double seconds) {
   options.codecs = {"h264", "h265", "mpeg2", "mjpeg"};
   options.audio = {"aac", "none", "g711", "none"};
   options.motion = "6:2";
-  options.alarms = {"3:2"};
+  // The alarm message is dated back by the pre-alarm, so alarm footage begins at 2 s.
+  options.alarms = {"4:2"};
+  options.preAlarmSeconds = kPreAlarmSeconds;
   options.metadataBytes = 30;
   options.report = true;
   options.ledger = (directory / "given.ledger").string();
@@ -111,8 +114,8 @@ int Demo(const std::string& directory, double seconds, const std::string& progra
     checks.Add(played.good && played.verified == played.frames,
                "playback: " + std::to_string(played.verified) + " of " +
                    std::to_string(played.frames) + " frames are, byte for byte, what was given");
-    // What is undecided at the end isn't kept: a group of each camera at most.
-    const double expected = kCameras * kFramesPerSecond * (seconds - 2);
+    // What is undecided at the end isn't kept: the pre-alarm and a group of each camera at most.
+    const double expected = kCameras * kFramesPerSecond * (seconds - 2 - kPreAlarmSeconds);
     checks.Add(static_cast<double>(played.videoFrames) >= expected,
                "playback: " + std::to_string(played.videoFrames) + " pictures of " +
                    std::to_string(kCameras) + " cameras");
