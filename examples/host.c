@@ -153,8 +153,8 @@ static Buffer* BufferOf(const void* payload) {
  * from those that are inside an export, several at once, so what it touches must bear that. While
  * it blocks, recording stands still. What `request` points to dies with the call. --- */
 
-static FILE* back;         /* where playback goes */
-static size_t framesBack;  /* all of the search runs on the thread that called Read */
+static FILE* back;        /* where playback goes */
+static size_t framesBack; /* all of the search runs on the thread that called Read */
 static size_t framesWrong;
 
 static uint32_t TakeFrame(const KelvoHostRequest* request) {
@@ -297,7 +297,8 @@ static void Configure(void) {
   /* Encoder 0, channel 0 shows Input 0, which is recorded always (Record 2) in all hours of the
    * week. Standard 4 stands for H.264 in this host; the plug-in only stores it. */
   static const char kCamera[] =
-      "<qDVR><Devices ID=\"" CAMERA_MODULE_TEXT "\"><Device Number=\"0\">"
+      "<qDVR><Devices ID=\"" CAMERA_MODULE_TEXT
+      "\"><Device Number=\"0\">"
       "<Video><Input Number=\"0\" Name=\"Gate\"><Schedule>"
       "<Entry FirstHour=\"0\" LastHour=\"167\" Record=\"2\"/></Schedule></Input></Video>"
       "<Codec><Encoder Number=\"0\"><Channel Number=\"0\" Standard=\"4\" Width=\"1280\""
@@ -316,11 +317,11 @@ static void PlayBack(int64_t start, int64_t end) {
   char request[512];
   const int length = snprintf(
       request, sizeof request,
-      "<qDVR Type=\"1\" Start=\"%lld\" End=\"%lld\"><Devices ID=\"" CAMERA_MODULE_TEXT "\">"
+      "<qDVR Type=\"1\" Start=\"%lld\" End=\"%lld\"><Devices ID=\"" CAMERA_MODULE_TEXT
+      "\">"
       "<Device Number=\"0\"><Video><Input Number=\"0\"/></Video></Device></Devices></qDVR>",
       (long long)start, (long long)end);
-  KelvoReadBlock block = {
-      .Length = (uint32_t)length, .Payload = request, .RequestId = kRequestId};
+  KelvoReadBlock block = {.Length = (uint32_t)length, .Payload = request, .RequestId = kRequestId};
   KelvoReadReply reply = {0};
   Read(&block, &reply); /* returns when the last frame was sent */
 }
@@ -362,8 +363,8 @@ int main(int argc, char** argv) {
   const bool written = fclose(back) == 0;
   printf("%zu frames given, %zu came back, %zu of them wrong; %ld buffers not released\n",
          frameCount, framesBack, framesWrong, (long)atomic_load(&buffersAlive));
-  const bool good = written && framesBack == frameCount && framesWrong == 0 &&
-                    atomic_load(&buffersAlive) == 0;
+  const bool good =
+      written && framesBack == frameCount && framesWrong == 0 && atomic_load(&buffersAlive) == 0;
   free(frames);
   free(stream);
   return good ? 0 : 1;
