@@ -47,13 +47,14 @@ class Landing::Buffer : public std::streambuf {
     return traits_type::not_eof(letter);
   }
   std::streamsize xsputn(const char* bytes, std::streamsize count) override {
+    if (held.empty()) held.reserve(std::min(landing->place.bytes, kHeld));
     held.append(bytes, static_cast<std::size_t>(count));
     return count;
   }
   int sync() override {
-    if (!landing->Write(begin, held)) return -1;
-    begin += held.size();
-    held.clear();
+    const std::size_t size = held.size();
+    if (!landing->Take(begin, std::exchange(held, {}))) return -1;
+    begin += size;
     return 0;
   }
   pos_type seekoff(off_type offset, std::ios::seekdir from, std::ios::openmode which) override {
@@ -99,21 +100,36 @@ Landing::~Landing() {
 }
 
 Aws::IOStream* Landing::NewStream() {
-  auto* const stream = Aws::New<Stream>(kTag, shared_from_this());
-  if (!Begin()) stream->setstate(std::ios::badbit);
-  return stream;
+  Begin();
+  return Aws::New<Stream>(kTag, shared_from_this());
 }
 
-bool Landing::Begin() {
+void Landing::Begin() {
   const std::lock_guard guard(lock);
-  return files.Open(beside, OpenMode::CreateOrTruncate, aside) == 0;
+  open = true;
+  held.clear();
+  if (aside != nullptr && aside->SetSize(0) != 0) open = false;
 }
 
-bool Landing::Write(std::uint64_t at, std::string_view bytes) {
+bool Landing::Take(std::uint64_t at, std::string&& bytes) {
   const std::lock_guard guard(lock);
-  if (aside == nullptr) return false;
+  if (!open) return false;
   if (place.bytes != 0 && at + bytes.size() > place.bytes) return false;  // more than was asked for
-  return WriteFully(*aside, at, std::as_bytes(std::span(bytes)));
+  if (aside == nullptr && at == held.size() && at + bytes.size() <= kHeld) {
+    if (held.empty()) {
+      held = std::move(bytes);
+    } else {
+      held += bytes;
+    }
+    return true;
+  }
+  return MoveAside() && WriteFully(*aside, at, std::as_bytes(std::span(bytes)));
+}
+
+bool Landing::MoveAside() {
+  if (aside == nullptr && files.Open(beside, OpenMode::CreateOrTruncate, aside) != 0) return false;
+  const std::string bytes = std::exchange(held, {});
+  return WriteFully(*aside, 0, std::as_bytes(std::span(bytes)));
 }
 
 bool Landing::WriteFully(MediaFile& file, std::uint64_t at, ConstBytes bytes) {
@@ -131,12 +147,12 @@ bool Landing::WriteFully(MediaFile& file, std::uint64_t at, ConstBytes bytes) {
 
 bool Landing::Settle() {
   const std::lock_guard guard(lock);
-  if (aside == nullptr) return false;
+  if (!std::exchange(open, false)) return false;
   boost::system::error_code ignored;
   const bool moves = IsWhole() || (place.offset == 0 && !fs::exists(place.file, ignored));
-  const bool settled = moves ? MoveIntoPlace() : CopyIntoPlace();
-  aside.reset();
-  fs::remove(beside, ignored);
+  const bool settled = moves ? MoveAside() && MoveIntoPlace() : CopyIntoPlace();
+  held = {};
+  if (std::exchange(aside, nullptr) != nullptr) fs::remove(beside, ignored);
   return settled;
 }
 
@@ -153,25 +169,31 @@ bool Landing::MoveIntoPlace() {
 }
 
 bool Landing::CopyIntoPlace() {
-  std::uint64_t left = 0;
   std::unique_ptr<MediaFile> file;
-  if (aside->Size(left) != 0 || files.Open(place.file, OpenMode::CreateOrKeep, file) != 0) {
-    return false;
+  if (files.Open(place.file, OpenMode::CreateOrKeep, file) != 0) return false;
+  if (aside == nullptr) {
+    return WriteFromEnd(*file, place.offset, std::as_bytes(std::span(held))) && file->Close() == 0;
   }
+  std::uint64_t left = 0;
+  if (aside->Size(left) != 0) return false;
   std::vector<std::byte> bytes(std::min(left, kChunk));
   while (left != 0) {
     const std::uint64_t begin = left <= kChunk ? 0 : left - kChunk;
     const std::span<std::byte> chunk(bytes.data(), left - begin);
     if (aside->ReadAt(begin, chunk).bytes != chunk.size()) return false;
-    while (left > begin) {
-      const std::uint64_t end = place.offset + left;
-      const std::uint64_t page = std::max((end - 1) / kPage * kPage, place.offset + begin);
-      const std::uint64_t from = page - place.offset;
-      if (!WriteFully(*file, page, chunk.subspan(from - begin, left - from))) return false;
-      left = from;
-    }
+    if (!WriteFromEnd(*file, place.offset + begin, chunk)) return false;
+    left = begin;
   }
   return file->Close() == 0;
+}
+
+bool Landing::WriteFromEnd(MediaFile& file, std::uint64_t at, ConstBytes bytes) {
+  while (!bytes.empty()) {
+    const std::uint64_t page = std::max((at + bytes.size() - 1) / kPage * kPage, at);
+    if (!WriteFully(file, page, bytes.subspan(page - at))) return false;
+    bytes = bytes.first(page - at);
+  }
+  return true;
 }
 
 }  // namespace qvArchiving

@@ -7,15 +7,14 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <string_view>
 
 #include "platform/MediaFile.h"
 
 namespace qvArchiving {
 
-// Where one download comes down: into a file beside its own, which takes its place, or is copied to
-// its place in it, once all has come. What a transfer leaves that breaks off never shows. Always
-// held by a shared pointer, since the library's streams keep it. Any thread.
+// Where one download comes down: into memory or, if it is large, a file beside its own, until all
+// has come. Only then does it take its place. What a transfer leaves that breaks off never shows.
+// Always held by a shared pointer, since the library's streams keep it. Any thread.
 class Landing : public std::enable_shared_from_this<Landing> {
  public:
   struct Place {
@@ -30,9 +29,11 @@ class Landing : public std::enable_shared_from_this<Landing> {
   Landing(const Landing&) = delete;
   Landing& operator=(const Landing&) = delete;
 
+  // What is held in memory at most.
+  static constexpr std::uint64_t kHeld = 5u << 20;
+
   // A stream that takes what comes from the beginning, in place of what came before; for the
-  // library, which frees it. It writes when it is flushed, once a range or once for each part of a
-  // large one.
+  // library, which frees it. Bytes count once it is flushed.
   [[nodiscard]] Aws::IOStream* NewStream();
 
   // Puts in its place what came. In an existing file a range is written from its end to its
@@ -45,10 +46,13 @@ class Landing : public std::enable_shared_from_this<Landing> {
   class Stream;
 
   [[nodiscard]] bool IsWhole() const { return place.offset == 0 && place.bytes == 0; }
-  bool Begin();
-  bool Write(std::uint64_t at, std::string_view bytes);
+  void Begin();
+  bool Take(std::uint64_t at, std::string&& bytes);
+  [[nodiscard]] bool MoveAside();
   [[nodiscard]] bool MoveIntoPlace();
   [[nodiscard]] bool CopyIntoPlace();
+  [[nodiscard]] bool WriteFromEnd(qv::kelvo::MediaFile& file, std::uint64_t at,
+                                  qv::kelvo::ConstBytes bytes);
   [[nodiscard]] bool WriteFully(qv::kelvo::MediaFile& file, std::uint64_t at,
                                 qv::kelvo::ConstBytes bytes);
 
@@ -57,7 +61,9 @@ class Landing : public std::enable_shared_from_this<Landing> {
   const std::string beside;
   const std::function<void()> whenFull;
   std::mutex lock;
-  std::unique_ptr<qv::kelvo::MediaFile> aside;  // null before the first byte and after the end
+  bool open = false;                            // from the first stream to the end
+  std::string held;                             // what came, unless it is aside
+  std::unique_ptr<qv::kelvo::MediaFile> aside;  // may be null
 };
 
 }  // namespace qvArchiving

@@ -18,6 +18,7 @@ using S3::S3Errors;
 namespace {
 
 constexpr std::size_t kMaxHeaders = 64u << 10;
+constexpr long kReceiveBuffer = 256L << 10;
 constexpr int kDefaultAttempts = 11;
 constexpr int kStandardAttempts = 3;
 constexpr std::chrono::milliseconds kSlice(25);  // cancelling is noticed so soon between attempts
@@ -47,7 +48,6 @@ struct Exchange {
   Response response;
   std::ostream* sink = nullptr;
   std::size_t sent = 0;
-  std::uint64_t received = 0;
   std::size_t headerBytes = 0;
   bool cancelled = false;
   bool writeFailed = false;
@@ -68,8 +68,8 @@ bool TakeBody(Exchange& exchange, const char* data, std::size_t size) {
   if (exchange.CheckCancelled()) return false;
   const Request& request = exchange.request;
   const bool good = exchange.Status() / 100 == 2;
-  exchange.received += size;
-  if (exchange.received > (good ? request.maxBody : kMaxReply)) return false;
+  exchange.response.received += size;
+  if (exchange.response.received > (good ? request.maxBody : kMaxReply)) return false;
   if (!good || !request.openSink) {
     exchange.response.body.append(data, size);
   } else {
@@ -195,6 +195,7 @@ void SetCallbacks(CURL* handle, Exchange& exchange) {
 
 void SetTransport(CURL* handle, const Client::ClientConfiguration& config) {
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(handle, CURLOPT_BUFFERSIZE, kReceiveBuffer);
   curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https");
   curl_easy_setopt(handle, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   curl_easy_setopt(handle, CURLOPT_PROXY, "");  // proxies are a matter of the configuration only
@@ -309,9 +310,6 @@ S3Result<Response> Channel::Attempt(const Request& request) {
     exchange.writeFailed = true;
     return TransportError(code, exchange);
   }
-  curl_off_t length = 0;
-  curl_easy_getinfo(handle, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-  exchange.response.contentLength = length < 0 ? 0 : static_cast<std::uint64_t>(length);
   return std::move(exchange.response);
 }
 

@@ -45,7 +45,7 @@ struct Request {
 struct Response {
   std::map<std::string, std::string> headers;  // names in lower case
   std::string body;
-  std::uint64_t contentLength = 0;
+  std::uint64_t received = 0;  // bytes of the body, wherever it went
 };
 
 template <typename R>

@@ -15,7 +15,6 @@ using S3::S3Errors;
 namespace {
 
 constexpr std::uint64_t kMaxObject = std::uint64_t{5} << 40;  // bounds the table of parts
-constexpr char kWriteFailed[] = "Failed to flush response stream (eof: 0, bad: 0)";
 
 std::string Range(std::uint64_t first, std::uint64_t bytes) {
   return std::to_string(first) + "-" + std::to_string(first + bytes - 1);
@@ -24,7 +23,7 @@ std::string Range(std::uint64_t first, std::uint64_t bytes) {
 // From "bytes first-last/size"; without it the body is all there is.
 std::uint64_t ObjectSize(const Response& response) {
   const auto range = response.headers.find("content-range");
-  if (range == response.headers.end()) return response.body.size();
+  if (range == response.headers.end()) return response.received;
   const std::size_t slash = range->second.find('/');
   return slash == std::string::npos ? 0
                                     : std::strtoull(range->second.c_str() + slash + 1, nullptr, 10);
@@ -43,15 +42,34 @@ void TransferTask::Download() {
   Complete();
 }
 
+S3Result<Response> TransferTask::Fetch(std::size_t part, std::uint64_t bytes) {
+  const std::uint64_t at = part * manager->config.bufferSize;
+  Request request = NewRequest("GET");
+  request.range = Range(handle->offset + at, bytes);
+  request.maxBody = bytes;
+  request.openSink = [this, at] { return OpenStream(at); };
+  S3Result<Response> outcome = SendCounted(request);
+  if (!outcome.IsSuccess() && outcome.GetError().GetErrorType() == S3Errors::INTERNAL_FAILURE) {
+    handle->sized = false;  // a repetition begins anew
+  }
+  return outcome;
+}
+
+IOStream* TransferTask::OpenStream(std::uint64_t at) {
+  if (!handle->sized) {
+    handle->stream.reset(handle->createStream());
+    if (handle->stream != nullptr) handle->streamBase = handle->stream->tellp();
+  }
+  if (at != 0) handle->stream->seekp(handle->streamBase + static_cast<std::streamoff>(at));
+  return handle->stream.get();
+}
+
 // Its answer tells how large the object is.
 bool TransferTask::DownloadFirstPart() {
   const std::uint64_t size = manager->config.bufferSize;
   const std::uint64_t asked =
       handle->requestedSize == 0 ? size : std::min(size, handle->requestedSize);
-  Request request = NewRequest("GET");
-  request.range = Range(handle->offset, asked);
-  request.maxBody = asked;
-  const S3Result<Response> outcome = SendCounted(request);
+  const S3Result<Response> outcome = Fetch(0, asked);
   const bool isEmpty = !outcome.IsSuccess() && handle->offset == 0 && handle->requestedSize == 0 &&
                        outcome.GetError().GetErrorType() == S3Errors::INVALID_RANGE;
   if (!outcome.IsSuccess() && !isEmpty) {
@@ -62,10 +80,11 @@ bool TransferTask::DownloadFirstPart() {
   std::uint64_t total = isEmpty ? 0 : ObjectSize(response);
   total = total < handle->offset ? 0 : total - handle->offset;
   if (handle->requestedSize > 0) total = std::min(total, handle->requestedSize);
-  if (total > kMaxObject || response.body.size() != std::min(asked, total)) {
+  if (total > kMaxObject || response.received != std::min(asked, total)) {
     Tell(S3Error(S3Errors::UNKNOWN, "", "The object's size can't be true.", false));
     return false;
   }
+  if (total == 0) (void)OpenStream(0);
   KeepMetadata(response);
   {
     const std::lock_guard guard(handle->lock);
@@ -74,44 +93,20 @@ bool TransferTask::DownloadFirstPart() {
     handle->sized = true;
   }
   handle->partTags.assign(std::max<std::size_t>(1, PartCount()), "");
+  handle->partTags[0] = "done";
   Report(*manager, handle, TransferStatus::IN_PROGRESS);
-  return KeepPart(0, response.body);
+  return true;
 }
 
 bool TransferTask::DownloadPart(std::size_t part) {
   const std::uint64_t bytes = PartBytes(part);
-  Request request = NewRequest("GET");
-  request.range = Range(handle->offset + part * manager->config.bufferSize, bytes);
-  request.maxBody = bytes;
-  const S3Result<Response> outcome = SendCounted(request);
+  const S3Result<Response> outcome = Fetch(part, bytes);
   if (!outcome.IsSuccess()) {
     Tell(outcome.GetError());
     return false;
   }
-  if (outcome.GetResult().body.size() != bytes) {
+  if (outcome.GetResult().received != bytes) {
     Tell(S3Error(S3Errors::UNKNOWN, "", "The object has changed.", true));
-    return false;
-  }
-  return KeepPart(part, outcome.GetResult().body);
-}
-
-bool TransferTask::KeepPart(std::size_t part, const std::string& bytes) {
-  if (handle->stream == nullptr) {
-    handle->stream.reset(handle->createStream());
-    if (handle->stream != nullptr) handle->streamBase = handle->stream->tellp();
-  }
-  const bool open = handle->stream != nullptr;
-  if (open) {
-    IOStream& stream = *handle->stream;
-    stream.seekp(handle->streamBase +
-                 static_cast<std::streamoff>(part * manager->config.bufferSize));
-    stream.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    stream.flush();
-  }
-  if (!open || !handle->stream->good()) {
-    handle->stream.reset();
-    handle->sized = false;  // a repetition begins anew
-    Tell(S3Error(S3Errors::INTERNAL_FAILURE, "", kWriteFailed, false));
     return false;
   }
   handle->partTags[part] = "done";

@@ -25,11 +25,6 @@ void TransferHandle::WaitUntilFinished() const {
   finished.wait(guard, [this] { return IsFinished(); });
 }
 
-void TransferHandle::Cancel() {
-  const std::lock_guard guard(lock);
-  cancelled = true;
-}
-
 bool TransferHandle::LockForCompletion() {
   const std::lock_guard guard(lock);
   return !std::exchange(lockedForCompletion, true);

@@ -78,11 +78,6 @@ void TransferTask::Complete() {
   Report(*manager, handle, TransferStatus::COMPLETED);
 }
 
-bool TransferTask::IsCancelled() const {
-  const std::lock_guard guard(handle->lock);
-  return handle->cancelled;
-}
-
 std::size_t TransferTask::PartCount() const {
   const std::uint64_t size = manager->config.bufferSize;
   return static_cast<std::size_t>((handle->GetBytesTotalSize() + size - 1) / size);

@@ -30,7 +30,9 @@ class TransferTask {
   void Upload();
   [[nodiscard]] bool DownloadFirstPart();
   [[nodiscard]] bool DownloadPart(std::size_t part);
-  [[nodiscard]] bool KeepPart(std::size_t part, const std::string& bytes);
+  [[nodiscard]] Compat::S3Result<Compat::Response> Fetch(std::size_t part, std::uint64_t bytes);
+  // The stream, which is made anew until the object's size is known, at that place.
+  IOStream* OpenStream(std::uint64_t at);
   void UploadWhole(boost::filesystem::ifstream& file);
   void UploadInParts(boost::filesystem::ifstream& file);
   [[nodiscard]] bool BeginParts();
@@ -48,7 +50,7 @@ class TransferTask {
   void KeepMetadata(const Compat::Response& response);
   [[nodiscard]] std::uint64_t PartBytes(std::size_t part) const;
   [[nodiscard]] std::size_t PartCount() const;
-  [[nodiscard]] bool IsCancelled() const;
+  [[nodiscard]] bool IsCancelled() const { return handle->cancelled; }
   void Tell(const S3::S3Error& error);
   // Ends the transfer without success.
   void Fail();

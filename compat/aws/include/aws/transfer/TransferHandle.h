@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -39,7 +40,7 @@ class TransferHandle {
   TransferHandle& operator=(const TransferHandle&) = delete;
 
   void WaitUntilFinished() const;
-  void Cancel();
+  void Cancel() { cancelled = true; }
   // True for the first caller since the transfer was started or repeated.
   bool LockForCompletion();
   [[nodiscard]] std::uint64_t GetBytesTransferred() const;
@@ -81,7 +82,7 @@ class TransferHandle {
   std::uint64_t transferred = 0;
   std::uint64_t total = 0;
   bool multipart = false;
-  bool cancelled = false;
+  std::atomic<bool> cancelled{false};
   bool lockedForCompletion = false;
 
   // What a repetition goes on with; of the running task only.
