@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <boost/filesystem/exception.hpp>
+#include <boost/filesystem/operations.hpp>
 #include <boost/thread/lock_guard.hpp>
 #include <cstdio>
 #include <map>
@@ -9,6 +10,7 @@
 #include <set>
 
 #include "archiving/CLocalDiskScanner.h"
+#include "archiving/Landing.h"
 #include "host/Log.h"
 
 namespace qvArchiving {
@@ -100,11 +102,16 @@ void AwsCache::LoadDirectory(const fs::path& directory) {
   ScannedFileSet listed;
   if (!CLocalDiskScanner().QueryDirectory(directory, count, bytes, &listed, true, error)) return;
   for (ScannedFile file : listed) {
+    if (Landing::IsLeftover(file.path)) {
+      boost::system::error_code ignored;
+      fs::remove(file.path, ignored);
+      continue;
+    }
     file.byName = false;
     file.path = file.path.generic_string();
     Insert(file);
+    totalBytes += file.size;
   }
-  totalBytes += bytes;
 }
 
 void AwsCache::Insert(const ScannedFile& file) {

@@ -20,6 +20,7 @@ using qv::kelvo::OpenMode;
 namespace {
 
 constexpr char kTag[] = "Download";
+constexpr char kLeftover[] = ".part";
 constexpr std::uint64_t kPage = 4096;  // the system writes as much in one piece
 constexpr std::uint64_t kChunk = 1u << 20;
 
@@ -29,7 +30,7 @@ bool IsDiskFull(int error) {
 }
 
 std::string NameBeside(const std::string& file) {
-  return file + fs::unique_path(".%%%%%%%%.part").string();
+  return file + fs::unique_path(".%%%%%%%%").string() + kLeftover;
 }
 
 }  // namespace
@@ -91,6 +92,10 @@ Landing::Landing(qv::kelvo::MediaFiles& mediaFiles, Place target, std::function<
       place(std::move(target)),
       beside(NameBeside(place.file)),
       whenFull(std::move(makeRoom)) {}
+
+bool Landing::IsLeftover(const fs::path& file) {
+  return file.extension() == kLeftover;
+}
 
 Landing::~Landing() {
   if (aside == nullptr) return;

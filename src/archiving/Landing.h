@@ -2,6 +2,7 @@
 
 #include <aws/core/utils/memory/stl/AWSStreamFwd.h>
 
+#include <boost/filesystem/path.hpp>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -23,6 +24,9 @@ class Landing : public std::enable_shared_from_this<Landing> {
     std::uint64_t bytes = 0;  // with offset 0: 0 for the whole file
   };
   // `makeRoom` is called when the disk is full, before the only second attempt; it may be empty.
+  // Whether the file is what a landing leaves whose process died.
+  [[nodiscard]] static bool IsLeftover(const boost::filesystem::path& file);
+
   Landing(qv::kelvo::MediaFiles& mediaFiles, Place target, std::function<void()> makeRoom);
   // Removes what hasn't settled.
   ~Landing();

@@ -52,8 +52,10 @@ TEST_F(Cache, FindsWhatLiesThereAfterARestart) {
   Lay("2024/02/01/00/a.ps", 200, 90'000);
   Lay("2024/02/01/00/below/no.ps", 1, 0);
   Lay("2024/notes.txt", 1, 0);
+  Lay("2024/02/01/00/a.ps.0123cdef.part", 5, 0);  // of a download that broke off
   AwsCache cache = Open();
   EXPECT_EQ(host.CountLines(25, "[T] cache loaded count=2 size=300"), 1u);
+  EXPECT_TRUE(tree.FilesEndingIn(".part").empty());
   Add(cache, "2025/01/01/00/c.ps", 7);  // a.ps is older than a day
   EXPECT_EQ(tree.FilesEndingIn(".ps"),
             (Names{"2024/02/01/00/below/no.ps", "2024/02/31/23/b.ps", "2025/01/01/00/c.ps"}));
@@ -95,13 +97,20 @@ TEST_F(Cache, TrimsToNineTenthsOnceItIsFullAndKeepsAFileThatIsLargerThanTheLimit
     clock.Advance(1000);
   }
   EXPECT_EQ(tree.Files().size(), 10u);
+  cache.Use({tree.Path("1")});
   Add(cache, "last", kGigabyte / 10);
   EXPECT_EQ(tree.Files().size(), 9u);  // the sum with the new one is below the target again
-  EXPECT_FALSE(fs::exists(tree.Path("1")));
+  EXPECT_TRUE(fs::exists(tree.Path("1")) && !fs::exists(tree.Path("2")));
   EXPECT_EQ(host.CountLines(0, " count=8 *total="), 1u);
   Add(cache, "huge", 3 * kGigabyte);
   EXPECT_EQ(tree.Files(), Names{"huge"});
   EXPECT_EQ(host.CountLines(0, " size=3221225472 count=1 total=3221225472"), 1u);
+}
+
+TEST_F(Cache, IsOneForAMountedPathThroughAReconfiguration) {
+  const ScannerProperties properties{{"FullyMountedPath", tree.Root()}};
+  const auto cache = AwsCache::Of(properties, bundle.platform);
+  EXPECT_EQ(AwsCache::Of({{"FullyMountedPath", tree.Root() + "//"}}, bundle.platform), cache);
 }
 
 TEST_F(Cache, RenewsAFileThatCameAgainAndNeverRemovesIt) {
