@@ -11,6 +11,7 @@ using qv::kelvo::kPsOk;
 constexpr std::size_t kPacketRoom = 4'194'303;
 constexpr std::uint32_t kFramesPerFetch = 150;
 constexpr std::size_t kMaxRangesAhead = 3;  // with the one that is waited for, a bucket's threads
+constexpr std::uint64_t kMaxBytesAhead = qv::kelvo::BucketAccess::kPiece;  // of a range that grew
 
 }  // namespace
 
@@ -26,6 +27,7 @@ int SearchFile::Open() {
   const Scanner holder = target.FindHolder(file.path);
   mayBeCut = file.sendList.empty() && holder != nullptr && qv::kelvo::IsBucket(*holder, root);
   position = file.firstPosition;
+  framesAhead = kFramesPerFetch;
   qv::kelvo::PSReader::Place place;
   place.cursor = file.cursor;
   for (const PlaybackFile::Stream& stream : file.streams) {
@@ -59,7 +61,9 @@ int SearchFile::AdvanceFrame() {
 
 int SearchFile::LoadFrame() {
   if (!ahead.empty() && ahead.front().first == position) {
-    if (const int error = AwaitFirstAhead(); error != kPsOk) return error;
+    const bool isSmall = ahead.front().last - position <= kFramesPerFetch;
+    const int error = AwaitFirstAhead();
+    if (error != kPsOk && isSmall) return error;  // less of it may be there
   }
   const bool isWhole = IsWhole();
   int error = ReadFrame();
@@ -133,6 +137,10 @@ int SearchFile::StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& 
       return error;
     }
     end = lastFrame.fileOffset + lastFrame.size;
+    const std::uint32_t more = last - first.index + kFramesPerFetch;
+    if ((end - first.fileOffset) / (last - first.index + 1) * more < kMaxBytesAhead) {
+      framesAhead = more;
+    }
   }
   if (end <= first.fileOffset) return kPsBadArgument;
   fetch = target.Buckets().Begin(holder, file.path, first.fileOffset, end - first.fileOffset);
@@ -142,7 +150,7 @@ int SearchFile::StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& 
 void SearchFile::FetchAhead(const Scanner& holder) {
   const qv::kelvo::PSReader::Place here = reader.GetPlace();
   while (ahead.size() < rangesAhead && nextRange < file.endPosition) {
-    const std::uint32_t last = std::min(file.endPosition - 1, nextRange + kFramesPerFetch);
+    const std::uint32_t last = std::min(file.endPosition - 1, nextRange + framesAhead);
     qv::kelvo::PSReadFrame first;
     first.index = nextRange;
     Fetch fetch;
@@ -174,6 +182,7 @@ int SearchFile::Await(const Scanner& holder, const Fetch& fetch, std::uint32_t l
     return kPsOk;
   }
   ahead.clear();
+  framesAhead = kFramesPerFetch;
   return kPsBadArgument;
 }
 

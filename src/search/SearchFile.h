@@ -90,6 +90,7 @@ class SearchFile {
   std::uint32_t fetchedTwiceEnd = 0;    // the same for those whose first fetch wasn't good
   std::deque<Range> ahead;              // behind `position`, one behind the other
   std::size_t rangesAhead = 0;          // grows while one range after the other is played
+  std::uint32_t framesAhead = 0;        // in the next one; grows likewise
   std::uint32_t nextRange = 0;          // position of the first frame behind those asked for
   qv::kelvo::PSReader::Place rangeEnd;  // of the last frame asked for
   std::unique_ptr<std::byte[]> packetBuffer;

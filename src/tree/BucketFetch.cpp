@@ -6,6 +6,7 @@
 #include <exception>
 #include <future>
 #include <stdexcept>
+#include <utility>
 
 #include "host/Log.h"
 #include "media/PsFormat.h"
@@ -118,11 +119,34 @@ std::shared_ptr<BucketAccess::Answer> BucketAccess::Ask(const Scanner& target, Q
   return answer;
 }
 
-bool BucketAccess::TestDirectory(const Scanner& target, const std::string& directory) {
+bool BucketAccess::TestLevel(const Scanner& target, const std::string& root, UtcMs time,
+                             TreeLevel level) {
+  const std::string hour = HourDirectory(root, time);
+  const auto known = listed.find(target.get());
+  const bool expects =
+      known == listed.end() || (known->second.directory == known->second.lastWithFiles);
+  if (expects && (known == listed.end() || known->second.directory != hour)) List(target, hour);
+  const std::string directory = TreeDirectory(root, time, level);
+  const Listed& last = listed[target.get()];
+  if (last.lastWithFiles.starts_with(directory)) return true;
+  if (level == TreeLevel::Hour && last.directory == hour) return false;
   const auto answer = Ask(target, [directory](IScanner& asked, Answer& told) {
     told.yes = asked.TestDirectory(directory);
   });
   return answer != nullptr && answer->yes;
+}
+
+void BucketAccess::List(const Scanner& target, const std::string& directory) {
+  auto answer = Ask(target, [directory](IScanner& asked, Answer& told) {
+    std::uint32_t count = 0;
+    std::uint64_t bytes = 0;
+    std::string error;
+    told.yes = asked.QueryDirectory(directory, count, bytes, &told.files, false, error);
+  });
+  Listed& last = listed[target.get()];
+  last.directory = directory;
+  if (answer != nullptr && answer->yes && !answer->files.empty()) last.lastWithFiles = directory;
+  last.answer = std::move(answer);
 }
 
 void BucketAccess::FetchHour(const TargetList& targets, UtcMs time,
@@ -136,12 +160,9 @@ void BucketAccess::FetchHour(const TargetList& targets, UtcMs time,
 
 void BucketAccess::FetchFrom(const Scanner& target, const std::string& directory,
                              std::span<const RequestKey> requested) {
-  const auto answer = Ask(target, [directory](IScanner& asked, Answer& told) {
-    std::uint32_t count = 0;
-    std::uint64_t bytes = 0;
-    std::string error;
-    told.yes = asked.QueryDirectory(directory, count, bytes, &told.files, false, error);
-  });
+  Listed& last = listed[target.get()];
+  if (last.directory != directory || last.answer == nullptr) List(target, directory);
+  const auto answer = std::exchange(last.answer, nullptr);
   if (answer == nullptr || !answer->yes) return;
   if (!requested.empty()) LogHints(requested);
   std::map<std::string, std::uint64_t> remote;
@@ -199,7 +220,10 @@ BucketAccess::Fetch BucketAccess::Begin(const Scanner& target, const std::string
   if (!HasGoodCopy(platform, path, kMediaHead)) {
     fetch.push_back(desk->Fetch(target, {path, 0, kMediaHead, kMaxIndex, {}}));
   }
-  fetch.push_back(desk->Fetch(target, {path, offset, bytes, UINT64_MAX, {}}));
+  for (const std::uint64_t end = offset + bytes; offset < end; offset += kPiece) {
+    const std::uint64_t size = std::min(kPiece, end - offset);
+    fetch.push_back(desk->Fetch(target, {path, offset, size, UINT64_MAX, {}}));
+  }
   return fetch;
 }
 

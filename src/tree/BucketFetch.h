@@ -12,6 +12,7 @@
 #include "archiving/TransferDesk.h"
 #include "platform/Platform.h"
 #include "tree/LocalTime.h"
+#include "tree/RecordPath.h"
 #include "tree/RequestKey.h"
 
 namespace qv::kelvo {
@@ -29,6 +30,8 @@ class BucketAccess {
   using Scanner = std::shared_ptr<qvArchiving::IScanner>;
   // What a stretch of a file needs to be there.
   using Fetch = std::vector<qvArchiving::TransferDesk::Ticket>;
+  // Larger stretches come in pieces, side by side.
+  static constexpr std::uint64_t kPiece = std::uint64_t{5} << 20;
 
   // Borrows `system` for its life.
   explicit BucketAccess(Platform& system) : platform(system) {}
@@ -37,8 +40,11 @@ class BucketAccess {
   std::function<bool()> onWaiting;
   [[nodiscard]] bool GaveUp() const { return gaveUp; }
 
-  // Whether the bucket has the directory; false also for one that is left alone.
-  [[nodiscard]] bool TestDirectory(const Scanner& target, const std::string& directory);
+  // Whether the bucket has the directory of that year, month, day or hour; false also for one that
+  // is left alone. Where recordings may be expected, the hour's listing is asked for first: it
+  // answers for all levels and serves FetchHour, too.
+  [[nodiscard]] bool TestLevel(const Scanner& target, const std::string& root, UtcMs time,
+                               TreeLevel level);
 
   // Brings down what a search needs of one hour of the buckets among `targets`, as far as it isn't
   // there as the store's listing has it: index files whole, of media files the part ahead of the
@@ -60,8 +66,16 @@ class BucketAccess {
   struct Answer;
   using Question = std::function<void(qvArchiving::IScanner&, Answer&)>;
 
+  // What a bucket said about the hour that was last asked for.
+  struct Listed {
+    std::string directory;
+    std::shared_ptr<Answer> answer;  // null if it is used up
+    std::string lastWithFiles;       // the latest directory that had any
+  };
+
   // Null when the store is left alone or the search was given up.
   std::shared_ptr<Answer> Ask(const Scanner& target, Question question);
+  void List(const Scanner& target, const std::string& directory);
   void FetchFrom(const Scanner& target, const std::string& directory,
                  std::span<const RequestKey> requested);
   [[nodiscard]] Fetch BeginMissing(const Scanner& target, const std::string& directory,
@@ -76,6 +90,7 @@ class BucketAccess {
   std::int64_t lastWait = 0;  // steady nanoseconds, when waiting began or `onWaiting` was called
   std::set<const qvArchiving::IScanner*> silent;
   std::set<std::string> renewed;
+  std::map<const qvArchiving::IScanner*, Listed> listed;
 };
 
 }  // namespace qv::kelvo

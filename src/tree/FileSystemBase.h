@@ -25,7 +25,7 @@ inline constexpr std::uint32_t kVolumesArchive = 2;  // archive targets
 using ArchiveFilter = std::map<std::int32_t, bool>;
 
 // Knows where recordings lie, and walks their tree hour by hour. Nothing is kept between steps but
-// which buckets are left alone.
+// which buckets are left alone and what they last said.
 class FileSystemBase {
  public:
   explicit FileSystemBase(Platform& system) : platform(system), buckets(system) {}

@@ -29,7 +29,7 @@ bool FileSystemBase::LevelExists(UtcMs time, TreeLevel level) {
     if (!IsBucket(*target, root)) continue;
     const std::string directory = TreeDirectory(root, time, level);
     LogPrintf(LogTrace, "cloud dir exists %s", directory.c_str());
-    if (buckets.TestDirectory(target, directory)) return true;
+    if (buckets.TestLevel(target, root, time, level)) return true;
   }
   return false;
 }

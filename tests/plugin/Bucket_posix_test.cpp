@@ -6,6 +6,7 @@
 #include <atomic>
 #include <boost/filesystem.hpp>
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <thread>
 
@@ -26,6 +27,16 @@ constexpr std::uint64_t kMediaHead = 1978;
 
 bool IsIndex(const Fetch& fetch) {
   return fetch.name.ends_with(".psi");
+}
+
+std::shared_ptr<qvArchiving::IScanner> OpenTarget(const std::string& mount,
+                                                  qv::kelvo::Platform& platform) {
+  return qvArchiving::CreateScanner({{"Type", "5"},
+                                     {"FullName", "b.s3.us-east-1.x"},
+                                     {"FullyMountedPath", mount},
+                                     {"UserName", "u"},
+                                     {"Password", "p"}},
+                                    {}, platform);
 }
 
 // Frames are padded to 64 bytes.
@@ -77,12 +88,10 @@ TEST_F(BucketSearch, FetchesWhatIsLookedAtAndPlaysItBackByteForByte) {
   ASSERT_GE(kept + 5, frames.size());
   ExpectPlayed(all.frames, std::span(frames).first(kept));
   fetches = Fetches();
-  EXPECT_GE(fetches.size(), kept / 151);
   EXPECT_LE(fetches.size(), kept / 151 + 3);  // files
   std::uint64_t bytes = 0;
   for (const Fetch& fetch : fetches) {
     EXPECT_FALSE(IsIndex(fetch)) << fetch.name;
-    EXPECT_LE(fetch.bytes, 151 * OnDisk(500)) << fetch.name;
     bytes += fetch.bytes;
   }
   EXPECT_LE(bytes, mediaBytes - 3 * kMediaHead) << "no frame comes twice";
@@ -131,6 +140,7 @@ class BucketPlayback : public BucketSearch {
     frames = MakeFrames(VideoProvider(camera), kEvening, 200, Times(groups, "IPBPB"), frameSize);
     Record(camera, frames);
     MoveToBucket();
+    fs::remove_all(tree.Path("drives/a/2025"));
     Announce();
   }
   // All but the last group, which was undecided.
@@ -150,9 +160,12 @@ TEST_F(BucketPlayback, StopsWithTheHostAndLeavesNoHalfFrame) {
   Archive(200, 20'000);
   for (const int stopAt : {1, 200, 400}) {
     const int earlier = Downloads();
+    (void)store.TakeRequests();
     SearchUntil(ask, stopAt);
     const int begun = Downloads() - earlier;
     EXPECT_TRUE(stopAt > 1 || begun == 4) << begun << ", not index, head and two ranges";
+    // With one question for each hour, though nothing is known of their tree.
+    EXPECT_EQ(std::ranges::count_if(store.TakeRequests(), &Request::IsListing), 2);
     // At once again, while what was stopped may be ending still.
     ExpectPlayedWhole();
     fs::remove_all(cache);
@@ -351,6 +364,38 @@ TEST_F(BucketPlayback, DeadStoreIsAskedOncePerSearch) {
   EXPECT_EQ(store.TakeRequests().size(), 3u);
 }
 
+// The store answers four fetches at once or none.
+TEST_F(BucketSearch, FilesOfAnHourComeFourAtATime) {
+  constexpr int kFiles = 128;
+  for (int camera = 0; camera < kFiles / 2; ++camera) {
+    char name[32];
+    std::snprintf(name, sizeof name, "0000-0010%02X00.ps", camera);
+    const std::string key = qv::kelvo::HourDirectory("", kEvening) + name;
+    store.Put(key, std::string(3000, 'x'));
+    store.Put(key + "i", std::string(100, 'x'));
+  }
+  std::mutex lock;
+  std::condition_variable changed;
+  int asked = 0;
+  bool alone = false;
+  store.Follow([&](const Request& request) {
+    if (!request.IsFetch()) return Turn();
+    std::unique_lock guard(lock);
+    const int enough = asked++ / 4 * 4 + 4;
+    changed.notify_all();
+    if (!changed.wait_for(guard, std::chrono::seconds(5), [&] { return alone || asked >= enough; }))
+      alone = true;
+    return Turn();
+  });
+  const qv::kelvo::TargetList targets = {OpenTarget(cache, bundle.platform)};
+  qv::kelvo::BucketAccess access(bundle.platform);
+  EXPECT_TRUE(access.TestLevel(targets[0], cache + "/", kEvening, qv::kelvo::TreeLevel::Year));
+  access.FetchHour(targets, kEvening, {});
+  EXPECT_EQ(qv::kelvo::FilesBelow(cache, "").size(), std::size_t{kFiles});
+  EXPECT_FALSE(alone);
+  EXPECT_EQ(store.TakeRequests().size(), 1u + kFiles) << "one listing";
+}
+
 // Fetches that are killed at any of their steps hide nothing. KELVO_KILLS says how often.
 TEST_F(BucketPlayback, FetchesThatAreKilledLeaveNothingThatCounts) {
   Archive(100, 9000);
@@ -366,13 +411,7 @@ TEST_F(BucketPlayback, FetchesThatAreKilledLeaveNothingThatCounts) {
       own.files.before = [calls = 0, last = 1 + n * 37 % 700](auto, const auto&) mutable {
         if (++calls == last) raise(SIGKILL);
       };
-      const qv::kelvo::TargetList targets = {
-          qvArchiving::CreateScanner({{"Type", "5"},
-                                      {"FullName", "b.s3.us-east-1.x"},
-                                      {"FullyMountedPath", cache},
-                                      {"UserName", "u"},
-                                      {"Password", "p"}},
-                                     {}, own.platform)};
+      const qv::kelvo::TargetList targets = {OpenTarget(cache, own.platform)};
       qv::kelvo::BucketAccess access(own.platform);
       access.FetchHour(targets, kEvening, {});
       for (std::size_t at = 0; at + 40 < stored.frames.size(); at += 40) {
