@@ -98,7 +98,7 @@ void BucketAccess::Wait() {
 
 std::shared_ptr<BucketAccess::Answer> BucketAccess::Ask(const Scanner& target, Question question) {
   if (IsLeftAlone(target)) return nullptr;
-  const auto answer = std::make_shared<Answer>();
+  auto answer = std::make_shared<Answer>();
   auto given = answer->given.get_future();
   target->InBackground([asked = target.get(), answer, question = std::move(question)] {
     const std::uint64_t errors = asked->StoreErrors();

@@ -1,2 +1,0 @@
-#pragma once
-#include "aws/s3/Models.h"
