@@ -1,6 +1,7 @@
 #include "media/PSFile.h"
 
 #include <algorithm>
+#include <bit>
 #include <boost/filesystem/operations.hpp>
 #include <optional>
 
@@ -111,14 +112,15 @@ int PSFile::WriteFixedParts(const PsFileInfo& fileInfo,
   if (!WriteIndexHead()) return kPsWriteFailed;
 
   const ConstBytes head = kPackHeader;
-  if (WriteMedia({&head, 1}) != kPsOk) return kPsWriteFailed;
+  if (WriteMedia({&head, 1}) != head.size()) return kPsWriteFailed;
+  end.position += head.size();
   if (fileInfo.level != 0) return kPsBadArgument;
 
   std::array<std::byte, kProgramMapSize> programMap;
   EncodeProgramMap(fileInfo, descriptors, programMap);
   const ConstBytes map = programMap;
-  if (WriteMedia({&map, 1}) != kPsOk) return kPsWriteFailed;
-  dataStart = writePos;
+  if (WriteMedia({&map, 1}) != map.size()) return kPsWriteFailed;
+  dataStart = end.position += map.size();
   return kPsOk;
 }
 
@@ -126,19 +128,48 @@ bool PSFile::IsWriting() const {
   return writable;
 }
 
-bool PSFile::ReadyForFrame() const {
+bool PSFile::HasRoomFor(const FrameRun& run) const {
   return writable && !failed && dataStart != 0 &&
          // The index of the next record must not look like a missing link.
-         tables.header.frameCount != kNoFrame &&
-         (writePos - dataStart) / kFrameAlignment <= 0xFFFFFFFFu;
+         tail.End() != kNoFrame && (run.end.position - dataStart) / kFrameAlignment <= 0xFFFFFFFFu;
 }
 
 int PSFile::WriteFrame(const PSFrame& frame) {
-  if (!ReadyForFrame() || frame.stream >= kStreamCount) return kPsBadArgument;
-  return frame.packet != nullptr && frame.size != 0 ? WriteReadyPacket(frame) : WriteParts(frame);
+  std::size_t written = 0;
+  return WriteFrames({&frame, 1}, written);
 }
 
-int PSFile::WriteParts(const PSFrame& frame) {
+int PSFile::WriteFrames(std::span<const PSFrame> frames, std::size_t& written) {
+  written = 0;
+  while (written < frames.size()) {
+    FrameRun run = BeginRun();
+    int added = kPsOk;
+    for (const PSFrame& frame : frames.subspan(written)) {
+      if (!run.HasRoom(std::uint64_t{frame.payloadSize} + frame.size + sizeof(FrameRun::Head))) {
+        break;
+      }
+      added = AddFrame(frame, run);
+      if (added != kPsOk) break;
+    }
+    const int result = run.Count() != 0 ? WriteRun(run, written) : kPsOk;
+    if (result != kPsOk) return result;
+    if (added != kPsOk) return added;
+  }
+  return kPsOk;
+}
+
+FrameRun PSFile::BeginRun() {
+  tail.BeginRun();
+  return FrameRun(end, tables.header.frameCount);
+}
+
+int PSFile::AddFrame(const PSFrame& frame, FrameRun& run) {
+  if (!HasRoomFor(run) || frame.stream >= kStreamCount) return kPsBadArgument;
+  return frame.packet != nullptr && frame.size != 0 ? AddReadyPacket(frame, run)
+                                                    : AddParts(frame, run);
+}
+
+int PSFile::AddParts(const PSFrame& frame, FrameRun& run) {
   const std::optional<PackedDate> date = PackDate(frame.year, frame.month, frame.day);
   const std::optional<std::uint32_t> ms = MsOfDay(frame);
   if (!date || !ms || frame.userDataSize > kMaxUserData ||
@@ -164,50 +195,51 @@ int PSFile::WriteParts(const PSFrame& frame) {
   pes.padInfo = static_cast<std::uint8_t>(0xC0u | pad);
   pes.date = *date;
 
-  std::array<std::byte, kPesHeaderSize + kMaxEncodedUserData> head;
+  FrameRun::Head& head = run.NextHead();
   const PesHeaderBytes pesBytes = std::span(head).first<kPesHeaderSize>();
   EncodePesHeader(pes, pesBytes);
   EncodeUserData({frame.userData, userDataSize},
                  std::span(head).subspan(kPesHeaderSize, encodedSize));
-  if (const int result = AddIndexEntry(pesBytes, size); result != kPsOk) return result;
-
-  const std::array<ConstBytes, 3> parts = {ConstBytes(head).first(kPesHeaderSize + encodedSize),
-                                           ConstBytes(frame.payload, frame.payloadSize),
-                                           ConstBytes(kZeros).first(pad)};
-  return WriteMedia(parts);
+  if (const int result = AddIndexEntry(pesBytes, size, run); result != kPsOk) return result;
+  run.Add(ConstBytes(head).first(kPesHeaderSize + encodedSize),
+          ConstBytes(frame.payload, frame.payloadSize), ConstBytes(kZeros).first(pad));
+  return kPsOk;
 }
 
-int PSFile::WriteReadyPacket(const PSFrame& frame) {
+int PSFile::AddReadyPacket(const PSFrame& frame, FrameRun& run) {
   if (frame.size < kPesHeaderSize) return kPsBadArgument;
-  std::array<std::byte, kPesHeaderSize> head;
   const ConstBytes packet(frame.packet, frame.size);
+  const PesHeaderBytes head = std::span(run.NextHead()).first<kPesHeaderSize>();
   std::ranges::copy(packet.first(kPesHeaderSize), head.begin());
   const PsiStreamRecord& stream = tables.streams[frame.stream];
   PatchStream(head, streamIds[frame.stream], frame.flags,
               StreamInfo(stream.encoder, stream.channel));
   const std::uint32_t pad = PadCount(DecodePesHeader(head).padInfo);
-  if (const int result = AddIndexEntry(head, std::uint64_t{frame.size} + pad); result != kPsOk) {
-    return result;
-  }
-  const std::array<ConstBytes, 3> parts = {ConstBytes(head), packet.subspan(kPesHeaderSize),
-                                           ConstBytes(kZeros).first(pad)};
-  return WriteMedia(parts);
-}
-
-int PSFile::WritePacket(MutableBytes packet) {
-  if (!ReadyForFrame() || packet.data() == nullptr || packet.size() < kPesHeaderSize) {
-    return kPsBadArgument;
-  }
-  if (const int result = AddIndexEntry(packet.first<kPesHeaderSize>(), packet.size());
+  if (const int result = AddIndexEntry(head, std::uint64_t{frame.size} + pad, run);
       result != kPsOk) {
     return result;
   }
-  const ConstBytes bytes = packet;
-  return WriteMedia({&bytes, 1});
+  run.Add(head, packet.subspan(kPesHeaderSize), ConstBytes(kZeros).first(pad));
+  return kPsOk;
 }
 
-// Records the frame that starts at `writePos`, and fills in the previous-size field of its header.
-int PSFile::AddIndexEntry(PesHeaderBytes pesHeader, std::uint64_t size) {
+int PSFile::WritePacket(MutableBytes packet) {
+  FrameRun run = BeginRun();
+  if (!HasRoomFor(run) || packet.data() == nullptr || packet.size() < kPesHeaderSize) {
+    return kPsBadArgument;
+  }
+  if (const int result = AddIndexEntry(packet.first<kPesHeaderSize>(), packet.size(), run);
+      result != kPsOk) {
+    return result;
+  }
+  run.Add(packet, {}, {});
+  std::size_t written = 0;
+  return WriteRun(run, written);
+}
+
+// Records the frame that follows those of the run, and fills in the previous-size field of its
+// header.
+int PSFile::AddIndexEntry(PesHeaderBytes pesHeader, std::uint64_t size, FrameRun& run) {
   if (!IsFrameSize(size)) return kPsBadArgument;
   const PesHeader pes = DecodePesHeader(pesHeader);
 
@@ -218,62 +250,94 @@ int PSFile::AddIndexEntry(PesHeaderBytes pesHeader, std::uint64_t size) {
   record.SetSize(static_cast<std::uint32_t>(size));
   record.date = pes.date;
   record.ms = static_cast<std::uint32_t>(pes.dts / kTicksPerMs);
-  record.offsetUnits = static_cast<std::uint32_t>((writePos - dataStart) / kFrameAlignment);
-  const PsiStreamRecord& stream = tables.streams[record.stream];
-  record.prev = stream.frameCount == 0 ? kNoFrame : stream.lastFrame;
-  record.next = kNoFrame;
+  record.offsetUnits = static_cast<std::uint32_t>((run.end.position - dataStart) / kFrameAlignment);
   const bool dependent = (pes.frameInfo & kFrameTypeMask) >= kFrameP;
-  record.groupFrame =
-      dependent ? static_cast<std::uint16_t>(groupFrame[record.stream] + 1) : std::uint16_t{0};
+  std::uint16_t& groupFrame = run.end.groupFrame[record.stream];
+  groupFrame = dependent ? static_cast<std::uint16_t>(groupFrame + 1) : std::uint16_t{0};
+  record.groupFrame = groupFrame;
+  record.next = kNoFrame;
+  AddRecord(record, run);
 
-  if (const int result = WriteRecord(record); result != kPsOk) return result;
-  PatchPreviousSize(pesHeader, previousSize);
-  groupFrame[record.stream] = record.groupFrame;
-  cursorRecords[record.stream] = record;
-  tables.Add(record);
-  previousSize = static_cast<std::uint32_t>(size);
+  PatchPreviousSize(pesHeader, run.end.previousSize);
+  run.end.previousSize = static_cast<std::uint32_t>(size);
+  run.end.position += size;
   return kPsOk;
 }
 
-// Links the stream's last record to the new one and writes the new one: at once where the last one
-// is recent, otherwise the link first.
-int PSFile::WriteRecord(const PsiFrameRecord& record) {
-  const std::uint32_t index = tables.header.frameCount;
-  const bool linked = record.prev != kNoFrame;
-  tail.Append(record);
-  const bool recent = linked && tail.Holds(record.prev);
-  if (recent) tail.SetNext(record.prev, index);
-  const std::uint32_t from = recent ? record.prev : index;
-  const bool written = (recent || !linked || WriteLink(record.stream, index)) &&
-                       WriteIndexAt(FrameRecordOffset(from), tail.From(from));
-  if (written) return kPsOk;
-  failed = true;
-  tail.RemoveLast();
-  // Takes back a link to a record that wasn't written. A failure leaves the link; readers stop at
-  // the frame count.
-  if (linked) (void)WriteLink(record.stream, kNoFrame);
-  return kPsWriteFailed;
+// Appends the record and links it with the one before of its stream.
+void PSFile::AddRecord(const PsiFrameRecord& record, FrameRun& run) {
+  const std::uint32_t index = tail.End();
+  const std::uint32_t bit = 1u << record.stream;
+  std::uint32_t& last = run.end.last[record.stream];
+  PsiFrameRecord linked = record;
+  const bool isFirst = (run.streams & bit) == 0 && tables.streams[record.stream].frameCount == 0;
+  linked.prev = isFirst ? kNoFrame : last;
+  if (!isFirst && tail.Holds(last)) {
+    tail.SetNext(last, index);
+    run.from = std::min(run.from, last);
+  } else if (!isFirst) {
+    run.distant |= bit;
+    run.linkTo[record.stream] = index;
+  }
+  tail.Append(linked);
+  run.streams |= bit;
+  last = index;
+}
+
+// Puts the run on disk, its records first, and adds to `written` the frames that arrived whole.
+int PSFile::WriteRun(const FrameRun& run, std::size_t& written) {
+  failed = true;  // until all is well
+  std::uint64_t left = WriteRecords(run) ? WriteMedia(run.Parts()) : 0;
+  for (std::uint32_t index = run.first; index != tail.End(); ++index) {
+    const PsiFrameRecord record = tail.Get(index);
+    if (record.Size() > left) {
+      TakeBack(run);
+      return kPsWriteFailed;
+    }
+    left -= record.Size();
+    lastRecords[record.stream] = record;
+    tables.Add(record);
+    end.position += record.Size();
+    ++written;
+  }
+  end = run.end;
+  failed = false;
+  return kPsOk;
+}
+
+// Writes the records of the run and the links that lead to them: all at once, but for links in
+// records long past.
+bool PSFile::WriteRecords(const FrameRun& run) {
+  for (std::uint32_t rest = run.distant; rest != 0; rest &= rest - 1) {
+    const auto stream = static_cast<unsigned>(std::countr_zero(rest));
+    if (!WriteLink(stream, run.linkTo[stream])) return false;
+  }
+  return WriteIndexAt(FrameRecordOffset(run.from), tail.From(run.from));
+}
+
+// Ends the file behind the frames that arrived. A failure leaves links and records that lead
+// nowhere; readers stop at the frame count.
+void PSFile::TakeBack(const FrameRun& run) {
+  tail.CutTo(tables.header.frameCount);
+  for (std::uint32_t rest = run.streams; rest != 0; rest &= rest - 1) {
+    const auto stream = static_cast<unsigned>(std::countr_zero(rest));
+    if (tables.streams[stream].frameCount != 0) (void)WriteLink(stream, kNoFrame);
+  }
 }
 
 // Writes the last record of a stream with that link.
-bool PSFile::WriteLink(std::uint8_t stream, std::uint32_t next) {
-  PsiFrameRecord record = cursorRecords[stream];
+bool PSFile::WriteLink(unsigned stream, std::uint32_t next) {
+  PsiFrameRecord record = lastRecords[stream];
   record.next = next;
   std::array<std::byte, kPsiFrameRecordSize> bytes;
   Encode(record, bytes);
   return WriteIndexAt(FrameRecordOffset(tables.streams[stream].lastFrame), bytes);
 }
 
-int PSFile::WriteMedia(std::span<const ConstBytes> parts) {
-  std::size_t size = 0;
-  for (const ConstBytes& part : parts) size += part.size();
-  const IoResult result = mediaFile->WriteAt(writePos, parts);
-  if (result.error != 0 || result.bytes != size) {
-    failed = true;
-    return kPsWriteFailed;
-  }
-  writePos += size;
-  return kPsOk;
+// Writes at the file's end, which stays where it is, and returns how many bytes arrived.
+std::uint64_t PSFile::WriteMedia(std::span<const ConstBytes> parts) {
+  const IoResult result = mediaFile->WriteAt(end.position, parts);
+  return result.error == 0 ? result.bytes : 0;
 }
 
 bool PSFile::WriteIndexAt(std::uint64_t offset, ConstBytes bytes) {
@@ -294,7 +358,7 @@ bool PSFile::WriteIndexHead() {
 // Writes the runs behind the frame records, counts those that arrived and returns where they end.
 std::uint64_t PSFile::WriteRuns() {
   const std::span<const PsiRunRecord> runs = tables.runs.Closed();
-  std::uint64_t end = FrameRecordOffset(tables.header.frameCount);
+  std::uint64_t offset = FrameRecordOffset(tables.header.frameCount);
   std::array<std::byte, kRunsPerWrite * kPsiRunRecordSize> bytes;
   for (std::size_t first = 0; first < runs.size(); first += kRunsPerWrite) {
     const std::size_t count = std::min(kRunsPerWrite, runs.size() - first);
@@ -303,18 +367,18 @@ std::uint64_t PSFile::WriteRuns() {
              std::span(bytes).subspan(i * kPsiRunRecordSize).first<kPsiRunRecordSize>());
     }
     const std::size_t size = count * kPsiRunRecordSize;
-    if (!WriteIndexAt(end, ConstBytes(bytes).first(size))) break;
+    if (!WriteIndexAt(offset, ConstBytes(bytes).first(size))) break;
     tables.header.runCount += static_cast<std::uint32_t>(count);
-    end += size;
+    offset += size;
   }
-  return end;
+  return offset;
 }
 
 void PSFile::FinishIndex() {
   tables.runs.CloseAll();
-  const std::uint64_t end = WriteRuns();
+  const std::uint64_t runsEnd = WriteRuns();
   // Best effort from here on: what fails leaves an index that a reader recovers from.
-  if (preallocated) (void)indexFile->SetSize(indexBase + end);
+  if (preallocated || failed) (void)indexFile->SetSize(indexBase + runsEnd);
   if (WriteIndexHead()) return;
   // Without the head a reader counts the records, and must not take the runs behind them for more.
   (void)indexFile->SetSize(indexBase + FrameRecordOffset(tables.header.frameCount));
@@ -323,23 +387,22 @@ void PSFile::FinishIndex() {
 void PSFile::Close() {
   if (indexFile != nullptr && writable) FinishIndex();
   indexFile.reset();
-  if (mediaFile != nullptr && preallocated) (void)mediaFile->SetSize(writePos);
+  if (mediaFile != nullptr && (preallocated || failed)) (void)mediaFile->SetSize(end.position);
   mediaFile.reset();
   Reset();
 }
 
 void PSFile::Reset() {
-  dataStart = indexBase = writePos = 0;
+  dataStart = indexBase = 0;
   writable = failed = preallocated = false;
   tables.header = {};
   tables.streams = {};
   tables.runs.Clear();
-  cursorRecords = {};
+  end = {};
+  lastRecords = {};
   tail.Reset();
-  groupFrame = {};
   streamIds = {};
   fileInput = 0;
-  previousSize = kNoPreviousFrame;
 }
 
 std::uint32_t PSFile::GetFrameCount(std::uint16_t stream) const {

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "media/FrameRun.h"
 #include "media/PsFormat.h"
 #include "media/PsiFormat.h"
 #include "media/RecordTail.h"
@@ -66,8 +67,12 @@ class PSFile {
                            std::span<const PsStreamDescriptor, kStreamCount> descriptors,
                            std::uint64_t preallocateBytes);
 
-  // Appends one frame: index record first, then the media bytes. Returns 0; -1 for a bad frame,
-  // with nothing written; or -3 to -5, after which the caller closes the file.
+  // Appends frames: the index records of up to FrameRun::kFrames of them first, then their media
+  // bytes, in two writes as a rule. `written` counts those that are in the file whole. Returns 0;
+  // -1 for a bad frame, of which nothing is written, while those before it are; or -3 to -5, after
+  // which the caller closes the file. It then ends behind the last whole frame, as far as the
+  // system lets it.
+  [[nodiscard]] int WriteFrames(std::span<const PSFrame> frames, std::size_t& written);
   [[nodiscard]] int WriteFrame(const PSFrame& frame);
 
   // Appends a complete, final packet of a multiple of 32 bytes; only its previous-size field is
@@ -98,13 +103,18 @@ class PSFile {
   [[nodiscard]] int OpenPair(const std::string& path, std::uint64_t preallocateBytes);
   [[nodiscard]] int WriteFixedParts(const PsFileInfo& fileInfo,
                                     std::span<const PsStreamDescriptor, kStreamCount> descriptors);
-  [[nodiscard]] bool ReadyForFrame() const;
-  [[nodiscard]] int WriteParts(const PSFrame& frame);
-  [[nodiscard]] int WriteReadyPacket(const PSFrame& frame);
-  [[nodiscard]] int AddIndexEntry(PesHeaderBytes pesHeader, std::uint64_t size);
-  [[nodiscard]] int WriteRecord(const PsiFrameRecord& record);
-  [[nodiscard]] bool WriteLink(std::uint8_t stream, std::uint32_t next);
-  [[nodiscard]] int WriteMedia(std::span<const ConstBytes> parts);
+  [[nodiscard]] bool HasRoomFor(const FrameRun& run) const;
+  [[nodiscard]] int AddFrame(const PSFrame& frame, FrameRun& run);
+  [[nodiscard]] int AddParts(const PSFrame& frame, FrameRun& run);
+  [[nodiscard]] int AddReadyPacket(const PSFrame& frame, FrameRun& run);
+  [[nodiscard]] int AddIndexEntry(PesHeaderBytes pesHeader, std::uint64_t size, FrameRun& run);
+  void AddRecord(const PsiFrameRecord& record, FrameRun& run);
+  [[nodiscard]] FrameRun BeginRun();
+  [[nodiscard]] int WriteRun(const FrameRun& run, std::size_t& written);
+  [[nodiscard]] bool WriteRecords(const FrameRun& run);
+  void TakeBack(const FrameRun& run);
+  [[nodiscard]] bool WriteLink(unsigned stream, std::uint32_t next);
+  [[nodiscard]] std::uint64_t WriteMedia(std::span<const ConstBytes> parts);
   [[nodiscard]] bool WriteIndexAt(std::uint64_t offset, ConstBytes bytes);
   [[nodiscard]] bool WriteIndexHead();
   [[nodiscard]] std::uint64_t WriteRuns();
@@ -117,18 +127,15 @@ class PSFile {
   std::unique_ptr<MediaFile> mediaFile;
   std::uint64_t dataStart = 0;  // of the first frame in the media file; 0 until the map is written
   std::uint64_t indexBase = 0;  // of the index in its file
-  std::uint64_t writePos = 0;   // of the next frame in the media file
   bool writable = false;
   bool failed = false;        // a write failed: nothing may follow
   bool preallocated = false;  // sized in advance: the end is cut at close
   PsiTables tables;
-  // Writer: the last record of each stream, as it is on disk.
-  std::array<PsiFrameRecord, kStreamCount> cursorRecords{};
-  RecordTail tail;  // the newest of all records
-  std::array<std::uint16_t, kStreamCount> groupFrame{};
+  FileEnd end;
+  std::array<PsiFrameRecord, kStreamCount> lastRecords{};  // of each stream, as they are on disk
+  RecordTail tail;                                         // the newest of all records
   std::array<std::uint8_t, kStreamCount> streamIds{};
   std::uint8_t fileInput = 0;
-  std::uint32_t previousSize = kNoPreviousFrame;  // of the last frame written
 };
 
 }  // namespace qv::kelvo

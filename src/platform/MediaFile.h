@@ -18,6 +18,9 @@ struct IoResult {
   int error = 0;
 };
 
+// What one write may gather.
+inline constexpr std::size_t kMaxWriteParts = 256;
+
 // One open media or index file. One thread at a time. All offsets are bytes from the file's start.
 // The destructor closes.
 class MediaFile {
@@ -28,8 +31,8 @@ class MediaFile {
   [[nodiscard]] virtual IoResult ReadAt(std::uint64_t offset, MutableBytes buffer) = 0;
 
   // Writes `parts` one behind the other at `offset`, in one system call where the platform has one.
-  // At most 8 parts; empty parts are allowed. Stops at the first error or short write, which it
-  // doesn't retry. `bytes` counts over all parts.
+  // At most kMaxWriteParts; empty parts are allowed. Stops at the first error or short write, which
+  // it doesn't retry. `bytes` counts over all parts.
   [[nodiscard]] virtual IoResult WriteAt(std::uint64_t offset,
                                          std::span<const ConstBytes> parts) = 0;
 

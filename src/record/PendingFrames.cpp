@@ -103,6 +103,11 @@ void PendingFrames::UnlinkKey(PendingFrame* frame, SlotEnds& ends) {
 }
 
 void PendingFrames::Erase(PendingFrame* frame) {
+  Take(frame);
+  Discard(frame);
+}
+
+void PendingFrames::Take(PendingFrame* frame) {
   SlotEnds& ends = Ends[frame->Slot];
   if (frame->IsKey()) UnlinkKey(frame, ends);
   (frame->Older != nullptr ? frame->Older->Newer : Oldest) = frame->Newer;
@@ -110,7 +115,6 @@ void PendingFrames::Erase(PendingFrame* frame) {
   (frame->SlotOlder != nullptr ? frame->SlotOlder->SlotNewer : ends.Oldest) = frame->SlotNewer;
   (frame->SlotNewer != nullptr ? frame->SlotNewer->SlotOlder : ends.Newest) = frame->SlotOlder;
   --Count;
-  Discard(frame);
 }
 
 }  // namespace qvsvr::kelvo

@@ -54,8 +54,9 @@ class PendingFrames {
   PendingFrames(const PendingFrames&) = delete;
   PendingFrames& operator=(const PendingFrames&) = delete;
 
-  // A frame to fill and Append (or Discard); everything but Extension is reset.
+  // A frame to fill and Append; everything but Extension is reset.
   [[nodiscard]] PendingFrame* Allocate();
+  // Recycles a frame that isn't pending; it is invalid afterwards.
   void Discard(PendingFrame* frame);
 
   // A frame to Insert with what another pool's frame holds, but for its place.
@@ -66,7 +67,9 @@ class PendingFrames {
   // Takes the place before `next`, which no frame of the slot is behind; null is the newest place.
   void InsertAhead(PendingFrame* next, PendingFrame* frame);
 
-  // Unlinks and recycles; `frame` is invalid afterwards.
+  // Is pending no longer, and is the caller's to Discard.
+  void Take(PendingFrame* frame);
+  // Takes and discards.
   void Erase(PendingFrame* frame);
 
   [[nodiscard]] PendingFrame* Front() const { return Oldest; }

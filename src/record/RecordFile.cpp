@@ -179,31 +179,74 @@ void RecordStream::WriteContinuedGroups() {
     PendingFrame* newer = frame->Newer;
     if (open[frame->Slot]) {
       open[frame->Slot] = continues(frame->SlotNewer);
-      (void)WriteStreamFrame(*frame);  // a frame that doesn't reach the file is lost
-      Release(frame);
+      WriteSoon(frame, Counted::No);
     }
     frame = newer;
   }
+  WriteRun(Counted::No);
 }
 
-bool RecordStream::WriteStreamFrame(const PendingFrame& frame) {
-  if (!Writer.IsWriting()) return false;
-  ChannelSlot& slot = Slots[frame.Slot];
-  if (!frame.IsKey() && Writer.GetFrameCount(frame.Slot) == 0) return false;
+// Takes a pending frame into the run that is written next. One that can't reach the file is lost.
+void RecordStream::WriteSoon(PendingFrame* frame, Counted counted) {
+  const bool begins = Writer.GetFrameCount(frame->Slot) == 0 && !RunSlots[frame->Slot];
+  if (!Writer.IsWriting() || (begins && !frame->IsKey())) {
+    Release(frame);
+    return;
+  }
+  // What the write needs of it may have left the caches long ago; it comes back meanwhile.
+  __builtin_prefetch(&frame->Provider, 1);
+  RunSlots.set(frame->Slot);
+  Run.push_back(frame);
+  Pending.Take(frame);
+  if (Run.size() == media::FrameRun::kFrames) WriteRun(counted);
+}
 
-  const int error = Writer.WriteFrame(ToPSFrame(frame, slot));
+// Writes the run and gives its buffers back. Frames that don't reach the file are lost.
+void RecordStream::WriteRun(Counted counted) {
+  if (Run.empty()) return;
+  const std::size_t written = WriteStreamFrames();
+  for (std::size_t i = 0; i < Run.size(); ++i) {
+    if (i < written && counted == Counted::Yes) CountWritten(*Run[i]);
+    Services.Core.DecrementReference(Run[i]->Buffer);
+    Pending.Discard(Run[i]);
+  }
+  Run.clear();
+  RunSlots.reset();
+}
+
+// Returns how many frames of the run are in the file.
+std::size_t RecordStream::WriteStreamFrames() {
+  if (!Writer.IsWriting()) return 0;
+  RunFrames.clear();
+  for (const PendingFrame* frame : Run) {
+    RunFrames.push_back(ToPSFrame(*frame, Slots[frame->Slot]));
+  }
+  std::size_t written = 0;
+  const int error = Writer.WriteFrames(RunFrames, written);
+  for (std::size_t i = 0; i < written; ++i) NoteWritten(*Run[i]);
   if (error != media::kPsOk) {
     const std::string path = CurrentPath;
     EndWriter();
     LogPrintf(LogError, "Closed %s (and PSI) - psfile write error %ld.", path.c_str(),
               static_cast<long>(error));
-    return false;
   }
+  return written;
+}
+
+void RecordStream::NoteWritten(const PendingFrame& frame) {
   Services.Alarms.NoteWrite(frame.Provider, OwnId, frame.Time / 1000,
                             static_cast<std::uint16_t>(frame.Time % 1000), CurrentPath);
-  slot.LastWritten = frame.Time;
+  Slots[frame.Slot].LastWritten = frame.Time;
   Rates[frame.Slot].Add(frame.Size, FlushNs());
-  return true;
+}
+
+void RecordStream::CountWritten(const PendingFrame& frame) {
+  RecordStats& stats = Services.Stats;
+  ++stats.Written[frame.Type];
+  if ((frame.Flags & kFlagMotion) != 0) ++stats.Motion;
+  if ((frame.Flags & kFlagAlarm) != 0) ++stats.Alarm;
+  if (frame.Ptz) ++stats.PTZ;
+  stats.LastBytes += frame.Size;
 }
 
 std::int64_t RecordStream::FlushNs() {

@@ -29,6 +29,7 @@ RecordStream::RecordStream(RecordServices& services, std::uint32_t id)
 RecordStream::~RecordStream() {
   if (Writer.IsWriting()) EndWriter();
   ForgetFile();
+  for (PendingFrame* frame : Run) Services.Core.DecrementReference(frame->Buffer);
   while (PendingFrame* frame = Pending.Front()) Release(frame);
 }
 
@@ -124,6 +125,11 @@ void RecordStream::ApplyAlarmAndMotion(PendingFrame& frame) {
 
 void RecordStream::FlushPending() {
   SteadyOfFlush.reset();
+  FlushSettled();
+  WriteRun(Counted::Yes);
+}
+
+void RecordStream::FlushSettled() {
   while (PendingFrame* front = Pending.Front()) {
     if (front == Settled && AwaitsVolume()) return;
     switch (DecideFront(*front, Pending.Back()->Time)) {
@@ -134,7 +140,7 @@ void RecordStream::FlushPending() {
           Settled = front;
           return;
         }
-        WriteFront(front);
+        WriteSoon(front, Counted::Yes);
         break;
       case Fate::Drop:
         Drop(front);
@@ -159,9 +165,10 @@ RecordStream::Fate RecordStream::DecideFront(const PendingFrame& front, qv::kelv
     keep = ThinGroup(front, *next);
   }
   const int hour = HourOf(front);
-  return keep || ShouldRecord(slot, front, hour) || ShouldLapse(slot, front, hour, DefaultLapse)
-             ? Fate::Write
-             : Fate::Drop;
+  if (keep || ShouldRecord(slot, front, hour)) return Fate::Write;
+  // Time-lapse goes by what is in the file.
+  if (DefaultLapse > 0 || !slot.LapseSchedule.empty()) WriteRun(Counted::Yes);
+  return ShouldLapse(slot, front, hour, DefaultLapse) ? Fate::Write : Fate::Drop;
 }
 
 // Drops the frames between a key frame and the next one that nothing wants and nothing depends on.
@@ -188,18 +195,6 @@ int RecordStream::HourOf(const PendingFrame& frame) {
 // Whether a volume may be found soon, so that nothing that is wanted is given up.
 bool RecordStream::AwaitsVolume() const {
   return Services.Volumes.Searching() && !OpenTime && ActiveChannels != 0;
-}
-
-void RecordStream::WriteFront(PendingFrame* front) {
-  if (WriteStreamFrame(*front)) {
-    RecordStats& stats = Services.Stats;
-    ++stats.Written[front->Type];
-    if ((front->Flags & kFlagMotion) != 0) ++stats.Motion;
-    if ((front->Flags & kFlagAlarm) != 0) ++stats.Alarm;
-    if (front->Ptz) ++stats.PTZ;
-    stats.LastBytes += front->Size;
-  }
-  Release(front);
 }
 
 void RecordStream::Drop(PendingFrame* frame) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "media/PSFile.h"
 #include "record/ChannelSlot.h"
@@ -109,7 +110,7 @@ class RecordStream {
   [[nodiscard]] bool ThinGroup(const PendingFrame& front, const PendingFrame& next);
   [[nodiscard]] int HourOf(const PendingFrame& frame);
   [[nodiscard]] bool AwaitsVolume() const;
-  void WriteFront(PendingFrame* front);
+  void FlushSettled();
   void Drop(PendingFrame* frame);
   void Release(PendingFrame* frame);
 
@@ -119,12 +120,21 @@ class RecordStream {
   void EndWriter();
   void WriteContinuedGroups();
   void ForgetFile();
-  bool WriteStreamFrame(const PendingFrame& frame);
+  enum class Counted { No, Yes };
+  void WriteSoon(PendingFrame* frame, Counted counted);
+  void WriteRun(Counted counted);
+  [[nodiscard]] std::size_t WriteStreamFrames();
+  void NoteWritten(const PendingFrame& frame);
+  void CountWritten(const PendingFrame& frame);
   [[nodiscard]] std::int64_t FlushNs();
 
   RecordServices& Services;
   PendingFrames Pending;
-  const PendingFrame* Settled = nullptr;     // the oldest, to be written once there is a volume
+  const PendingFrame* Settled = nullptr;  // the oldest, to be written once there is a volume
+  // Frames to be written at once, no longer pending; empty between calls. Slots that have some.
+  std::vector<PendingFrame*> Run;
+  std::vector<qv::kelvo::PSFrame> RunFrames;  // memory for what the file takes of them
+  std::bitset<kSlots> RunSlots;
   std::array<std::int32_t, 256> ChannelMap;  // low byte of a provider id to slot, -1 unknown
   qv::kelvo::PSFile Writer;
   std::string CurrentPath;  // while the writer is open

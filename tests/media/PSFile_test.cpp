@@ -45,7 +45,7 @@ TEST_F(PSFileTest, WritesTheDocumentedExample) {
   EXPECT_EQ(Read().runs.size(), 2u);
 }
 
-TEST_F(PSFileTest, FrameCostsOneWriteOfEachFile) {
+TEST_F(PSFileTest, FrameOrRunOfFramesCostsOneWriteOfEachFile) {
   PSFile file(files);
   ASSERT_EQ(Create(file), kPsOk);
   const std::string payload(100, 'x');
@@ -58,12 +58,63 @@ TEST_F(PSFileTest, FrameCostsOneWriteOfEachFile) {
   EXPECT_EQ(writesFor(0, 40), 2u);
   for (int i = 0; i < 31; ++i) EXPECT_EQ(writesFor(16, 41 + i), 2u);
   EXPECT_EQ(writesFor(0, 80), 2u) << "the link to it, what lies between and its record at once";
-  for (int i = 0; i < 100; ++i) writesFor(16, 90 + i);
-  EXPECT_EQ(writesFor(0, 200), 3u) << "the stream's last record is long past";
+  for (int i = 0; i < 200; ++i) writesFor(16, 90 + i);
+  EXPECT_EQ(writesFor(0, 300), 3u) << "the stream's last record is long past";
   EXPECT_EQ(Index(20, 4), "00 00 00 00");  // the head learns the count at the end
+
+  const auto writesForRun = [&](int count, std::size_t size) {
+    std::vector<PSFrame> run;
+    for (int i = 0; i < count; ++i) {
+      const auto stream = static_cast<std::uint16_t>(i % 3 == 0 ? 16 : i % 3);
+      run.push_back(Frame(stream, kFrameI, 300 + i, std::string(size, 'y')));
+    }
+    std::size_t written = 0;
+    const std::size_t before = files.Calls(FileCall::WriteAt);
+    EXPECT_EQ(file.WriteFrames(run, written), kPsOk);
+    EXPECT_EQ(written, run.size());
+    return files.Calls(FileCall::WriteAt) - before;
+  };
+  EXPECT_EQ(writesForRun(64, 1000), 2u);
+  EXPECT_EQ(writesForRun(65, 1000), 4u);
+  EXPECT_EQ(writesForRun(3, 900'000), 4u) << "two megabytes at once";
+  EXPECT_EQ(writesForRun(2, 3'000'000), 4u);
   file.Close();
-  EXPECT_EQ(Read().frames.size(), 135u);  // the parser follows all links
+  EXPECT_EQ(Read().frames.size(), 235u + 134u);  // the parser follows all links
   EXPECT_EQ(files.Calls(FileCall::ReadAt), 0u);
+}
+
+TEST_F(PSFileTest, RunThatIsCutShortEndsBehindItsLastWholeFrame) {
+  constexpr std::size_t kWhole = 64;  // of a frame
+  const struct {
+    std::string suffix;
+    int error;
+    std::size_t shortBytes, written;
+    int result;
+  } rows[] = {{".ps", EIO, 0, 0, kPsWriteFailed},
+              {".ps", 0, 3 * kWhole, 3, kPsWriteFailed},
+              {".ps", 0, 4 * kWhole + 63, 4, kPsWriteFailed},
+              {".psi", 0, 3 * 32 + 5, 0, kPsWriteFailed},
+              {"none", 0, 0, 5, kPsBadArgument}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.suffix + ' ' + std::to_string(row.shortBytes));
+    PSFile file(files);
+    ASSERT_EQ(Create(file), kPsOk);
+    std::vector<PSFrame> run;
+    for (int i = 0; i < 8; ++i) {
+      run.push_back(Frame(i % 2 == 0 ? 0 : 16, kFrameI, 1500 * i, "payload"));
+    }
+    run[7].stream = 32;
+    std::size_t written = 0;
+    ASSERT_EQ(file.WriteFrames(std::span(run).first(2), written), kPsOk);
+    files.ClearFaults();
+    files.Set({FileCall::WriteAt, 1, 1, row.error, row.shortBytes, row.suffix});
+    EXPECT_EQ(file.WriteFrames(std::span(run).subspan(2), written), row.result);
+    EXPECT_EQ(written, row.written);
+    EXPECT_EQ(file.GetFrameCount(kWholeFile), 2 + row.written);
+    file.Close();
+    EXPECT_EQ(Read().frames.size(), 2 + row.written) << "a pair as if nothing had happened";
+    files.ClearFaults();
+  }
 }
 
 // Faults at every other call are tested through the plug-in.

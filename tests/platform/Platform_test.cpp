@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <ctime>
 #include <sstream>
+#include <vector>
 
 #include "tests/platform/Fixtures.h"
 
@@ -64,8 +65,24 @@ TEST_F(MediaFilesTest, GatherWritesAndReadsKeepOrderAndPlace) {
   EXPECT_EQ(Write(*file, 14, {"x"}).bytes, 1U);
   EXPECT_EQ(Write(*file, 3, {}).bytes, 0U);
   EXPECT_EQ(tree.Read("a.ps"), std::string("headBOdytail\0\0x", 15));
-  EXPECT_EQ(Write(*file, 0, {"1", "2", "3", "4", "5", "6", "7", "8", "9"}).error, kBadParts);
-  EXPECT_EQ(Write(*file, 0, {"1", "2", "3", "4", "5", "6", "7", "8"}).bytes, 8U);
+  // Small and large parts by turns, as a run of frames has them.
+  std::string content;
+  std::vector<ConstBytes> parts;
+  for (std::size_t n = 0; n <= kMaxWriteParts; ++n) {
+    content += std::string(n % 3 == 0 ? 20'000 : n, static_cast<char>('a' + n % 20));
+  }
+  for (std::size_t n = 0, at = 0; n <= kMaxWriteParts; ++n) {
+    const std::size_t size = n % 3 == 0 ? 20'000 : n;
+    parts.push_back(std::as_bytes(std::span(content)).subspan(at, size));
+    at += size;
+  }
+  EXPECT_EQ(file->WriteAt(0, parts).error, kBadParts);
+  content.resize(content.size() - parts.back().size());
+  parts.pop_back();
+  EXPECT_EQ(file->WriteAt(0, parts).bytes, content.size());
+  EXPECT_EQ(tree.Read("a.ps"), content);
+  EXPECT_EQ(file->SetSize(0), 0);
+  EXPECT_EQ(Write(*file, 0, {"12345678", "tail", std::string_view("\0\0x", 3)}).bytes, 15U);
 
   const auto reader = Open("a.ps", OpenMode::Read);
   EXPECT_EQ(Read(*reader, 2, 3), "345");

@@ -159,7 +159,9 @@ class Reader {
       Expect(frame.offset == offset, Name("frame", n) + " isn't behind the one before");
       if (frame.total < kPesHeader || frame.offset + frame.total > media.size()) {
         result.lastFrameCut = true;
-        Expect(!closed && !more(n + 1), Name("frame", n) + " isn't in the media file");
+        Expect(!closed, Name("frame", n) + " isn't in the media file");
+        while (more(n + 1) && result.cutRecords <= 64) ++n, ++result.cutRecords;
+        Expect(!more(n + 1), "more records than one run has no frames");
         break;
       }
       ReadPes(frame);
@@ -307,7 +309,7 @@ class Reader {
     for (std::size_t n = frames.size(); n-- > 0;) {
       next[n] = std::exchange(later[frames[n].stream], frames[n].index);
       // A link is patched before the record that it names is written.
-      if (next[n] == kNone && !closed && frames[n].next == frames.size()) next[n] = frames[n].next;
+      if (next[n] == kNone && !closed && frames[n].next >= frames.size()) next[n] = frames[n].next;
     }
     for (const auto& frame : frames) {
       auto& counter = group[frame.stream];

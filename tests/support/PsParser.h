@@ -52,8 +52,9 @@ struct PsRecording {
   std::array<PsStream, 32> streams;
   std::vector<PsFrame> frames;
   std::vector<PsRun> runs;
-  // The last index record had no complete frame behind it (only after a crash or a failed write).
+  // The last index records have no complete frames behind them (only after a crash).
   bool lastFrameCut = false;
+  std::size_t cutRecords = 0;       // those behind the first of them
   std::vector<std::string> faults;  // empty when everything agrees
 
   // Frames of one stream, in order.

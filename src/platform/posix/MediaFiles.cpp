@@ -11,7 +11,6 @@ namespace qv::kelvo {
 
 namespace {
 
-constexpr std::size_t kMaxParts = 8;
 constexpr mode_t kNewFileMode = 0644;
 
 class MediaFileOnPosix : public MediaFile {
@@ -36,8 +35,8 @@ class MediaFileOnPosix : public MediaFile {
   }
 
   IoResult WriteAt(std::uint64_t offset, std::span<const ConstBytes> parts) override {
-    if (parts.size() > kMaxParts) return {0, EINVAL};
-    std::array<iovec, kMaxParts> vectors;
+    if (parts.size() > kMaxWriteParts) return {0, EINVAL};
+    std::array<iovec, kMaxWriteParts> vectors;
     int used = 0;
     for (const ConstBytes part : parts) {
       if (part.empty()) continue;

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cerrno>
 #include <climits>
@@ -15,8 +16,8 @@ namespace qv::kelvo {
 
 namespace {
 
-constexpr std::size_t kMaxParts = 8;
 constexpr std::size_t kMaxTransfer = INT_MAX;
+constexpr std::size_t kGathered = 16'384;
 
 // The system's error number behind a failed call of the C runtime, which tells none where it
 // refused by itself.
@@ -66,14 +67,13 @@ class MediaFileOnWin32 : public MediaFile {
     return result;
   }
 
-  // The system has no gathering write for files that are read and written through its cache.
+  // The system has no gathering write for files that are read and written through its cache, so
+  // that small parts are copied together.
   IoResult WriteAt(std::uint64_t offset, std::span<const ConstBytes> parts) override {
-    if (parts.size() > kMaxParts) return {0, ERROR_INVALID_PARAMETER};
+    if (parts.size() > kMaxWriteParts) return {0, ERROR_INVALID_PARAMETER};
     IoResult result;
     if (result.error = SeekTo(offset); result.error != 0) return result;
-    for (const ConstBytes part : parts) {
-      if (!WritePart(part, result)) break;
-    }
+    WriteGathered(parts, result);
     Moved(offset, result);
     return result;
   }
@@ -136,6 +136,24 @@ class MediaFileOnWin32 : public MediaFile {
 
   void Moved(std::uint64_t offset, const IoResult& result) {
     position = result.error == 0 ? offset + result.bytes : kUnknown;
+  }
+
+  void WriteGathered(std::span<const ConstBytes> parts, IoResult& result) {
+    std::array<std::byte, kGathered> gathered;
+    std::size_t used = 0;
+    for (const ConstBytes part : parts) {
+      if (part.size() > gathered.size() - used) {
+        if (!WritePart(ConstBytes(gathered).first(used), result)) return;
+        used = 0;
+        if (part.size() > gathered.size()) {
+          if (!WritePart(part, result)) return;
+          continue;
+        }
+      }
+      std::ranges::copy(part, gathered.begin() + static_cast<std::ptrdiff_t>(used));
+      used += part.size();
+    }
+    (void)WritePart(ConstBytes(gathered).first(used), result);
   }
 
   // False when the part didn't get out whole.
