@@ -42,7 +42,7 @@ void Recorder::Configure(std::string text) {
   message.Payload = text.data();
   message.Length = static_cast<std::uint32_t>(text.size());
   manager.HandleMessage(message);
-  manager.AfterMessage(0);
+  manager.AfterMessage(0, 0);
 }
 
 void Recorder::Give(int frames) {
@@ -55,7 +55,7 @@ void Recorder::Give(int frames) {
     frame.Header.FrameType = given / cameras % 25 == 0 ? KELVO_FRAME_I : KELVO_FRAME_P;
     frame.Header.Seconds = static_cast<std::uint32_t>(site.clock.NowMs() / 1000);
     manager.HandleMessage(frame);
-    manager.AfterMessage(0);
+    manager.AfterMessage(0, 0);
   }
 }
 

@@ -81,22 +81,21 @@ void CRecordMgr::Run() {
   while (Queue.Next(taken, StatsStartNs + kStatsPeriodNs)) {
     Services.Stats.InQ = taken.left;
     Services.Stats.InQAgeMs = taken.oldestMs;
-    Process(taken.message, taken.steadyNs - StatsStartNs);
+    Process(taken.message, taken.steadyNs);
   }
   TellWhatIsLeft();
   Guarded("stopping the sweeper", [this] { FileSystem.KickSweeper(true); });
 }
 
-void CRecordMgr::Process(const RecordMessage& message, std::int64_t sinceStatsNs) {
+void CRecordMgr::Process(const RecordMessage& message, std::int64_t begin) {
   RecordStats& stats = Services.Stats;
-  const std::int64_t begin = Platform.clock.SteadyNs();
   Guarded("handling a message", [&] { HandleMessage(message); });
   const std::int64_t handled = Platform.clock.SteadyNs();
   ++stats.ExecutedLastMin;
   ++stats.ExecutedTotal;
   NoteTime(handled - begin, stats.msgcur, stats.msgmin, stats.msgmax);
 
-  Guarded("periodic work", [&] { AfterMessage(sinceStatsNs); });
+  Guarded("periodic work", [&] { AfterMessage(begin - StatsStartNs, handled); });
   NoteTime(Platform.clock.SteadyNs() - handled, stats.nmsgcur, stats.nmsgmin, stats.nmsgmax);
 }
 
@@ -195,17 +194,16 @@ void CRecordMgr::ApplySystem(const TiXmlElement& root) {
   FileSystem.SaveStorage();
 }
 
-void CRecordMgr::AfterMessage(std::int64_t sinceStatsNs) {
+void CRecordMgr::AfterMessage(std::int64_t sinceStatsNs, std::int64_t now) {
   if (IsStopping()) return;
   if (sinceStatsNs >= kStatsPeriodNs) EndMinute(sinceStatsNs);
   FileSystem.ContinueReport();
   FollowAudioSetting();
   if (!IsStopping()) Files.Follow();
-  if (!IsStopping()) KickSweeperWhenDue();
+  if (!IsStopping()) KickSweeperWhenDue(now);
 }
 
-void CRecordMgr::KickSweeperWhenDue() {
-  const std::int64_t now = Platform.clock.SteadyNs();
+void CRecordMgr::KickSweeperWhenDue(std::int64_t now) {
   if (now < SweepDueNs) return;
   const bool stillRunning = FileSystem.KickSweeper(false);
   SweepDueNs = now + (stillRunning ? kSweepRetryNs : kSweepPeriodNs);

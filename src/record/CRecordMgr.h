@@ -36,8 +36,8 @@ class CRecordMgr : public IRecordManager {
   void HandleMessage(const RecordMessage& message);
 
   // What the worker does after each message. `sinceStatsNs` is the age of the minute's statistics
-  // when the message was taken.
-  void AfterMessage(std::int64_t sinceStatsNs);
+  // when the message was taken; `now` is the steady clock.
+  void AfterMessage(std::int64_t sinceStatsNs, std::int64_t now);
 
   [[nodiscard]] std::int64_t ReservedGB(const std::string& volume) const override;
   [[nodiscard]] bool IsBeingWritten(const std::string& path) const override;
@@ -45,7 +45,7 @@ class CRecordMgr : public IRecordManager {
 
  private:
   void Run();
-  void Process(const RecordMessage& message, std::int64_t sinceStatsNs);
+  void Process(const RecordMessage& message, std::int64_t begin);
   void TellWhatIsLeft();
 
   void HandleXml(const RecordMessage& message);
@@ -59,7 +59,7 @@ class CRecordMgr : public IRecordManager {
   void EndMinute(std::int64_t elapsedNs);
   [[nodiscard]] double RecordingRate(std::int64_t elapsedMicroseconds);
   void FollowAudioSetting();
-  void KickSweeperWhenDue();
+  void KickSweeperWhenDue(std::int64_t now);
 
   CFileSystem& FileSystem;
   ICoreEventer& Core;

@@ -61,7 +61,7 @@ class RecordManager : public ::testing::Test {
   }
   void Handle(const RecordMessage& message) {
     manager->HandleMessage(message);
-    manager->AfterMessage(0);
+    manager->AfterMessage(0, bundle.clock.SteadyNs());
   }
 
   FakeHost host;
