@@ -13,6 +13,17 @@ using qv::kelvo::CFileInfo;
 using qv::kelvo::kVideoStreams;
 using qv::kelvo::StreamRow;
 
+namespace {
+
+void Add(ResultValues& known, const ResultValues& values) {
+  known.first = std::min(known.first, values.first);
+  known.last = std::max(known.last, values.last);
+  known.count += values.count;
+  known.flags |= values.flags;
+}
+
+}  // namespace
+
 SearchResults::SearchResults(const SearchRequest& request) {
   for (const RequestKey key : request.keys) inputs[key];
 }
@@ -35,14 +46,29 @@ SearchResults::Records* SearchResults::Find(const CFileInfo& info, unsigned stre
   return &found->second;
 }
 
-void SearchResults::Merge(Records& records, const ResultKey& key, const ResultValues& values) {
-  const auto [entry, isNew] = records.emplace(key, values);
-  if (isNew) return;
-  ResultValues& known = entry->second;
-  known.first = std::min(known.first, values.first);
-  known.last = std::max(known.last, values.last);
-  known.count += values.count;
-  known.flags |= values.flags;
+void SearchResults::Records::Merge(const ResultKey& key, const ResultValues& values) {
+  if (!records.empty() && records.back().first == key) {
+    Add(records.back().second, values);
+    return;
+  }
+  // Before it grows, what belongs together is put together.
+  if (records.size() == settleAt) settleAt = std::max(settleAt, 2 * Settle().size());
+  records.emplace_back(key, values);
+}
+
+const std::deque<std::pair<ResultKey, ResultValues>>& SearchResults::Records::Settle() {
+  const auto byKey = [](const auto& a, const auto& b) { return a.first < b.first; };
+  if (!std::ranges::is_sorted(records, byKey)) std::ranges::sort(records, byKey);
+  std::size_t kept = 0;
+  for (std::size_t i = 1; i < records.size(); ++i) {
+    if (records[i].first == records[kept].first) {
+      Add(records[kept].second, records[i].second);
+    } else if (++kept != i) {
+      records[kept] = records[i];
+    }
+  }
+  if (!records.empty()) records.resize(kept + 1);
+  return records;
 }
 
 void SearchResults::AddRun(const CFileInfo& info, const FileRun& run, std::int64_t start,
@@ -51,7 +77,7 @@ void SearchResults::AddRun(const CFileInfo& info, const FileRun& run, std::int64
   Records* records = Find(info, run.stream, key.streamId);
   if (records == nullptr) return;
   key.bucket = (run.first - start) / (resolution == 0 ? 1 : resolution);
-  Merge(*records, key, {run.first, run.last, 0, run.flags});
+  records->Merge(key, {run.first, run.last, 0, run.flags});
 }
 
 void SearchResults::AddRows(const CFileInfo& info, std::int64_t start) {
@@ -70,16 +96,16 @@ void SearchResults::AddRows(const CFileInfo& info, std::int64_t start) {
       key.bufSizeSamples = row.bufSizeSamples;
       key.sampleRate = row.sampleRate;
     }
-    Merge(*records, key, {row.firstTime, row.lastTime, row.frames, row.flags});
+    records->Merge(key, {row.firstTime, row.lastTime, row.frames, row.flags});
   }
 }
 
-std::string SearchResults::Document(const SearchRequest& request) const {
+std::string SearchResults::Document(const SearchRequest& request) {
   std::size_t count = 0;
-  for (const auto& entry : inputs) count += entry.second.size();
+  for (auto& entry : inputs) count += entry.second.Settle().size();
   ResultDocument document(request, count);
-  for (const auto& [key, records] : inputs) {
-    for (const auto& [recordKey, values] : records) document.Add(key, recordKey, values);
+  for (auto& [key, records] : inputs) {
+    for (const auto& [recordKey, values] : records.Settle()) document.Add(key, recordKey, values);
   }
   return document.Finish();
 }

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <compare>
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "search/SearchRequest.h"
 #include "tree/CFileInfo.h"
@@ -52,16 +55,25 @@ class SearchResults {
   void AddRows(const qv::kelvo::CFileInfo& info, std::int64_t start);
 
   // The result document. A record whose times make no sense is told of in the log.
-  [[nodiscard]] std::string Document(const SearchRequest& request) const;
+  [[nodiscard]] std::string Document(const SearchRequest& request);
 
  private:
-  using Records = std::map<ResultKey, ResultValues>;
+  // What was found of an input, in little room, since it may be hundreds of thousands. Most comes
+  // in order.
+  class Records {
+   public:
+    void Merge(const ResultKey& key, const ResultValues& values);
+    // One record for each key, in order.
+    [[nodiscard]] const std::deque<std::pair<ResultKey, ResultValues>>& Settle();
+
+   private:
+    std::deque<std::pair<ResultKey, ResultValues>> records;
+    std::size_t settleAt = 1024;  // before there are more
+  };
   // The records of the input that a stream belongs to and the low byte of its id; null if nobody
   // asked for it.
   [[nodiscard]] Records* Find(const qv::kelvo::CFileInfo& info, unsigned stream,
                               std::uint8_t& streamId);
-  static void Merge(Records& records, const ResultKey& key, const ResultValues& values);
-
   std::map<RequestKey, Records> inputs;
 };
 
