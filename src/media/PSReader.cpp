@@ -59,10 +59,12 @@ int PSReader::OpenAt(const std::string& path, std::uint64_t mediaBase, std::uint
 }
 
 void PSReader::Close() {
+  if (mediaFile == nullptr && indexFile == nullptr) return;
   mediaFile.reset();
   indexFile.reset();
   indexInMedia = recovered = false;
   indexBase = dataStart = 0;
+  ahead = {};
   programMap.clear();
   tables = {};
   window.Reset(nullptr, 0);
@@ -291,6 +293,34 @@ int PSReader::StreamRecord(std::uint16_t stream, std::uint32_t index, PsiFrameRe
   return kPsOk;
 }
 
+// Gets the frame's bytes, from what was read ahead if they are there.
+bool PSReader::ReadPacket(PSReadFrame& frame, std::uint32_t total) {
+  std::size_t held = 0;  // of the frame's bytes
+  if (ahead.data() == frame.packet.data() && frame.fileOffset >= aheadOffset &&
+      frame.fileOffset - aheadOffset < ahead.size()) {
+    const MutableBytes rest = ahead.subspan(frame.fileOffset - aheadOffset);
+    // A frame that wasn't there yet may be by now.
+    if (rest.size() >= total && HasStartCode(rest)) {
+      frame.content = rest.first(total);
+      return true;
+    }
+    held = rest.size() < total && HasStartCode(rest) ? rest.size() : 0;
+    std::copy_n(rest.begin(), held, frame.packet.begin());
+  }
+  const std::size_t wanted =
+      std::max<std::size_t>(total, std::min(frame.readAhead, frame.packet.size()));
+  const IoResult result =
+      mediaFile->ReadAt(frame.fileOffset + held, frame.packet.first(wanted).subspan(held));
+  ahead = {};
+  if (held + result.bytes < total) return false;
+  if (frame.readAhead != 0) {
+    ahead = frame.packet.first(held + result.bytes);
+    aheadOffset = frame.fileOffset;
+  }
+  frame.content = frame.packet.first(total);
+  return true;
+}
+
 int PSReader::FillFrame(const PsiFrameRecord& record, PSReadFrame& frame) {
   frame.stream = record.stream;
   frame.frameType = record.frameInfo & kFrameTypeMask;
@@ -301,13 +331,14 @@ int PSReader::FillFrame(const PsiFrameRecord& record, PSReadFrame& frame) {
   frame.time = Carry({record.date, record.ms});
   frame.fileOffset = dataStart + record.Offset();
   frame.userDataSize = 0;
+  frame.content = {};
   const std::uint32_t total = record.Size();
   frame.size = total;
   if (frame.packet.empty()) return kPsOk;
   if (frame.packet.size() < total || total < kPesHeaderSize) return kPsBadArgument;
 
-  const MutableBytes packet = frame.packet.first(total);
-  if (!ReadAll(*mediaFile, frame.fileOffset, packet)) return kPsReadFailed;
+  if (!ReadPacket(frame, total)) return kPsReadFailed;
+  const ConstBytes packet = frame.content;
   const PesHeader header = DecodePesHeader(packet.first<kPesHeaderSize>());
   const std::uint32_t pad = PadCount(header.padInfo);
   if (pad <= total - kPesHeaderSize) frame.size = total - pad;

@@ -22,9 +22,13 @@ struct PSReadFrame {
   std::uint16_t stream = kWholeFile;  // GetFrame: which stream's frame, or the whole file's
   std::uint32_t index = 0;  // GetFrame: ordinal; NextFrame: place among the chosen streams
   MutableBytes packet;      // at least 4,194,303 bytes hold any frame
+  // Bytes of `packet` to fill at once, if they are more than the frame. What lies behind it serves
+  // the next calls with the same `packet`, which nobody else changes meanwhile.
+  std::size_t readAhead = 0;
   MutableBytes userData;
 
   // Filled by the reader; after NextFrame `stream` and `index` name the frame within its stream.
+  ConstBytes content;      // the frame within `packet`, with its padding
   std::uint32_t size = 0;  // of the frame; without its padding once `packet` was filled
   std::uint16_t frameType = 0;
   std::uint16_t groupFrame = 0;
@@ -146,6 +150,7 @@ class PSReader {
   [[nodiscard]] int ReadRun(std::uint32_t number, PsiRunRecord& record);
   [[nodiscard]] int ReadRecord(std::uint32_t index, PsiFrameRecord& record);
   [[nodiscard]] int StreamRecord(std::uint16_t stream, std::uint32_t index, PsiFrameRecord& record);
+  [[nodiscard]] bool ReadPacket(PSReadFrame& frame, std::uint32_t total);
   [[nodiscard]] int FillFrame(const PsiFrameRecord& record, PSReadFrame& frame);
   [[nodiscard]] int StepCursor(bool forward, PsiFrameRecord& record);
 
@@ -156,8 +161,11 @@ class PSReader {
   bool recovered = false;
   int refusal = 0;
   std::uint64_t indexBase = 0;
-  std::uint64_t dataStart = 0;        // offset of the first frame
-  std::int64_t creationSeconds = 0;   // of a media file without an index
+  std::uint64_t dataStart = 0;       // offset of the first frame
+  std::int64_t creationSeconds = 0;  // of a media file without an index
+  // What was read ahead: its place in the media file, and where it lies in memory.
+  std::uint64_t aheadOffset = 0;
+  MutableBytes ahead;
   std::vector<std::byte> programMap;  // empty when the file has none
   PsiTables tables;
   RecordWindow window;

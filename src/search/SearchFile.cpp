@@ -9,6 +9,7 @@ using qv::kelvo::kPsBadArgument;
 using qv::kelvo::kPsOk;
 
 constexpr std::size_t kPacketRoom = 4'194'303;
+constexpr std::size_t kReadAhead = 192 * 1024;
 constexpr std::uint32_t kFramesPerFetch = 150;
 constexpr std::size_t kMaxRangesAhead = 3;  // with the one that is waited for, a bucket's threads
 constexpr std::uint64_t kMaxBytesAhead = qv::kelvo::BucketAccess::kPiece;  // of a range that grew
@@ -26,6 +27,7 @@ int SearchFile::Open() {
   std::string root;
   const Scanner holder = target.FindHolder(file.path);
   mayBeCut = file.sendList.empty() && holder != nullptr && qv::kelvo::IsBucket(*holder, root);
+  isHere = file.sendList.empty() && holder == nullptr;
   position = file.firstPosition;
   framesAhead = kFramesPerFetch;
   qv::kelvo::PSReader::Place place;
@@ -44,6 +46,7 @@ int SearchFile::ReadFrame() {
   frame = {};
   frame.index = file.sendList.empty() ? position : file.sendList[position];
   frame.packet = {packetBuffer.get(), kPacketRoom};
+  if (isHere) frame.readAhead = kReadAhead;
   frame.userData = userDataBuffer;
   return reader.NextFrame(frame, file.selectedMask);
 }
@@ -79,7 +82,7 @@ int SearchFile::LoadFrame() {
 }
 
 bool SearchFile::IsGood(int error) const {
-  return error == kPsOk && qv::kelvo::HasStartCode({packetBuffer.get(), 3});
+  return error == kPsOk && qv::kelvo::HasStartCode(frame.content);
 }
 
 bool SearchFile::Reopen() {

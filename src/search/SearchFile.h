@@ -33,7 +33,7 @@ class SearchFile {
 
   // The frame that is ready: fields, packet and metadata are good until AdvanceFrame.
   [[nodiscard]] const qv::kelvo::PSReadFrame& Frame() const { return frame; }
-  [[nodiscard]] const std::byte* Packet() const { return packetBuffer.get(); }
+  [[nodiscard]] const std::byte* Packet() const { return frame.content.data(); }
   [[nodiscard]] const std::byte* UserData() const { return userDataBuffer.data(); }
   [[nodiscard]] qv::kelvo::UtcMs FrameTime() const { return frameTime; }
   // The stream that the frame belongs to, as the host knows it.
@@ -86,6 +86,7 @@ class SearchFile {
   std::uint32_t position = 0;  // the next one
   std::uint32_t framesSent = 0;
   bool mayBeCut = false;                // frames that follow each other, of a bucket
+  bool isHere = false;                  // frames that follow each other, of a local file
   std::uint32_t fetchedEnd = 0;         // behind the last position that this search fetched
   std::uint32_t fetchedTwiceEnd = 0;    // the same for those whose first fetch wasn't good
   std::deque<Range> ahead;              // behind `position`, one behind the other

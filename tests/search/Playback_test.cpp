@@ -35,7 +35,8 @@ TEST_F(Playback, ManyFilesAtOnceShareAFewDescriptors) {
   std::vector<hostkit::SearchInput> inputs;
   std::vector<Shot> all;
   for (int device = 0; device < 100; ++device) {
-    const auto shots = Shots(kStart + device, 1000, Repeat(4, "IPP"));
+    auto shots = Shots(kStart + device, 1000, Repeat(4, "IPP"));
+    for (Shot& shot : shots) shot.padding = 30'000;  // more than is read at once
     Write(shots, kDevice | static_cast<StreamID>(device) << 8);
     all.insert(all.end(), shots.begin(), shots.end());
     inputs.push_back(Video(0, {}, device));
@@ -46,7 +47,7 @@ TEST_F(Playback, ManyFilesAtOnceShareAFewDescriptors) {
   answer = [&](std::size_t number, char kind) {
     most = std::max(most, bundle.files.OpenFiles());
     // The whole process runs out of them.
-    if (kind == 'F' && number % 50 == 0) bundle.files.Fail(qv::kelvo::FileCall::Open, 1, exhausted);
+    if (kind == 'F' && number % 5 == 0) bundle.files.Fail(qv::kelvo::FileCall::Open, 1, exhausted);
     return 0u;
   };
   Run(Request(1, kSecond0, kSecond0 + 60, 0, inputs));

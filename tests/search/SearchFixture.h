@@ -33,9 +33,10 @@ struct Shot {
   std::uint16_t stream = 0, type = 1;
   UtcMs time = 0;
   std::uint8_t flags = 0;
+  std::size_t padding = 0;  // bytes
 
   [[nodiscard]] std::string Payload() const {
-    return std::to_string(time) + "/" + std::to_string(stream);
+    return std::to_string(time) + "/" + std::to_string(stream) + std::string(padding, '.');
   }
   [[nodiscard]] std::int64_t Second() const { return time / 1000; }
 };
