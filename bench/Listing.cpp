@@ -1,12 +1,14 @@
-// Listings of many files, and of none.
+// Listings of many files, for the first and for the second time, and of none.
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
 #include <boost/filesystem.hpp>
+#include <chrono>
 #include <cstdio>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench/Scenarios.h"
@@ -60,21 +62,27 @@ void Compare(SearchSite& site, const std::string& what, int cameras, int days) {
   const std::string request =
       RequestText(0, kPlantBegin, kPlantBegin + days * std::int64_t{86400}, cameras);
   const auto count = static_cast<double>(paths.size());
-  std::vector<double> bare, own;
+  std::this_thread::sleep_for(std::chrono::seconds(4));  // younger ones aren't remembered
+  std::vector<double> bare, first, second;
   for (int run = 0; run < kRuns; ++run) {
+    site.host.Stop();  // forgets what it has seen
+    site.host.Start({0, 0, 0});
     bare.push_back(static_cast<double>(BareLoopNs(paths)) / 1000 / count);
-    const std::int64_t cpu = ProcessCpuNs();
-    const int results = List(site, request);
-    own.push_back(static_cast<double>(ProcessCpuNs() - cpu) / 1000 / count);
-    if (results != static_cast<int>(paths.size())) {
-      throw std::runtime_error(std::to_string(results) + " results of " +
-                               std::to_string(paths.size()) + " files");
+    for (auto* own : {&first, &second}) {
+      const std::int64_t cpu = ProcessCpuNs();
+      const int results = List(site, request);
+      own->push_back(static_cast<double>(ProcessCpuNs() - cpu) / 1000 / count);
+      if (results != static_cast<int>(paths.size())) {
+        throw std::runtime_error(std::to_string(results) + " results of " +
+                                 std::to_string(paths.size()) + " files");
+      }
     }
   }
-  std::printf("  %s, %zu files: %.2f us CPU a file, bare loop %.2f us\n", what.c_str(),
-              paths.size(), Median(own), Median(bare));
+  std::printf("  %s, %zu files: %.2f us CPU a file, %.2f us the second time, bare loop %.2f us\n",
+              what.c_str(), paths.size(), Median(first), Median(second), Median(bare));
   Report("listing of " + what + ", CPU against a bare loop over the same bytes",
-         Median(own) / Median(bare), "x", Wanted::AtMost, 2);
+         Median(first) / Median(bare), "x", Wanted::AtMost, 1.4);
+  Report("the same once more", Median(second) / Median(bare), "x", Wanted::AtMost, 0.4);
 }
 
 }  // namespace

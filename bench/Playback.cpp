@@ -4,10 +4,12 @@
 #include <unistd.h>
 
 #include <boost/filesystem.hpp>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench/Scenarios.h"
@@ -63,7 +65,7 @@ void Throughput(const std::string& module) {
   std::printf("  20 KiB frames: %.2f GB per CPU second, cat's loop %.2f\n", Median(own),
               Median(bare));
   Report("playback, throughput against reading with cat's block size", Median(own) / Median(bare),
-         "x", Wanted::AtLeast, 0.7);
+         "x", Wanted::AtLeast, 0.95);
 }
 
 // Bytes that this process has read by system calls.
@@ -139,11 +141,14 @@ void SearchMemory(const std::string& module) {
   constexpr std::int64_t kElsewhere = kPlantBegin + 2 * kFiles * kPlantSeconds;
   (void)site.Plant(1, kFiles, {1, 30, 64});
   const double none = PeakBytes(site, RequestText(1, 0, 3600, 1));
+  std::this_thread::sleep_for(std::chrono::seconds(4));  // younger ones aren't remembered
   for (const int type : {0, 1}) {
-    const double all =
-        PeakBytes(site, RequestText(type, kPlantBegin, kPlantBegin + kFiles * kPlantSeconds, 1));
+    const std::string request =
+        RequestText(type, kPlantBegin, kPlantBegin + kFiles * kPlantSeconds, 1);
+    (void)PeakBytes(site, request);  // what is remembered of recordings is no search's own
+    const double all = PeakBytes(site, request);
     Report(std::string(type == 0 ? "listing" : "playback") + ", peak of memory per matching file",
-           (all - none) / kFiles, " bytes", Wanted::AtMost, 500);
+           (all - none) / kFiles, " bytes", Wanted::AtMost, type == 0 ? 120 : 500);
   }
   double peak[2];
   int number = 0;

@@ -20,6 +20,7 @@ void StorageMonth(const std::string& module);
 void Scale(const std::string& module);
 void Listing(const std::string& module);
 void Playback(const std::string& module);
+void SlowDisk(const std::string& module);
 void SearchMemory(const std::string& module);
 void Bucket(const std::string& module);
 

@@ -14,7 +14,6 @@ namespace {
 
 namespace media = qv::kelvo;
 
-constexpr char kDrive[] = "drives/0/";
 constexpr std::uint32_t kProvider = 0x00110000;  // ID of the Devices element
 constexpr int kGroupFrames = 25;
 
@@ -34,8 +33,11 @@ void WriteFrames(media::PSFile& file, const Content& content, std::int64_t begin
   }
 }
 
+}  // namespace
+
 std::string PlantFile(int camera, std::int64_t begin, const Content& content,
-                      const std::vector<std::byte>& payload) {
+                      media::RunTables* closed) {
+  const std::vector<std::byte> payload(content.payloadBytes, std::byte{0x5A});
   std::array<media::PsStreamDescriptor, media::kStreamCount> descriptors;
   for (std::size_t stream = 0; stream < static_cast<std::size_t>(content.channels); ++stream) {
     descriptors[stream].streamType = 130;
@@ -46,7 +48,7 @@ std::string PlantFile(int camera, std::int64_t begin, const Content& content,
   info.fileInput[0] = 0xFF;
   const std::uint32_t id = kProvider | static_cast<std::uint32_t>(camera) << 8 | 0xFFu;
   std::string path = media::MakePath(kDrive, begin * 1000, id, media::CreateDirectories::Yes);
-  media::PSFile file(media::SystemPlatform().mediaFiles);
+  media::PSFile file(media::SystemPlatform().mediaFiles, closed);
   if (file.Create(path, info, descriptors, 0) != 0) {
     throw std::runtime_error(path + " could not be planted");
   }
@@ -54,8 +56,6 @@ std::string PlantFile(int camera, std::int64_t begin, const Content& content,
   file.Close();
   return path;
 }
-
-}  // namespace
 
 SearchSite::SearchSite(const std::string& module) : host(module) {
   host.Start({0, 0, 0});
@@ -67,11 +67,10 @@ SearchSite::~SearchSite() {
 
 std::vector<std::string> SearchSite::Plant(int cameras, int filesEach, const Content& content,
                                            std::int64_t begin) {
-  const std::vector<std::byte> payload(content.payloadBytes, std::byte{0x5A});
   std::vector<std::string> paths;
   for (int number = 0; number < filesEach; ++number) {
     for (int camera = 0; camera < cameras; ++camera) {
-      paths.push_back(PlantFile(camera, begin + number * kPlantSeconds, content, payload));
+      paths.push_back(PlantFile(camera, begin + number * kPlantSeconds, content));
     }
   }
   return paths;

@@ -6,6 +6,7 @@
 
 #include "bench/Host.h"
 #include "bench/Measure.h"
+#include "media/RunTables.h"
 
 namespace bench {
 
@@ -20,6 +21,13 @@ struct Content {
   std::uint32_t payloadBytes = 64;
   int stepMs = 40;
 };
+
+inline constexpr char kDrive[] = "drives/0/";
+
+// Plants one recording of a camera, of which `closed`, unless it is null, is told. Returns its
+// path.
+std::string PlantFile(int camera, std::int64_t begin, const Content& content,
+                      qv::kelvo::RunTables* closed = nullptr);
 
 // The plug-in and one drive with recordings of cameras 0 and up, planted without it. One at a time;
 // what it plants goes with it.

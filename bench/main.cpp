@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
       {"month", bench::StorageMonth},   {"listing", bench::Listing},
       {"playback", bench::Playback},    {"memory", bench::SearchMemory},
       {"bucket", bench::Bucket},        {"scale", bench::Scale},
+      {"slowdisk", bench::SlowDisk},
   };
   const std::string verb = argc >= 3 ? argv[2] : "";
   try {

@@ -6,7 +6,8 @@ server=$(cd "$(dirname "$0")/.." && pwd)/tests/s3/server.sh
 build=$(cd "${1:?build folder}" && pwd)
 only=${2:-}
 names=(
-  record small ffmpeg syscalls pending write realtime idle storage month scale listing playback memory bucket
+  record small ffmpeg syscalls pending write realtime idle storage month scale listing slowdisk
+  playback memory bucket
 )
 bench=$build/kelvo_bench
 module=$build/kelvo.so

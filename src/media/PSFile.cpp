@@ -58,37 +58,40 @@ void PSFrame::SetTime(UtcMs time) {
   millisecond = static_cast<std::uint32_t>(utc.millisecond);
 }
 
-PSFile::PSFile(MediaFiles& mediaFiles) : files(mediaFiles) {}
+PSFile::PSFile(MediaFiles& mediaFiles, RunTables* closed)
+    : files(mediaFiles), closedTables(closed) {}
 
 PSFile::~PSFile() {
   Close();
 }
 
-int PSFile::Create(const std::string& path, const PsFileInfo& fileInfo,
+int PSFile::Create(const std::string& newPath, const PsFileInfo& fileInfo,
                    std::span<const PsStreamDescriptor, kStreamCount> descriptors,
                    std::uint64_t preallocateBytes) {
   Close();
-  if (const int result = OpenPair(path, preallocateBytes); result != kPsOk) {
-    Abandon(path);
+  path = newPath;
+  if (const int result = OpenPair(preallocateBytes); result != kPsOk) {
+    Abandon();
     return result;
   }
   writable = true;
   const int result = WriteFixedParts(fileInfo, descriptors);
-  if (result != kPsOk && result != kPsBadArgument) Abandon(path);
+  if (result != kPsOk && result != kPsBadArgument) Abandon();
   return result;
 }
 
 // Removes the files of a pair that couldn't be begun. One that couldn't be opened isn't ours.
-void PSFile::Abandon(const std::string& path) {
+void PSFile::Abandon() {
   const bool hasMedia = mediaFile != nullptr, hasIndex = indexFile != nullptr;
+  const std::string abandoned = path;
   writable = false;
   Close();
   boost::system::error_code ignored;  // what is in the way now may be in the way of this, too
-  if (hasMedia) boost::filesystem::remove(path, ignored);
-  if (hasIndex) boost::filesystem::remove(IndexPath(path), ignored);
+  if (hasMedia) boost::filesystem::remove(abandoned, ignored);
+  if (hasIndex) boost::filesystem::remove(IndexPath(abandoned), ignored);
 }
 
-int PSFile::OpenPair(const std::string& path, std::uint64_t preallocateBytes) {
+int PSFile::OpenPair(std::uint64_t preallocateBytes) {
   if (IndexPath(path).size() > kMaxIndexPath ||
       files.Open(path, OpenMode::CreateOrTruncate, mediaFile) != 0 ||
       files.Open(IndexPath(path), OpenMode::CreateOrTruncate, indexFile) != 0) {
@@ -374,25 +377,43 @@ std::uint64_t PSFile::WriteRuns() {
   return offset;
 }
 
-void PSFile::FinishIndex() {
+// Whether the index tells all there is.
+bool PSFile::FinishIndex() {
   tables.runs.CloseAll();
   const std::uint64_t runsEnd = WriteRuns();
   // Best effort from here on: what fails leaves an index that a reader recovers from.
   if (preallocated || failed) (void)indexFile->SetSize(indexBase + runsEnd);
-  if (WriteIndexHead()) return;
+  if (WriteIndexHead()) return tables.header.runCount == tables.runs.Closed().size();
   // Without the head a reader counts the records, and must not take the runs behind them for more.
   (void)indexFile->SetSize(indexBase + FrameRecordOffset(tables.header.frameCount));
+  return false;
+}
+
+void PSFile::TellClosed() {
+  auto table = std::make_shared<RunTable>();
+  table->header = tables.header;
+  for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+    const PsiStreamRecord& record = tables.streams[stream];
+    if (record.frameCount != 0) {
+      table->streams.push_back({static_cast<std::uint8_t>(stream), record});
+    }
+  }
+  table->runs.assign(tables.runs.Closed().begin(), tables.runs.Closed().end());
+  table->fileInput = fileInput;
+  closedTables->Put(path, files.StampOf(IndexPath(path)), std::move(table));
 }
 
 void PSFile::Close() {
-  if (indexFile != nullptr && writable) FinishIndex();
+  const bool finished = indexFile != nullptr && writable && FinishIndex();
   indexFile.reset();
   if (mediaFile != nullptr && (preallocated || failed)) (void)mediaFile->SetSize(end.position);
   mediaFile.reset();
+  if (finished && closedTables != nullptr && tables.header.frameCount != 0) TellClosed();
   Reset();
 }
 
 void PSFile::Reset() {
+  path.clear();
   dataStart = indexBase = 0;
   writable = failed = preallocated = false;
   tables.header = {};

@@ -10,6 +10,7 @@
 #include "media/PsFormat.h"
 #include "media/PsiFormat.h"
 #include "media/RecordTail.h"
+#include "media/RunTables.h"
 #include "platform/MediaFile.h"
 
 namespace qv::kelvo {
@@ -52,8 +53,9 @@ struct PSFrame {
 // reader can use, short of the frame that was being written.
 class PSFile {
  public:
-  // Borrows `mediaFiles` for its life.
-  explicit PSFile(MediaFiles& mediaFiles);
+  // Borrows both for its life. `closed`, which may be null, is told of each recording that is
+  // closed as it should be.
+  explicit PSFile(MediaFiles& mediaFiles, RunTables* closed = nullptr);
   ~PSFile();  // closes
   PSFile(const PSFile&) = delete;
   PSFile& operator=(const PSFile&) = delete;
@@ -63,7 +65,7 @@ class PSFile {
   // more than 260 bytes is refused with -2. After a failure the object is closed and what was
   // opened is removed, except after -1 for a non-zero `fileInfo.level`, where the files stay open
   // until Close.
-  [[nodiscard]] int Create(const std::string& path, const PsFileInfo& fileInfo,
+  [[nodiscard]] int Create(const std::string& newPath, const PsFileInfo& fileInfo,
                            std::span<const PsStreamDescriptor, kStreamCount> descriptors,
                            std::uint64_t preallocateBytes);
 
@@ -100,7 +102,7 @@ class PSFile {
   [[nodiscard]] int SetIndexAccessMode(unsigned mode) const;
 
  private:
-  [[nodiscard]] int OpenPair(const std::string& path, std::uint64_t preallocateBytes);
+  [[nodiscard]] int OpenPair(std::uint64_t preallocateBytes);
   [[nodiscard]] int WriteFixedParts(const PsFileInfo& fileInfo,
                                     std::span<const PsStreamDescriptor, kStreamCount> descriptors);
   [[nodiscard]] bool HasRoomFor(const FrameRun& run) const;
@@ -118,11 +120,14 @@ class PSFile {
   [[nodiscard]] bool WriteIndexAt(std::uint64_t offset, ConstBytes bytes);
   [[nodiscard]] bool WriteIndexHead();
   [[nodiscard]] std::uint64_t WriteRuns();
-  void FinishIndex();
-  void Abandon(const std::string& path);
+  [[nodiscard]] bool FinishIndex();
+  void TellClosed();
+  void Abandon();
   void Reset();
 
   MediaFiles& files;
+  RunTables* const closedTables;
+  std::string path;
   std::unique_ptr<MediaFile> indexFile;
   std::unique_ptr<MediaFile> mediaFile;
   std::uint64_t dataStart = 0;  // of the first frame in the media file; 0 until the map is written

@@ -102,8 +102,10 @@ int PSReader::LoadIndex() {
 
   window.Reset(&file, indexBase);
   if (bytes.size() > kPsiHeadSize) window.Preload(bytes.subspan(kPsiHeadSize));
-  std::uint64_t size = 0;
-  if (const int error = file.Size(size); error != 0) {
+  // Records that come meanwhile are no matter.
+  const FileStamp opened = file.OpenedAs();
+  std::uint64_t size = opened.size;
+  if (const int error = opened.IsKnown() ? 0 : file.Size(size); error != 0) {
     NoteRefusal(error);
     return kPsReadFailed;
   }
@@ -471,6 +473,27 @@ int PSReader::GetRun(std::uint32_t number, PSRun& run) {
   run.first = Carry({record.firstDate, record.firstMs});
   run.last = Carry({record.lastDate, record.lastMs});
   return kPsOk;
+}
+
+RunTables::Table PSReader::GetRunTable() {
+  PsFileInfo info;
+  if (!HasRunTable() || recovered || refusal != 0 || tables.header.runCount == 0 ||
+      GetFileInfo(info) != kPsOk) {
+    return nullptr;
+  }
+  auto table = std::make_shared<RunTable>();
+  table->header = tables.header;
+  table->fileInput = info.fileInput[0];
+  for (unsigned stream = 0; stream < kStreamCount; ++stream) {
+    if (tables.streams[stream].frameCount == 0) continue;
+    table->streams.push_back({static_cast<std::uint8_t>(stream), tables.streams[stream]});
+  }
+  table->runs.resize(tables.header.runCount);
+  for (std::uint32_t number = 0; number < tables.header.runCount; ++number) {
+    PsiRunRecord& run = table->runs[number];
+    if (ReadRun(number, run) != kPsOk || run.firstDate == 0) return nullptr;
+  }
+  return table;
 }
 
 std::int64_t PSReader::GetFrameOffset(std::uint32_t index) {

@@ -11,6 +11,7 @@
 #include "media/PsFormat.h"
 #include "media/PsiFormat.h"
 #include "media/RecordWindow.h"
+#include "media/RunTables.h"
 #include "platform/MediaFile.h"
 
 namespace qv::kelvo {
@@ -121,6 +122,14 @@ class PSReader {
   }
   [[nodiscard]] std::uint32_t GetRunCount() const;
   [[nodiscard]] int GetRun(std::uint32_t number, PSRun& run);
+
+  // What a listing asks of a closed recording. Null when that isn't all in the index, or can't be
+  // read.
+  [[nodiscard]] RunTables::Table GetRunTable();
+  // The state of the index when it was opened; may be unknown.
+  [[nodiscard]] FileStamp IndexStamp() const {
+    return indexFile != nullptr ? indexFile->OpenedAs() : FileStamp{};
+  }
 
   // Place of a frame in the media file, or a negative result.
   [[nodiscard]] std::int64_t GetFrameOffset(std::uint32_t index);

@@ -21,6 +21,16 @@ struct IoResult {
 // What one write may gather.
 inline constexpr std::size_t kMaxWriteParts = 256;
 
+// Tells one state of a file from another.
+struct FileStamp {
+  std::uint64_t size = 0;      // bytes
+  std::int64_t changedNs = 0;  // when it was changed last, since 1970; 0 when that can't be told
+  std::uint64_t number = 0;    // of the file within its file system, where it has one
+
+  [[nodiscard]] bool IsKnown() const { return changedNs != 0; }
+  bool operator==(const FileStamp&) const = default;
+};
+
 // One open media or index file. One thread at a time. All offsets are bytes from the file's start.
 // The destructor closes.
 class MediaFile {
@@ -38,6 +48,9 @@ class MediaFile {
 
   // Current size in bytes; returns 0 or the system's error number.
   [[nodiscard]] virtual int Size(std::uint64_t& bytes) = 0;
+
+  // The state of the file when it was opened; may be unknown.
+  [[nodiscard]] virtual FileStamp OpenedAs() const { return {}; }
 
   // Creation time in seconds since 1970 UTC (the last change where the file system keeps no
   // creation time); returns 0 or the system's error number.
@@ -65,6 +78,9 @@ class MediaFiles {
   // number. What isn't a regular file counts as not there; it is never waited for. `path` is UTF-8.
   [[nodiscard]] virtual int Open(const std::string& path, OpenMode mode,
                                  std::unique_ptr<MediaFile>& file) = 0;
+
+  // The state of a file, which isn't opened for it. Unknown for one that isn't there.
+  [[nodiscard]] virtual FileStamp StampOf(const std::string&) { return {}; }
 };
 
 }  // namespace qv::kelvo

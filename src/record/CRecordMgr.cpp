@@ -31,13 +31,13 @@ void NoteTime(std::int64_t elapsedNs, std::uint64_t& current, std::uint64_t& lea
 }  // namespace
 
 CRecordMgr::CRecordMgr(CFileSystem& fileSystem, ICoreEventer& core, qv::kelvo::Platform& platform,
-                       RecordQueue& queue)
+                       RecordQueue& queue, qv::kelvo::RunTables* closed)
     : FileSystem(fileSystem),
       Core(core),
       Platform(platform),
       Alarms(core),
       Volumes(fileSystem, *this),
-      Services{core, fileSystem, *this, Volumes, platform, Alarms, Reservations, Stats()},
+      Services{core, fileSystem, *this, Volumes, platform, Alarms, Reservations, Stats(), closed},
       Files(Services, Streams),
       Config{Services, Streams, PreAlarmSeconds, Ptz},
       Queue(queue),

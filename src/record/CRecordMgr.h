@@ -21,7 +21,7 @@ class CRecordMgr : public IRecordManager {
  public:
   // Borrows all for its life. Begins the queue and ends it again.
   CRecordMgr(CFileSystem& fileSystem, ICoreEventer& core, qv::kelvo::Platform& platform,
-             RecordQueue& queue);
+             RecordQueue& queue, qv::kelvo::RunTables* closed = nullptr);
   // Stops and joins the worker, ends all files and releases every buffer left in the queue.
   ~CRecordMgr() override;
   CRecordMgr(const CRecordMgr&) = delete;

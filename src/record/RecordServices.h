@@ -1,6 +1,7 @@
 #pragma once
 
 #include "host/ICoreEventer.h"
+#include "media/RunTables.h"
 #include "platform/Platform.h"
 #include "record/CRecordAlarms.h"
 #include "record/RecordStats.h"
@@ -22,6 +23,7 @@ struct RecordServices {
   CRecordAlarms& Alarms;
   ReservationList& Reservations;
   RecordStats& Stats;
+  qv::kelvo::RunTables* ClosedTables = nullptr;  // learns of each file that ends; may be null
 };
 
 }  // namespace qvsvr::kelvo

@@ -22,7 +22,10 @@ constexpr std::int64_t kGroupLimitMs = 5 * 60 * 1000;
 }  // namespace
 
 RecordStream::RecordStream(RecordServices& services, std::uint32_t id)
-    : OwnId(id), StreamId(id), Services(services), Writer(services.Platform.mediaFiles) {
+    : OwnId(id),
+      StreamId(id),
+      Services(services),
+      Writer(services.Platform.mediaFiles, services.ClosedTables) {
   ChannelMap.fill(-1);
 }
 

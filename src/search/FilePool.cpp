@@ -27,6 +27,7 @@ class FilePool::PooledFile : public MediaFile {
     const int error = Use();
     return error == 0 ? real->Size(bytes) : error;
   }
+  qv::kelvo::FileStamp OpenedAs() const override { return opened; }
   int CreationTime(std::int64_t& seconds) override {
     const int error = Use();
     return error == 0 ? real->CreationTime(seconds) : error;
@@ -55,6 +56,7 @@ class FilePool::PooledFile : public MediaFile {
 
   FilePool& pool;
   const std::string path;
+  qv::kelvo::FileStamp opened;             // for the first time
   std::unique_ptr<MediaFile> real;         // null while it has no descriptor
   std::list<PooledFile*>::iterator place;  // in the pool, while it has one
 };
@@ -64,6 +66,7 @@ int FilePool::Open(const std::string& path, OpenMode mode, std::unique_ptr<Media
   if (mode != OpenMode::Read) return files.Open(path, mode, file);
   auto pooled = std::make_unique<PooledFile>(*this, path);
   if (const int error = OpenReal(*pooled); error != 0) return error;
+  pooled->opened = pooled->real->OpenedAs();
   file = std::move(pooled);
   return 0;
 }

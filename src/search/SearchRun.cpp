@@ -71,6 +71,9 @@ class Walk {
 
   void VisitHour(UtcMs hour, const std::vector<std::string>& volumes,
                  const qv::kelvo::HourListing& listing) {
+    qv::kelvo::TargetList targets;
+    target.GetTargets(targets, qv::kelvo::kVolumesLocal | qv::kelvo::kVolumesArchive, nullptr);
+    mayNeedMending = !targets.empty();
     directories.clear();
     for (const std::string& volume : volumes) {
       directories.push_back(qv::kelvo::HourDirectory(volume, hour));
@@ -127,8 +130,11 @@ class Walk {
 
   void Visit(const DueFile& file) {
     if (qv::kelvo::IsOutsideRange(file.start, range.start, range.end + slack, slack)) return;
-    for (const std::uint32_t volume : file.listed->volumes) {
-      target.Mend(directories[volume] + file.listed->name);
+    if (ListKnown(file)) return;
+    if (mayNeedMending) {
+      for (const std::uint32_t volume : file.listed->volumes) {
+        target.Mend(directories[volume] + file.listed->name);
+      }
     }
     const CopyChoice choice = ChooseCopies(*file.listed);
     for (const std::uint32_t volume : file.listed->volumes) {
@@ -136,6 +142,21 @@ class Walk {
       if (masks.video == 0 && masks.audio == 0) continue;
       VisitCopy(directories[volume] + file.listed->name, file, masks);
     }
+  }
+
+  // For a listing: of a recording of which there is one copy, known from before.
+  bool ListKnown(const DueFile& file) {
+    if (request.type != 0 || !request.frameRequests.empty() || file.listed->volumes.size() != 1) {
+      return false;
+    }
+    listedPath.assign(directories[file.listed->volumes.front()]).append(file.listed->name);
+    const auto table = target.FindTable(listedPath);
+    if (table == nullptr) return false;
+    if (range.end < range.start) return true;
+    known.id = file.id;
+    ListRuns(*table, known, request.resolution, runs);
+    AddRuns(known);
+    return true;
   }
 
   [[nodiscard]] InputMasks Match(qv::kelvo::StreamID id) const {
@@ -199,6 +220,11 @@ class Walk {
 
   void List(CFileInfo& info) {
     if (range.end < range.start || !ListRuns(reader, info, request.resolution, runs)) return;
+    if (request.frameRequests.empty()) target.KeepTable(info.path, reader);
+    AddRuns(info);
+  }
+
+  void AddRuns(const CFileInfo& info) {
     for (const FileRun& run : runs) {
       if (!range.MayReach(run.first, run.last)) continue;
       results.AddRun(info, run, request.start, request.resolution);
@@ -214,8 +240,11 @@ class Walk {
   PlaybackFiles& files;
 
   std::vector<std::string> directories;  // of the hour, by volume
+  bool mayNeedMending = false;           // there are archives
   std::int64_t bucket = -1;              // the last one that got its picture
   std::vector<FileRun> runs;
+  std::string listedPath;  // of the file under visit
+  CFileInfo known;
 };
 
 }  // namespace

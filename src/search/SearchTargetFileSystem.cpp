@@ -42,6 +42,26 @@ int SearchTargetFileSystem::Open(qv::kelvo::PSReader& reader, const std::string&
   return reader.Open(path);
 }
 
+qv::kelvo::RunTables::Table SearchTargetFileSystem::FindTable(const std::string& path) {
+  if (known == nullptr) return nullptr;
+  qv::kelvo::RunTables::Known found = known->Find(path);
+  if (found.table == nullptr || pool.StampOf(qv::kelvo::IndexPath(path)) != found.stamp) {
+    return nullptr;
+  }
+  return std::move(found.table);
+}
+
+void SearchTargetFileSystem::KeepTable(const std::string& path, qv::kelvo::PSReader& reader) {
+  // A change right behind the last one might not show: clocks of file systems are as coarse as
+  // that.
+  constexpr std::int64_t kSettledMs = 3000;
+  if (known == nullptr) return;
+  qv::kelvo::FileStamp stamp = reader.IndexStamp();
+  if (!stamp.IsKnown()) stamp = pool.StampOf(qv::kelvo::IndexPath(path));
+  if (platform.clock.NowMs() - stamp.changedNs / 1'000'000 < kSettledMs) return;
+  if (auto table = reader.GetRunTable()) known->Put(path, stamp, std::move(table));
+}
+
 void SearchTargetFileSystem::Mend(const std::string& path) {
   if (FindHolder(path) == nullptr) return;
   qv::kelvo::PSReader reader(MediaFiles());

@@ -10,10 +10,11 @@ namespace qvsvr::kelvo {
 // The file system as one search sees it: the plug-in's, less what the request leaves out.
 class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
  public:
-  // Searches everything. Borrows both for its life; `fileSystem`'s lists are asked on the caller's
-  // thread.
-  SearchTargetFileSystem(qv::kelvo::FileSystemBase& fileSystem, qv::kelvo::Platform& system)
-      : FileSystemBase(system), inner(fileSystem) {}
+  // Searches everything. Borrows all for its life; `fileSystem`'s lists are asked on the caller's
+  // thread. `tables` may be null.
+  SearchTargetFileSystem(qv::kelvo::FileSystemBase& fileSystem, qv::kelvo::Platform& system,
+                         qv::kelvo::RunTables* tables = nullptr)
+      : FileSystemBase(system), inner(fileSystem), known(tables) {}
 
   // Narrows it down to the targets of a request.
   void Restrict(const SearchRequest& request);
@@ -31,6 +32,11 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   // The same for somebody who opens it later.
   void Mend(const std::string& path);
 
+  // What is known of a closed recording without opening it; null if nothing is.
+  [[nodiscard]] qv::kelvo::RunTables::Table FindTable(const std::string& path);
+  // Remembers what `reader` has open under `path`.
+  void KeepTable(const std::string& path, qv::kelvo::PSReader& reader);
+
   // For the search's readers, however many there are.
   [[nodiscard]] qv::kelvo::MediaFiles& MediaFiles() { return pool; }
 
@@ -42,6 +48,7 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   bool allArchives = true;
   qv::kelvo::ArchiveFilter archives;
   qv::kelvo::FileSystemBase& inner;
+  qv::kelvo::RunTables* const known;
   FilePool pool{platform.mediaFiles};
 };
 

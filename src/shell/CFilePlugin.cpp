@@ -26,7 +26,7 @@ KelvoHostReply NewReply() {
 
 CFilePlugin::CFilePlugin(qv::kelvo::Platform& platform, RecordQueue& queue)
     : FileSystem(*this, platform),
-      RecordMgr(FileSystem, *this, platform, queue),
+      RecordMgr(FileSystem, *this, platform, queue, &ClosedTables),
       Platform(platform),
       Queue(queue) {}
 
@@ -90,7 +90,7 @@ void CFilePlugin::Open(const char* version) {
 }
 
 std::uint32_t CFilePlugin::Search(std::string_view text, std::uint32_t requestId) {
-  SearchTargetFileSystem target(FileSystem, Platform);
+  SearchTargetFileSystem target(FileSystem, Platform, &ClosedTables);
   return qvsvr::kelvo::Search(text, requestId, target, *this);
 }
 

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "host/ICoreEventer.h"
+#include "media/RunTables.h"
 #include "record/CRecordMgr.h"
 #include "storage/CFileSystem.h"
 
@@ -35,6 +36,7 @@ class CFilePlugin : public ICoreEventer {
   // several at once.
   std::uint32_t Search(std::string_view text, std::uint32_t requestId);
 
+  qv::kelvo::RunTables ClosedTables;  // of recordings, for all searches
   CFileSystem FileSystem;
   CRecordMgr RecordMgr;
 

@@ -14,9 +14,19 @@ std::uint8_t Low8(unsigned value) {
   return static_cast<std::uint8_t>(value & 0xFFu);
 }
 
-void FillRow(PSReader& reader, std::uint8_t fileInput, unsigned stream, StreamRow& row) {
-  const PsiStreamRecord& record = reader.GetStream(stream);
+// What the index tells.
+void FillRow(const PsiStreamRecord& record, std::uint8_t fileInput, StreamRow& row) {
   row.frames = record.frameCount;
+  row.flags = record.flags;
+  row.input = IsWideInput(fileInput) ? record.encoder : fileInput;
+  const bool ofEncoder = IsWideInput(fileInput) && fileInput != kWholeDevice;
+  row.channel = Low8(record.channel + (ofEncoder ? record.encoder * kInputsPerEncoder : 0u));
+  row.firstTime = SecondsOf({record.firstDate, record.firstMs});
+  row.lastTime = SecondsOf({record.lastDate, record.lastMs});
+}
+
+void FillRow(PSReader& reader, std::uint8_t fileInput, unsigned stream, StreamRow& row) {
+  FillRow(reader.GetStream(stream), fileInput, row);
   PsStreamDescriptor descriptor;
   (void)reader.GetStreamInfo(stream, descriptor);  // a map that is cut has no more to tell
   const bool video = stream < kVideoStreams;
@@ -25,15 +35,6 @@ void FillRow(PSReader& reader, std::uint8_t fileInput, unsigned stream, StreamRo
   row.height16 = descriptor.height16;
   row.bufSizeSamples = descriptor.bufSizeSamples;
   row.sampleRate = descriptor.sampleRate;
-  row.flags = record.flags;
-  row.input = IsWideInput(fileInput) ? record.encoder : fileInput;
-  const bool ofEncoder = IsWideInput(fileInput) && fileInput != kWholeDevice;
-  row.channel = Low8(record.channel + (ofEncoder ? record.encoder * kInputsPerEncoder : 0u));
-  PackedTime first, last;
-  if (reader.GetFirstLast(static_cast<std::uint16_t>(stream), first, last) == kPsOk) {
-    row.firstTime = SecondsOf(first);
-    row.lastTime = SecondsOf(last);
-  }
 }
 
 }  // namespace
@@ -67,6 +68,16 @@ std::int64_t SecondsOf(PackedTime time) {
                             day{static_cast<unsigned>(DayOf(time.date))}};
   if (!date.ok() || time.ms >= kMsPerDay) return -1;
   return Unpack(time) / 1000;
+}
+
+void FillStreamRows(const RunTable& table, CFileInfo& info) {
+  info.fileInput = table.fileInput;
+  info.startTime = SecondsOf({table.header.firstDate, table.header.firstMs});
+  info.endTime = SecondsOf({table.header.lastDate, table.header.lastMs});
+  info.streamRows = {};
+  for (const RunTable::Stream& stream : table.streams) {
+    FillRow(stream.record, table.fileInput, info.streamRows[stream.number]);
+  }
 }
 
 bool FillStreamRows(PSReader& reader, CFileInfo& info) {

@@ -64,6 +64,9 @@ inline constexpr std::uint32_t kAtFirstKey = 0xFFFFFFFFu;
 // Seconds since 1970; -1 for a date that doesn't exist.
 [[nodiscard]] std::int64_t SecondsOf(PackedTime time);
 
+// Fills the rows, but for what the media file alone tells, the times and `fileInput`.
+void FillStreamRows(const RunTable& table, CFileInfo& info);
+
 // Opens `info.path` with `reader`, which stays open, and fills the rows, the times and `fileInput`.
 // False, with a line in the log, when the file can't be used.
 [[nodiscard]] bool FillStreamRows(PSReader& reader, CFileInfo& info);

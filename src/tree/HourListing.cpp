@@ -48,16 +48,18 @@ HourListing ListMediaFiles(Directories& directories,
                              return true;
                            });
   }
-  std::vector<std::pair<SortedName, const Found*>> order;
+  std::vector<std::pair<SortedName, Found*>> order;
   order.reserve(found.size());
-  for (const Found& file : found) order.emplace_back(file.name, &file);
+  for (Found& file : found) order.emplace_back(file.name, &file);
   // Volumes of one name keep their order.
   std::stable_sort(order.begin(), order.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });
 
   HourListing listing;
+  listing.reserve(order.size());
   for (const auto& [name, file] : order) {
-    if (listing.empty() || listing.back().name != name.name) listing.push_back({file->name, {}});
+    if (listing.empty() || listing.back().name != name.name)
+      listing.push_back({std::move(file->name), {}});
     listing.back().volumes.push_back(file->volume);
   }
   return listing;

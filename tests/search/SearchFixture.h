@@ -96,7 +96,7 @@ class SearchTest : public testing::Test {
     }
     qv::kelvo::PsFileInfo info;
     info.fileInput[0] = static_cast<std::uint8_t>(id);
-    qv::kelvo::PSFile file(qv::kelvo::SystemPlatform().mediaFiles);
+    qv::kelvo::PSFile file(qv::kelvo::SystemPlatform().mediaFiles, &tables);
     EXPECT_EQ(file.Create(path, info, descriptors, 0), 0);
     for (const Shot& shot : shots) {
       qv::kelvo::PSFrame frame;
@@ -143,10 +143,11 @@ class SearchTest : public testing::Test {
     return hostkit::RequestXml({type, start, end, resolution, true, inputs});
   }
 
-  // Runs the search; afterwards no file is open.
-  void Run(const std::string& xml, std::uint32_t requestId = 7) {
+  // Runs the search; afterwards no file is open. Nothing is known of recordings unless by `known`.
+  void Run(const std::string& xml, std::uint32_t requestId = 7,
+           qv::kelvo::RunTables* known = nullptr) {
     events.clear();
-    SearchTargetFileSystem target(files, bundle.platform);
+    SearchTargetFileSystem target(files, bundle.platform, known);
     EXPECT_EQ(Search(xml, requestId, target, core), 0u);
     EXPECT_EQ(bundle.files.OpenFiles(), 0u);
   }
@@ -192,6 +193,7 @@ class SearchTest : public testing::Test {
   qv::kelvo::TestBundle bundle;
   FakeCore core{bundle.clock};
   TestFileSystem files{bundle.platform};
+  qv::kelvo::RunTables tables;  // of all that was written
   std::vector<Event> events;
   // Answers an event by its number from 0; the status of the reply.
   std::function<std::uint32_t(std::size_t number, char kind)> answer;

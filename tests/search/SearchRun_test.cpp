@@ -5,6 +5,70 @@ namespace {
 
 using SearchRun = SearchTest;
 
+TEST_F(SearchRun, ListsWhatItKnowsWithoutOpeningItUntilItChanges) {
+  auto shots = Shots(kStart, 40, "IPPIPP");
+  shots[3].flags = 0x80;
+  std::ranges::copy(Shots(kStart + 5000, 1500, "AAA", 17), std::back_inserter(shots));
+  const std::string path = Write(shots);
+  Write(Shots(kStart + 60'000, 40, "IPP"), 0x00110003);
+  Write(Shots(kStart + 90'000, 40, "IPP", 2), 0x00110081);
+  qv::kelvo::RunTables* known = &tables;
+  for (const int resolution : {0, 10'000}) {
+    const auto opensFor = [&](qv::kelvo::RunTables* with) {
+      const std::size_t before = bundle.files.Calls(qv::kelvo::FileCall::Open);
+      const auto inputs = {Video(0), Video(2), Video(3), Video(18), Audio(1)};
+      Run(Request(0, kSecond0, kSecond0 + 200, resolution, inputs), 7, with);
+      return bundle.files.Calls(qv::kelvo::FileCall::Open) - before;
+    };
+    EXPECT_EQ(opensFor(nullptr), 6u);
+    const auto read = Results();
+    EXPECT_EQ(read.size(), resolution == 0 ? 6u : 4u);
+    EXPECT_EQ(opensFor(known), 0u) << "all were closed by this process";
+    EXPECT_EQ(Results(), read);
+    const auto replace = [&] { return boost::filesystem::remove(path) && Write(shots) == path; };
+    EXPECT_TRUE(replace());
+    EXPECT_EQ(opensFor(known), 0u);
+    boost::filesystem::copy_file(path + "i", path + "x");
+    boost::filesystem::rename(path + "x", path + "i");
+    EXPECT_EQ(opensFor(known), 2u) << "the same again, but it might be another";
+    boost::filesystem::resize_file(path + "i", boost::filesystem::file_size(path + "i") - 48);
+    EXPECT_EQ(opensFor(known), 2u);
+    const auto cut = Results();
+    EXPECT_EQ(opensFor(nullptr), 6u);
+    EXPECT_EQ(Results(), cut);
+
+    EXPECT_TRUE(replace());
+    const auto stamp = bundle.files.StampOf(path + "i");
+    qv::kelvo::RunTables fresh;
+    bundle.clock.SetNow(stamp.changedNs / 1'000'000 + 2900);
+    EXPECT_EQ(opensFor(&fresh), 6u);
+    EXPECT_EQ(opensFor(&fresh), 6u) << "a change right now might not show";
+    bundle.clock.SetNow(stamp.changedNs / 1'000'000 + 3100);
+    EXPECT_EQ(opensFor(&fresh), 6u);
+    EXPECT_EQ(opensFor(&fresh), 0u);
+    EXPECT_EQ(Results(), read);
+  }
+}
+
+TEST(RunTables, HoldAsManyAsTheyMayTheLastAskedForLongest) {
+  const auto table = std::make_shared<qv::kelvo::RunTable>();
+  qv::kelvo::RunTables tables(16 * 1024);
+  const auto isKnown = [&](int number) {
+    return tables.Find("/a/" + std::to_string(number)).table != nullptr;
+  };
+  for (int number = 0; number < 1000; ++number) {
+    tables.Put("/a/" + std::to_string(number), {1, 1, 1}, table);
+    EXPECT_TRUE(isKnown(0) && isKnown(number)) << number;
+  }
+  int count = 0;
+  for (int number = 0; number < 1000; ++number) count += isKnown(number) ? 1 : 0;
+  EXPECT_GT(count, 30);
+  EXPECT_LT(count, 100);
+  EXPECT_FALSE(isKnown(1));
+  tables.Put("/b", {1, 0, 1}, table);
+  EXPECT_EQ(tables.Find("/b").table, nullptr) << "a state that can't be told";
+}
+
 TEST_F(SearchRun, RangesAtTheEdges) {
   // One file: key frames each ten seconds over 100 s, one P frame a second.
   const auto shots = Shots(kStart, 1000, Repeat(10, "IPPPPPPPPP"));

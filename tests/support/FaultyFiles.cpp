@@ -48,6 +48,7 @@ class FaultyFile : public MediaFile {
     const auto fault = owner.Count(FileCall::Size, path);
     return fault ? fault->error : real->Size(bytes);
   }
+  FileStamp OpenedAs() const override { return real->OpenedAs(); }
   int CreationTime(std::int64_t& seconds) override {
     const auto fault = owner.Count(FileCall::CreationTime, path);
     return fault ? fault->error : real->CreationTime(seconds);

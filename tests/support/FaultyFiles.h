@@ -36,6 +36,7 @@ class FaultyFiles : public MediaFiles {
   explicit FaultyFiles(MediaFiles& below) : real(below) {}
 
   int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override;
+  FileStamp StampOf(const std::string& path) override { return real.StampOf(path); }
 
   // Several faults may be set; the first that applies to a call decides.
   void Set(FileFault fault);

@@ -13,6 +13,12 @@ namespace {
 
 constexpr mode_t kNewFileMode = 0644;
 
+FileStamp StampIn(const struct stat& status) {
+  const std::int64_t seconds = status.st_ctim.tv_sec;
+  return {static_cast<std::uint64_t>(status.st_size),
+          seconds * 1'000'000'000 + status.st_ctim.tv_nsec, status.st_ino};
+}
+
 class MediaFileOnPosix : public MediaFile {
  public:
   explicit MediaFileOnPosix(int descriptor) : fd(descriptor) {}
@@ -58,6 +64,8 @@ class MediaFileOnPosix : public MediaFile {
     return 0;
   }
 
+  FileStamp OpenedAs() const override { return opened; }
+
   int CreationTime(std::int64_t& seconds) override {
     struct statx status {};
     if (statx(fd, "", AT_EMPTY_PATH, STATX_BTIME | STATX_MTIME, &status) != 0) return errno;
@@ -79,6 +87,8 @@ class MediaFileOnPosix : public MediaFile {
     return close(closing) == 0 || errno == EINTR ? 0 : errno;
   }
 
+  FileStamp opened;
+
  private:
   int fd;
 };
@@ -97,8 +107,15 @@ class MediaFilesOnPosix : public MediaFiles {
     struct stat status {};
     if (fstat(fd, &status) != 0) return errno;
     if (!S_ISREG(status.st_mode)) return ENOENT;
+    opened->opened = StampIn(status);
     file = std::move(opened);
     return 0;
+  }
+
+  FileStamp StampOf(const std::string& path) override {
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+    return StampIn(status);
   }
 };
 

@@ -195,6 +195,17 @@ class MediaFilesOnWin32 : public MediaFiles {
     file = std::make_unique<MediaFileOnWin32>(fd);
     return 0;
   }
+
+  FileStamp StampOf(const std::string& path) override {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (GetFileAttributesExW(WidePath(path).c_str(), GetFileExInfoStandard, &data) == 0 ||
+        (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+      return {};
+    }
+    constexpr std::int64_t kNsPerTick = 100;
+    return {std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow,
+            (Ticks(data.ftLastWriteTime) - kTicksFrom1601To1970) * kNsPerTick, 0};
+  }
 };
 
 }  // namespace
