@@ -35,8 +35,12 @@ struct Site {
   SetClock clock;
   ToldDrives drives;
   CountedListings listings;
-  qv::kelvo::Platform platform{clock, drives, listings, qv::kelvo::SystemPlatform().mediaFiles,
-                               qv::kelvo::SystemPlatform().durableFiles};
+  qv::kelvo::Platform platform{clock,
+                               drives,
+                               listings,
+                               qv::kelvo::SystemPlatform().mediaFiles,
+                               qv::kelvo::SystemPlatform().durableFiles,
+                               qv::kelvo::SystemPlatform().diskSync};
   DeafCore core;
   NobodyManager manager;
   std::unique_ptr<qvsvr::kelvo::CFileSystem> storage;

@@ -60,8 +60,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < 6) return 0;
   static fuzz::MemoryFiles files;
   static OneFile directory;
-  static Platform platform{SystemPlatform().clock, SystemPlatform().drives, directory, files,
-                           SystemPlatform().durableFiles};
+  static Platform platform{
+      SystemPlatform().clock,        SystemPlatform().drives,  directory, files,
+      SystemPlatform().durableFiles, SystemPlatform().diskSync};
   static Volume volume(platform);
   static const bool made =
       boost::filesystem::create_directories(HourDirectory(volume.root, 1'750'000'000'000));

@@ -4,6 +4,7 @@
 
 #include "platform/Clock.h"
 #include "platform/Directory.h"
+#include "platform/DiskSync.h"
 #include "platform/Drives.h"
 #include "platform/DurableFile.h"
 #include "platform/MediaFile.h"
@@ -18,6 +19,7 @@ struct Platform {
   Directories& directories;
   MediaFiles& mediaFiles;
   DurableFiles& durableFiles;
+  DiskSync& diskSync;
 };
 
 // The real one. Lives as long as the process.

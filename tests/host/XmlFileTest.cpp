@@ -38,7 +38,7 @@ class XmlFile : public ::testing::Test {
 
   static qv::kelvo::Platform With(DurableFiles& files) {
     const qv::kelvo::Platform& real = SystemPlatform();
-    return {real.clock, real.drives, real.directories, real.mediaFiles, files};
+    return {real.clock, real.drives, real.directories, real.mediaFiles, files, real.diskSync};
   }
 
   qv::kelvo::TempTree tree;
@@ -115,8 +115,8 @@ TEST_F(XmlFile, LoadFallsBackToTheBackupAndPutsItInPlace) {
   tree.Write("kelvo.xml.bak", kOld);
   qv::kelvo::FaultyFiles media(SystemPlatform().mediaFiles);
   qv::kelvo::Platform platform = With(SystemPlatform().durableFiles);
-  qv::kelvo::Platform faulty{platform.clock, platform.drives, platform.directories, media,
-                             platform.durableFiles};
+  qv::kelvo::Platform faulty{platform.clock, platform.drives,       platform.directories,
+                             media,          platform.durableFiles, platform.diskSync};
   for (const auto call : {FileCall::Open, FileCall::Size, FileCall::ReadAt}) {
     media.Set({call, 1, 3, EIO, 0, "kelvo.xml"});
     EXPECT_EQ(document.LoadFileWithBackup(faulty, path), XmlFileState::Unreadable);
@@ -146,8 +146,9 @@ TEST_F(XmlFile, SaveThatAStartCouldNotReadIsRefused) {
   qv::kelvo::Platform platform = With(SystemPlatform().durableFiles);
   media.Set({FileCall::ReadAt, 1, qv::kelvo::FileFault::kForGood, 0, 100, ".pending"});
   document = Settings("new");
-  EXPECT_FALSE(document.SaveFile(
-      {platform.clock, platform.drives, platform.directories, media, platform.durableFiles}, path));
+  EXPECT_FALSE(document.SaveFile({platform.clock, platform.drives, platform.directories, media,
+                                  platform.durableFiles, platform.diskSync},
+                                 path));
   EXPECT_EQ(Restart(), "old");
   EXPECT_EQ(tree.Files(), std::vector<std::string>{"kelvo.xml"});
 }

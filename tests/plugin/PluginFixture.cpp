@@ -204,9 +204,12 @@ std::vector<const PsFrame*> PluginTest::FramesOf(const std::vector<PsRecording>&
 
 SeamTest::SeamTest(qv::kelvo::Drives* drives, qv::kelvo::MediaFiles* files)
     : PluginTest(KELVO_SEAMS_PLUGIN),
-      platform{bundle.clock, drives != nullptr ? *drives : bundle.drives,
-               bundle.platform.directories, files != nullptr ? *files : bundle.files,
-               bundle.platform.durableFiles} {
+      platform{bundle.clock,
+               drives != nullptr ? *drives : bundle.drives,
+               bundle.platform.directories,
+               files != nullptr ? *files : bundle.files,
+               bundle.platform.durableFiles,
+               bundle.platform.diskSync} {
   bundle.drives.Add(tree.MakeDirectory("drives/a"));
   reinterpret_cast<KelvoTestPlatformFunction>(host->Symbol("KelvoTestPlatform"))(&platform);
 }

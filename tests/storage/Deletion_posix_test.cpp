@@ -232,8 +232,12 @@ TEST_F(Deletion, DriveThatIsNotMountedAnyMoreHasFailedUntilItIsBack) {
     mounts.Add(name);
     mounts.capacityGB[name] = name[6] == 'a' ? 9 : 5;
   }
-  qv::kelvo::Platform system{clock, mounts, directories, files,
-                             qv::kelvo::SystemPlatform().durableFiles};
+  qv::kelvo::Platform system{clock,
+                             mounts,
+                             directories,
+                             files,
+                             qv::kelvo::SystemPlatform().durableFiles,
+                             qv::kelvo::SystemPlatform().diskSync};
   storage = std::make_unique<CFileSystem>(core, system);
   ASSERT_TRUE(storage->LoadStorage());
   EXPECT_EQ(MakeRoom(), "disks/a/");

@@ -140,9 +140,10 @@ class RecordingForest : public ::testing::Test {
     return path;
   }
 
-  // One of an encoder's file with a frame of an input's first stream at `last`.
+  // One of an encoder's file with frames of an input's first stream from `last` on, or none.
   std::string PlantReal(const std::string& drive, std::int64_t time, qv::kelvo::StreamID id,
-                        std::uint8_t fileInput, std::uint8_t channel, std::int64_t last) {
+                        std::uint8_t fileInput, std::uint8_t channel, std::int64_t last,
+                        int frames = 1) {
     std::string path =
         qv::kelvo::MakePath(drive, time * 1000, id, qv::kelvo::CreateDirectories::Yes);
     qv::kelvo::PSFile file(files);
@@ -153,14 +154,14 @@ class RecordingForest : public ::testing::Test {
     qv::kelvo::PsFileInfo info;
     info.fileInput[0] = fileInput;
     EXPECT_EQ(file.Create(path, info, descriptors, 0), 0);
-    if (last != 0) {
+    for (int n = 0; last != 0 && n < frames; ++n) {
       const std::array<std::byte, 64> payload{};
       qv::kelvo::PSFrame frame;
       frame.frameType = 1;
       frame.channel = channel;
       frame.payload = payload.data();
       frame.payloadSize = payload.size();
-      frame.SetTime(last * 1000);
+      frame.SetTime(last * 1000 + n);
       EXPECT_EQ(file.WriteFrame(frame), 0);
     }
     file.Close();
@@ -175,7 +176,8 @@ class RecordingForest : public ::testing::Test {
   CountedDirectories directories;
   qv::kelvo::FaultyFiles files{qv::kelvo::SystemPlatform().mediaFiles};
   qv::kelvo::ShakyFiles durable;
-  qv::kelvo::Platform platform{clock, drives, directories, files, durable};
+  qv::kelvo::Platform platform{clock, drives,  directories,
+                               files, durable, qv::kelvo::SystemPlatform().diskSync};
   FakeCore core{clock};
   TestManager manager;
   std::unique_ptr<CFileSystem> storage;

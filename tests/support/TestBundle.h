@@ -13,7 +13,7 @@ struct TestBundle {
   FakeDrives drives;
   FaultyFiles files{SystemPlatform().mediaFiles};
   Platform platform{clock, drives, SystemPlatform().directories, files,
-                    SystemPlatform().durableFiles};
+                    SystemPlatform().durableFiles, SystemPlatform().diskSync};
 };
 
 }  // namespace qv::kelvo

@@ -33,8 +33,9 @@ class SystemClock : public Clock {
 
 Platform& SystemPlatform() {
   static SystemClock clock;
-  static Platform platform{clock, PosixDrives(), PosixDirectories(), PosixMediaFiles(),
-                           PosixDurableFiles()};
+  static Platform platform{
+      clock,          PosixDrives(), PosixDirectories(), PosixMediaFiles(), PosixDurableFiles(),
+      PosixDiskSync()};
   return platform;
 }
 

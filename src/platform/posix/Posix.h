@@ -11,6 +11,7 @@ namespace qv::kelvo {
 [[nodiscard]] Directories& PosixDirectories();
 [[nodiscard]] MediaFiles& PosixMediaFiles();
 [[nodiscard]] DurableFiles& PosixDurableFiles();
+[[nodiscard]] DiskSync& PosixDiskSync();
 
 // Repeats a call that returns -1 as long as a signal interrupts it.
 template <typename Call>

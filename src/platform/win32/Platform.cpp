@@ -88,8 +88,9 @@ OwnedHandle OpenAttributes(const std::string& path) {
 
 Platform& SystemPlatform() {
   static SystemClock clock;
-  static Platform platform{clock, Win32Drives(), Win32Directories(), Win32MediaFiles(),
-                           Win32DurableFiles()};
+  static Platform platform{
+      clock,          Win32Drives(), Win32Directories(), Win32MediaFiles(), Win32DurableFiles(),
+      Win32DiskSync()};
   return platform;
 }
 

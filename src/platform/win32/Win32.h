@@ -29,6 +29,7 @@ namespace qv::kelvo {
 [[nodiscard]] Directories& Win32Directories();
 [[nodiscard]] MediaFiles& Win32MediaFiles();
 [[nodiscard]] DurableFiles& Win32DurableFiles();
+[[nodiscard]] DiskSync& Win32DiskSync();
 
 // Between UTF-8 inside and UTF-16 outside. What isn't well-formed becomes U+FFFD.
 [[nodiscard]] std::wstring ToWide(std::string_view text);
