@@ -41,6 +41,7 @@ int PSReader::Open(const std::string& path) {
 int PSReader::OpenAt(const std::string& path, std::uint64_t mediaBase, std::uint64_t newIndexBase) {
   Close();
   refusal = 0;
+  damaged = false;
   if (const int error = files.Open(path, OpenMode::Read, mediaFile); error != 0) {
     NoteRefusal(error);
     return kPsOpenFailed;
@@ -54,6 +55,7 @@ int PSReader::OpenAt(const std::string& path, std::uint64_t mediaBase, std::uint
   if (result == kPsOk) result = LoadMedia(mediaBase);
   if (result == kPsOk && !HasIndex()) ScanMedia();
   if (result == kPsOk) result = Rewind();
+  damaged |= (result != kPsOk || !HasIndex() || programMap.empty()) && refusal == 0;
   if (result != kPsOk) Close();
   return result;
 }
@@ -258,8 +260,10 @@ int PSReader::ReadRecord(std::uint32_t index, PsiFrameRecord& record) {
     record = memoryFrames[index];
     return kPsOk;
   }
-  if (!window.Read(index, record)) return kPsReadFailed;
-  return IsValid(record) ? kPsOk : kPsBadArgument;
+  const bool isThere = window.Read(index, record);
+  const int result = !isThere ? kPsReadFailed : IsValid(record) ? kPsOk : kPsBadArgument;
+  damaged |= result != kPsOk && window.Error() == 0;
+  return result;
 }
 
 int PSReader::GetFrame(PSReadFrame& frame) {

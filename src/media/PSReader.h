@@ -143,6 +143,8 @@ class PSReader {
   // The error number with which the system refused a part of the last Open, also of one that made
   // do without it; 0 when it gave all there is. A file that isn't there is no refusal.
   [[nodiscard]] int RefusedBySystem() const { return refusal; }
+  // Whether anything since the last Open showed that the files are damaged, also after Close.
+  [[nodiscard]] bool IsDamaged() const { return damaged; }
 
  private:
   void NoteRefusal(int error);
@@ -169,6 +171,7 @@ class PSReader {
   bool indexInMedia = false;
   bool recovered = false;
   int refusal = 0;
+  bool damaged = false;
   std::uint64_t indexBase = 0;
   std::uint64_t dataStart = 0;       // offset of the first frame
   std::int64_t creationSeconds = 0;  // of a media file without an index

@@ -168,6 +168,31 @@ TEST_F(PsinfoTest, ReadsOlderFramesAndShorterMaps) {
       << checked.text;
 }
 
+TEST_F(PsinfoTest, KeepsTheOldIndexWhereItCantDoBetter) {
+  const std::string index = tree.Read("a.psi"), cut = index.substr(0, kIndexHead + 300);
+  tree.Write("a.psi", cut);
+  const auto full =
+      RunCommand("cd " + tree.Root() +
+                 " && bash -c 'trap \"\" XFSZ; ulimit -f 2; " KELVO_PSINFO " rebuild a.ps'");
+  EXPECT_EQ(full.code, 2) << full.text;
+  EXPECT_TRUE(full.Says("a.psi: left as it is")) << full.text;
+  EXPECT_TRUE(tree.Read("a.psi") == cut);
+
+  auto media = tree.Read("a.ps");
+  media[3] = 'x';  // where frames begin isn't told any more
+  tree.Write("a.ps", media);
+  tree.Write("a.psi", index);
+  EXPECT_TRUE(Psinfo("rebuild a.ps").Says("40 frames could be read before, 0 would be left"));
+  EXPECT_TRUE(tree.Read("a.psi") == index);
+  EXPECT_TRUE(Psinfo("rebuild --force a.ps").Says("0 frames"));
+
+  tree.Write("a.psi", index);
+  tree.Write("a.ps", std::string(4096, '\0') + media.substr(4096));
+  EXPECT_TRUE(Psinfo("rebuild a.ps").Says("26 frames"));
+  EXPECT_TRUE(Psinfo("print a.ps").Says("closed index, 26 frames"));
+  EXPECT_EQ(tree.Files().size(), 2u);
+}
+
 TEST_F(PsinfoTest, LivesThroughAnyBytes) {
   std::uint32_t random = 12345;
   for (int round = 0; round < 80; ++round) {

@@ -1,27 +1,22 @@
 #include "psinfo/Check.h"
 
 #include <algorithm>
-#include <boost/filesystem.hpp>
 #include <map>
-#include <stdexcept>
-#include <string_view>
-#include <system_error>
 
+#include "media/IndexImage.h"
 #include "media/PSFile.h"
 #include "media/PsiFormat.h"
 #include "media/StreamId.h"
 #include "platform/Platform.h"
-#include "psinfo/IndexImage.h"
+#include "psinfo/IndexFields.h"
 #include "psinfo/MediaWalk.h"
 
 namespace psinfo {
 namespace {
 
-namespace fs = boost::filesystem;
 using namespace qv::kelvo;
 
 constexpr std::size_t kFrameCountAt = 20;
-constexpr std::size_t kChannelAt = 24, kEncoderAt = 26;  // in a stream record
 
 // The whole index file; false when there is none.
 bool ReadIndex(const std::string& path, std::vector<std::byte>& bytes) {
@@ -43,40 +38,6 @@ PsiFrameRecord RecordAt(const std::vector<std::byte>& index, std::size_t number)
 
 std::size_t RoomForRecords(const std::vector<std::byte>& index) {
   return (index.size() - kPsiHeadSize) / kPsiFrameRecordSize;
-}
-
-std::size_t StreamRecordAt(std::size_t stream) {
-  return kPsiHeaderSize + stream * kPsiStreamRecordSize;
-}
-
-// Whether the map tells of a stream that the file might have got; the entries of others are blank.
-bool IsNamed(const MediaWalk& walk, std::size_t stream) {
-  if (walk.streams.empty()) return true;  // unknown without a map
-  const PsStreamDescriptor& entry = walk.streams[stream];
-  const bool video = stream < kVideoStreams;
-  return entry.streamType != (video ? kVideoTypes : kAudioTypes) || !entry.name.empty() ||
-         entry.width16 != 0 || entry.height16 != 0;
-}
-
-// What a file's maker set when it began and no frame tells in full: channel and encoder of a stream
-// without frames that the map names, and the encoder's upper bits. The frames of a file for a
-// single input tell another number in its place.
-void KeepStreamSetup(const MediaWalk& walk, const std::vector<std::byte>& from,
-                     std::vector<std::byte>& to) {
-  const bool toldByFrames = IsWideInput(walk.info.fileInput[0]);
-  for (std::size_t stream = 0; stream < kStreamCount; ++stream) {
-    const std::size_t at = StreamRecordAt(stream);
-    const bool used = std::any_of(to.begin() + static_cast<std::ptrdiff_t>(at),
-                                  to.begin() + static_cast<std::ptrdiff_t>(at + 4),
-                                  [](std::byte b) { return b != std::byte{0}; });
-    if (!used && !IsNamed(walk, stream)) continue;
-    if (!used) to[at + kChannelAt] = from[at + kChannelAt];
-    constexpr std::byte kInFrames{3};
-    if (!used || !toldByFrames ||
-        (to[at + kEncoderAt] & kInFrames) == (from[at + kEncoderAt] & kInFrames)) {
-      to[at + kEncoderAt] = from[at + kEncoderAt];
-    }
-  }
 }
 
 class IndexCheck {
@@ -127,8 +88,13 @@ class IndexCheck {
 
   // Media file and index have the same number of frames: every byte is known.
   void CompareAll() {
-    auto image = MakeIndex(walk.frames);
-    KeepStreamSetup(walk, index, image.bytes);
+    PsiStreamRecords setup;
+    for (std::size_t i = 0; i < kStreamCount; ++i) {
+      const std::size_t at = kPsiHeaderSize + i * kPsiStreamRecordSize;
+      setup[i] = DecodeStream(std::span(index).subspan(at).first<kPsiStreamRecordSize>());
+    }
+    const auto image = MakeIndex(walk.frames, &setup, NamedStreams(walk.streams),
+                                 IsWideInput(walk.info.fileInput[0]));
     const std::size_t common = std::min(index.size(), image.bytes.size());
     for (std::size_t offset = 0; offset < common; ++offset) {
       if (index[offset] == image.bytes[offset]) continue;
@@ -187,33 +153,6 @@ CheckResult CheckRecording(const std::string& mediaPath) {
     IndexCheck(walk, index, result.findings).Run();
   } else {
     result.findings.push_back({Finding::Where::Index, 0, "there is no index"});
-  }
-  return result;
-}
-
-RebuildResult RebuildIndex(const std::string& mediaPath) {
-  auto walk = WalkMedia(mediaPath);
-  auto image = MakeIndex(walk.frames);
-  RebuildResult result{image.frameCount, image.runCount, walk.unreadable, IndexPath(mediaPath)};
-  std::vector<std::byte> old;
-  if (ReadIndex(result.indexPath, old) && old.size() >= kPsiHeadSize &&
-      IsValid(DecodeHeader(std::span(old).first<kPsiHeaderSize>()))) {
-    KeepStreamSetup(walk, old, image.bytes);
-  }
-
-  const std::string newPath = result.indexPath + ".new";
-  auto& files = SystemPlatform().durableFiles;
-  const auto written = files.WriteNew(
-      newPath, {reinterpret_cast<const char*>(image.bytes.data()), image.bytes.size()});
-  if (written.step != DurableFiles::WriteStep::Done) {
-    (void)files.Remove(newPath);
-    throw std::runtime_error(newPath + ": " + std::generic_category().message(written.error));
-  }
-  boost::system::error_code error;
-  fs::rename(newPath, result.indexPath, error);
-  if (error) {
-    (void)files.Remove(newPath);
-    throw std::runtime_error(result.indexPath + ": " + error.message());
   }
   return result;
 }

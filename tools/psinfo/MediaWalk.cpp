@@ -6,7 +6,7 @@
 #include <system_error>
 
 #include "media/ByteOrder.h"
-#include "media/FrameTime.h"
+#include "media/FrameSource.h"
 #include "platform/Platform.h"
 
 namespace psinfo {
@@ -14,57 +14,23 @@ namespace {
 
 using namespace qv::kelvo;
 
-constexpr std::size_t kReadAhead = 1 << 20;
 constexpr std::size_t kMapHeadSize = 6;
-
-// A media file through a buffer that follows the walk.
-class Source {
- public:
-  explicit Source(const std::string& path) {
-    if (const int error = SystemPlatform().mediaFiles.Open(path, OpenMode::Read, file)) {
-      throw std::runtime_error(path + ": " + std::generic_category().message(error));
-    }
-    if (const int error = file->Size(size)) {
-      throw std::runtime_error(path + ": " + std::generic_category().message(error));
-    }
-    if (file->CreationTime(created) != 0) created = 0;
-  }
-  [[nodiscard]] std::uint64_t Size() const { return size; }
-  [[nodiscard]] std::int64_t CreationTime() const { return created; }
-  // At most `length` bytes; fewer only at the end of the file. Valid until the next call.
-  [[nodiscard]] ConstBytes At(std::uint64_t offset, std::size_t length) {
-    if (offset < begin || offset + length > begin + buffer.size()) {
-      begin = offset;
-      buffer.resize(std::max(length, kReadAhead));
-      buffer.resize(file->ReadAt(begin, buffer).bytes);
-    }
-    const ConstBytes rest = ConstBytes(buffer).subspan(static_cast<std::size_t>(offset - begin));
-    return rest.first(std::min(length, rest.size()));
-  }
-
- private:
-  std::unique_ptr<MediaFile> file;
-  std::uint64_t size = 0;
-  std::int64_t created = 0;
-  std::uint64_t begin = 0;
-  std::vector<std::byte> buffer;
-};
 
 class Walker {
  public:
-  explicit Walker(const std::string& path) : source(path) { walk.size = source.Size(); }
+  Walker(MediaFile& file, std::uint64_t size) : source(file, size) { walk.size = size; }
 
   MediaWalk Run() {
     ReadHead();
     std::uint64_t position = walk.dataStart;
     while (position < walk.size) {
-      std::string fault = FrameFault(position);
-      if (fault.empty()) {
+      const char* const fault = source.FaultAt(position);
+      if (fault == nullptr) {
         position = TakeFrame(position);
         continue;
       }
-      Find(position, std::move(fault));
-      const std::uint64_t next = NextPlausible(position + kFrameAlignment);
+      Find(position, fault);
+      const std::uint64_t next = source.NextPlausible(position + kFrameAlignment);
       walk.unreadable += next - position;
       previousSize = 0;
       position = next;
@@ -111,32 +77,12 @@ class Walker {
     }
   }
 
-  // What makes the walk stop at a place, or nothing.
-  std::string FrameFault(std::uint64_t position) {
-    const ConstBytes bytes = source.At(position, kPesHeaderSize);
-    if (bytes.size() < kPesHeaderSize) return "the file ends inside the header of a frame";
-    const PesHeader header = DecodePesHeader(bytes.first<kPesHeaderSize>());
-    if (!HasStartCode(bytes)) return "no 00 00 01 where a frame begins";
-    if (!IsFrameSize(header.size)) return "the size of a frame is 0, or no multiple of 32";
-    if (position + header.size > walk.size) return "the file ends inside a frame";
-    return {};
-  }
-
   std::uint64_t TakeFrame(std::uint64_t position) {
     std::array<std::byte, kPesHeaderSize> bytes;  // the padding is read meanwhile
     std::ranges::copy(source.At(position, kPesHeaderSize), bytes.begin());
     const PesHeader header = DecodePesHeader(bytes);
     CheckHeader(position, bytes, header);
-    PsiFrameRecord record;
-    record.stream = StreamOfId(header.streamId);
-    record.frameInfo = header.frameInfo;
-    record.streamInfo = header.streamInfo;
-    record.SetSize(header.size);
-    const PackedTime time = FrameTime(bytes, source.CreationTime());
-    record.date = time.date;
-    record.ms = time.ms;
-    record.offsetUnits = static_cast<std::uint32_t>((position - walk.dataStart) / kFrameAlignment);
-    walk.frames.push_back(record);
+    walk.frames.push_back(source.RecordAt(position, walk.dataStart));
     previousSize = header.size;
     return position + header.size;
   }
@@ -207,25 +153,7 @@ class Walker {
                                [](std::byte b) { return b == std::byte{0}; });
   }
 
-  // Where the walk may go on: a header with all its marks, whose frame is followed by another or by
-  // the end.
-  std::uint64_t NextPlausible(std::uint64_t position) {
-    for (; position + kPesHeaderSize <= walk.size; position += kFrameAlignment) {
-      const ConstBytes bytes = source.At(position, kPesHeaderSize);
-      if (bytes.size() < kPesHeaderSize) break;
-      if (!HasStartCode(bytes) || GetU8(bytes, 6) != 0x80 || GetU8(bytes, 7) != 0xC1 ||
-          GetU8(bytes, 19) != 0x0F) {
-        continue;
-      }
-      const PesHeader header = DecodePesHeader(bytes.first<kPesHeaderSize>());
-      const std::uint64_t end = position + header.size;
-      if (!IsFrameSize(header.size) || end > walk.size) continue;
-      if (end == walk.size || HasStartCode(source.At(end, 3))) return position;
-    }
-    return walk.size;
-  }
-
-  Source source;
+  FrameSource source;
   MediaWalk walk;
   std::uint32_t previousSize = kNoPreviousFrame;
 };
@@ -233,7 +161,12 @@ class Walker {
 }  // namespace
 
 MediaWalk WalkMedia(const std::string& path) {
-  return Walker(path).Run();
+  std::unique_ptr<MediaFile> file;
+  std::uint64_t size = 0;
+  int error = SystemPlatform().mediaFiles.Open(path, OpenMode::Read, file);
+  if (error == 0) error = file->Size(size);
+  if (error != 0) throw std::runtime_error(path + ": " + std::generic_category().message(error));
+  return Walker(*file, size).Run();
 }
 
 }  // namespace psinfo

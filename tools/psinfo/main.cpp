@@ -5,7 +5,10 @@
 #include <boost/filesystem.hpp>
 #include <cstdio>
 #include <stdexcept>
+#include <system_error>
 
+#include "media/IndexRepair.h"
+#include "media/PSFile.h"
 #include "psinfo/Check.h"
 #include "psinfo/Print.h"
 
@@ -66,17 +69,49 @@ int Check(const std::vector<std::string>& paths) {
   return damaged == 0 ? 0 : kDamaged;
 }
 
-int Rebuild(const std::vector<std::string>& paths) {
-  for (const auto& path : paths) {
-    const auto result = psinfo::RebuildIndex(path);
-    std::printf("%s: %zu frames, %zu runs", result.indexPath.c_str(), result.frames, result.runs);
-    if (result.unreadable > 0) {
-      std::printf("; %llu bytes of the media file belong to no frame",
-                  static_cast<unsigned long long>(result.unreadable));
-    }
-    std::printf("\n");
+// Prints how a new index came out; whether one is in place.
+bool TellRebuilt(const std::string& path, const qv::kelvo::RepairResult& result) {
+  using qv::kelvo::RepairOutcome;
+  std::printf("%s: ", qv::kelvo::IndexPath(path).c_str());
+  switch (result.outcome) {
+    case RepairOutcome::Good:
+    case RepairOutcome::Repaired:
+      std::printf("%zu frames, %zu runs", result.frames, result.runs);
+      break;
+    case RepairOutcome::Busy:
+      std::printf("left as it is: the recording is being written");
+      break;
+    case RepairOutcome::WouldLose:
+      std::printf("left as it is: %zu frames could be read before, %zu would be left",
+                  result.framesBefore, result.frames);
+      break;
+    case RepairOutcome::Failed:
+      std::printf("left as it is: %s", result.error == qv::kelvo::kRanShort
+                                           ? "the disk is full"
+                                           : std::system_category().message(result.error).c_str());
+      break;
   }
-  return 0;
+  if (result.unreadable > 0) {
+    std::printf("; %llu bytes of the media file belong to no frame",
+                static_cast<unsigned long long>(result.unreadable));
+  }
+  std::printf("\n");
+  return result.outcome == RepairOutcome::Good || result.outcome == RepairOutcome::Repaired;
+}
+
+int Rebuild(const std::vector<std::string>& paths, const std::string& like, bool force) {
+  bool allWell = true;
+  for (const auto& path : paths) {
+    const auto sibling = [&] { return like; };
+    const auto result = qv::kelvo::RepairRecording(qv::kelvo::SystemPlatform(), path,
+                                                   {.force = force,
+                                                    .finish = true,
+                                                    .sibling = sibling,
+                                                    .fileInput = 0xFF,
+                                                    .exclusively = nullptr});
+    allWell &= TellRebuilt(path, result);
+  }
+  return allWell ? 0 : kFailed;
 }
 
 int Run(int argc, char** argv) {
@@ -97,7 +132,13 @@ int Run(int argc, char** argv) {
   print->add_flag("-v,--frames", frames, "every frame, too");
   auto* const check = add("check", "hold pairs against the rules of the format");
   check->footer("Ends with 0 if all are good, 1 if one is damaged, 2 if it couldn't be read.");
-  add("rebuild", "make the index anew from the media file (not while it is being written)");
+  std::string like;
+  bool force = false;
+  auto* const rebuild = add(
+      "rebuild", "make a damaged index anew from the media file (not while it is being written)");
+  rebuild->add_option("--like", like, "recording of the same camera, to lend a lost head");
+  rebuild->add_flag("--force", force, "also where that loses frames, or where nothing is damaged");
+  rebuild->footer("Ends with 2, and the old index in place, if it can't be done.");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -105,7 +146,7 @@ int Run(int argc, char** argv) {
   }
   const auto paths = MediaPaths(given);
   if (check->parsed()) return Check(paths);
-  if (!print->parsed()) return Rebuild(paths);
+  if (!print->parsed()) return Rebuild(paths, like, force);
   for (const auto& path : paths) psinfo::PrintRecording(path, frames);
   return 0;
 }

@@ -1,4 +1,4 @@
-#include "psinfo/IndexImage.h"
+#include "psinfo/IndexFields.h"
 
 #include <array>
 #include <span>
@@ -93,53 +93,6 @@ const Field& FieldOf(const Place& place, std::size_t offset) {
 }
 
 }  // namespace
-
-IndexImage MakeIndex(std::vector<PsiFrameRecord>& frames) {
-  PsiTables tables;
-  // A stream that the file has no place for has neither channel nor encoder.
-  for (auto& stream : tables.streams) stream.channel = stream.encoder = 0xFF;
-  std::array<std::uint16_t, kStreamCount> groups{};
-  for (auto& frame : frames) {
-    auto& stream = tables.streams[frame.stream];
-    const std::uint32_t number = tables.header.frameCount;
-    frame.prev = stream.frameCount == 0 ? kNoFrame : stream.lastFrame;
-    frame.next = kNoFrame;
-    if (frame.prev != kNoFrame) frames[frame.prev].next = number;
-    const bool dependent = (frame.frameInfo & kFrameTypeMask) >= kFrameP;
-    auto& group = groups[frame.stream];
-    group = dependent ? static_cast<std::uint16_t>(group + 1) : std::uint16_t{0};
-    frame.groupFrame = group;
-    if (stream.frameCount == 0) {
-      stream.channel = ChannelOf(frame.streamInfo);
-      stream.encoder = EncoderOf(frame.streamInfo);
-    }
-    tables.Add(frame);
-  }
-  tables.runs.CloseAll();
-  const auto& runs = tables.runs.Closed();
-  tables.header.runCount = static_cast<std::uint32_t>(runs.size());
-
-  IndexImage image;
-  image.frameCount = frames.size();
-  image.runCount = runs.size();
-  image.bytes.resize(kPsiHeadSize + frames.size() * kPsiFrameRecordSize +
-                     runs.size() * kPsiRunRecordSize);
-  std::span<std::byte> rest = image.bytes;
-  const auto put = [&rest]<std::size_t kSize>(const auto& record,
-                                              std::integral_constant<std::size_t, kSize>) {
-    Encode(record, rest.first<kSize>());
-    rest = rest.subspan(kSize);
-  };
-  put(tables.header, std::integral_constant<std::size_t, kPsiHeaderSize>{});
-  for (const auto& stream : tables.streams) {
-    put(stream, std::integral_constant<std::size_t, kPsiStreamRecordSize>{});
-  }
-  for (const auto& frame : frames) {
-    put(frame, std::integral_constant<std::size_t, kPsiFrameRecordSize>{});
-  }
-  for (const auto& run : runs) put(run, std::integral_constant<std::size_t, kPsiRunRecordSize>{});
-  return image;
-}
 
 std::string FieldAt(std::size_t offset, std::size_t frameCount) {
   const Place place = PlaceOf(offset, frameCount);
