@@ -94,6 +94,7 @@ void RecordStream::OpenFile() {
       OpenTime = now;
       FileName = path;
       if (FileChanged != nullptr) *FileChanged = true;
+      Services.FileSystem.Disk().Opened(volume, path, media::IndexPath(path));
       Services.Reservations.AddReservation({path, volume, kReservedGB});
     } else if (!OpenFailed) {
       LogPrintf(LogError, "system %08X open %s error %d", StreamId, path.c_str(), error);
@@ -161,8 +162,9 @@ bool RecordStream::CloseWriter() {
 
 void RecordStream::EndWriter() {
   Services.Alarms.NoteFileEnd(OwnId, CurrentPath);
-  CurrentPath.clear();
   Writer.Close();
+  Services.FileSystem.Disk().Closed(CurrentPath);
+  CurrentPath.clear();
 }
 
 // Pending dependent frames ahead of their slot's next key frame belong to a group that is in this

@@ -111,7 +111,10 @@ bool SearchFile::IsPreRoll(std::uint32_t place) {
 
 int SearchFile::FetchFrames(int error) {
   const Scanner holder = target.FindHolder(file.path);
-  if (holder == nullptr) return error;
+  if (holder == nullptr) {
+    target.NoteUnreadable(file.path);
+    return error;
+  }
   if (frame.size == 0) return kPsBadArgument;  // not even its place is known
   // What is on its way already is left out.
   const std::uint32_t limit = ahead.empty() ? file.endPosition : ahead.front().first;

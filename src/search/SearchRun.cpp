@@ -216,6 +216,7 @@ class Walk {
       }
     }
     reader.Close();
+    target.NoteDamage(reader, path);
   }
 
   void List(CFileInfo& info) {

@@ -8,6 +8,9 @@ void SearchTargetFileSystem::Restrict(const SearchRequest& request) {
   searchLocal = request.searchLocal;
   allArchives = request.allArchives;
   archives = request.archives;
+  // Clocks may be set between the name and the frames.
+  const std::int64_t slack = SlackSeconds() + qv::kelvo::kSecondsPerHour;
+  held = inner.HoldRecordings(request.start - slack, qv::kelvo::AddSeconds(request.end, slack));
 }
 
 void SearchTargetFileSystem::GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
@@ -60,6 +63,11 @@ void SearchTargetFileSystem::KeepTable(const std::string& path, qv::kelvo::PSRea
   if (!stamp.IsKnown()) stamp = pool.StampOf(qv::kelvo::IndexPath(path));
   if (platform.clock.NowMs() - stamp.changedNs / 1'000'000 < kSettledMs) return;
   if (auto table = reader.GetRunTable()) known->Put(path, stamp, std::move(table));
+}
+
+void SearchTargetFileSystem::NoteDamage(const qv::kelvo::PSReader& reader,
+                                        const std::string& path) {
+  if (reader.IsDamaged() && FindHolder(path) == nullptr) inner.NoteUnreadable(path);
 }
 
 void SearchTargetFileSystem::Mend(const std::string& path) {

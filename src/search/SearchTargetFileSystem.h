@@ -16,7 +16,7 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
                          qv::kelvo::RunTables* tables = nullptr)
       : FileSystemBase(system), inner(fileSystem), known(tables) {}
 
-  // Narrows it down to the targets of a request.
+  // Narrows it down to the targets and the time of a request.
   void Restrict(const SearchRequest& request);
 
   void GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
@@ -36,6 +36,9 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   [[nodiscard]] qv::kelvo::RunTables::Table FindTable(const std::string& path);
   // Remembers what `reader` has open under `path`.
   void KeepTable(const std::string& path, qv::kelvo::PSReader& reader);
+  void NoteUnreadable(const std::string& path) override { inner.NoteUnreadable(path); }
+  // The same for a recording that `reader` has read, if it is a local one and damaged.
+  void NoteDamage(const qv::kelvo::PSReader& reader, const std::string& path);
 
   // For the search's readers, however many there are.
   [[nodiscard]] qv::kelvo::MediaFiles& MediaFiles() { return pool; }
@@ -47,6 +50,7 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   bool searchLocal = true;
   bool allArchives = true;
   qv::kelvo::ArchiveFilter archives;
+  std::shared_ptr<const void> held;  // the recordings that the search may read
   qv::kelvo::FileSystemBase& inner;
   qv::kelvo::RunTables* const known;
   FilePool pool{platform.mediaFiles};

@@ -79,6 +79,7 @@ void CFilePlugin::Open(const char* version) {
   try {
     Announce(version);
     FileSystem.LoadStorage();
+    FileSystem.HealRecordings();
     RecordMgr.Start();
     Queue.SetClosed(false);
     phase = Phase::Open;

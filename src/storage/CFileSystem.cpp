@@ -23,7 +23,13 @@ CFileSystem::CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system)
       catalogue(system, protection),
       roomMaker(system, catalogue),
       readWriteTest(system.mediaFiles),
-      sweeper(system, SweeperOwner()) {}
+      sweeper(system, SweeperOwner()),
+      disk(system,
+           [](const std::string& root, int error) {
+             LogPrintf(error != 0 ? LogError : LogInfo, "Write-back to %s: error %d", root.c_str(),
+                       error);
+           }),
+      healer(system, disk) {}
 
 CFileSystem::~CFileSystem() = default;
 
@@ -41,6 +47,16 @@ void CFileSystem::FindDrives() {
   LogFoundDrives();
   // Without the settings this tells the drives.
   if (!LearnSettings()) SaveStorage();
+  HealNewDrives();
+}
+
+void CFileSystem::HealRecordings() {
+  heals = true;
+  HealNewDrives();
+}
+
+void CFileSystem::HealNewDrives() {
+  if (heals) healer.Begin(volumes.ListUsable());
 }
 
 bool CFileSystem::LearnSettings(bool save) {
@@ -161,7 +177,10 @@ bool CFileSystem::ApplyDiskPrep(const TiXmlElement& storage) {
     LogPrintf(LogInfo, "Drive %s discovered via new prep", name.c_str());
     added = true;
   }
-  if (added) LearnSettings();
+  if (added) {
+    LearnSettings();
+    HealNewDrives();
+  }
   return added;
 }
 
@@ -172,7 +191,10 @@ bool CFileSystem::ApplyArchivesXml(const TiXmlElement& archives) {
     change.network.ReplaceArchives(archives, platform);
     changed = FollowNetworkDrives(change, ReadNetworkDrives(archives));
   }
-  if (changed) LearnSettings();
+  if (changed) {
+    LearnSettings();
+    HealNewDrives();
+  }
   return changed;
 }
 

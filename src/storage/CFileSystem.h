@@ -10,6 +10,7 @@
 #include "media/StreamId.h"
 #include "storage/BookmarkIndex.h"
 #include "storage/Catalogue.h"
+#include "storage/Healer.h"
 #include "storage/IRecordManager.h"
 #include "storage/LicenceState.h"
 #include "storage/Protection.h"
@@ -111,7 +112,18 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // pass over the trees, waits for it, and forgets the provider's rules.
   void ForgetDevice(std::uint32_t provider);
 
+  // Mends in the background what a power cut did to the recordings on the drives, and on those that
+  // come later. To be called once the storage is loaded, before anything is recorded.
+  void HealRecordings();
+
+  void NoteUnreadable(const std::string& path) override { healer.NoteUnreadable(path); }
+  [[nodiscard]] std::shared_ptr<const void> HoldRecordings(std::int64_t first,
+                                                           std::int64_t last) override {
+    return healer.Hold(first, last);
+  }
+
   // The parts that answer for themselves.
+  [[nodiscard]] qv::kelvo::WriteBack& Disk() { return disk; }
   [[nodiscard]] RetentionRules& Retention() { return retention; }
   [[nodiscard]] const TimeLapseTable& Lapse() const { return lapse; }
   [[nodiscard]] LicenceState& Licence() { return licence; }
@@ -128,6 +140,7 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   [[nodiscard]] std::int64_t GetUsableSpace(const IRecordManager& manager, const std::string& name,
                                             const DriveRecord& record);
   void LogFoundDrives();
+  void HealNewDrives();
   [[nodiscard]] SavedTables Tables() const { return {volumes.Drives(), retention, lapse}; }
   void FindDrives();
   // Puts the stored settings and bookmarks in force, if they aren't yet, then saves and broadcasts
@@ -158,6 +171,7 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   Protection protection;
   Catalogue catalogue;
   RoomMaker roomMaker;
+  bool heals = false;
   bool patient = false;    // a search for room isn't interrupted
   bool searching = false;  // the last choice of a volume has no answer yet
   bool reportOwed = false;
@@ -168,6 +182,8 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // As in `retention`, for the sweeper's thread.
   std::atomic<bool> cleanupRemoves{true};
   Sweeper sweeper;  // ends before anything that it uses
+  qv::kelvo::WriteBack disk;
+  Healer healer;
 };
 
 }  // namespace qvsvr::kelvo

@@ -63,6 +63,15 @@ class FileSystemBase {
 
   [[nodiscard]] BucketAccess& Buckets() { return buckets; }
 
+  // A local recording turned out damaged when it was read. Any thread.
+  virtual void NoteUnreadable(const std::string& /*path*/) {}
+  // While the result lives no recording whose name lies between these seconds since 1970 is mended
+  // under its reader's hands. Any thread.
+  [[nodiscard]] virtual std::shared_ptr<const void> HoldRecordings(std::int64_t /*first*/,
+                                                                   std::int64_t /*last*/) {
+    return nullptr;
+  }
+
  protected:
   Platform& platform;
 
