@@ -36,6 +36,7 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   [[nodiscard]] qv::kelvo::RunTables::Table FindTable(const std::string& path);
   // Remembers what `reader` has open under `path`.
   void KeepTable(const std::string& path, qv::kelvo::PSReader& reader);
+
   void NoteUnreadable(const std::string& path) override { inner.NoteUnreadable(path); }
   // The same for a recording that `reader` has read, if it is a local one and damaged.
   void NoteDamage(const qv::kelvo::PSReader& reader, const std::string& path);
