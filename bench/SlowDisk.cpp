@@ -56,8 +56,8 @@ class QuietCore : public qvsvr::kelvo::ICoreEventer {
 double SecondsFor(int cameras, std::int64_t range, media::RunTables* known) {
   SlowFiles files;
   const media::Platform& system = media::SystemPlatform();
-  media::Platform platform{system.clock, system.drives, system.directories, files,
-                           system.durableFiles};
+  media::Platform platform{system.clock, system.drives,       system.directories,
+                           files,        system.durableFiles, system.diskSync};
   OneDrive drive(platform);
   QuietCore core;
   qvsvr::kelvo::SearchTargetFileSystem target(drive, platform, known);

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "media/FrameSource.h"
+#include "media/FrameTime.h"
 #include "media/IndexImage.h"
 #include "media/PSReader.h"
 
@@ -167,13 +168,12 @@ class FrameSearch {
     frames.pop_back();
   }
 
-  // A whole frame with the format's marks. Those of older writers carry no date to index them by.
+  // A whole frame with the format's marks, which older writers didn't set.
   [[nodiscard]] bool IsFrame(std::uint64_t position) {
+    constexpr std::uint8_t kMarks = 0xC0;
     if (source.FaultAt(position) != nullptr) return false;
-    constexpr std::size_t kTailAt = 28, kTailSize = 4;
-    const ConstBytes tail = source.At(position, kPesHeaderSize).subspan(kTailAt, kTailSize);
-    const bool marked = (tail[0] & std::byte{0xC0}) == std::byte{0xC0};
-    return marked && !std::ranges::all_of(tail, [](std::byte b) { return b == std::byte{0xFF}; });
+    const auto header = source.At(position, kPesHeaderSize).first<kPesHeaderSize>();
+    return IsOlderFrame(header) || (DecodePesHeader(header).streamInfo & kMarks) == kMarks;
   }
 
   // Whether the record's frame is there.

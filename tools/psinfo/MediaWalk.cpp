@@ -7,6 +7,7 @@
 
 #include "media/ByteOrder.h"
 #include "media/FrameSource.h"
+#include "media/FrameTime.h"
 #include "platform/Platform.h"
 
 namespace psinfo {
