@@ -46,6 +46,7 @@ class SetClock : public qv::kelvo::Clock {
  public:
   qv::kelvo::UtcMs NowMs() override { return now; }
   std::int64_t SteadyNs() override;
+  void Pause(int) override {}
   // Wall and monotonic time, both.
   void Pass(std::int64_t seconds);
 

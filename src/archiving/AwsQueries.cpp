@@ -5,9 +5,10 @@
 #include <aws/s3/model/ListObjectsRequest.h>
 
 #include <algorithm>
-#include <boost/filesystem/fstream.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <exception>
+#include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <limits>
 #include <stdexcept>
@@ -169,7 +170,8 @@ bool AwsScanner::FetchFile(const std::string& key, const fs::path& local, std::s
     Refused("DownloadDirectory, GetObject", outcome.GetError(), &error);
     return false;
   }
-  fs::ofstream file(local, std::ios::binary | std::ios::trunc);
+  // The library's own streams take narrow names only, in some other encoding.
+  std::ofstream file(std::filesystem::path(local.native()), std::ios::binary | std::ios::trunc);
   std::copy(std::istreambuf_iterator<char>(outcome.GetResult().GetBody()), {},
             std::ostreambuf_iterator<char>(file));
   file.close();

@@ -2,6 +2,8 @@
 
 #include <system_error>
 
+#include "platform/Threads.h"
+
 namespace qvArchiving {
 
 Background::~Background() {
@@ -18,6 +20,7 @@ void Background::Run(const std::function<void()>& task) {
     Worker& worker = workers.emplace_back();
     try {
       worker.thread = std::thread([this, &worker, task] {
+        qv::kelvo::PrepareThread();
         task();
         const std::lock_guard ending(lock);
         worker.over = true;

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+#include "platform/Files.h"
+
 namespace qvArchiving {
 
 namespace fs = boost::filesystem;
@@ -70,7 +72,13 @@ bool CLocalDiskScanner::TestDirectory(const fs::path& directory) {
 }
 
 bool CLocalDiskScanner::TestFile(const fs::path& file) {
-  return fs::is_regular_file(file);
+  // Where the content is kept elsewhere, the library knows no regular file.
+  qv::kelvo::FileKind kind{};
+  const int error = qv::kelvo::FindKind(file.string(), kind);
+  if (error != 0) {
+    throw fs::filesystem_error("TestFile", file, {error, boost::system::system_category()});
+  }
+  return kind == qv::kelvo::FileKind::File;
 }
 
 bool CLocalDiskScanner::CreateDirectories(const fs::path& directory, std::string& error) {

@@ -1,15 +1,18 @@
 // Files of XML documents: loading, and saving that survives a crash.
 
-#include <boost/filesystem/operations.hpp>
 #include <span>
 #include <utility>
 
 #include "host/Xml.h"
+#include "platform/Files.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
-namespace fs = boost::filesystem;
+using qv::kelvo::FileKind;
+using qv::kelvo::IsMissing;
+using qv::kelvo::Platform;
+using qv::kelvo::WhileBusy;
 
 // More than any document that is accepted.
 constexpr std::uint64_t kMaxFileBytes = std::uint64_t{1} << 30;
@@ -23,12 +26,11 @@ std::string BackupOf(const std::string& path) {
 // Reads a whole file. `error` gets the system's number when it is Unreadable.
 XmlFileState ReadOnce(qv::kelvo::MediaFiles& files, const std::string& path, std::string& text,
                       int& error) {
-  boost::system::error_code status;
-  const fs::file_type type = fs::status(path, status).type();
-  error = status.value();
-  if (type == fs::file_not_found) return XmlFileState::Missing;
-  if (type == fs::status_error || type == fs::type_unknown) return XmlFileState::Unreadable;
-  if (type != fs::regular_file) return XmlFileState::Damaged;
+  FileKind kind{};
+  error = qv::kelvo::FindKind(path, kind);
+  if (error != 0) return XmlFileState::Unreadable;
+  if (kind == FileKind::Missing) return XmlFileState::Missing;
+  if (kind != FileKind::File) return XmlFileState::Damaged;
   std::unique_ptr<qv::kelvo::MediaFile> file;
   std::uint64_t size = 0;
   error = files.Open(path, qv::kelvo::OpenMode::Read, file);
@@ -42,46 +44,60 @@ XmlFileState ReadOnce(qv::kelvo::MediaFiles& files, const std::string& path, std
   return error == 0 && result.bytes == size ? XmlFileState::Good : XmlFileState::Unreadable;
 }
 
-XmlFileState ReadWholeFile(qv::kelvo::MediaFiles& files, const std::string& path, std::string& text,
+XmlFileState ReadWholeFile(const Platform& platform, const std::string& path, std::string& text,
                            int& error) {
   auto state = XmlFileState::Unreadable;
   for (int i = 0; i < kTries && state == XmlFileState::Unreadable; ++i) {
-    state = ReadOnce(files, path, text, error);
+    const int last = WhileBusy(platform.clock, [&] {
+      state = ReadOnce(platform.mediaFiles, path, text, error);
+      return state == XmlFileState::Unreadable ? error : 0;
+    });
+    if (qv::kelvo::IsBusy(last)) break;
   }
   return state;
 }
 
-// True when `error` says that the step was done, or that there was nothing to do.
-bool DoneOrMissing(qv::kelvo::DurableFiles& files, int error) {
-  return error == 0 || files.IsMissing(error);
+// A step on a file that need not be there.
+int ErrorUnlessMissing(int error) {
+  return IsMissing(error) ? 0 : error;
 }
 
 // Makes `path` the backup. An old backup gives way only while there is a file to take its place.
-bool MakeBackup(qv::kelvo::DurableFiles& files, const std::string& path,
-                const std::string& backup) {
-  const int error = files.Rename(path, backup);
-  if (DoneOrMissing(files, error)) return true;
-  return DoneOrMissing(files, files.Remove(backup)) &&
-         DoneOrMissing(files, files.Rename(path, backup));
+int MakeBackup(qv::kelvo::DurableFiles& files, const std::string& path, const std::string& backup) {
+  int error = ErrorUnlessMissing(files.Rename(path, backup));
+  if (error == 0) return 0;
+  error = ErrorUnlessMissing(files.Remove(backup));
+  return error != 0 ? error : ErrorUnlessMissing(files.Rename(path, backup));
 }
 
 // Puts a complete pending file into the place of `path`.
-bool Swap(qv::kelvo::DurableFiles& files, const std::string& pending, const std::string& path) {
+bool Swap(const Platform& platform, const std::string& pending, const std::string& path) {
+  qv::kelvo::DurableFiles& files = platform.durableFiles;
   const std::string backup = BackupOf(path);
-  const bool backupMade = MakeBackup(files, path, backup);
-  if (backupMade && files.Rename(pending, path) == 0) {
+  int error = WhileBusy(platform.clock, [&] { return MakeBackup(files, path, backup); });
+  const bool backupMade = error == 0;
+  if (backupMade) {
+    error = WhileBusy(platform.clock, [&] { return files.Rename(pending, path); });
+  } else if (qv::kelvo::IsBusy(error)) {
+    // A removed backup that somebody still holds keeps its name from others.
+    error = files.Replace(pending, path);
+  }
+  if (error == 0) {
     (void)files.Remove(backup);  // else the next load does
     return true;
   }
   (void)files.Remove(pending);
-  if (backupMade) (void)files.Rename(backup, path);
+  if (backupMade) (void)WhileBusy(platform.clock, [&] { return files.Rename(backup, path); });
   return false;
 }
 
-std::string WriteNew(qv::kelvo::DurableFiles& files, const std::string& path,
-                     const std::string& text) {
+std::string WriteNew(const Platform& platform, const std::string& path, const std::string& text) {
   using Step = qv::kelvo::DurableFiles::WriteStep;
-  const auto result = files.WriteNew(path, text);
+  qv::kelvo::DurableFiles::WriteResult result;
+  (void)WhileBusy(platform.clock, [&] {
+    result = platform.durableFiles.WriteNew(path, text);
+    return result.step == Step::Create ? result.error : 0;
+  });
   const std::string number = std::to_string(result.error);
   switch (result.step) {
     case Step::Create:
@@ -105,10 +121,10 @@ void XmlDocument::FailWith(int code, std::string text) {
   ownText = std::move(text);
 }
 
-XmlFileState XmlDocument::LoadFile(qv::kelvo::MediaFiles& files, const std::string& path) {
+XmlFileState XmlDocument::LoadFile(const Platform& platform, const std::string& path) {
   std::string text;
   int number = 0;
-  const XmlFileState state = ReadWholeFile(files, path, text, number);
+  const XmlFileState state = ReadWholeFile(platform, path, text, number);
   if (state == XmlFileState::Good) {
     return ParseFrom(Source::File, text) ? XmlFileState::Good : XmlFileState::Damaged;
   }
@@ -136,14 +152,13 @@ std::string XmlDocument::PrintWhole() {
 }
 
 // Writes the document as a new file and reads it back; what went wrong, or nothing.
-std::string XmlDocument::WritePending(const qv::kelvo::Platform& platform,
-                                      const std::string& path) {
+std::string XmlDocument::WritePending(const Platform& platform, const std::string& path) {
   const std::string text = PrintWhole();
-  std::string message = WriteNew(platform.durableFiles, path, text);
+  std::string message = WriteNew(platform, path, text);
   if (!message.empty()) return message;
   std::string back;
   int number = 0;
-  if (ReadWholeFile(platform.mediaFiles, path, back, number) != XmlFileState::Good) {
+  if (ReadWholeFile(platform, path, back, number) != XmlFileState::Good) {
     return "read back error " + std::to_string(number);
   }
   if (back != text) return "read back other bytes than were written";
@@ -158,7 +173,7 @@ bool XmlDocument::SaveFile(const qv::kelvo::Platform& platform, const std::strin
   std::string message = WritePending(platform, pending);
   if (!message.empty()) {
     (void)platform.durableFiles.Remove(pending);
-  } else if (Swap(platform.durableFiles, pending, path)) {
+  } else if (Swap(platform, pending, path)) {
     return true;
   } else {
     message = "xml file swap failed";
@@ -171,15 +186,14 @@ XmlFileState XmlDocument::LoadFileWithBackup(const qv::kelvo::Platform& platform
                                              const std::string& path) {
   qv::kelvo::DurableFiles& durable = platform.durableFiles;
   const std::string backup = BackupOf(path);
-  const XmlFileState state = LoadFile(platform.mediaFiles, path);
+  const XmlFileState state = LoadFile(platform, path);
   if (state == XmlFileState::Good) (void)durable.Remove(backup);
   // What can't be read just now may be better than its backup.
   if (state == XmlFileState::Good || state == XmlFileState::Unreadable) return state;
-  const XmlFileState second = LoadFile(platform.mediaFiles, backup);
+  const XmlFileState second = LoadFile(platform, backup);
   if (second == XmlFileState::Missing) return state;
   if (second == XmlFileState::Good) {
-    (void)durable.Remove(path);
-    (void)durable.Rename(backup, path);
+    (void)WhileBusy(platform.clock, [&] { return durable.Replace(backup, path); });
   }
   return second;
 }

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <bit>
-#include <boost/filesystem/operations.hpp>
 #include <optional>
 
 #include "media/ByteOrder.h"
 #include "media/StreamId.h"
+#include "platform/Files.h"
 
 namespace qv::kelvo {
 
@@ -15,7 +15,6 @@ namespace {
 constexpr std::uint64_t kPage = 4096;
 constexpr std::uint64_t kSmallPreallocation = 20'971'520;
 constexpr std::uint64_t kLargeIndex = 10'485'760;
-constexpr std::size_t kMaxIndexPath = 260;
 constexpr std::size_t kRunsPerWrite = 256;
 
 constexpr std::array<std::byte, kFrameAlignment> kZeros{};
@@ -86,13 +85,13 @@ void PSFile::Abandon() {
   const std::string abandoned = path;
   writable = false;
   Close();
-  boost::system::error_code ignored;  // what is in the way now may be in the way of this, too
-  if (hasMedia) boost::filesystem::remove(abandoned, ignored);
-  if (hasIndex) boost::filesystem::remove(IndexPath(abandoned), ignored);
+  // What is in the way now may be in the way of this, too.
+  if (hasMedia) (void)RemoveFile(abandoned);
+  if (hasIndex) (void)RemoveFile(IndexPath(abandoned));
 }
 
 int PSFile::OpenPair(std::uint64_t preallocateBytes) {
-  if (IndexPath(path).size() > kMaxIndexPath ||
+  if (PathLength(IndexPath(path)) > kMaxPath ||
       files.Open(path, OpenMode::CreateOrTruncate, mediaFile) != 0 ||
       files.Open(IndexPath(path), OpenMode::CreateOrTruncate, indexFile) != 0) {
     return kPsOpenFailed;

@@ -1,8 +1,9 @@
 #include "media/PSReader.h"
 
 #include <algorithm>
-#include <boost/system/error_code.hpp>
 #include <numeric>
+
+#include "platform/Files.h"
 
 namespace qv::kelvo {
 namespace {
@@ -81,8 +82,7 @@ void PSReader::Close() {
 }
 
 void PSReader::NoteRefusal(int error) {
-  const boost::system::error_code code(error, boost::system::system_category());
-  if (error != 0 && code != boost::system::errc::no_such_file_or_directory) refusal = error;
+  if (error != 0 && !IsMissing(error)) refusal = error;
 }
 
 int PSReader::LoadIndex() {

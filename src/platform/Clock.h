@@ -17,6 +17,9 @@ class Clock {
 
   // Monotonic nanoseconds from an arbitrary start; never goes back.
   [[nodiscard]] virtual std::int64_t SteadyNs() = 0;
+
+  // Holds the calling thread up for about so long. Only for what another program is waited for.
+  virtual void Pause(int milliseconds) = 0;
 };
 
 }  // namespace qv::kelvo

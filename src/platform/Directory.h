@@ -34,9 +34,4 @@ class Directories {
   [[nodiscard]] virtual std::uint64_t ChangeStamp(const std::string& path) = 0;
 };
 
-// Removes the directory `path` if it is empty. Never a link to a directory, nor a place where
-// another volume is mounted. Returns 0 or the system's error number: that of "not empty" also for
-// such a link. Any thread.
-[[nodiscard]] int RemoveEmptyDirectory(const std::string& path);
-
 }  // namespace qv::kelvo

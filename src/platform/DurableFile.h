@@ -27,10 +27,11 @@ class DurableFiles {
   // exists.
   [[nodiscard]] virtual int Rename(const std::string& from, const std::string& to) = 0;
 
-  [[nodiscard]] virtual int Remove(const std::string& path) = 0;
+  // The same in one step over what `to` is, if anything.
+  [[nodiscard]] virtual int Replace(const std::string& from, const std::string& to) = 0;
 
-  // True if `error` says that the file doesn't exist.
-  [[nodiscard]] virtual bool IsMissing(int error) const = 0;
+  // Also a file that is marked read-only.
+  [[nodiscard]] virtual int Remove(const std::string& path) = 0;
 };
 
 }  // namespace qv::kelvo

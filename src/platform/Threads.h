@@ -1,10 +1,19 @@
 #pragma once
 
+#include <cstdint>
+
 namespace qv::kelvo {
 
-// Lets the calling thread, for the rest of its life, run only where nobody else has much use for
-// the processor: where it has to share one, it takes a few percent. No effect where the system
-// forbids it.
-void YieldToOtherThreads();
+// Every thread of ours begins with this: no message box comes of a medium that vanishes.
+void PrepareThread();
+
+// The same for a thread that, from then on, runs only where nobody else has much use for the
+// processor or the disk. No effect where the system forbids it. Returns what the thread is raised
+// by.
+[[nodiscard]] std::uint64_t YieldToOtherThreads();
+
+// Gives a thread its ordinary share again, since somebody waits for it. It must not have been
+// joined. Any thread.
+void RaiseThread(std::uint64_t thread);
 
 }  // namespace qv::kelvo

@@ -6,6 +6,7 @@
 
 #include "host/Log.h"
 #include "kelvo/host_abi.h"
+#include "platform/Threads.h"
 #include "record/BufferReference.h"
 #include "record/FrameIntake.h"
 #include "record/Guarded.h"
@@ -73,6 +74,7 @@ void CRecordMgr::Start() {
 }
 
 void CRecordMgr::Run() {
+  qv::kelvo::PrepareThread();
   LogPrintf(LogTrace, "KELVO - RecordMgr worker - running");
   StatsStartNs = Platform.clock.SteadyNs();
   SweepDueNs = StatsStartNs + kSweepRetryNs;

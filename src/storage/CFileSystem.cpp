@@ -22,7 +22,7 @@ CFileSystem::CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system)
       protection(retention, bookmarkTable, system),
       catalogue(system, protection),
       roomMaker(system, catalogue),
-      readWriteTest(system.mediaFiles),
+      readWriteTest(system),
       sweeper(system, SweeperOwner()),
       disk(system,
            [](const std::string& root, int error) {
@@ -34,6 +34,7 @@ CFileSystem::CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system)
 CFileSystem::~CFileSystem() = default;
 
 bool CFileSystem::LoadStorage() {
+  settingsFile.Locate();
   FindDrives();
   return !volumes.Drives().drives.empty();
 }

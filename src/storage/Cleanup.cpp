@@ -1,26 +1,20 @@
 #include "storage/Cleanup.h"
 
 #include <algorithm>
-#include <boost/filesystem.hpp>
 
 #include "host/Log.h"
+#include "platform/Files.h"
 #include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
-namespace fs = boost::filesystem;
-using boost::system::error_code;
+using qv::kelvo::ErrorText;
+using qv::kelvo::IsMissing;
 
 constexpr std::uint64_t kLeastMediaSize = 2048;
 constexpr std::int64_t kSparedSeconds = 300;
 constexpr const char* kCompanions[] = {"psi", "psm"};
-
-bool Exists(const fs::path& path) {
-  error_code error;
-  const fs::file_type type = fs::status(path, error).type();
-  return type != fs::status_error && type != fs::file_not_found;
-}
 
 // Without the separator at its end.
 std::string Bare(const std::string& directory) {
@@ -40,9 +34,9 @@ class Run {
   void CleanLevel(const std::string& directory, std::size_t level);
   void CleanHour(const std::string& directory);
   bool VisitCompanion(const std::string& path);
-  void RemoveEmptyMedia(const fs::path& media, std::uint64_t size);
-  void RemoveOrphans(const fs::path& media);
-  void RemoveFile(const fs::path& path);
+  void RemoveEmptyMedia(const std::string& media, std::uint64_t size);
+  void RemoveOrphans(const std::string& media);
+  void RemoveFile(const std::string& path);
   void RemoveDirectory(const std::string& directory, const char* prefix);
   // The later one of a path in the hour that comes twice.
   [[nodiscard]] std::int64_t LatestTime(const std::string& path) const {
@@ -124,61 +118,61 @@ void Run::CleanHour(const std::string& directory) {
 bool Run::VisitCompanion(const std::string& path) {
   ++counts.files;
   if (qv::kelvo::AddSeconds(LatestTime(path), kSparedSeconds) > CurrentHour()) return true;
-  fs::path media(path);
-  media.replace_extension("ps");
-  error_code error;
-  const std::uint64_t size = fs::file_size(media, error);
-  if (!error) {
+  const std::string media = qv::kelvo::WithExtension(path, "ps");
+  std::uint64_t size = 0;
+  const int error = qv::kelvo::FileSize(media, size);
+  if (error == 0) {
     if (size < kLeastMediaSize) RemoveEmptyMedia(media, size);
-  } else if (error == boost::system::errc::no_such_file_or_directory) {
+  } else if (IsMissing(error)) {
     RemoveOrphans(media);
   } else {
-    LogPrintf(LogTrace, "fs-cleanup - get size error for %s:%d - %s", media.string().c_str(),
-              error.value(), error.message().c_str());
+    LogPrintf(LogTrace, "fs-cleanup - get size error for %s:%d - %s", media.c_str(), error,
+              ErrorText(error).c_str());
   }
   return !stop;
 }
 
-void Run::RemoveEmptyMedia(const fs::path& media, std::uint64_t size) {
+void Run::RemoveEmptyMedia(const std::string& media, std::uint64_t size) {
   ++counts.emptyFiles;
-  LogPrintf(LogTrace, "fs-cleanup - empty file %s[%llu bytes]", media.string().c_str(),
+  LogPrintf(LogTrace, "fs-cleanup - empty file %s[%llu bytes]", media.c_str(),
             static_cast<unsigned long long>(size));
   RemoveFile(media);
   for (const char* extension : kCompanions) {
-    fs::path companion(media);
-    if (!Exists(companion.replace_extension(extension))) continue;
-    LogPrintf(LogTrace, "fs-cleanup -  and file %s", companion.string().c_str());
+    const std::string companion = qv::kelvo::WithExtension(media, extension);
+    if (!qv::kelvo::Exists(companion)) continue;
+    LogPrintf(LogTrace, "fs-cleanup -  and file %s", companion.c_str());
     RemoveFile(companion);
   }
 }
 
-void Run::RemoveOrphans(const fs::path& media) {
+void Run::RemoveOrphans(const std::string& media) {
   for (const char* extension : kCompanions) {
-    fs::path companion(media);
-    if (!Exists(companion.replace_extension(extension))) continue;
+    const std::string companion = qv::kelvo::WithExtension(media, extension);
+    if (!qv::kelvo::Exists(companion)) continue;
     ++counts.orphanedFiles;
-    LogPrintf(LogTrace, "fs-cleanup - orphan file %s", companion.string().c_str());
+    LogPrintf(LogTrace, "fs-cleanup - orphan file %s", companion.c_str());
     RemoveFile(companion);
   }
 }
 
-void Run::RemoveFile(const fs::path& path) {
+void Run::RemoveFile(const std::string& path) {
   if (!removing) return;
-  error_code error;
-  if (fs::remove(path, error)) return;
-  LogPrintf(LogTrace, "fs-cleanup - failed to remove %s:%d - %s", path.string().c_str(),
-            error.value(), error.message().c_str());
+  int error = qv::kelvo::RemoveFile(path);
+  if (error == 0) return;
+  // One that has vanished is told without an error.
+  if (IsMissing(error)) error = 0;
+  LogPrintf(LogTrace, "fs-cleanup - failed to remove %s:%d - %s", path.c_str(), error,
+            ErrorText(error).c_str());
 }
 
 // Removes the directory if it is empty.
 void Run::RemoveDirectory(const std::string& directory, const char* prefix) {
   const std::string path = Bare(directory);
-  error_code error(qv::kelvo::RemoveEmptyDirectory(path), boost::system::system_category());
-  if (!error || error == boost::system::errc::directory_not_empty) return;
-  // One that has vanished is told without an error.
-  if (error == boost::system::errc::no_such_file_or_directory) error.clear();
-  LogPrintf(LogTrace, "%s failed to remove dir %s: %d - %s", prefix, path.c_str(), error.value(),
-            error.message().c_str());
+  int error = qv::kelvo::RemoveEmptyDirectory(path);
+  if (error == 0 || qv::kelvo::IsNotEmpty(error)) return;
+  if (IsMissing(error)) error = 0;  // likewise
+  LogPrintf(LogTrace, "%s failed to remove dir %s: %d - %s", prefix, path.c_str(), error,
+            ErrorText(error).c_str());
 }
 
 void LogCounts(const CleanupCounts& counts, std::int64_t elapsedNs) {

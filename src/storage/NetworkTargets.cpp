@@ -1,16 +1,15 @@
 #include "storage/NetworkTargets.h"
 
 #include <algorithm>
-#include <boost/filesystem/operations.hpp>
 
 #include "host/Log.h"
+#include "platform/Files.h"
 #include "tree/BucketFetch.h"
 #include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
-namespace fs = boost::filesystem;
 namespace property = qvArchiving::property;
 
 constexpr char kCacheGigabytes[] = "50";
@@ -59,29 +58,6 @@ std::shared_ptr<qvArchiving::IScanner> MakeTarget(const qvArchiving::ScannerProp
   }
 }
 
-// Whether `inner` is `outer` or lies below it, by links or letter case, too.
-bool LiesWithin(fs::path inner, const fs::path& outer) {
-  for (; !inner.empty(); inner = inner.parent_path()) {
-    boost::system::error_code missing;
-    if (inner == outer || fs::equivalent(inner, outer, missing)) return true;
-    if (inner == inner.parent_path()) break;
-  }
-  return false;
-}
-
-fs::path Resolved(const std::string& directory) {
-  boost::system::error_code failed;
-  fs::path path = fs::weakly_canonical(directory, failed);
-  if (failed) path = fs::path(directory).lexically_normal();
-  return path.filename() == "." ? path.parent_path() : path;
-}
-
-bool Overlap(const std::string& a, const std::string& b) {
-  const fs::path first = Resolved(a);
-  const fs::path second = Resolved(b);
-  return LiesWithin(first, second) || LiesWithin(second, first);
-}
-
 }  // namespace
 
 void NetworkTargets::ReplaceArchives(const TiXmlElement& element, qv::kelvo::Platform& platform) {
@@ -103,7 +79,7 @@ void NetworkTargets::RefuseBucketsOn(const std::map<std::string, DriveRecord>& d
     const auto drive =
         qv::kelvo::IsBucket(*archive->second, root)
             ? std::ranges::find_if(
-                  drives, [&root](const auto& entry) { return Overlap(root, entry.first); })
+                  drives, [&root](const auto& entry) { return qv::kelvo::Overlap(root, entry.first); })
             : drives.end();
     if (drive == drives.end()) {
       ++archive;

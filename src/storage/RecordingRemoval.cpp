@@ -1,21 +1,22 @@
 #include "storage/RecordingRemoval.h"
 
-#include <boost/filesystem.hpp>
 
 #include "host/Log.h"
+#include "platform/Files.h"
 #include "platform/Platform.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
-using boost::system::error_code;
+using qv::kelvo::IsMissing;
 
-bool RemoveLogged(const boost::filesystem::path& path) {
-  error_code error;
-  boost::filesystem::remove(path, error);
-  if (!error) return true;
-  LogPrintf(LogWarning, "remove %s, %d: %s", path.string().c_str(), error.value(),
-            error.message().c_str());
+// Tells a failure in the log; a file that is missing is none.
+bool RemoveLogged(const std::string& path) {
+  const int error = qv::kelvo::RemoveFile(path);
+  if (error == 0 || IsMissing(error)) return true;
+  LogPrintf(LogWarning, "remove %s, %d: %s", path.c_str(), error,
+            qv::kelvo::ErrorText(error).c_str());
   return false;
 }
 
@@ -29,13 +30,12 @@ void StripLastPart(std::string& path) {
 }  // namespace
 
 bool RemoveRecording(const std::string& path, const std::string& root) {
-  boost::filesystem::path file(path);
-  const bool mediaGone = RemoveLogged(file);
-  RemoveLogged(file.replace_extension("psi"));
+  // Media that somebody holds can be played as long as they have their index.
+  if (!RemoveLogged(path)) return false;
+  RemoveLogged(qv::kelvo::WithExtension(path, "psi"));
   // Few recordings have this companion, so its absence or failure is nothing to tell.
-  error_code companionError;
-  boost::filesystem::remove(file.replace_extension("psm"), companionError);
-  if (!mediaGone || companionError) return false;
+  const int error = qv::kelvo::RemoveFile(qv::kelvo::WithExtension(path, "psm"));
+  if (error != 0 && !IsMissing(error)) return false;
   PruneEmptyParents(path, root);
   return true;
 }
@@ -44,13 +44,12 @@ void PruneEmptyParents(const std::string& path, const std::string& root) {
   if (root.empty() || !path.starts_with(root)) return;
   std::string directory = path;
   for (StripLastPart(directory); directory.size() > root.size(); StripLastPart(directory)) {
-    const error_code error(qv::kelvo::RemoveEmptyDirectory(directory),
-                           boost::system::system_category());
+    const int error = qv::kelvo::RemoveEmptyDirectory(directory);
     // Another thread may have removed it first.
-    if (!error || error == boost::system::errc::no_such_file_or_directory) continue;
-    if (error != boost::system::errc::directory_not_empty) {
-      LogPrintf(LogWarning, "remove dir %s, %d: %s", directory.c_str(), error.value(),
-                error.message().c_str());
+    if (error == 0 || IsMissing(error)) continue;
+    if (!qv::kelvo::IsNotEmpty(error)) {
+      LogPrintf(LogWarning, "remove dir %s, %d: %s", directory.c_str(), error,
+                qv::kelvo::ErrorText(error).c_str());
     }
     return;
   }

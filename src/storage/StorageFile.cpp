@@ -6,9 +6,13 @@
 #include "host/Log.h"
 #include "host/Utf8.h"
 #include "kelvo/host_abi.h"
+#include "platform/Files.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 namespace {
+
+using qv::kelvo::IsMissing;
 
 constexpr char kFileName[] = "kelvo.xml";
 constexpr char kBackupName[] = "kelvo.xml.bak";
@@ -118,9 +122,15 @@ void ReplaceCases(const std::string& text, XmlDocument& document) {
 
 }  // namespace
 
+void StorageFile::Locate() {
+  const int error = qv::kelvo::CurrentDirectory(directory);
+  directory = qv::kelvo::WithSeparator(directory);
+  if (error == 0) LogPrintf(LogInfo, "Settings are kept in %s", PathOf(kFileName).c_str());
+}
+
 XmlFileState StorageFile::Load(XmlDocument& document) {
   document.nameAside = kCases;
-  XmlFileState state = document.LoadFileWithBackup(platform, kFileName);
+  XmlFileState state = document.LoadFileWithBackup(platform, PathOf(kFileName));
   const std::string cause = document.ErrorDesc();
   if (state == XmlFileState::Damaged) state = PutAside(cause);
   if (state != XmlFileState::Good) document = XmlDocument();
@@ -143,10 +153,10 @@ XmlFileState StorageFile::PutAside(const std::string& cause) {
     int error = 0;
     for (int i = 1; i <= kMostAside; ++i) {
       aside = std::string(kFileName) + ".damaged" + std::to_string(i);
-      error = files.Rename(name, aside);
-      if (error == 0 || files.IsMissing(error)) break;
+      error = files.Rename(PathOf(name), PathOf(aside));
+      if (error == 0 || IsMissing(error)) break;
     }
-    if (files.IsMissing(error)) continue;
+    if (IsMissing(error)) continue;
     if (error != 0) return XmlFileState::Unreadable;
     LogPrintf(LogError, "%s is damaged and was put aside as %s: %s", name, aside.c_str(),
               cause.c_str());
@@ -208,7 +218,7 @@ void StorageFile::SaveCases(const std::string& cases) {
 }
 
 bool StorageFile::Write(XmlDocument& document) {
-  const bool written = document.SaveFile(platform, kFileName);
+  const bool written = document.SaveFile(platform, PathOf(kFileName));
   if (!written && !writeFailed) {
     LogPrintf(LogError, "%s could not be saved: %s", kFileName, document.ErrorDesc());
   } else if (written && writeFailed) {

@@ -8,7 +8,8 @@
 
 namespace qvsvr::kelvo {
 
-// The settings on disk: "kelvo.xml" in the process's current directory. Elements and drives that
+// The settings on disk: "kelvo.xml" in the process's current directory as it was at Locate, since
+// the rest of the host may change it. Elements and drives that
 // this system doesn't know stay in it. A file that is damaged, and whose backup is no better, is
 // put aside under another name; one that the system can't read just now is left alone. What
 // couldn't be written goes out with the next save. Worker thread only.
@@ -16,6 +17,9 @@ class StorageFile {
  public:
   // Borrows the platform for its life.
   explicit StorageFile(const qv::kelvo::Platform& borrowed) : platform(borrowed) {}
+
+  // Finds out the directory, and tells it.
+  void Locate();
 
   // Reads what is to be put in force: what the file holds, the bookmarks as text aside, then what
   // came meanwhile. Empty but for a root without a file. False when there may be settings that
@@ -45,7 +49,10 @@ class StorageFile {
   XmlFileState PutAside(const std::string& cause);
   bool Write(XmlDocument& document);
 
+  [[nodiscard]] std::string PathOf(const std::string& name) const { return directory + name; }
+
   const qv::kelvo::Platform& platform;
+  std::string directory;  // with a separator at its end
   bool known = false;
   bool readFailed = false;
   bool writeFailed = false;

@@ -1,13 +1,13 @@
 #include "storage/Sweeper.h"
 
 #include <algorithm>
-#include <boost/filesystem.hpp>
+#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <exception>
 #include <set>
 
 #include "host/Log.h"
+#include "platform/Files.h"
 #include "platform/Threads.h"
 #include "storage/Cleanup.h"
 #include "storage/RecordingRemoval.h"
@@ -22,31 +22,32 @@ using qv::kelvo::kSecondsPerDay;
 // Days of a rule may reach back further than any calendar does.
 constexpr std::int64_t kOldestTold = -2'208'988'800;  // 1900
 
+// As "%c" has it, whatever locale the process is in.
 std::string LocalText(std::int64_t seconds) {
   const auto local = qv::kelvo::ToLocal(std::max(seconds, kOldestTold) * 1000);
-  std::tm fields{};
-  fields.tm_year = local.year - 1900;
-  fields.tm_mon = local.month - 1;
-  fields.tm_mday = local.day;
-  fields.tm_hour = local.hour;
-  fields.tm_min = local.minute;
-  fields.tm_sec = local.second;
-  fields.tm_wday = local.weekday;
+  constexpr char kDays[] = "SunMonTueWedThuFriSat";
+  constexpr char kMonths[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
   char text[100];
-  return std::string(text, std::strftime(text, sizeof text, "%c", &fields));
+  std::snprintf(text, sizeof text, "%.3s %.3s %2d %02d:%02d:%02d %d", kDays + 3 * local.weekday,
+                kMonths + 3 * (local.month - 1), local.day, local.hour, local.minute, local.second,
+                local.year);
+  return text;
+}
+
+// While a file is written its directory may tell an older size than the file itself.
+bool MayBeGrowing(const qv::kelvo::PathTime& time, std::int64_t now) {
+  return qv::kelvo::AddSeconds(time.last, qv::kelvo::kSecondsPerHour) > now;
 }
 
 std::uint64_t RoundedKB(std::uint64_t bytes) {
   return (bytes + 1023) / 1024;
 }
 
-// Of a companion; 0 when it can't be measured.
+// Of a recording's file; 0 when it can't be measured.
 std::uint64_t SizeOf(const std::string& mediaPath, const char* extension) {
-  boost::filesystem::path companion(mediaPath);
-  boost::system::error_code error;
-  const std::uintmax_t size =
-      boost::filesystem::file_size(companion.replace_extension(extension), error);
-  return error ? 0 : size;
+  std::uint64_t bytes = 0;
+  (void)qv::kelvo::FileSize(qv::kelvo::WithExtension(mediaPath, extension), bytes);
+  return bytes;
 }
 
 }  // namespace
@@ -87,6 +88,7 @@ bool Sweeper::Start(Work copies) {
 bool Sweeper::Stop() {
   const bool wasRunning = running;
   stop = true;
+  if (const std::uint64_t id = threadId; id != 0) qv::kelvo::RaiseThread(id);
   if (thread.joinable()) thread.join();
   work = {};
   index = {};
@@ -96,7 +98,7 @@ bool Sweeper::Stop() {
 }
 
 void Sweeper::Run() {
-  qv::kelvo::YieldToOtherThreads();
+  threadId = qv::kelvo::YieldToOtherThreads();
   try {
     Sweep();
     FsCleanup(platform, work.volumes, stop, owner.cleanupRemoves());
@@ -105,6 +107,7 @@ void Sweeper::Run() {
   } catch (...) {
     LogPrintf(LogError, "Sweeper - failed: unknown exception");
   }
+  threadId = 0;
   running = false;
 }
 
@@ -254,6 +257,7 @@ bool Sweeper::AccountBookmarks(const std::string& path, const qv::kelvo::PathTim
                                std::uint64_t size) {
   const qv::kelvo::StreamID key = qv::kelvo::FileNameKey(path);
   if (key == 0 || time.first == kNoTime || !index.Covers(key, time)) return false;
+  if (MayBeGrowing(time, NowSeconds())) size = SizeOf(path, "ps");
   const std::uint64_t kilobytes = RoundedKB(size + SizeOf(path, "psi") + SizeOf(path, "psm"));
   index.Visit(key, time, [&](std::size_t place) {
     marked[place]->sizeKB += static_cast<std::uint32_t>(kilobytes);

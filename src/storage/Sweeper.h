@@ -82,6 +82,7 @@ class Sweeper {
   std::thread thread;
   std::atomic<bool> stop{false};
   std::atomic<bool> running{false};
+  std::atomic<std::uint64_t> threadId{0};  // while the pass runs
 };
 
 }  // namespace qvsvr::kelvo

@@ -1,15 +1,11 @@
 #include "tree/HourCursor.h"
 
 #include <algorithm>
-#include <boost/filesystem/operations.hpp>
+
+#include "platform/Files.h"
 
 namespace qv::kelvo {
 namespace {
-
-bool IsDirectory(const std::string& path) {
-  boost::system::error_code error;
-  return boost::filesystem::is_directory(path, error);
-}
 
 UtcMs EndOf(UtcMs time, TreeLevel level) {
   switch (level) {

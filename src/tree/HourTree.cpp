@@ -1,9 +1,9 @@
 // The walk of FileSystemBase over the dated tree.
 
-#include <boost/filesystem.hpp>
 #include <cstdio>
 
 #include "host/Log.h"
+#include "platform/Files.h"
 #include "tree/FileSystemBase.h"
 #include "tree/LocalTime.h"
 
@@ -19,8 +19,7 @@ bool FileSystemBase::LevelExists(UtcMs time, TreeLevel level) {
     if (root.empty()) continue;  // an archive without a place of its own
     const std::string directory = TreeDirectory(root, time, level);
     LogPrintf(LogTrace, "dir exists %s", directory.c_str());
-    boost::system::error_code error;
-    if (boost::filesystem::is_directory(directory, error)) return true;
+    if (IsDirectory(directory)) return true;
   }
   TargetList targets;
   GetTargets(targets, kVolumesLocal | kVolumesArchive, nullptr);

@@ -2,15 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <boost/filesystem.hpp>
 #include <cstdio>
 
 #include "host/Log.h"
+#include "platform/Files.h"
 #include "platform/Platform.h"
 
 namespace qv::kelvo {
-
-namespace fs = boost::filesystem;
 
 namespace {
 
@@ -21,19 +19,13 @@ constexpr std::uint32_t kMaxPart = 9999;         // above any date
 constexpr std::uint32_t kMaxNumber = 1'000'000;  // safe to calculate with
 constexpr std::int64_t kLastMinute = 59;
 
-// Makes a directory and its missing parents with mode 0755 or what the process allows of it.
-void MakeDirectories(fs::path directory) {
-  std::vector<fs::path> missing;
-  boost::system::error_code error;
-  for (; !directory.empty() && !fs::exists(directory, error); directory = directory.parent_path()) {
-    missing.push_back(directory);
-  }
-  for (auto next = missing.rbegin(); next != missing.rend(); ++next) {
-    if (!fs::create_directory(*next, error)) continue;
-    const fs::perms made = fs::status(*next, error).permissions();
-    constexpr auto kMode = static_cast<fs::perms>(0755);
-    if ((made & ~kMode) != fs::no_perms) fs::permissions(*next, made & kMode, error);
-  }
+// Makes a directory and its missing parents.
+void MakeDirectories(const std::string& directory) {
+  if (directory.empty() || Exists(directory)) return;
+  std::size_t parent = directory.find_last_of(kPathSeparators);
+  parent = parent == std::string::npos ? parent : directory.find_last_not_of(kPathSeparators, parent);
+  if (parent != std::string::npos) MakeDirectories(directory.substr(0, parent + 1));
+  (void)MakeDirectory(directory);  // what fails is told when the file is opened
 }
 
 struct SplitPath {
@@ -90,8 +82,7 @@ std::string MakePath(const std::string& root, UtcMs time, StreamID id, CreateDir
   if (create == CreateDirectories::Yes) MakeDirectories(directory.substr(0, directory.size() - 1));
   if (id == 0) return directory;
   std::string path = directory + RecordName(local.minute, local.second, id, false);
-  boost::system::error_code error;
-  if (!fs::exists(path, error)) return path;
+  if (!Exists(path)) return path;
   qvsvr::kelvo::LogPrintf(qvsvr::kelvo::LogWarning, "Duplicate file name %s", path.c_str());
   return directory + RecordName(local.minute, local.second, id, true);
 }
@@ -183,6 +174,10 @@ std::vector<std::string> ListHourParts(Directories& directories, const std::stri
 
 std::string ChildDirectory(const std::string& directory, const std::string& name) {
   return WithSeparator(directory) + name + kPathSeparator;
+}
+
+std::string WithExtension(const std::string& path, const char* extension) {
+  return path.substr(0, path.rfind('.') + 1) + extension;
 }
 
 std::string WithSeparator(std::string path) {

@@ -95,6 +95,9 @@ inline constexpr PartRange kPartRanges[] = {{2000, 2050}, {1, 12}, {1, 31}, {0, 
 // The path of a directory's child, with a separator at its end.
 [[nodiscard]] std::string ChildDirectory(const std::string& directory, const std::string& name);
 
+// The file beside `path` whose name ends in another extension, which is given without a dot.
+[[nodiscard]] std::string WithExtension(const std::string& path, const char* extension);
+
 // `path` with a separator at its end, as the names of drives and roots have it.
 [[nodiscard]] std::string WithSeparator(std::string path);
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "host/Xml.h"
+#include "tests/support/ManualClock.h"
 #include "tests/support/ShakyFiles.h"
 #include "tests/support/TempTree.h"
 
@@ -36,9 +37,10 @@ class XmlFile : public ::testing::Test {
   }
   void SaveOld() { EXPECT_TRUE(Settings("old").SaveFile(SystemPlatform(), path)); }
 
-  static qv::kelvo::Platform With(DurableFiles& files) {
+  static qv::kelvo::Platform With(DurableFiles& files,
+                                  qv::kelvo::Clock& clock = SystemPlatform().clock) {
     const qv::kelvo::Platform& real = SystemPlatform();
-    return {real.clock, real.drives, real.directories, real.mediaFiles, files, real.diskSync};
+    return {clock, real.drives, real.directories, real.mediaFiles, files, real.diskSync};
   }
 
   qv::kelvo::TempTree tree;
@@ -62,6 +64,34 @@ TEST_F(XmlFile, SaveThatIsCutShortLeavesTheOld) {
     EXPECT_THROW((void)Settings("new").SaveFile(With(files), path), Died);
     EXPECT_EQ(Restart(), step < 4 ? "old" : "new");
   }
+}
+
+// Backups, editors and scanners hold what they look at for a moment, and what somebody holds keeps
+// its name after it was removed.
+TEST_F(XmlFile, SaveWaitsForOtherProgramsAndGoesRoundABackupThatIsHeld) {
+  qv::kelvo::ManualClock clock;
+  for (int step = 1; step <= 4; ++step) {
+    for (const int failures : {1, 20, 1000}) {
+      SaveOld();
+      ShakyFiles files;
+      files.Arm(step, false);
+      files.failures = failures;
+      files.error = qv::kelvo::kBusyError;
+      qv::kelvo::Platform busy = With(files, clock);
+      const bool saved = Settings("new").SaveFile(busy, path);
+      EXPECT_TRUE(saved || failures == 1000) << step;
+      EXPECT_EQ(Restart(), saved ? "new" : "old") << step << " " << failures;
+    }
+  }
+  tree.Write("kelvo.xml.bak", "");
+  ShakyFiles files;
+  files.held = path + ".bak";
+  files.error = qv::kelvo::kBusyError;
+  for (const char* text : {"new", "old"}) {
+    EXPECT_TRUE(Settings(text).SaveFile(With(files, clock), path));
+    EXPECT_EQ(tree.Read("kelvo.xml.bak"), "");
+  }
+  EXPECT_EQ(Restart(), "old");
 }
 
 TEST_F(XmlFile, FailuresHaveTheirOwnWords) {
@@ -115,23 +145,26 @@ TEST_F(XmlFile, LoadFallsBackToTheBackupAndPutsItInPlace) {
   tree.Write("kelvo.xml.bak", kOld);
   qv::kelvo::FaultyFiles media(SystemPlatform().mediaFiles);
   qv::kelvo::Platform platform = With(SystemPlatform().durableFiles);
-  qv::kelvo::Platform faulty{platform.clock, platform.drives,       platform.directories,
-                             media,          platform.durableFiles, platform.diskSync};
+  qv::kelvo::ManualClock clock;
+  qv::kelvo::Platform faulty{clock, platform.drives,       platform.directories,
+                             media, platform.durableFiles, platform.diskSync};
   for (const auto call : {FileCall::Open, FileCall::Size, FileCall::ReadAt}) {
-    media.Set({call, 1, 3, EIO, 0, "kelvo.xml"});
+    media.Set({call, 1, 3, ENOSPC, 0, "kelvo.xml"});
     EXPECT_EQ(document.LoadFileWithBackup(faulty, path), XmlFileState::Unreadable);
     EXPECT_EQ(document.ErrorId(), 2);
     media.ClearFaults();
-    media.Set({call, 1, 1, EIO, 0, "kelvo.xml"});
-    EXPECT_EQ(document.LoadFile(media, path), XmlFileState::Good) << "tried again";
+    media.Set({call, 1, 1, ENOSPC, 0, "kelvo.xml"});
+    EXPECT_EQ(document.LoadFile(faulty, path), XmlFileState::Good) << "tried again";
+    media.Set({call, 1, 20, qv::kelvo::kBusyError, 0, "kelvo.xml"});
+    EXPECT_EQ(document.LoadFile(faulty, path), XmlFileState::Good) << "and waited for";
   }
   EXPECT_EQ(tree.Files().size(), 2u);
   fs::resize_file(path, std::uint64_t{2} << 30);
-  EXPECT_EQ(document.LoadFile(media, path), XmlFileState::Damaged);
+  EXPECT_EQ(document.LoadFile(faulty, path), XmlFileState::Damaged);
   EXPECT_EQ(document.ErrorId(), 2);
   fs::remove(path);
   fs::create_directory(path);
-  EXPECT_EQ(document.LoadFile(media, path), XmlFileState::Damaged);
+  EXPECT_EQ(document.LoadFile(faulty, path), XmlFileState::Damaged);
 }
 
 // What was written is read back before it takes the place of what is there.
@@ -168,7 +201,7 @@ TEST_F(XmlFile, LargestMessageMakesAFileThatAStartReads) {
   EXPECT_TRUE(document.SaveFile(SystemPlatform(), path)) << document.ErrorDesc();
   EXPECT_GT(fs::file_size(path), text.size());
   document.Clear();
-  EXPECT_EQ(document.LoadFile(SystemPlatform().mediaFiles, path), XmlFileState::Good);
+  EXPECT_EQ(document.LoadFile(SystemPlatform(), path), XmlFileState::Good);
 }
 
 }  // namespace

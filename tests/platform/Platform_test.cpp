@@ -5,6 +5,7 @@
 #include <sstream>
 #include <vector>
 
+#include "platform/Files.h"
 #include "tests/platform/Fixtures.h"
 
 // What all systems answer alike, save for their error numbers.
@@ -125,9 +126,9 @@ TEST_F(DurableFilesTest, WritesReplaceAndRenamesDoNot) {
   EXPECT_EQ(files.Rename(tree.Path("from"), tree.Path("to")), 0);
   EXPECT_EQ(tree.Files(), std::vector<std::string>{"to"});
   EXPECT_EQ(tree.Read("to"), "new");
-  EXPECT_TRUE(files.IsMissing(files.Remove(tree.Path("none"))));
-  EXPECT_TRUE(files.IsMissing(files.Rename(tree.Path("none"), tree.Path("other"))));
-  EXPECT_FALSE(files.IsMissing(0));
+  EXPECT_TRUE(IsMissing(files.Remove(tree.Path("none"))));
+  EXPECT_TRUE(IsMissing(files.Rename(tree.Path("none"), tree.Path("other"))));
+  EXPECT_FALSE(IsMissing(0));
 }
 
 TEST(Pattern, MatchesWholeNamesWithoutRegardToCase) {

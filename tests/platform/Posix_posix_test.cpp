@@ -11,6 +11,7 @@
 #include <iterator>
 #include <set>
 
+#include "platform/Files.h"
 #include "tests/platform/Fixtures.h"
 
 // What only Linux has: links, descriptors, the drives in a directory, files that may not grow.
@@ -204,7 +205,7 @@ TEST_F(DurableFilesTest, TellTheStepThatFailed) {
   }
   const Limit limit(RLIMIT_FSIZE, 0);
   ExpectWrite("full.xml", "123456", Step::Write, EFBIG, 0);
-  EXPECT_FALSE(files.IsMissing(files.Remove(tree.Path("short.xml/below"))));
+  EXPECT_FALSE(IsMissing(files.Remove(tree.Path("short.xml/below"))));
 }
 
 TEST_F(DurableFilesTest, FileThatAnotherProcessSavesIsLeftAlone) {

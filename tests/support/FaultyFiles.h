@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cerrno>
 #include <condition_variable>
 #include <functional>
 #include <limits>
@@ -15,6 +16,13 @@ namespace qv::kelvo {
 
 enum class FileCall { Open, ReadAt, WriteAt, Size, SetSize, CreationTime, Close };
 inline constexpr std::size_t kFileCalls = 7;
+
+// Told when another program has the file for a moment.
+#ifdef _WIN32
+inline constexpr int kBusyError = 32;
+#else
+inline constexpr int kBusyError = EBUSY;
+#endif
 
 // What goes wrong, and when.
 struct FileFault {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 
 #include "platform/Clock.h"
 
@@ -13,6 +14,13 @@ class ManualClock : public Clock {
 
   UtcMs NowMs() override { return now.load(); }
   std::int64_t SteadyNs() override { return steady.load(); }
+
+  // Takes no time but the clock's; then whoever was waited for gets its turn.
+  void Pause(int milliseconds) override {
+    Advance(milliseconds);
+    if (onPause) onPause();
+  }
+  std::function<void()> onPause;
 
   // Moves both clocks forward.
   void Advance(std::int64_t milliseconds) {

@@ -21,14 +21,17 @@ class ShakyFiles : public DurableFiles {
     return failure != 0 ? WriteResult{WriteStep::Create, failure, 0} : real.WriteNew(path, content);
   }
   int Rename(const std::string& from, const std::string& to) override {
-    const int failure = Step();
+    const int failure = Step(from, to);
     return failure != 0 ? failure : real.Rename(from, to);
   }
+  int Replace(const std::string& from, const std::string& to) override {
+    const int failure = Step(from, to);
+    return failure != 0 ? failure : real.Replace(from, to);
+  }
   int Remove(const std::string& path) override {
-    const int failure = Step();
+    const int failure = Step(path, path);
     return failure != 0 ? failure : real.Remove(path);
   }
-  bool IsMissing(int number) const override { return real.IsMissing(number); }
 
   // Counts the calls on files of that name among these, too.
   void Join(FaultyFiles& media, const std::string& name) {
@@ -45,15 +48,19 @@ class ShakyFiles : public DurableFiles {
   }
 
   int fatefulStep = 0;
+  int failures = 1;  // so many steps in a row, from that one
+  std::string held;  // a name that no step can be taken on
   bool dies = false;  // fails otherwise
-  int error = 5;
+  int error = 29;  // on no system one that passes
   int steps = 0;
   std::size_t cutAt = std::string::npos;  // the process dies when so much was written
   const WriteResult* writeFailure = nullptr;
 
  private:
-  int Step() {
-    if (++steps != fatefulStep) return 0;
+  int Step(const std::string& from = "", const std::string& to = "") {
+    if (!held.empty() && (from == held || to == held)) return error;
+    ++steps;
+    if (steps < fatefulStep || steps >= fatefulStep + failures || fatefulStep == 0) return 0;
     if (dies) throw Died();
     return error;
   }

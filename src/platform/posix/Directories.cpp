@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <ctime>
 #include <memory>
@@ -75,14 +74,6 @@ class DirectoriesOnPosix : public Directories {
 };
 
 }  // namespace
-
-int RemoveEmptyDirectory(const std::string& path) {
-  // A separator at its end would lead through a link.
-  const std::string bare = path.ends_with('/') ? path.substr(0, path.size() - 1) : path;
-  if (rmdir(bare.c_str()) == 0) return 0;
-  const bool occupied = errno == EEXIST || errno == ENOTDIR || errno == EBUSY;
-  return occupied ? ENOTEMPTY : errno;
-}
 
 Directories& PosixDirectories() {
   static DirectoriesOnPosix directories;

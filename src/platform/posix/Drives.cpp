@@ -1,9 +1,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <boost/filesystem/operations.hpp>
 
 #include "platform/DriveSpace.h"
+#include "platform/Files.h"
 #include "platform/posix/Posix.h"
 
 namespace qv::kelvo {
@@ -54,10 +54,9 @@ class DrivesOnPosix : public Drives {
  private:
   // The path is not resolved further, so that a drive's name is the one its operator chose.
   static int Place(std::string& place) {
-    boost::system::error_code error;
-    const boost::filesystem::path current = boost::filesystem::current_path(error);
-    if (!error) place = (current / kDrivesDirectory).string();
-    return error.value();
+    const int error = CurrentDirectory(place);
+    if (error == 0) place = (place == "/" ? "" : place) + '/' + kDrivesDirectory;
+    return error;
   }
 };
 

@@ -85,9 +85,11 @@ class DurableFilesOnPosix : public DurableFiles {
     return error;
   }
 
-  int Remove(const std::string& path) override { return unlink(path.c_str()) == 0 ? 0 : errno; }
+  int Replace(const std::string& from, const std::string& to) override {
+    return rename(from.c_str(), to.c_str()) == 0 ? SyncDirectory(ParentOf(to)) : errno;
+  }
 
-  bool IsMissing(int error) const override { return error == ENOENT; }
+  int Remove(const std::string& path) override { return unlink(path.c_str()) == 0 ? 0 : errno; }
 };
 
 }  // namespace

@@ -21,6 +21,11 @@ class SystemClock : public Clock {
     return std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
   }
 
+  void Pause(int milliseconds) override {
+    const timespec duration{milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
+    nanosleep(&duration, nullptr);
+  }
+
  private:
   static timespec Read(clockid_t clock) {
     timespec now{};

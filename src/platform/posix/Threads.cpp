@@ -12,12 +12,20 @@ constexpr int kNiceness = 15;
 
 }  // namespace
 
-void YieldToOtherThreads() {
+void PrepareThread() {}
+
+std::uint64_t YieldToOtherThreads() {
   // Here the value belongs to the thread, not to its process.
   const auto thread = static_cast<id_t>(syscall(SYS_gettid));
   if (getpriority(PRIO_PROCESS, thread) < kNiceness) {
     (void)setpriority(PRIO_PROCESS, thread, kNiceness);
   }
+  return thread;
+}
+
+void RaiseThread(std::uint64_t thread) {
+  const int ordinary = getpriority(PRIO_PROCESS, static_cast<id_t>(getpid()));
+  (void)setpriority(PRIO_PROCESS, static_cast<id_t>(thread), ordinary);
 }
 
 }  // namespace qv::kelvo

@@ -91,15 +91,6 @@ class DirectoriesOnWin32 : public Directories {
 
 }  // namespace
 
-int RemoveEmptyDirectory(const std::string& path) {
-  const std::wstring wide = WidePath(path);
-  const DWORD attributes = GetFileAttributesW(wide.c_str());
-  if (attributes == INVALID_FILE_ATTRIBUTES) return LastError();
-  // Junctions, links and mount folders go at once, full or not.
-  if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0) return ERROR_DIR_NOT_EMPTY;
-  return RemoveDirectoryW(wide.c_str()) != 0 ? 0 : LastError();
-}
-
 Directories& Win32Directories() {
   static DirectoriesOnWin32 directories;
   return directories;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "platform/NativePath.h"
 #include "platform/win32/Win32.h"
 
 namespace qv::kelvo {
@@ -26,6 +27,11 @@ class DurableFilesOnWin32 : public DurableFiles {
       result.error = LastError();
     }
     result.written = written;
+    // Writing through ends at the cache of many a disk.
+    if (result.step == WriteStep::Done && FlushFileBuffers(file) == 0) {
+      result.step = WriteStep::Write;
+      result.error = LastError();
+    }
     if (CloseHandle(file) == 0 && result.step == WriteStep::Done) {
       result.step = WriteStep::Close;
       result.error = LastError();
@@ -39,12 +45,25 @@ class DurableFilesOnWin32 : public DurableFiles {
     return done ? 0 : LastError();
   }
 
-  int Remove(const std::string& path) override {
-    return DeleteFileW(WidePath(path).c_str()) != 0 ? 0 : LastError();
+  int Replace(const std::string& from, const std::string& to) override {
+    return Clearing(to, [wideFrom = WidePath(from), wideTo = WidePath(to)] {
+      return MoveFileExW(wideFrom.c_str(), wideTo.c_str(),
+                         MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH);
+    });
   }
 
-  bool IsMissing(int error) const override {
-    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+  int Remove(const std::string& path) override {
+    return Clearing(path, [wide = WidePath(path)] { return DeleteFileW(wide.c_str()); });
+  }
+
+ private:
+  // Makes a call, which fails on a file that is marked read-only, whatever the mark.
+  template <typename Call>
+  static int Clearing(const std::string& path, Call call) {
+    if (call() != 0) return 0;
+    const int error = LastError();
+    if (error != ERROR_ACCESS_DENIED || !ClearReadOnly(path)) return error;
+    return call() != 0 ? 0 : LastError();
   }
 };
 

@@ -1,14 +1,7 @@
-#include <fcntl.h>
-#include <io.h>
-#include <share.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
-#include <bit>
-#include <cerrno>
-#include <climits>
-#include <cstdlib>
+#include <cstring>
+#include <utility>
 
 #include "platform/win32/Win32.h"
 
@@ -16,65 +9,54 @@ namespace qv::kelvo {
 
 namespace {
 
-constexpr std::size_t kMaxTransfer = INT_MAX;
-constexpr std::size_t kGathered = 16'384;
+constexpr std::size_t kMaxTransfer = 1u << 30;
+constexpr std::size_t kGathered = 64 * 1024;
 
-// The system's error number behind a failed call of the C runtime, which tells none where it
-// refused by itself.
-int RuntimeError() {
-  const int failed = errno;
-  if (_doserrno != 0) return static_cast<int>(_doserrno);
-  switch (failed) {
-    case EBADF:
-      return ERROR_INVALID_HANDLE;
-    case ENOSPC:
-      return ERROR_DISK_FULL;
-    case EMFILE:
-      return ERROR_TOO_MANY_OPEN_FILES;
-    default:
-      return ERROR_INVALID_PARAMETER;
-  }
-}
-
-void ForgetErrors() {
-  errno = 0;
-  _doserrno = 0;
-}
-
+// Read and written at given places only: where the system believes the file to stand never matters.
 class MediaFileOnWin32 : public MediaFile {
  public:
-  explicit MediaFileOnWin32(int descriptor) : fd(descriptor) {}
-  ~MediaFileOnWin32() override { Close(); }
-  MediaFileOnWin32(const MediaFileOnWin32&) = delete;
-  MediaFileOnWin32& operator=(const MediaFileOnWin32&) = delete;
+  explicit MediaFileOnWin32(OwnedHandle opened) : handle(std::move(opened)) {}
 
   IoResult ReadAt(std::uint64_t offset, MutableBytes buffer) override {
     IoResult result;
-    if (result.error = SeekTo(offset); result.error != 0) return result;
     while (result.bytes < buffer.size()) {
       const MutableBytes rest = buffer.subspan(result.bytes);
-      ForgetErrors();
-      const int count = _read(fd, rest.data(), Amount(rest.size()));
-      if (count <= 0) {
-        if (count < 0) result.error = RuntimeError();
+      OVERLAPPED place{};
+      DWORD count = 0;
+      result.error = PlaceAt(offset + result.bytes, place);
+      if (result.error != 0) break;
+      if (ReadFile(Handle(), rest.data(), Amount(rest.size()), &count, &place) == 0) {
+        result.error = LastError();
+        if (result.error == ERROR_HANDLE_EOF) result.error = 0;
         break;
       }
-      result.bytes += static_cast<std::size_t>(count);
+      if (count == 0) break;
+      result.bytes += count;
     }
-    Moved(offset, result);
-    // The runtime remembers the end that it has met until the next seek, though the file may grow.
-    if (result.bytes < buffer.size()) position = kUnknown;
     return result;
   }
 
-  // The system has no gathering write for files that are read and written through its cache, so
-  // that small parts are copied together.
+  // The system has no gathering write for files that are read and written through its cache. Each
+  // call passes by every scanner, which costs more than copying what is small.
   IoResult WriteAt(std::uint64_t offset, std::span<const ConstBytes> parts) override {
     if (parts.size() > kMaxWriteParts) return {0, ERROR_INVALID_PARAMETER};
+    std::array<std::byte, kGathered> gathered;
+    std::size_t held = 0;
     IoResult result;
-    if (result.error = SeekTo(offset); result.error != 0) return result;
-    WriteGathered(parts, result);
-    Moved(offset, result);
+    const auto flush = [&] {
+      return WritePart(offset, ConstBytes(gathered).first(std::exchange(held, 0)), result);
+    };
+    for (const ConstBytes part : parts) {
+      if (part.empty()) continue;
+      if (part.size() > gathered.size() - held && !flush()) return result;
+      if (part.size() > gathered.size()) {
+        if (!WritePart(offset, part, result)) return result;
+        continue;
+      }
+      std::memcpy(gathered.data() + held, part.data(), part.size());
+      held += part.size();
+    }
+    (void)flush();
     return result;
   }
 
@@ -93,7 +75,6 @@ class MediaFileOnWin32 : public MediaFile {
   }
 
   int SetSize(std::uint64_t bytes) override {
-    position = kUnknown;
     LARGE_INTEGER end{};
     end.QuadPart = static_cast<LONGLONG>(bytes);
     if (SetFilePointerEx(Handle(), end, nullptr, FILE_BEGIN) == 0) return LastError();
@@ -101,98 +82,62 @@ class MediaFileOnWin32 : public MediaFile {
   }
 
   int Close() override {
-    if (fd < 0) return 0;
-    const int closing = fd;
-    fd = -1;
-    ForgetErrors();
-    return _close(closing) == 0 ? 0 : RuntimeError();
+    const HANDLE closing = handle.release();
+    return closing == nullptr || CloseHandle(closing) != 0 ? 0 : LastError();
   }
 
  private:
-  static constexpr std::uint64_t kUnknown = UINT64_MAX;
-
-  static unsigned Amount(std::size_t bytes) {
-    return static_cast<unsigned>(std::min(bytes, kMaxTransfer));
+  static DWORD Amount(std::size_t bytes) {
+    return static_cast<DWORD>(std::min(bytes, kMaxTransfer));
   }
 
-  // The runtime ends the process when it is asked about a closed descriptor; the system doesn't.
-  [[nodiscard]] HANDLE Handle() const {
-    return fd < 0 ? INVALID_HANDLE_VALUE : std::bit_cast<HANDLE>(_get_osfhandle(fd));
-  }
+  // Without one that is open: such as every call refuses.
+  [[nodiscard]] HANDLE Handle() const { return handle ? handle.get() : INVALID_HANDLE_VALUE; }
 
-  // Transfers mostly follow one another, so that the file stands where the next one begins.
-  int SeekTo(std::uint64_t offset) {
-    if (fd < 0) return ERROR_INVALID_HANDLE;
+  static int PlaceAt(std::uint64_t offset, OVERLAPPED& place) {
     if (offset > INT64_MAX) return ERROR_NEGATIVE_SEEK;
-    if (offset == position) return 0;
-    ForgetErrors();
-    if (_lseeki64(fd, static_cast<std::int64_t>(offset), SEEK_SET) < 0) {
-      position = kUnknown;
-      return RuntimeError();
-    }
-    position = offset;
+    place.Offset = static_cast<DWORD>(offset);
+    place.OffsetHigh = static_cast<DWORD>(offset >> 32);
     return 0;
   }
 
-  void Moved(std::uint64_t offset, const IoResult& result) {
-    position = result.error == 0 ? offset + result.bytes : kUnknown;
-  }
-
-  void WriteGathered(std::span<const ConstBytes> parts, IoResult& result) {
-    std::array<std::byte, kGathered> gathered;
-    std::size_t used = 0;
-    for (const ConstBytes part : parts) {
-      if (part.size() > gathered.size() - used) {
-        if (!WritePart(ConstBytes(gathered).first(used), result)) return;
-        used = 0;
-        if (part.size() > gathered.size()) {
-          if (!WritePart(part, result)) return;
-          continue;
-        }
-      }
-      std::ranges::copy(part, gathered.begin() + static_cast<std::ptrdiff_t>(used));
-      used += part.size();
-    }
-    (void)WritePart(ConstBytes(gathered).first(used), result);
-  }
-
-  // False when the part didn't get out whole.
-  bool WritePart(ConstBytes part, IoResult& result) {
+  // Writes behind what `result` counts already. False when the part didn't get out whole.
+  bool WritePart(std::uint64_t offset, ConstBytes part, IoResult& result) {
     while (!part.empty()) {
-      const unsigned amount = Amount(part.size());
-      ForgetErrors();
-      const int count = _write(fd, part.data(), amount);
-      if (count < 0) {
-        // What is out already counts as a short write; the next one tells the reason.
-        if (result.bytes == 0) result.error = RuntimeError();
-        position = kUnknown;
-        return false;
+      OVERLAPPED place{};
+      DWORD count = 0;
+      int error = PlaceAt(offset + result.bytes, place);
+      if (error == 0 &&
+          WriteFile(Handle(), part.data(), Amount(part.size()), &count, &place) == 0) {
+        error = LastError();
       }
-      result.bytes += static_cast<std::size_t>(count);
-      if (static_cast<unsigned>(count) < amount) return false;
-      part = part.subspan(amount);
+      // What is out already counts as a short write; the next one tells the reason.
+      if (error != 0 && result.bytes == 0) result.error = error;
+      result.bytes += count;
+      if (error != 0 || count < Amount(part.size())) return false;
+      part = part.subspan(count);
     }
     return true;
   }
 
-  int fd;
-  std::uint64_t position = 0;
+  OwnedHandle handle;
 };
 
 class MediaFilesOnWin32 : public MediaFiles {
  public:
   int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
     file.reset();
-    int flags = _O_BINARY | _O_NOINHERIT;
-    flags |= mode == OpenMode::Read ? _O_RDONLY : _O_RDWR | _O_CREAT;
-    if (mode == OpenMode::CreateOrTruncate) flags |= _O_TRUNC;
-    int fd = -1;
-    ForgetErrors();
-    // The only rights that the system knows: everybody may read, and write.
-    if (_wsopen_s(&fd, WidePath(path).c_str(), flags, _SH_DENYNO, _S_IREAD | _S_IWRITE) != 0) {
-      return RuntimeError();
-    }
-    file = std::make_unique<MediaFileOnWin32>(fd);
+    const bool reads = mode == OpenMode::Read;
+    const DWORD found = reads                               ? OPEN_EXISTING
+                        : mode == OpenMode::CreateOrKeep    ? OPEN_ALWAYS
+                                                            : CREATE_ALWAYS;
+    const HANDLE handle =
+        CreateFileW(WidePath(path).c_str(), reads ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE,
+                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, found, FILE_ATTRIBUTE_NORMAL,
+                    nullptr);
+    if (handle == INVALID_HANDLE_VALUE) return LastError();
+    LowerIfYielding(handle);
+    file = std::make_unique<MediaFileOnWin32>(OwnedHandle(handle));
     return 0;
   }
 

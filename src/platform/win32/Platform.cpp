@@ -1,4 +1,4 @@
-#include <boost/filesystem/detail/utf8_codecvt_facet.hpp>
+#include <algorithm>
 #include <boost/filesystem/path.hpp>
 #include <locale>
 
@@ -11,11 +11,37 @@ const std::string_view kPathSeparators = "\\/";
 
 namespace {
 
-// Narrow paths are UTF-8 in this module, whatever the process's code page is. Done while the module
-// is loaded, since paths are made before anything of the platform is asked for.
-const bool kPathsAreUtf8 = [] {
-  boost::filesystem::path::imbue(
-      std::locale(std::locale(), new boost::filesystem::detail::utf8_codecvt_facet));
+// Boost's own between narrow and wide paths, as the archive targets' interface takes them, by the
+// conversions that all other paths take: UTF-8 whatever the process's code page is, all characters,
+// and nothing that throws. The library gives room for the longest outcome.
+class PathConversion : public std::codecvt<wchar_t, char, std::mbstate_t> {
+ private:
+  result do_in(std::mbstate_t&, const char* from, const char* end, const char*& next, wchar_t* to,
+               wchar_t* last, wchar_t*& out) const override {
+    next = end;
+    return Put(ToWide({from, end}), to, last, out);
+  }
+  result do_out(std::mbstate_t&, const wchar_t* from, const wchar_t* end, const wchar_t*& next,
+                char* to, char* last, char*& out) const override {
+    next = end;
+    return Put(ToUtf8({from, end}), to, last, out);
+  }
+  bool do_always_noconv() const noexcept override { return false; }
+  int do_encoding() const noexcept override { return 0; }
+
+  template <typename Text, typename Letter>
+  static result Put(const Text& text, Letter* to, const Letter* last, Letter*& out) {
+    out = to;
+    if (text.size() > static_cast<std::size_t>(last - to)) return error;
+    out = std::copy(text.begin(), text.end(), to);
+    return ok;
+  }
+};
+
+// Done while the module is loaded, since paths are made before anything of the platform is asked
+// for.
+const bool kPathsAreConverted = [] {
+  boost::filesystem::path::imbue(std::locale(std::locale::classic(), new PathConversion));
   return true;
 }();
 
@@ -36,6 +62,8 @@ class SystemClock : public Clock {
     const std::int64_t rest = count.QuadPart % frequency;
     return seconds * kNsPerSecond + rest * kNsPerSecond / frequency;
   }
+
+  void Pause(int milliseconds) override { Sleep(static_cast<DWORD>(milliseconds)); }
 
  private:
   static std::int64_t Frequency() {

@@ -55,6 +55,9 @@ struct CloseHandleOf {
 };
 using OwnedHandle = std::unique_ptr<HANDLE, CloseHandleOf>;
 
+// Lets the disk serve others before this file, if it is a yielding thread's (platform/Threads.h).
+void LowerIfYielding(HANDLE file);
+
 // Opens a file or directory to look at its attributes only; null with GetLastError set on failure.
 [[nodiscard]] OwnedHandle OpenAttributes(const std::string& path);
 
