@@ -26,8 +26,11 @@ CFileSystem::CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system)
       sweeper(system, SweeperOwner()),
       disk(system,
            [](const std::string& root, int error) {
-             LogPrintf(error != 0 ? LogError : LogInfo, "Write-back to %s: error %d", root.c_str(),
-                       error);
+             if (error != 0) {
+               LogPrintf(LogError, "Write-back to %s fails: error %d", root.c_str(), error);
+             } else {
+               LogPrintf(LogInfo, "Write-back to %s works again", root.c_str());
+             }
            }),
       healer(system, disk) {}
 

@@ -26,7 +26,7 @@ std::shared_ptr<TransferHandle> TransferManager::UploadFile(
   handle->contentType = contentType;
   handle->metadata = metadata;
   handle->context = context;
-  boost::filesystem::ifstream file(fileName, std::ios::binary | std::ios::ate);
+  std::ifstream file = OpenFile(fileName, std::ios::ate);
   if (const std::streamoff size = file.tellg(); file && size >= 0) {
     handle->total = static_cast<std::uint64_t>(size);
     handle->multipart = handle->total > config.bufferSize;

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <boost/filesystem/fstream.hpp>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
 
@@ -8,6 +9,12 @@
 #include "aws/transfer/TransferManager.h"
 
 namespace Aws::Transfer {
+
+// The file of that name, which is UTF-8, for reading.
+[[nodiscard]] inline std::ifstream OpenFile(const String& name, std::ios::openmode mode = {}) {
+  const std::u8string text(name.begin(), name.end());
+  return std::ifstream(std::filesystem::path(text), std::ios::binary | mode);
+}
 
 // One run of one transfer, on a thread of the executor. A task that is dropped unrun ends its
 // transfer as cancelled.
@@ -33,10 +40,10 @@ class TransferTask {
   [[nodiscard]] Compat::S3Result<Compat::Response> Fetch(std::size_t part, std::uint64_t bytes);
   // The stream, which is made anew until the object's size is known, at that place.
   IOStream* OpenStream(std::uint64_t at);
-  void UploadWhole(boost::filesystem::ifstream& file);
-  void UploadInParts(boost::filesystem::ifstream& file);
+  void UploadWhole(std::ifstream& file);
+  void UploadInParts(std::ifstream& file);
   [[nodiscard]] bool BeginParts();
-  [[nodiscard]] bool UploadPart(boost::filesystem::ifstream& file, std::size_t part);
+  [[nodiscard]] bool UploadPart(std::ifstream& file, std::size_t part);
   void CompleteParts();
 
   // Runs `work` for each part that isn't done, until one fails.

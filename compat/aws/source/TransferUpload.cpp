@@ -19,7 +19,7 @@ constexpr char kCannotOpen[] = "The requested file could not be opened.";
 constexpr char kFileChanged[] = "The file has changed.";
 constexpr char kBadMetadata[] = "The metadata can't be sent.";
 
-bool ReadAt(boost::filesystem::ifstream& file, std::uint64_t at, std::string& bytes) {
+bool ReadAt(std::ifstream& file, std::uint64_t at, std::string& bytes) {
   file.clear();
   file.seekg(static_cast<std::streamoff>(at));
   file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
@@ -34,7 +34,7 @@ std::string HeaderOf(const Response& response, const char* name) {
 }  // namespace
 
 void TransferTask::Upload() {
-  boost::filesystem::ifstream file(handle->targetFile, std::ios::binary);
+  std::ifstream file = OpenFile(handle->targetFile);
   if (!file) return Fail(LocalError(kCannotOpen));
   Report(*manager, handle, TransferStatus::IN_PROGRESS);
   if (IsCancelled()) return Fail(Compat::CancelledError());
@@ -45,7 +45,7 @@ void TransferTask::Upload() {
   }
 }
 
-void TransferTask::UploadWhole(boost::filesystem::ifstream& file) {
+void TransferTask::UploadWhole(std::ifstream& file) {
   std::string bytes(handle->GetBytesTotalSize(), '\0');
   if (!ReadAt(file, 0, bytes)) return Fail(LocalError(kFileChanged));
   Request request = NewRequest("PUT");
@@ -57,7 +57,7 @@ void TransferTask::UploadWhole(boost::filesystem::ifstream& file) {
   Complete();
 }
 
-void TransferTask::UploadInParts(boost::filesystem::ifstream& file) {
+void TransferTask::UploadInParts(std::ifstream& file) {
   if (handle->uploadId.empty() && !BeginParts()) return;
   if (!RunParts([&](std::size_t part) { return UploadPart(file, part); })) return Fail();
   CompleteParts();
@@ -80,7 +80,7 @@ bool TransferTask::BeginParts() {
   return true;
 }
 
-bool TransferTask::UploadPart(boost::filesystem::ifstream& file, std::size_t part) {
+bool TransferTask::UploadPart(std::ifstream& file, std::size_t part) {
   std::string bytes(PartBytes(part), '\0');
   if (!ReadAt(file, part * manager->config.bufferSize, bytes)) {
     Tell(LocalError(kFileChanged));
