@@ -83,11 +83,17 @@ namespace {
 std::string EmptyTestDrive() {
   const char* name = std::getenv("KELVO_TEST_DRIVE");
   if (name == nullptr) throw std::runtime_error("KELVO_TEST_DRIVE must name a drive for tests");
-  for (const auto& entry : fs::directory_iterator(name)) fs::remove_all(entry.path());
+  boost::system::error_code kept;  // what the system has at the root of a real drive
+  for (const auto& entry : fs::directory_iterator(name)) fs::remove_all(entry.path(), kept);
   return name;
 }
 
 }  // namespace
+
+std::string ModulePath(const std::string& built) {
+  const char* folder = std::getenv("KELVO_MODULES");
+  return folder == nullptr ? built : (fs::path(folder) / fs::path(built).filename()).string();
+}
 
 PluginTest::PluginTest(const std::string& module)
     : recordedBelow(module == KELVO_PLUGIN && qv::kelvo::kPathSeparator == '\\'
@@ -96,7 +102,7 @@ PluginTest::PluginTest(const std::string& module)
       before(fs::current_path()) {
   tree.MakeDirectory("drives/a");
   fs::current_path(tree.Root());
-  host = std::make_unique<SimHost>(module);
+  host = std::make_unique<SimHost>(ModulePath(module));
   host->SetQuarantine(true);
 }
 

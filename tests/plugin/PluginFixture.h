@@ -51,6 +51,9 @@ std::int64_t TimeOf(const Frame& frame);
 // Checks that a file's frames are the given ones: content, type, flags, time and metadata.
 void ExpectFrames(const std::vector<const PsFrame*>& found, std::span<const Frame> given);
 
+// Where a module lies: in the folder KELVO_MODULES, if it is set, else where it was built.
+[[nodiscard]] std::string ModulePath(const std::string& built);
+
 // Runs the plug-in in a directory of its own with one drive, drives/a; where drives are letters,
 // the module without seams has the one that KELVO_TEST_DRIVE names, which is emptied. At the end it
 // must have released every buffer exactly once.

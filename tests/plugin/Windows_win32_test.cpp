@@ -88,7 +88,7 @@ TEST_F(WindowsPlugin, LibraryIsGoneOnceItIsFreed) {
   EXPECT_NE(GetModuleHandleA("kelvo.dll"), nullptr);
   host.reset();
   EXPECT_EQ(GetModuleHandleA("kelvo.dll"), nullptr);
-  host = std::make_unique<SimHost>(KELVO_PLUGIN);
+  host = std::make_unique<SimHost>(ModulePath(KELVO_PLUGIN));
 }
 
 }  // namespace
