@@ -51,8 +51,8 @@ class XmlDocument : public TiXmlDocument {
   bool ParseText(std::string_view text);
 
   // Reads and parses a regular file; after anything but Good the document's error is set. What a
-  // file may hold leaves room for the largest message beside the rest. This, saving, too, waits up to
-  // some seconds for other programs that have the file just then.
+  // file may hold leaves room for the largest message beside the rest. This, saving, too, waits up
+  // to some seconds for other programs that have the file just then.
   XmlFileState LoadFile(const qv::kelvo::Platform& platform, const std::string& path);
 
   // Writes the document so that a crash or power cut at any moment leaves the old or the new file,

@@ -63,7 +63,8 @@ template <typename Step>
   constexpr int kPatienceMs = 1500;
   constexpr int kPauseMs = 50;
   int error = step();
-  for (int waited = 0; (IsBusy(error) || alsoBusy(error)) && waited < kPatienceMs; waited += kPauseMs) {
+  for (int waited = 0; (IsBusy(error) || alsoBusy(error)) && waited < kPatienceMs;
+       waited += kPauseMs) {
     clock.Pause(kPauseMs);
     error = step();
   }

@@ -76,11 +76,12 @@ void NetworkTargets::ReplaceArchives(const TiXmlElement& element, qv::kelvo::Pla
 void NetworkTargets::RefuseBucketsOn(const std::map<std::string, DriveRecord>& drives) {
   for (auto archive = archives.begin(); archive != archives.end();) {
     std::string root;
-    const auto drive =
-        qv::kelvo::IsBucket(*archive->second, root)
-            ? std::ranges::find_if(
-                  drives, [&root](const auto& entry) { return qv::kelvo::Overlap(root, entry.first); })
-            : drives.end();
+    const auto drive = qv::kelvo::IsBucket(*archive->second, root)
+                           ? std::ranges::find_if(drives,
+                                                  [&root](const auto& entry) {
+                                                    return qv::kelvo::Overlap(root, entry.first);
+                                                  })
+                           : drives.end();
     if (drive == drives.end()) {
       ++archive;
       continue;

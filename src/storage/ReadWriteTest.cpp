@@ -61,14 +61,14 @@ bool Read(const qv::kelvo::Platform& platform, const std::string& path, Block& b
 bool ReadWriteTest::Prepare(const std::string& directory, const std::string& path) {
   for (const std::string& left : {path, directory}) {
     // A file that somebody holds may be gone and still fill its directory.
-    const int error = WhileBusy(platform.clock, [&] { return Remove(left); }, &qv::kelvo::IsNotEmpty);
+    const int error = WhileBusy(
+        platform.clock, [&] { return Remove(left); }, &qv::kelvo::IsNotEmpty);
     if (error == 0) continue;
     LogPrintf(LogError, "RWT - remove %s, %s", left.c_str(), ErrorText(error).c_str());
     return false;
   }
   // A drive whose root is gone must not come back as a directory of another one.
-  const int error =
-      WhileBusy(platform.clock, [&] { return qv::kelvo::MakeDirectory(directory); });
+  const int error = WhileBusy(platform.clock, [&] { return qv::kelvo::MakeDirectory(directory); });
   if (error == 0) return true;
   LogPrintf(LogError, "RWT - create %s, %s", directory.c_str(), ErrorText(error).c_str());
   return false;

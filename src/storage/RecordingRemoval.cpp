@@ -1,6 +1,5 @@
 #include "storage/RecordingRemoval.h"
 
-
 #include "host/Log.h"
 #include "platform/Files.h"
 #include "platform/Platform.h"

@@ -23,7 +23,8 @@ constexpr std::int64_t kLastMinute = 59;
 void MakeDirectories(const std::string& directory) {
   if (directory.empty() || Exists(directory)) return;
   std::size_t parent = directory.find_last_of(kPathSeparators);
-  parent = parent == std::string::npos ? parent : directory.find_last_not_of(kPathSeparators, parent);
+  parent =
+      parent == std::string::npos ? parent : directory.find_last_not_of(kPathSeparators, parent);
   if (parent != std::string::npos) MakeDirectories(directory.substr(0, parent + 1));
   (void)MakeDirectory(directory);  // what fails is told when the file is opened
 }

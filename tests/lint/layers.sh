@@ -35,6 +35,11 @@ while IFS=: read -r file line text; do
   offence "$file:$line: use platform/Platform.h: $text"
 done < <(grep -rnE '#include "platform/(posix|win32)/' src | grep -v '^src/platform/')
 
+# Boost's file calls have a limit, a conversion and errors of their own.
+while IFS=: read -r file line text; do
+  offence "$file:$line: use platform/Files.h: $text"
+done < <(grep -rnE '#include <(boost/filesystem|wx/(dir|file))' src | grep -vE '^src/(platform|archiving)/')
+
 # What prints a broken number takes the decimal point of the process's locale.
 while IFS=: read -r file line text; do
   offence "$file:$line: use FormatFixed or SetDouble: $text"

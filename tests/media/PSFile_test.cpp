@@ -120,11 +120,12 @@ TEST_F(PSFileTest, RunThatIsCutShortEndsBehindItsLastWholeFrame) {
 // Faults at every other call are tested through the plug-in.
 TEST_F(PSFileTest, PathsWithoutRoomForTheIndexAreRefused) {
   EXPECT_EQ(IndexPath("/d/1530-10010100.ps"), "/d/1530-10010100.psi");
+  // Characters are counted, not bytes.
   const std::string directory =
-      tree.MakeDirectory(std::string(120, 'd') + "/" + std::string(80, 'e'));
+      tree.MakeDirectory(std::string(119, 'd') + "\xC3\xBC/" + std::string(80, 'e'));
   PSFile file(files);
   for (const std::size_t length : {259, 260, 261}) {
-    path = directory + std::string(length - directory.size(), 'n');
+    path = directory + std::string(length + 1 - directory.size(), 'n');
     EXPECT_EQ(Create(file), length < 260 ? kPsOk : kPsOpenFailed);
     EXPECT_EQ(files.OpenFiles(), length < 260 ? 2u : 0u);
     EXPECT_EQ(boost::filesystem::exists(path), length < 260);

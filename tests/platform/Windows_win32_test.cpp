@@ -1,6 +1,12 @@
+#define WIN32_LEAN_AND_MEAN
+#define NOMINMAX
+#include <windows.h>
+
 #include <algorithm>
 #include <boost/filesystem.hpp>
 
+#include "platform/Files.h"
+#include "platform/Threads.h"
 #include "tests/platform/Fixtures.h"
 
 // What only Windows has: sharing, letters, wide names, long paths.
@@ -28,22 +34,76 @@ TEST_F(MediaFilesTest, OpenFileIsSharedButStaysInItsPlace) {
   EXPECT_EQ(files.Open(tree.Root(), OpenMode::Read, directory), kAccessDenied);
 }
 
-TEST_F(MediaFilesTest, PlaceOfReadsAndWritesDoesNotDependOnTheirOrder) {
+TEST_F(MediaFilesTest, SmallPartsAreGatheredWithoutLosingAnyOrTheirOrder) {
   const auto file = Create("a.ps");
-  ASSERT_EQ(Write(*file, 0, {"0123456789"}).bytes, 10U);
-  EXPECT_EQ(Read(*file, 2, 3), "234");
-  ASSERT_EQ(Write(*file, 5, {"F"}).bytes, 1U);  // where the read has left the file
-  EXPECT_EQ(file->SetSize(8), 0);
-  ASSERT_EQ(Write(*file, 6, {"G"}).bytes, 1U);
-  EXPECT_EQ(Read(*file, 7, 9), "7");
-  ASSERT_EQ(Write(*file, 8, {"end"}).bytes, 3U);
-  EXPECT_EQ(tree.Read("a.ps"), "01234FG7end");
+  std::string all(10, '#');
+  for (const std::size_t size : {3, 70'000, 0, 20, 65'536, 40'000, 30'000, 1}) {
+    all.append(size, static_cast<char>('a' + all.size() % 26));
+  }
+  const std::string_view text = all;
+  ASSERT_EQ(Write(*file, 0, {text.substr(0, 10)}).bytes, 10U);
+  EXPECT_EQ(Write(*file, 10,
+                  {text.substr(10, 3), text.substr(13, 70'000), "", text.substr(70'013, 20),
+                   text.substr(70'033, 65'536), text.substr(135'569, 40'000),
+                   text.substr(175'569, 30'000), text.substr(205'569)})
+                .bytes,
+            all.size() - 10);
+  EXPECT_TRUE(tree.Read("a.ps") == all);
+  EXPECT_EQ(file->SetSize(12), 0);
+  ASSERT_EQ(Write(*file, 12, {"end"}).bytes, 3U);
+  EXPECT_EQ(Read(*file, 10, 99), all.substr(10, 2) + "end");
+}
 
-  const auto reader = Open("a.ps", OpenMode::Read);
-  EXPECT_EQ(Read(*reader, 0, 99), "01234FG7end");
-  EXPECT_EQ(Read(*reader, 11, 99), "");
-  ASSERT_EQ(Write(*file, 11, {"more"}).bytes, 4U);
-  EXPECT_EQ(Read(*reader, 11, 99), "more");
+// What the system calls find, Boost's must find, too: characters beyond U+FFFF, and bytes that are
+// no characters at all.
+TEST_F(MediaFilesTest, AnyNameIsTheSameForEveryCall) {
+  for (const char* name : {"\xF0\x9F\x98\x80.ps", "B\xFCro.ps", "\xED\xA0\x80.ps"}) {
+    const std::string path = tree.Root() + '\\' + name;
+    std::unique_ptr<MediaFile> file;
+    ASSERT_EQ(files.Open(path, OpenMode::CreateOrTruncate, file), 0);
+    ASSERT_EQ(Write(*file, 0, {"12345"}).bytes, 5U);
+    std::uint64_t size = 0;
+    EXPECT_EQ(FileSize(path, size), 0);  // while it is being written
+    EXPECT_EQ(size, 5U);
+    file->Close();
+    EXPECT_TRUE(Exists(path) && fs::exists(fs::path(path)));
+    EXPECT_EQ(fs::path(fs::path(path).string()), fs::path(path));
+    EXPECT_EQ(RemoveFile(path), 0);
+    EXPECT_TRUE(IsMissing(RemoveFile(path)));
+    DriveSpace space;
+    EXPECT_NE(SystemPlatform().drives.Space(std::string("Q:\\") + name, space), "");
+  }
+}
+
+TEST_F(DurableFilesTest, ReadOnlyMarkIsNoObstacleButAHolderIs) {
+  const std::string from = tree.Path("from"), to = tree.Path("to");
+  const auto mark = [&] {
+    tree.Write("from", "new");
+    tree.Write("to", "old");
+    EXPECT_NE(SetFileAttributesA(to.c_str(), FILE_ATTRIBUTE_READONLY), 0);
+  };
+  mark();
+  EXPECT_EQ(RemoveFile(to), 0);
+  mark();
+  EXPECT_EQ(files.Remove(to), 0);
+  mark();
+  EXPECT_EQ(files.Replace(from, to), 0);
+  EXPECT_EQ(tree.Read("to"), "new");
+  tree.Write("from", "newer");
+  const HANDLE held = CreateFileA(to.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  for (const int error : {RemoveFile(to), files.Remove(to), files.Replace(from, to)}) {
+    EXPECT_TRUE(IsBusy(error)) << error;
+  }
+  CloseHandle(held);
+  EXPECT_EQ(files.Replace(from, to), 0);
+}
+
+TEST(Win32Threads, YieldingThreadIsBelowNormalUntilItIsRaised) {
+  const auto priority = [] { return GetThreadPriority(GetCurrentThread()); };
+  const std::uint64_t thread = YieldToOtherThreads();
+  EXPECT_EQ(priority(), THREAD_PRIORITY_BELOW_NORMAL);
+  RaiseThread(thread);
+  EXPECT_EQ(priority(), THREAD_PRIORITY_NORMAL);
 }
 
 TEST_F(DurableFilesTest, SavedFileIsNotShared) {
@@ -80,7 +140,11 @@ TEST_F(DirectoriesTest, NamesAreUtf8AndPathsMayBeLong) {
       "che \xE2\x82\xAC";
   std::string path = name;
   for (int i = 0; i < 6; ++i) path += '/' + std::string(60, static_cast<char>('a' + i));
-  fs::create_directories("\\\\?\\" + tree.Path(path));
+  for (std::size_t end = 0; end != std::string::npos;) {
+    end = path.find('/', end + 1);
+    EXPECT_EQ(MakeDirectory(tree.Path(path.substr(0, end))), 0);
+  }
+  EXPECT_TRUE(IsDirectory(tree.Path(path)));
   std::unique_ptr<MediaFile> file;
   ASSERT_EQ(
       SystemPlatform().mediaFiles.Open(tree.Path(path + "/1.ps"), OpenMode::CreateOrTruncate, file),
@@ -97,7 +161,8 @@ TEST_F(DirectoriesTest, NamesAreUtf8AndPathsMayBeLong) {
                              }),
             0);
   EXPECT_EQ(below, std::vector<std::string>{"\xC3\xA4.ps"});
-  EXPECT_EQ(durable.Remove(tree.Path(path + "/\xC3\xA4.ps")), 0);
+  EXPECT_EQ(RemoveFile(tree.Path(path + "/\xC3\xA4.ps")), 0);
+  EXPECT_EQ(RemoveEmptyDirectory(tree.Path(path)), 0);
 }
 
 TEST(Win32Drives, FixedLettersAreDrivesAndTheSystemLivesOnOne) {

@@ -30,6 +30,7 @@ class CountedDirectories : public qv::kelvo::Directories {
            const std::function<bool(const qv::kelvo::DirectoryEntry&)>& visit) override {
     ++lists;
     if (onList) onList(path);
+    if (sizesAreOld) sizes = qv::kelvo::ListSizes::No;
     return qv::kelvo::SystemPlatform().directories.List(path, pattern, sizes, visit);
   }
   std::uint64_t ChangeStamp(const std::string& path) override {
@@ -38,6 +39,7 @@ class CountedDirectories : public qv::kelvo::Directories {
 
   std::atomic<int> lists{0};
   bool stampsKnown = false;
+  bool sizesAreOld = false;  // every file is told to be empty
   std::map<std::string, std::uint64_t> changes;  // to be counted for each directory
   std::function<void(const std::string&)> onList;
 };

@@ -46,7 +46,8 @@ TEST_F(RecordingTree, RemovalTakesCompanionsAndEmptiedDirectoriesButNotTheVolume
     host.ForgetTraffic();
     EXPECT_EQ(RemoveRecording(path, "a/"), row.success) << row.stuck;
     EXPECT_EQ(host.CountLines(50, "remove " + path + row.stuck + ", "), row.told);
-    EXPECT_EQ(Tree().size(), row.success || *row.stuck != '\0' ? 6u : 8u) << "media keep their index";
+    EXPECT_EQ(Tree().size(), row.success || *row.stuck != '\0' ? 6u : 8u)
+        << "media keep their index";
   }
 }
 

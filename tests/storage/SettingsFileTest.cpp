@@ -81,7 +81,12 @@ TEST_F(SettingsFile, EverythingSurvivesARestartAndSoDoesWhatIsUnknown) {
   Apply(R"(<Storage ID="327680" TimeLapse="-1" ContentAge="-1" FSCleanupRemoves="" Expiration="1"
         PreserveExpirationAudioWithVideo="2"><Expiration Type="1"/></Storage>)");
   EXPECT_EQ(storage->Retention().preserveAudioChanges, 1u);
+  // The process's directory is the whole host's to change.
+  EXPECT_EQ(host.CountLines(25, "Settings are kept in "), 1u);
+  const boost::filesystem::path home = boost::filesystem::current_path();
+  boost::filesystem::current_path(home.parent_path());
   storage->SaveStorage();
+  boost::filesystem::current_path(home);
   // A save that was interrupted between its renames leaves this.
   boost::filesystem::rename("kelvo.xml", "kelvo.xml.bak");
   std::ofstream("kelvo.xml.pending") << "<qDVR";

@@ -8,8 +8,8 @@
 #include "storage/ReadWriteTest.h"
 #include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeHost.h"
-#include "tests/support/TestBundle.h"
 #include "tests/support/TempTree.h"
+#include "tests/support/TestBundle.h"
 #include "tree/LocalTime.h"
 
 namespace qvsvr::kelvo {

@@ -112,6 +112,12 @@ TEST_F(Sweep, HourThatComesTwiceIsMeasuredOnce) {
   GlobalRule(2, std::numeric_limits<int>::max());  // a time long before the calendar
   Run();
   EXPECT_EQ(host.CountLines(25, "(files:2/expired:0)[bookmarked:1/size:3]."), 1u);
+  // What is still being written has the size that it tells itself.
+  directories.sizesAreOld = true;
+  WriteFile(Plant("a/", kNow - 600), 5000);
+  Mark(kNow - 700, kNow);
+  Run();
+  EXPECT_EQ(host.CountLines(25, "[bookmarked:1/size:5]."), 1u);
 }
 
 TEST_F(Sweep, OnePassRunsAtATimeAndForgettingADeviceWaitsForItsEnd) {

@@ -48,10 +48,10 @@ class ShakyFiles : public DurableFiles {
   }
 
   int fatefulStep = 0;
-  int failures = 1;  // so many steps in a row, from that one
-  std::string held;  // a name that no step can be taken on
+  int failures = 1;   // so many steps in a row, from that one
+  std::string held;   // a name that no step can be taken on
   bool dies = false;  // fails otherwise
-  int error = 29;  // on no system one that passes
+  int error = 29;     // on no system one that passes
   int steps = 0;
   std::size_t cutAt = std::string::npos;  // the process dies when so much was written
   const WriteResult* writeFailure = nullptr;

@@ -128,13 +128,12 @@ class MediaFilesOnWin32 : public MediaFiles {
   int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
     file.reset();
     const bool reads = mode == OpenMode::Read;
-    const DWORD found = reads                               ? OPEN_EXISTING
-                        : mode == OpenMode::CreateOrKeep    ? OPEN_ALWAYS
-                                                            : CREATE_ALWAYS;
-    const HANDLE handle =
-        CreateFileW(WidePath(path).c_str(), reads ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE,
-                    FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, found, FILE_ATTRIBUTE_NORMAL,
-                    nullptr);
+    const DWORD found = reads                            ? OPEN_EXISTING
+                        : mode == OpenMode::CreateOrKeep ? OPEN_ALWAYS
+                                                         : CREATE_ALWAYS;
+    const HANDLE handle = CreateFileW(
+        WidePath(path).c_str(), reads ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE,
+        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, found, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle == INVALID_HANDLE_VALUE) return LastError();
     LowerIfYielding(handle);
     file = std::make_unique<MediaFileOnWin32>(OwnedHandle(handle));
