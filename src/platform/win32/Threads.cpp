@@ -22,8 +22,7 @@ std::uint64_t YieldToOtherThreads() {
 }
 
 void RaiseThread(std::uint64_t thread) {
-  const OwnedHandle handle(
-      OpenThread(THREAD_SET_LIMITED_INFORMATION, FALSE, static_cast<DWORD>(thread)));
+  const OwnedHandle handle(OpenThread(THREAD_SET_INFORMATION, FALSE, static_cast<DWORD>(thread)));
   if (handle) (void)SetThreadPriority(handle.get(), THREAD_PRIORITY_NORMAL);
 }
 
