@@ -147,7 +147,7 @@ std::string XmlDocument::PrintWhole() {
     put.push_back(root->LinkEndChild(node));
   }
   std::string text = PrintXml(*this, "\n");
-  for (TiXmlNode* node : put) root->RemoveChild(node);
+  for (TiXmlNode* node : put) node->Parent()->RemoveChild(node);
   return text;
 }
 
