@@ -6,7 +6,7 @@ Runs kelvo's tests on a real Windows machine, with what Wine can't show, and pri
 Makes two throw-away virtual disks: one gets a letter, which the tests record on and empty, the other
 is mounted at a folder. Sets the time zone of the tests, and trusts an authority of its own for the
 test of TLS. All of it is taken back at the end, also after a failure or Ctrl+C. Needs Windows 10 or
-Server 2016 or later, an administrator's PowerShell (5.1 or later) and 3 GB on the disk of -Work.
+Server 2016 or later with one fixed drive, an administrator's PowerShell (5.1 or later) and 5 GB.
 
 .PARAMETER Programs
 The folder with kelvo.dll, kelvo_seams.dll and kelvo_tests_*.exe.
@@ -92,8 +92,9 @@ function Invoke-DiskPart([string[]]$commands) {
 
 function New-Disk([string]$file, [string]$assign) {
   $script:disks += $file
-  Invoke-DiskPart @("create vdisk file=`"$file`" maximum=2048 type=expandable",
-    "select vdisk file=`"$file`"", 'attach vdisk', 'create partition primary',
+  Invoke-DiskPart @("create vdisk file=`"$file`" maximum=4096 type=expandable",
+    "select vdisk file=`"$file`"", 'attach vdisk', 'convert mbr noerr',
+    'create partition primary',
     'format fs=ntfs quick label=kelvo', $assign)
 }
 
@@ -132,6 +133,8 @@ function Start-Server {
     $answer = [Text.Encoding]::ASCII.GetBytes(
       "HTTP/1.1 404 Not Found`r`nContent-Length: 0`r`nConnection: close`r`n`r`n")
     while ($true) {
+      # A job that is blocked in a call can't be stopped.
+      while (-not $listener.Pending()) { Start-Sleep -Milliseconds 50 }
       $client = $listener.AcceptTcpClient()
       try {
         $stream = New-Object Net.Security.SslStream ($client.GetStream(), $false)
@@ -184,6 +187,8 @@ try {
   if (Test-Path -LiteralPath $Work) { throw "$Work exists already." }
   if ($Work -match '[- ]') { throw 'The path of -Work must have no blank and no hyphen.' }
   if (Test-Path -LiteralPath ($Letter + ':\')) { throw "$($Letter): is taken; see -Letter." }
+  $fixed = @(Get-CimInstance Win32_LogicalDisk -Filter 'DriveType=3')
+  if ($fixed.Count -ne 1) { throw 'The tests want no fixed drive besides the system''s.' }
   foreach ($name in 'kelvo.dll', 'kelvo_seams.dll') {
     if (-not (Test-Path -LiteralPath (Join-Path $Programs $name))) {
       throw "$name is not in $Programs."
@@ -195,7 +200,6 @@ try {
   $zone = (& tzutil.exe /g)
   & tzutil.exe /s 'W. Europe Standard Time'
   New-Disk "$Work\letter.vhdx" "assign letter=$Letter"
-  New-Disk "$Work\folder.vhdx" "assign mount=`"$Work\mount`""
 
   Set-Prepared 'TMP' "$Work\tmp"
   Set-Prepared 'TEMP' "$Work\tmp"
@@ -214,6 +218,8 @@ try {
   Test-Program 'read-only, held: platform' 'kelvo_tests_platform' 'DurableFilesTest.*'
   Test-Program 'long paths, any name' 'kelvo_tests_platform' '*NamesAreUtf8*:*AnyName*'
 
+  # Only now: the system may give it a letter, too, and the tests of the plug-in count drives.
+  New-Disk "$Work\folder.vhdx" "assign mount=`"$Work\mount`""
   Set-Prepared 'KELVO_MOUNT_FOLDER' "$Work\mount\"
   Set-Prepared 'KELVO_MOUNT_VOLUME' ((& mountvol.exe "$Work\mount\" /L) -join '').Trim()
   Test-Program 'mount folder' 'kelvo_tests_storage' 'RealMachine.MountFolder*'
