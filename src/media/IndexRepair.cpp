@@ -1,13 +1,13 @@
 #include "media/IndexRepair.h"
 
 #include <algorithm>
-#include <boost/filesystem/operations.hpp>
 #include <optional>
 
 #include "media/FrameSource.h"
 #include "media/FrameTime.h"
 #include "media/IndexImage.h"
 #include "media/PSReader.h"
+#include "platform/Files.h"
 
 namespace qv::kelvo {
 namespace {
@@ -25,9 +25,10 @@ std::string OldIndexPath(const std::string& index) {
   return index + ".psm";
 }
 
-bool IsMissing(int error) {
-  const boost::system::error_code code(error, boost::system::system_category());
-  return code == boost::system::errc::no_such_file_or_directory;
+// Whether the system says that nothing is there.
+bool IsGone(const std::string& path) {
+  FileKind kind{};
+  return FindKind(path, kind) == 0 && kind == FileKind::Missing;
 }
 
 // The whole file; empty when there is none. Returns the system's error number.
@@ -274,17 +275,14 @@ class Repair {
 
   // An exchange that a power cut interrupted: the old index is as good as ever.
   void PutBack() {
-    boost::system::error_code error;
-    const bool isThere = boost::filesystem::exists(index, error);
-    if (!isThere && !error && boost::filesystem::exists(OldIndexPath(index), error)) {
+    if (IsGone(index) && Exists(OldIndexPath(index))) {
       (void)platform.durableFiles.Rename(OldIndexPath(index), index);
     }
     DropAsides();
   }
   void DropAsides() {
     for (const std::string& aside : {NewIndexPath(index), OldIndexPath(index)}) {
-      boost::system::error_code error;
-      if (boost::filesystem::exists(aside, error)) (void)platform.durableFiles.Remove(aside);
+      if (Exists(aside)) (void)platform.durableFiles.Remove(aside);
     }
   }
 
@@ -360,11 +358,9 @@ class Repair {
   }
 
   bool HasChanged() {
-    boost::system::error_code error;
-    const auto media = boost::filesystem::file_size(path, error);
-    if (error || media != mediaSize) return true;
-    const auto size = boost::filesystem::file_size(index, error);
-    return (error ? 0 : size) != old->Size();
+    std::uint64_t media = 0, size = 0;
+    if (FileSize(path, media) != 0 || media != mediaSize) return true;
+    return (FileSize(index, size) != 0 ? 0 : size) != old->Size();
   }
 
   // The new index takes the place of the old one, which waits beside it until that is on disk.
@@ -376,7 +372,7 @@ class Repair {
     }
     DurableFiles& files = platform.durableFiles;
     const int moved = files.Rename(index, OldIndexPath(index));
-    if (moved != 0 && !files.IsMissing(moved)) return moved;
+    if (moved != 0 && !IsMissing(moved)) return moved;
     const int error = files.Rename(NewIndexPath(index), index);
     if (error != 0) {
       if (moved == 0) (void)files.Rename(OldIndexPath(index), index);
@@ -384,8 +380,7 @@ class Repair {
     }
     if (moved == 0) (void)files.Remove(OldIndexPath(index));
     // Room may have been made of the recording meanwhile.
-    boost::system::error_code gone;
-    if (!boost::filesystem::exists(path, gone) && !gone) (void)files.Remove(index);
+    if (IsGone(path)) (void)files.Remove(index);
     return 0;
   }
 
@@ -407,9 +402,8 @@ class Repair {
 }  // namespace
 
 bool LooksDamaged(MediaFiles& files, const std::string& mediaPath) {
-  boost::system::error_code error;
-  const std::uint64_t size = boost::filesystem::file_size(mediaPath, error);
-  if (error || size < kLeastMediaSize) return false;
+  std::uint64_t size = 0;
+  if (FileSize(mediaPath, size) != 0 || size < kLeastMediaSize) return false;
   PSReader reader(files);
   const int result = reader.Open(mediaPath);
   if (reader.RefusedBySystem() != 0) return false;

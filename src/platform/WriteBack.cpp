@@ -60,7 +60,10 @@ void WriteBack::Stop() {
   {
     const std::lock_guard lock(mutex);
     stopping = true;
-    for (const auto& [root, drive] : drives) drive->wake.notify_one();
+    for (const auto& [root, drive] : drives) {
+      drive->wake.notify_one();
+      if (drive->threadId != 0) RaiseThread(drive->threadId);
+    }
   }
   for (const auto& [root, drive] : drives) {
     if (drive->thread.joinable()) drive->thread.join();
@@ -68,8 +71,10 @@ void WriteBack::Stop() {
 }
 
 void WriteBack::Run(Drive& drive) {
-  YieldToOtherThreads();
+  const std::uint64_t threadId = YieldToOtherThreads();
   std::unique_lock lock(mutex);
+  drive.threadId = threadId;
+  if (stopping) RaiseThread(threadId);
   for (;;) {
     const std::int64_t wait = drive.begun + kPeriodNs - platform.clock.SteadyNs();
     if (!stopping && drive.pairs.empty()) {

@@ -60,6 +60,7 @@ class WriteBack {
     Pairs pairs;       // under the lock
     std::condition_variable wake;
     std::thread thread;
+    std::uint64_t threadId = 0;  // once it runs, under the lock
     // The thread's own.
     std::int64_t begun = 0;
     int failure = 0;

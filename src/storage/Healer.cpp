@@ -84,6 +84,7 @@ void Healer::Stop() {
   {
     const std::lock_guard lock(mutex);
     stopping = true;
+    if (threadId != 0) qv::kelvo::RaiseThread(threadId);
   }
   wake.notify_one();
   if (thread.joinable()) thread.join();
@@ -112,8 +113,10 @@ std::shared_ptr<const void> Healer::Hold(std::int64_t first, std::int64_t last) 
 }
 
 void Healer::Run() {
-  qv::kelvo::YieldToOtherThreads();
+  const std::uint64_t id = qv::kelvo::YieldToOtherThreads();
   std::unique_lock lock(mutex);
+  threadId = id;
+  if (stopping) qv::kelvo::RaiseThread(id);
   while (!stopping) {
     const auto volume = volumes.empty() ? Volume{} : volumes.back();
     const std::string path = reported.empty() ? "" : *reported.begin();

@@ -80,6 +80,7 @@ class Healer {
   std::set<std::string> hopeless;  // those that couldn't be mended
   std::list<Range> held;
   std::thread thread;
+  std::uint64_t threadId = 0;  // once it runs
 };
 
 }  // namespace qvsvr::kelvo
