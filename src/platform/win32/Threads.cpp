@@ -3,11 +3,6 @@
 #include "platform/win32/Win32.h"
 
 namespace qv::kelvo {
-namespace {
-
-thread_local bool yields = false;
-
-}  // namespace
 
 void PrepareThread() {
   (void)SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, nullptr);
@@ -17,7 +12,6 @@ std::uint64_t YieldToOtherThreads() {
   PrepareThread();
   // A lower one gets nothing on a busy machine, and holds up whoever waits for it.
   (void)SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL);
-  yields = true;
   return GetCurrentThreadId();
 }
 
@@ -27,7 +21,7 @@ void RaiseThread(std::uint64_t thread) {
 }
 
 void LowerIfYielding(HANDLE file) {
-  if (!yields) return;
+  if (GetThreadPriority(GetCurrentThread()) != THREAD_PRIORITY_BELOW_NORMAL) return;
   FILE_IO_PRIORITY_HINT_INFO hint{};
   hint.PriorityHint = IoPriorityHintLow;
   (void)SetFileInformationByHandle(file, FileIoPriorityHintInfo, &hint, sizeof hint);
