@@ -39,7 +39,7 @@ class CountedDirectories : public qv::kelvo::Directories {
 
   std::atomic<int> lists{0};
   bool stampsKnown = false;
-  bool sizesAreOld = false;  // every file is told to be empty
+  bool sizesAreOld = false;                      // every file is told to be empty
   std::map<std::string, std::uint64_t> changes;  // to be counted for each directory
   std::function<void(const std::string&)> onList;
 };
