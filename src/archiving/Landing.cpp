@@ -153,10 +153,10 @@ bool Landing::WriteFully(MediaFile& file, std::uint64_t at, ConstBytes bytes) {
 bool Landing::Settle() {
   const std::lock_guard guard(lock);
   if (!std::exchange(open, false)) return false;
-  boost::system::error_code ignored;
-  const bool moves = IsWhole() || (place.offset == 0 && !fs::exists(place.file, ignored));
-  const bool settled = moves ? MoveAside() && MoveIntoPlace() : CopyIntoPlace();
+  // A range never takes the place of a file: others may have come into it meanwhile.
+  const bool settled = IsWhole() ? MoveAside() && MoveIntoPlace() : CopyIntoPlace();
   held = {};
+  boost::system::error_code ignored;
   if (std::exchange(aside, nullptr) != nullptr) fs::remove(beside, ignored);
   return settled;
 }

@@ -23,10 +23,10 @@ class Landing : public std::enable_shared_from_this<Landing> {
     std::uint64_t offset = 0;
     std::uint64_t bytes = 0;  // with offset 0: 0 for the whole file
   };
-  // `makeRoom` is called when the disk is full, before the only second attempt; it may be empty.
   // Whether the file is what a landing leaves whose process died.
   [[nodiscard]] static bool IsLeftover(const boost::filesystem::path& file);
 
+  // `makeRoom` is called when the disk is full, before the only second attempt; it may be empty.
   Landing(qv::kelvo::MediaFiles& mediaFiles, Place target, std::function<void()> makeRoom);
   // Removes what hasn't settled.
   ~Landing();
@@ -40,8 +40,8 @@ class Landing : public std::enable_shared_from_this<Landing> {
   // library, which frees it. Bytes count once it is flushed.
   [[nodiscard]] Aws::IOStream* NewStream();
 
-  // Puts in its place what came. In an existing file a range is written from its end to its
-  // beginning, page by page: where a frame's beginning can be read, the rest is there. False, with
+  // Puts in its place what came: a whole file in one step, a range from its end to its beginning,
+  // page by page: where a frame's beginning can be read, the rest is there. False, with
   // the local copy as good as before, when that fails.
   [[nodiscard]] bool Settle();
 
