@@ -141,14 +141,21 @@ class MediaFilesOnWin32 : public MediaFiles {
   }
 
   FileStamp StampOf(const std::string& path) override {
-    WIN32_FILE_ATTRIBUTE_DATA data{};
-    if (GetFileAttributesExW(WidePath(path).c_str(), GetFileExInfoStandard, &data) == 0 ||
-        (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
+    const OwnedHandle handle = OpenAttributes(path);
+    BY_HANDLE_FILE_INFORMATION file{};
+    FILE_BASIC_INFO times{};
+    if (!handle || GetFileInformationByHandle(handle.get(), &file) == 0 ||
+        (file.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0 ||
+        GetFileInformationByHandleEx(handle.get(), FileBasicInfo, &times, sizeof times) == 0) {
       return {};
     }
+    // Not every file system tells of changes of more than the content.
+    const std::int64_t changed =
+        times.ChangeTime.QuadPart != 0 ? times.ChangeTime.QuadPart : times.LastWriteTime.QuadPart;
     constexpr std::int64_t kNsPerTick = 100;
-    return {std::uint64_t{data.nFileSizeHigh} << 32 | data.nFileSizeLow,
-            (Ticks(data.ftLastWriteTime) - kTicksFrom1601To1970) * kNsPerTick, 0};
+    return {std::uint64_t{file.nFileSizeHigh} << 32 | file.nFileSizeLow,
+            (changed - kTicksFrom1601To1970) * kNsPerTick,
+            std::uint64_t{file.nFileIndexHigh} << 32 | file.nFileIndexLow};
   }
 };
 
