@@ -5,12 +5,14 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <thread>
 
 #include "bench/Measure.h"
 #include "bench/Scenarios.h"
 #include "bench/StorageSite.h"
+#include "storage/Healer.h"
 #include "tree/RecordPath.h"
 
 namespace bench {
@@ -122,8 +124,12 @@ void MeasureWorker(Site& site) {
          Wanted::AtLeast, 2000);
 }
 
-// Recording with a sweep over the tree beside it, and without one, by turns.
-void MeasureSlowing(Site& site) {
+// What goes on beside a recording until `end` is set.
+using Beside = std::function<void(const std::atomic<bool>& end)>;
+
+// Recording with something beside it, and without, by turns.
+void MeasureSlowing(Site& site, const std::string& what, const std::function<void()>& prepare,
+                    const Beside& beside) {
   site.Open();
   site.drives.freeGB = {{"a/", 500}, {"b/", 400}};
   constexpr int kFrames = 25'600;
@@ -135,12 +141,34 @@ void MeasureSlowing(Site& site) {
   double leastMs[2] = {1e9, 1e9};
   for (int turn = 0; turn < kTurns; ++turn) {
     double cpuMs[2];
-    for (const bool sweeping : {false, true}) {
+    for (const bool active : {false, true}) {
+      prepare();
       std::atomic<bool> end{false};
-      std::thread sweeps([&] {
+      std::thread other([&] {
+        if (active) beside(end);
+      });
+      const std::int64_t begin = ThreadCpuNs();
+      const double wallMs = Ms([&] { recorder.Give(kFrames); });
+      leastMs[active] = std::min(leastMs[active], wallMs);
+      cpuMs[active] = static_cast<double>(ThreadCpuNs() - begin) / 1e6;
+      end = true;
+      other.join();
+    }
+    cpu.push_back((cpuMs[1] / cpuMs[0] - 1) * 100);
+  }
+  std::printf("  recording beside %s: %.1f %% more time (best of %d turns each)\n", what.c_str(),
+              (leastMs[1] / leastMs[0] - 1) * 100, kTurns);
+  Report("recording slowed by " + what + " beside it, CPU of its thread", Median(cpu), "%",
+         Wanted::AtMost, 5);
+}
+
+void MeasureSlowingBySweep(Site& site) {
+  MeasureSlowing(
+      site, "a sweep", [] {},
+      [&](const std::atomic<bool>& end) {
         qvsvr::kelvo::Sweeper sweeper(site.platform, {.sendSizes = [](const auto&) {},
                                                       .cleanupRemoves = [] { return false; }});
-        while (sweeping && !end) {
+        while (!end) {
           sweeper.Start(
               {.volumes = {"a/", "b/"}, .rules = {}, .bookmarks = {}, .globalDays = -100});
           while (sweeper.Running() && !end) {
@@ -149,19 +177,55 @@ void MeasureSlowing(Site& site) {
           sweeper.Stop();
         }
       });
-      const std::int64_t begin = ThreadCpuNs();
-      const double wallMs = Ms([&] { recorder.Give(kFrames); });
-      leastMs[sweeping] = std::min(leastMs[sweeping], wallMs);
-      cpuMs[sweeping] = static_cast<double>(ThreadCpuNs() - begin) / 1e6;
-      end = true;
-      sweeps.join();
+}
+
+// Of the recordings of the last two days every 60th has an index that a power cut has cut.
+void MeasureSlowingByHealing(Site& site) {
+  namespace fs = boost::filesystem;
+  std::vector<std::string> damaged;
+  int met = 0;
+  for (const char* drive : {"a/", "b/"}) {
+    for (std::int64_t hour = kTreeNow - 2 * 86400; hour < kTreeNow - 3600; hour += 3600) {
+      const std::string directory = media::HourDirectory(drive, hour * 1000);
+      (void)site.listings.List(directory, "*.psi", media::ListSizes::No,
+                               [&](const media::DirectoryEntry& entry) {
+                                 if (++met % 60 == 0)
+                                   damaged.push_back(directory + std::string(entry.name));
+                                 return true;
+                               });
     }
-    cpu.push_back((cpuMs[1] / cpuMs[0] - 1) * 100);
   }
-  std::printf("  recording beside a sweep: %.1f %% more time (best of %d turns each)\n",
-              (leastMs[1] / leastMs[0] - 1) * 100, kTurns);
-  Report("recording slowed by a sweep beside it, CPU of its thread", Median(cpu), "%",
-         Wanted::AtMost, 5);
+  const auto cut = [&] {
+    for (const std::string& path : damaged) {
+      fs::remove(path);
+      fs::copy_file("model.psi", path);
+      fs::resize_file(path, 500);
+    }
+  };
+  MeasureSlowing(site, "healing", cut, [&](const std::atomic<bool>& end) {
+    qv::kelvo::WriteBack disk(site.platform, [](const std::string&, int) {});
+    qvsvr::kelvo::Healer healer(site.platform, disk);
+    healer.Begin({"a/", "b/"});
+    while (!end) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  });
+  cut();
+  std::ptrdiff_t healed = 0;
+  const double ms = Ms([&] {
+    qv::kelvo::WriteBack disk(site.platform, [](const std::string&, int) {});
+    qvsvr::kelvo::Healer healer(site.platform, disk);
+    healer.Begin({"a/", "b/"});
+    constexpr int kMostSeconds = 60;
+    for (int i = 0; i < kMostSeconds * 100 && healed < std::ssize(damaged); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+      healed = std::ranges::count_if(damaged, [](const std::string& path) {
+        return fs::exists(path) && fs::file_size(path) > 500;
+      });
+    }
+  });
+  std::printf("  %lld of %zu cut indexes among %d healed in %.1f s\n",
+              static_cast<long long>(healed), damaged.size(), met, ms / 1000);
+  Report("indexes that stay cut", static_cast<double>(std::ssize(damaged) - healed), "",
+         Wanted::AtMost, 0);
 }
 
 void MeasureSweep(Site& site) {
@@ -192,7 +256,8 @@ void Storage(const std::string&) {
   std::printf("  %lld recordings planted in %.0f s\n", static_cast<long long>(count),
               planting / 1000);
   MeasureSweep(site);
-  MeasureSlowing(site);
+  MeasureSlowingBySweep(site);
+  MeasureSlowingByHealing(site);
   MeasureDeleting(site);
 
   site.Apply("<Expiration Type='1' Days='100'/>");
