@@ -12,8 +12,12 @@ struct TestBundle {
   ManualClock clock;
   FakeDrives drives;
   FaultyFiles files{SystemPlatform().mediaFiles};
-  Platform platform{clock, drives, SystemPlatform().directories, files,
-                    SystemPlatform().durableFiles, SystemPlatform().diskSync};
+  Platform platform{clock,
+                    drives,
+                    SystemPlatform().directories,
+                    files,
+                    SystemPlatform().durableFiles,
+                    SystemPlatform().diskSync};
 };
 
 }  // namespace qv::kelvo
