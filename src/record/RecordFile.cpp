@@ -6,6 +6,7 @@
 
 #include "host/Log.h"
 #include "media/PackedTime.h"
+#include "platform/Prefetch.h"
 #include "record/RecordStream.h"
 #include "tree/RecordPath.h"
 
@@ -196,7 +197,7 @@ void RecordStream::WriteSoon(PendingFrame* frame, Counted counted) {
     return;
   }
   // What the write needs of it may have left the caches long ago; it comes back meanwhile.
-  __builtin_prefetch(&frame->Provider, 1);
+  qv::kelvo::PrefetchToChange(&frame->Provider);
   RunSlots.set(frame->Slot);
   Run.push_back(frame);
   Pending.Take(frame);
