@@ -21,9 +21,6 @@ class FilePool : public qv::kelvo::MediaFiles {
 
   [[nodiscard]] int Open(const std::string& path, qv::kelvo::OpenMode mode,
                          std::unique_ptr<qv::kelvo::MediaFile>& file) override;
-  [[nodiscard]] qv::kelvo::FileStamp StampOf(const std::string& path) override {
-    return files.StampOf(path);
-  }
 
  private:
   class PooledFile;

@@ -53,8 +53,9 @@ struct CopyChoice {
 struct DueFile {
   const ListedFile* listed = nullptr;
   qv::kelvo::StreamID id = 0;
-  InputMasks wanted;       // the inputs asked for that it may hold
-  std::int64_t start = 0;  // seconds since 1970, by its name
+  InputMasks wanted;                  // the inputs asked for that it may hold
+  std::int64_t start = 0;             // seconds since 1970, by its name
+  qv::kelvo::RunTables::Table known;  // of a listing, what it tells; null: it is to be opened
 };
 
 class Walk {
@@ -65,7 +66,7 @@ class Walk {
         range(searchRange),
         slack(slackSeconds),
         target(fileSystem),
-        reader(fileSystem.MediaFiles()),
+        reader(fileSystem.SingleFiles()),
         results(found),
         files(playback) {}
 
@@ -78,7 +79,9 @@ class Walk {
     for (const std::string& volume : volumes) {
       directories.push_back(qv::kelvo::HourDirectory(volume, hour));
     }
-    for (const DueFile& file : FilesOf(hour, listing)) Visit(file);
+    std::vector<DueFile> due = FilesOf(hour, listing);
+    if (request.type == 0 && request.frameRequests.empty()) FindKnown(due);
+    for (const DueFile& file : due) Visit(file);
   }
 
  private:
@@ -91,12 +94,15 @@ class Walk {
     for (const ListedFile& listed : listing) {
       qv::kelvo::PathFields named;
       if (listed.volumes.empty() || !qv::kelvo::ParsePath(listed.name, named)) continue;
-      DueFile file{&listed, named.id, Match(named.id), 0};
+      DueFile file{&listed, named.id, Match(named.id), 0, nullptr};
       if (file.wanted.video == 0 && file.wanted.audio == 0) continue;
       file.start = times.IsEven() ? times.At(named.minute * 100 + named.second).first
                                   : StartOf(listed, times, named);
       due.push_back(file);
     }
+    std::erase_if(due, [&](const DueFile& file) {
+      return qv::kelvo::IsOutsideRange(file.start, range.start, range.end + slack, slack);
+    });
     if (times.IsEven()) return due;
     const std::int64_t begin = hour / 1000;
     const std::int64_t end = qv::kelvo::NextLocalHour(hour) / 1000;
@@ -128,9 +134,24 @@ class Walk {
     return start.first;
   }
 
+  // Those of which there is one copy that is known from before.
+  void FindKnown(std::vector<DueFile>& due) {
+    for (std::uint32_t volume = 0; volume < directories.size(); ++volume) {
+      std::vector<DueFile*> single;
+      std::vector<std::string> names;
+      for (DueFile& file : due) {
+        if (file.listed->volumes.size() != 1 || file.listed->volumes.front() != volume) continue;
+        single.push_back(&file);
+        names.push_back(file.listed->name);
+      }
+      if (single.empty()) continue;
+      auto tables = target.FindTables(directories[volume], names);
+      for (std::size_t i = 0; i < single.size(); ++i) single[i]->known = std::move(tables[i]);
+    }
+  }
+
   void Visit(const DueFile& file) {
-    if (qv::kelvo::IsOutsideRange(file.start, range.start, range.end + slack, slack)) return;
-    if (ListKnown(file)) return;
+    if (file.known != nullptr) return ListKnown(file);
     if (mayNeedMending) {
       for (const std::uint32_t volume : file.listed->volumes) {
         target.Mend(directories[volume] + file.listed->name);
@@ -144,19 +165,11 @@ class Walk {
     }
   }
 
-  // For a listing: of a recording of which there is one copy, known from before.
-  bool ListKnown(const DueFile& file) {
-    if (request.type != 0 || !request.frameRequests.empty() || file.listed->volumes.size() != 1) {
-      return false;
-    }
-    listedPath.assign(directories[file.listed->volumes.front()]).append(file.listed->name);
-    const auto table = target.FindTable(listedPath);
-    if (table == nullptr) return false;
-    if (range.end < range.start) return true;
+  void ListKnown(const DueFile& file) {
+    if (range.end < range.start) return;
     known.id = file.id;
-    ListRuns(*table, known, request.resolution, runs);
+    ListRuns(*file.known, known, request.resolution, runs);
     AddRuns(known);
-    return true;
   }
 
   [[nodiscard]] InputMasks Match(qv::kelvo::StreamID id) const {
@@ -244,8 +257,7 @@ class Walk {
   bool mayNeedMending = false;           // there are archives
   std::int64_t bucket = -1;              // the last one that got its picture
   std::vector<FileRun> runs;
-  std::string listedPath;  // of the file under visit
-  CFileInfo known;
+  CFileInfo known;  // the file under visit, if its table is
 };
 
 }  // namespace

@@ -45,24 +45,37 @@ int SearchTargetFileSystem::Open(qv::kelvo::PSReader& reader, const std::string&
   return reader.Open(path);
 }
 
-qv::kelvo::RunTables::Table SearchTargetFileSystem::FindTable(const std::string& path) {
-  if (known == nullptr) return nullptr;
-  qv::kelvo::RunTables::Known found = known->Find(path);
-  if (found.table == nullptr || pool.StampOf(qv::kelvo::IndexPath(path)) != found.stamp) {
-    return nullptr;
+std::vector<qv::kelvo::RunTables::Table> SearchTargetFileSystem::FindTables(
+    const std::string& directory, std::span<const std::string> names) {
+  std::vector<qv::kelvo::RunTables::Table> tables(names.size());
+  if (runTables == nullptr) return tables;
+  const std::vector<qv::kelvo::RunTables::Known> found = runTables->Find(directory, names);
+  std::vector<std::size_t> places;  // of those that are known, in `names`
+  std::vector<std::string> indexNames;
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (found[i].table == nullptr) continue;
+    places.push_back(i);
+    indexNames.push_back(qv::kelvo::IndexPath(names[i]));
   }
-  return std::move(found.table);
+  if (places.empty()) return tables;
+  std::vector<qv::kelvo::FileStamp> stamps(places.size());
+  platform.mediaFiles.StampsOf(directory, indexNames, stamps);
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    const auto& [stamp, table] = found[places[i]];
+    if (stamps[i] == stamp) tables[places[i]] = table;
+  }
+  return tables;
 }
 
 void SearchTargetFileSystem::KeepTable(const std::string& path, qv::kelvo::PSReader& reader) {
   // A change right behind the last one might not show: clocks of file systems are as coarse as
   // that.
   constexpr std::int64_t kSettledMs = 3000;
-  if (known == nullptr) return;
+  if (runTables == nullptr) return;
   qv::kelvo::FileStamp stamp = reader.IndexStamp();
-  if (!stamp.IsKnown()) stamp = pool.StampOf(qv::kelvo::IndexPath(path));
+  if (!stamp.IsKnown()) stamp = platform.mediaFiles.StampOf(qv::kelvo::IndexPath(path));
   if (platform.clock.NowMs() - stamp.changedNs / 1'000'000 < kSettledMs) return;
-  if (auto table = reader.GetRunTable()) known->Put(path, stamp, std::move(table));
+  if (auto table = reader.GetRunTable()) runTables->Put(path, stamp, std::move(table));
 }
 
 void SearchTargetFileSystem::NoteDamage(const qv::kelvo::PSReader& reader,

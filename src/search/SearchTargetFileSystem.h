@@ -11,10 +11,10 @@ namespace qvsvr::kelvo {
 class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
  public:
   // Searches everything. Borrows all for its life; `fileSystem`'s lists are asked on the caller's
-  // thread. `tables` may be null.
+  // thread. `tables`, what is known from before, may be null.
   SearchTargetFileSystem(qv::kelvo::FileSystemBase& fileSystem, qv::kelvo::Platform& system,
                          qv::kelvo::RunTables* tables = nullptr)
-      : FileSystemBase(system), inner(fileSystem), known(tables) {}
+      : FileSystemBase(system, tables), inner(fileSystem) {}
 
   // Narrows it down to the targets and the time of a request.
   void Restrict(const SearchRequest& request);
@@ -32,8 +32,10 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   // The same for somebody who opens it later.
   void Mend(const std::string& path);
 
-  // What is known of a closed recording without opening it; null if nothing is.
-  [[nodiscard]] qv::kelvo::RunTables::Table FindTable(const std::string& path);
+  // What is known of closed recordings in `directory` without opening them: for each of `names` its
+  // table, or null.
+  [[nodiscard]] std::vector<qv::kelvo::RunTables::Table> FindTables(
+      const std::string& directory, std::span<const std::string> names);
   // Remembers what `reader` has open under `path`.
   void KeepTable(const std::string& path, qv::kelvo::PSReader& reader);
 
@@ -41,7 +43,9 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   // The same for a recording that `reader` has read, if it is a local one and damaged.
   void NoteDamage(const qv::kelvo::PSReader& reader, const std::string& path);
 
-  // For the search's readers, however many there are.
+  // For a reader that lets go of one file before it opens the next.
+  [[nodiscard]] qv::kelvo::MediaFiles& SingleFiles() { return platform.mediaFiles; }
+  // For readers side by side, however many there are.
   [[nodiscard]] qv::kelvo::MediaFiles& MediaFiles() { return pool; }
 
   // How far the frames of a file may lie from the moment in its name.
@@ -53,7 +57,6 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   qv::kelvo::ArchiveFilter archives;
   std::shared_ptr<const void> held;  // the recordings that the search may read
   qv::kelvo::FileSystemBase& inner;
-  qv::kelvo::RunTables* const known;
   FilePool pool{platform.mediaFiles};
 };
 

@@ -28,7 +28,9 @@ using ArchiveFilter = std::map<std::int32_t, bool>;
 // which buckets are left alone and what they last said.
 class FileSystemBase {
  public:
-  explicit FileSystemBase(Platform& system) : platform(system), buckets(system) {}
+  // Borrows both for its life. `tables`: what is known of local volumes, or null.
+  explicit FileSystemBase(Platform& system, RunTables* tables = nullptr)
+      : platform(system), runTables(tables), buckets(system) {}
   virtual ~FileSystemBase() = default;
 
   // Replaces `list` by volume roots, each ending in the separator. The base version gives the
@@ -74,6 +76,7 @@ class FileSystemBase {
 
  protected:
   Platform& platform;
+  RunTables* const runTables;  // may be null
 
  private:
   // Whether any volume or bucket has a directory for that local year, month, day or hour.

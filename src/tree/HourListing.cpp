@@ -26,10 +26,25 @@ struct SortedName {
   int rank = 0;
 };
 
-struct Found {
-  std::string name;
-  std::uint32_t volume;
-};
+RunTables::Names ReadNames(Directories& directories, const std::string& directory) {
+  auto names = std::make_shared<std::vector<std::string>>();
+  (void)directories.List(directory, kMediaPattern, ListSizes::No, [&](const DirectoryEntry& entry) {
+    if (!entry.isDirectory) names->emplace_back(entry.name);
+    return true;
+  });
+  return names;
+}
+
+RunTables::Names NamesIn(Directories& directories, const std::string& directory, RunTables* known) {
+  // Asked for before the names are read: what comes meanwhile changes it.
+  const std::uint64_t stamp = known == nullptr ? 0 : directories.ChangeStamp(directory);
+  if (stamp == 0) return ReadNames(directories, directory);
+  RunTables::Listed listed = known->FindNames(directory);
+  if (listed.names != nullptr && listed.stamp == stamp) return std::move(listed.names);
+  RunTables::Names names = ReadNames(directories, directory);
+  known->PutNames(directory, stamp, names);
+  return names;
+}
 
 }  // namespace
 
@@ -38,29 +53,28 @@ bool ComesBefore(std::string_view a, std::string_view b) {
 }
 
 HourListing ListMediaFiles(Directories& directories,
-                           const std::vector<std::string>& hourDirectories) {
+                           const std::vector<std::string>& hourDirectories, RunTables* known) {
+  struct Found {
+    SortedName name;
+    std::uint32_t volume;
+  };
+  std::vector<RunTables::Names> names;
   std::vector<Found> found;
   for (std::uint32_t volume = 0; volume < hourDirectories.size(); ++volume) {
-    (void)directories.List(hourDirectories[volume], kMediaPattern, ListSizes::No,
-                           [&](const DirectoryEntry& entry) {
-                             if (!entry.isDirectory)
-                               found.push_back({std::string(entry.name), volume});
-                             return true;
-                           });
+    const std::string& directory = hourDirectories[volume];
+    names.push_back(NamesIn(directories, directory, known));
+    for (const std::string& name : *names.back()) found.push_back({SortedName(name), volume});
   }
-  std::vector<std::pair<SortedName, Found*>> order;
-  order.reserve(found.size());
-  for (Found& file : found) order.emplace_back(file.name, &file);
   // Volumes of one name keep their order.
-  std::stable_sort(order.begin(), order.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::stable_sort(found.begin(), found.end(),
+                   [](const Found& a, const Found& b) { return a.name < b.name; });
 
   HourListing listing;
-  listing.reserve(order.size());
-  for (const auto& [name, file] : order) {
-    if (listing.empty() || listing.back().name != name.name)
-      listing.push_back({std::move(file->name), {}});
-    listing.back().volumes.push_back(file->volume);
+  listing.reserve(found.size());
+  for (const Found& file : found) {
+    if (listing.empty() || listing.back().name != file.name.name)
+      listing.push_back({std::string(file.name.name), {}});
+    listing.back().volumes.push_back(file.volume);
   }
   return listing;
 }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "media/PsFormat.h"
+#include "media/RunTables.h"
 #include "platform/Directory.h"
 
 namespace qv::kelvo {
@@ -23,8 +24,10 @@ using HourListing = std::vector<ListedFile>;
 [[nodiscard]] bool ComesBefore(std::string_view a, std::string_view b);
 
 // The media files of `hourDirectories`, one per volume; a directory that can't be read has none.
+// `known`, which may be null, is asked first and told.
 [[nodiscard]] HourListing ListMediaFiles(Directories& directories,
-                                         const std::vector<std::string>& hourDirectories);
+                                         const std::vector<std::string>& hourDirectories,
+                                         RunTables* known = nullptr);
 
 // Visits the recordings of an hour directory by the shape of their names, in no particular order,
 // until `visit` returns false. Sizes are 0 unless asked for. A directory that can't be read has

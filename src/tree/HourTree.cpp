@@ -54,7 +54,9 @@ void FileSystemBase::ListHour(UtcMs time, std::span<const RequestKey> requested,
     for (const std::string& volume : volumes) {
       directories.push_back(volume.empty() ? std::string() : HourDirectory(volume, time));
     }
-    listing = ListMediaFiles(platform.directories, directories);
+    // An archive's directory may be on a file system that doesn't tell of every change.
+    listing = ListMediaFiles(platform.directories, directories,
+                             kind == kVolumesLocal ? runTables : nullptr);
     if (!listing.empty()) return;
   }
 }

@@ -50,23 +50,55 @@ TEST_F(SearchRun, ListsWhatItKnowsWithoutOpeningItUntilItChanges) {
   }
 }
 
-TEST(RunTables, HoldAsManyAsTheyMayTheLastAskedForLongest) {
+TEST(RunTables, HoldAsManyHoursAsTheyMayTheLastAskedForLongest) {
   const auto table = std::make_shared<qv::kelvo::RunTable>();
-  qv::kelvo::RunTables tables(16 * 1024);
-  const auto isKnown = [&](int number) {
-    return tables.Find("/a/" + std::to_string(number)).table != nullptr;
+  qv::kelvo::RunTables tables(64 * 1024);
+  const std::vector<std::string> names = {"b.ps", "a.ps", "c.ps"};
+  const auto knownIn = [&](int hour) {
+    const auto found = tables.Find(std::to_string(hour) + "/", names);
+    EXPECT_EQ(found[2].table, nullptr);
+    return (found[0].table != nullptr ? 1 : 0) + (found[1].table != nullptr ? 1 : 0);
   };
-  for (int number = 0; number < 1000; ++number) {
-    tables.Put("/a/" + std::to_string(number), {1, 1, 1}, table);
-    EXPECT_TRUE(isKnown(0) && isKnown(number)) << number;
+  for (int hour = 0; hour < 1000; ++hour) {
+    const std::string directory = std::to_string(hour) + "/";
+    tables.Put(directory + "b.ps", {1, 1, 1}, table);
+    tables.PutNames(directory, 7, std::make_shared<std::vector<std::string>>(names));
+    for (int again = 0; again < 3; ++again) tables.Put(directory + "a.ps", {1, 1, 1}, table);
+    EXPECT_TRUE(knownIn(0) == 2 && knownIn(hour) == 2) << hour;
+    EXPECT_EQ(*tables.FindNames(directory).names, names);
   }
   int count = 0;
-  for (int number = 0; number < 1000; ++number) count += isKnown(number) ? 1 : 0;
+  for (int hour = 0; hour < 1000; ++hour) count += knownIn(hour) == 2 ? 1 : 0;
   EXPECT_GT(count, 30);
   EXPECT_LT(count, 100);
-  EXPECT_FALSE(isKnown(1));
-  tables.Put("/b", {1, 0, 1}, table);
-  EXPECT_EQ(tables.Find("/b").table, nullptr) << "a state that can't be told";
+  EXPECT_EQ(knownIn(1), 0);
+  tables.Put("/x/a.ps", {1, 0, 1}, table);
+  EXPECT_EQ(tables.Find("/x/", names)[1].table, nullptr) << "a state that can't be told";
+}
+
+TEST(RunTables, TellTheNamesOfAnHourUntilItsDirectoryChanges) {
+  struct Counted : qv::kelvo::Directories {
+    int List(const std::string&, std::string_view, qv::kelvo::ListSizes,
+             const std::function<bool(const qv::kelvo::DirectoryEntry&)>& visit) override {
+      if (++lists; lists % 2 == 0) (void)visit({"5959-10010100.ps", false, 0});
+      (void)visit({"0000-10010100.ps", false, 0});
+      return 0;
+    }
+    std::uint64_t ChangeStamp(const std::string&) override { return stamp; }
+    int lists = 0;
+    std::uint64_t stamp = 0;
+  } directories;
+  qv::kelvo::RunTables tables;
+  // Stamp; names then; times that the directory was read until then.
+  const std::uint64_t steps[][3] = {{0, 1, 1}, {0, 2, 2}, {5, 1, 3}, {5, 1, 3}, {6, 2, 4},
+                                    {0, 1, 5}, {6, 2, 5}, {5, 2, 6}, {5, 2, 6}};
+  for (const auto& [stamp, names, lists] : steps) {
+    directories.stamp = stamp;
+    const auto listing = ListMediaFiles(directories, {"/a/"}, &tables);
+    EXPECT_EQ(listing.size(), names);
+    EXPECT_EQ(listing.front().name, "0000-10010100.ps");
+    EXPECT_EQ(static_cast<std::uint64_t>(directories.lists), lists);
+  }
 }
 
 TEST_F(SearchRun, RangesAtTheEdges) {

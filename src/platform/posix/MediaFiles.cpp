@@ -112,9 +112,21 @@ class MediaFilesOnPosix : public MediaFiles {
     return 0;
   }
 
-  FileStamp StampOf(const std::string& path) override {
+  FileStamp StampOf(const std::string& path) override { return StampAt(AT_FDCWD, path); }
+
+  void StampsOf(const std::string& directory, std::span<const std::string> names,
+                std::span<FileStamp> stamps) override {
+    const int fd = open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      stamps[i] = fd < 0 ? FileStamp{} : StampAt(fd, names[i]);
+    }
+    if (fd >= 0) (void)close(fd);
+  }
+
+ private:
+  static FileStamp StampAt(int directory, const std::string& path) {
     struct stat status {};
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+    if (fstatat(directory, path.c_str(), &status, 0) != 0 || !S_ISREG(status.st_mode)) return {};
     return StampIn(status);
   }
 };
