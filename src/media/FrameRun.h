@@ -21,7 +21,10 @@ struct FileEnd {
 };
 
 // Frames that go to a media file in one write: their headers, made here, between borrowed payloads;
-// and where the index stands behind them. Lives as long as the write. One thread.
+// and where the index stands behind them. Frames are decided on by the group of pictures, so that
+// some 25 of them are due at once: one by one they would cost two calls of the system each. The
+// payloads aren't copied, and the file's own state changes only when the run is on disk: a failed
+// write leaves the file where it stood. Lives on the stack as long as the write. One thread.
 class FrameRun {
  public:
   static constexpr std::size_t kFrames = RecordTail::kRun;

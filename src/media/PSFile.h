@@ -48,9 +48,17 @@ struct PSFrame {
   void SetTime(UtcMs time);
 };
 
-// One recording: a `.ps` media file and its `.psi` index (docs/media-format.md). One thread at a
-// time; readers use their own object on the same files. A writer that dies leaves a pair that a
-// reader can use, short of the frame that was being written.
+// One recording: a `.ps` media file and its `.psi` index (docs/media-format.md). Its stream owns
+// it; one thread at a time, while readers use their own object on the same files.
+//
+// What it keeps true at every moment, so that a death of the process needs no repair: the record of
+// a frame is in the index before the first byte of the frame is in the media file, and a frame that
+// counts as written is there whole. So a reader finds each frame, and behind the last of them at
+// most one run of records without frames, which it passes over. Only `Close` writes the counts and
+// the run table at the head: an index without them is counted anew by whoever reads it.
+//
+// A run of frames costs two writes. The newest records stay in memory for the links that a later
+// frame of the same stream sets in them; for an older one they are written one by one.
 class PSFile {
  public:
   // Borrows both for its life. `closed`, which may be null, is told of each recording that is

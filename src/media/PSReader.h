@@ -57,9 +57,17 @@ struct PSRun {
 };
 
 // Reads a recording (docs/media-format.md), also one that a crash left behind, whose index is lost,
-// or that is being written right now: it sees the frames that were there at Open. Nothing on disk
-// is trusted; results are those of PSFile. After a failed call the object is safe to use further;
-// after a failed Open it is closed. One thread at a time.
+// or that is being written right now: it sees the frames that were there at Open. Results are those
+// of PSFile. After a failed call the object is safe to use further; after a failed Open it is
+// closed. One thread at a time; whoever searches has one of his own.
+//
+// Nothing on disk is trusted: counts are held against the size of the file before they are used,
+// each walk along links has a bound, and where the head and the records disagree the records count.
+// What it makes up for a damaged file stays in memory; the files are only read.
+//
+// It keeps two cursors, one along each stream and one in file order, because playback steps: a step
+// is a record out of a window that was read at once, a jump costs its distance. Tables of frames
+// are held in memory only where there is no index to hold them.
 class PSReader {
  public:
   // Borrows `files` for its life.

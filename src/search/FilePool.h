@@ -10,8 +10,9 @@
 namespace qvsvr::kelvo {
 
 // The media files of one search, for reading: any number, of which few have a descriptor at a time.
-// The one that wasn't read for the longest gives up its own and opens again when it is read. One
-// thread at a time; outlives the files opened.
+// The one that wasn't read for the longest gives up its own and opens again when it is read.
+// Playback merges all files that overlap, and with many cameras these are more than a process may
+// have open; the host needs descriptors, too. One thread at a time; outlives the files opened.
 class FilePool : public qv::kelvo::MediaFiles {
  public:
   // Enough to read 32 recordings side by side without opening one twice.

@@ -25,6 +25,8 @@ int MillisecondOf(qv::kelvo::UtcMs time) {
   return static_cast<int>(time % 1000);
 }
 
+// Merges the frames of all files by time. Files come in the order of their names, which is that of
+// their beginnings, so only those need be open that begin before the first of the open ones ends.
 class Streamer {
  public:
   Streamer(SearchHelper& searchHelper, SearchTargetFileSystem& fileSystem, PlaybackFiles& playback)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "search/PlaybackFile.h"
+#include "search/PrepareFile.h"
 #include "search/SearchHelper.h"
 #include "search/SearchTargetFileSystem.h"
 

@@ -2,14 +2,18 @@
 
 #include <cstdint>
 
-#include "search/PlaybackFile.h"
+#include "search/PrepareFile.h"
 #include "search/SearchRequest.h"
 #include "search/SearchResult.h"
 #include "search/SearchTargetFileSystem.h"
 
 namespace qvsvr::kelvo {
 
-// The walk of a search over the tree.
+// The walk of a search over the tree: hour by hour from the earliest directory that may hold a
+// frame of the range, on the thread of the host's call. It opens what the names of an hour leave
+// over, and of a listing only what isn't known from before. Between hours it may be cancelled, and
+// owes nothing to the worker: it reads snapshots of the drives and targets, and a file that
+// vanishes under it is one that isn't found.
 class SearchBase {
  public:
   virtual ~SearchBase() = default;

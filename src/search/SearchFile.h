@@ -9,13 +9,20 @@
 
 #include "archiving/IScanner.h"
 #include "media/PSReader.h"
-#include "search/PlaybackFile.h"
+#include "search/PrepareFile.h"
 #include "search/SearchTargetFileSystem.h"
 
 namespace qvsvr::kelvo {
 
 // One file under playback, with the frame that is ready to be sent. Holds room for the largest
-// frame, taken once; a frame costs no allocation.
+// frame, taken once; a frame costs no allocation. A local file is read some frames at a time.
+//
+// A file of a bucket has its index and head here, and of its frames whatever was played before.
+// When one is missing, the stretch of about 150 frames from there on is asked for and waited for,
+// and the next one is on its way while it plays. The longer it plays, the more are (three at most)
+// and the longer they get: a look at one picture fetches little, and playing on is as fast as the
+// line. No place is asked for more than twice, however damaged what comes is. Dropping the object
+// gives up what is on its way.
 class SearchFile {
  public:
   // Borrows `target` for its life. Takes the file over.

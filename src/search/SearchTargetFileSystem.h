@@ -7,7 +7,9 @@
 
 namespace qvsvr::kelvo {
 
-// The file system as one search sees it: the plug-in's, less what the request leaves out.
+// The file system as one search sees it: the plug-in's, less what the request leaves out. Made for
+// one search and used on its thread. What it asks of the plug-in's are immutable lists; what it
+// holds, the pool of files and the bookings of buckets, is its own.
 class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
  public:
   // Searches everything. Borrows all for its life; `fileSystem`'s lists are asked on the caller's

@@ -24,8 +24,11 @@ inline constexpr std::uint32_t kVolumesArchive = 2;  // archive targets
 // Which archives take part, by id. An id that isn't in the map takes part.
 using ArchiveFilter = std::map<std::int32_t, bool>;
 
-// Knows where recordings lie, and walks their tree hour by hour. Nothing is kept between steps but
-// which buckets are left alone and what they last said.
+// Knows where recordings lie, and walks their tree hour by hour. An hour that isn't there costs one
+// test of a directory for each level that it lacks, so that ten empty years are found empty by ten
+// tests a volume. An hour is served by the local volumes, or, if they have nothing of it, by the
+// archives: never half by each. Nothing is kept between steps but which buckets are left alone and
+// what they last said.
 class FileSystemBase {
  public:
   // Borrows both for its life. `tables`: what is known of local volumes, or null.

@@ -19,9 +19,10 @@ using LevelTest = std::function<bool(UtcMs time, TreeLevel level)>;
 // year, month or day that is missing costs one question. False when there is none before `end`.
 [[nodiscard]] bool FindNextHour(UtcMs& time, UtcMs end, const LevelTest& exists);
 
-// Goes through the hours of some volumes in the order of time, from the oldest one on. A directory
-// whose hour comes twice is met once, at the first of both. Directories may come and go meanwhile.
-// One thread at a time.
+// Goes through the hours of some volumes in the order of time, from the oldest one on: how the
+// worker looks for what may go, and how the sweeper sees everything once. A directory whose hour
+// comes twice is met once, at the first of both. Directories may come and go meanwhile. One thread
+// at a time.
 class HourCursor {
  public:
   // Borrows `directories` for its life; `roots` are the volumes' roots.

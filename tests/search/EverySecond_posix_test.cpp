@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "search/SearchResult.h"
-#include "search/TimeRange.h"
+#include "search/SearchRequest.h"
 #include "tests/search/SearchFixture.h"
 #include "tests/support/Zone.h"
 #include "tree/LocalTime.h"

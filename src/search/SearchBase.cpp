@@ -1,13 +1,11 @@
-// SearchBase::Run: which files answer a request.
+#include "search/SearchBase.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <utility>
 
-#include "search/ListRuns.h"
 #include "search/PrepareFile.h"
-#include "search/SearchBase.h"
 #include "tree/LocalTime.h"
 
 namespace qvsvr::kelvo {
@@ -23,6 +21,52 @@ bool IsInChangeOf2007(std::int64_t seconds) {
   const UtcMs first = qv::kelvo::FromLocal({2007, 3, 11, 1});
   const UtcMs last = qv::kelvo::FromLocal({2007, 4, 1, 3});
   return seconds * 1000 >= first && seconds * 1000 <= last;
+}
+
+// Whether the runs make no difference.
+bool OneRunDoes(const CFileInfo& info, std::int64_t resolution) {
+  return !info.RanBack() && resolution >= info.endTime - info.startTime;
+}
+
+void ListStreams(const CFileInfo& info, std::vector<FileRun>& runs) {
+  for (unsigned stream = 0; stream < qv::kelvo::kStreamCount; ++stream) {
+    const qv::kelvo::StreamRow& row = info.streamRows[stream];
+    if (row.frames == 0) continue;
+    runs.push_back({static_cast<std::uint8_t>(stream), row.flags, row.firstTime, row.lastTime});
+  }
+}
+
+// The stretches of a recording. Fills the rows of `info`.
+void ListRuns(const qv::kelvo::RunTable& table, CFileInfo& info, std::int64_t resolution,
+              std::vector<FileRun>& runs) {
+  using qv::kelvo::SecondsOf;
+  runs.clear();
+  FillStreamRows(table, info);
+  if (OneRunDoes(info, resolution)) return ListStreams(info, runs);
+  for (const qv::kelvo::PsiRunRecord& run : table.runs) {
+    runs.push_back({run.stream, run.flags, SecondsOf({run.firstDate, run.firstMs}),
+                    SecondsOf({run.lastDate, run.lastMs})});
+  }
+}
+
+// The stretches of `info.path`: its runs, or one for each stream when it has no run table or the
+// resolution makes no difference, which it does where the clock was set back. Fills the rows of
+// `info`. False when the file can't be read.
+bool ListRuns(qv::kelvo::PSReader& reader, CFileInfo& info, std::int64_t resolution,
+              std::vector<FileRun>& runs) {
+  using qv::kelvo::SecondsOf;
+  runs.clear();
+  if (!FillStreamRows(reader, info)) return false;
+  if (OneRunDoes(info, resolution) || !reader.HasRunTable() || reader.GetRunCount() == 0) {
+    ListStreams(info, runs);
+    return true;
+  }
+  for (std::uint32_t number = 0; number < reader.GetRunCount(); ++number) {
+    qv::kelvo::PSRun run;
+    if (reader.GetRun(number, run) != qv::kelvo::kPsOk) return false;
+    runs.push_back({run.stream, run.flags, SecondsOf(run.first), SecondsOf(run.last)});
+  }
+  return true;
 }
 
 struct InputMasks {
