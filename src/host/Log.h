@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <string>
 
 #include "kelvo/host_abi.h"
@@ -53,5 +54,20 @@ inline CountText FormatCount(std::uint64_t value) {
 // As printf's %f with so many digits, but with a point whatever the locale: no line may have a
 // number printed by %f, %e or %g.
 [[nodiscard]] std::string FormatFixed(double value, int digits);
+
+// Runs a step of a thread or an export that no exception may leave: what it throws ends here, with
+// a line in the log. False then.
+template <typename Step>
+bool Guarded(const char* what, Step step) noexcept {
+  try {
+    step();
+    return true;
+  } catch (const std::exception& error) {
+    LogPrintf(LogError, "%s failed: %s", what, error.what());
+  } catch (...) {
+    LogPrintf(LogError, "%s failed: unknown exception", what);
+  }
+  return false;
+}
 
 }  // namespace qvsvr::kelvo

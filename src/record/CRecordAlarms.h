@@ -2,12 +2,29 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 
 #include "host/ICoreEventer.h"
-#include "record/ProviderTuple.h"
+#include "host/Xml.h"
 
 namespace qvsvr::kelvo {
+
+struct ConfigTarget;
+
+// Names one configured channel.
+struct SProviderTuple {
+  std::int32_t Provider = 0;  // the channel's provider id
+  std::uint32_t Id = 0;       // ID of its Devices element
+  std::int32_t Device = 0;
+  std::int32_t Input = 0;  // effective input
+  std::int32_t Context = 0;
+
+  virtual ~SProviderTuple() = default;
+  // Ordered by the fields in order, each as a signed number.
+  friend bool operator<(const SProviderTuple& a, const SProviderTuple& b);
+};
+using ProviderTuples = std::set<SProviderTuple>;
 
 // Tells the host, by RecordIdle events, whether each configured channel is being recorded. Worker
 // thread only.
@@ -41,5 +58,9 @@ class CRecordAlarms {
   ICoreEventer& Core;
   std::map<std::int32_t, SAlarm> Alarms;
 };
+
+// Applies the alarms of an action message, its Devices children, to the streams: what an alarm's
+// input has pending, and what comes until the alarm's end, is kept. Worker thread only.
+void ApplyActionDevices(const ConfigTarget& target, const TiXmlElement& root);
 
 }  // namespace qvsvr::kelvo

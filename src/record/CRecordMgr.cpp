@@ -4,13 +4,12 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "host/ICoreEventer.h"
 #include "host/Log.h"
 #include "kelvo/host_abi.h"
+#include "media/StreamId.h"
 #include "platform/Threads.h"
-#include "record/BufferReference.h"
-#include "record/FrameIntake.h"
-#include "record/Guarded.h"
-#include "record/ReservationMessages.h"
+#include "record/Reservations.h"
 #include "storage/StorageMessages.h"
 
 namespace qvsvr::kelvo {
@@ -27,6 +26,17 @@ void NoteTime(std::int64_t elapsedNs, std::uint64_t& current, std::uint64_t& lea
   current = static_cast<std::uint64_t>(elapsedNs / kNsPerMicrosecond);
   least = std::min(least, current);
   most = std::max(most, current);
+}
+
+// PTZ messages name inputs without a context.
+bool IsCameraMoving(const RecordStream& stream, std::uint32_t provider, const PtzInputs& ptz) {
+  const int slot = stream.SlotOf(provider);
+  if (slot < 0 || slot >= kVideoSlots) return false;
+  const int input = stream.EffectiveInput(slot);
+  if (input < 0) return false;
+  return ptz.IsMoving(qv::kelvo::MakeStreamID(0, qv::kelvo::ProviderOf(provider),
+                                              qv::kelvo::DeviceOf(provider),
+                                              static_cast<std::uint32_t>(input)));
 }
 
 }  // namespace
@@ -239,6 +249,23 @@ std::int64_t CRecordMgr::ReservedGB(const std::string& volume) const {
 
 bool CRecordMgr::IsBeingWritten(const std::string& path) const {
   return Reservations.HasReservation(path);
+}
+
+void IntakeFrame(RecordServices& services, StreamSet& streams, const PtzInputs& ptz,
+                 const RecordMessage& frame) {
+  BufferReference reference(services.Core, frame.Payload);
+  ++services.Stats.eav;
+  RecordStream* stream = streams.Route(frame.Source);
+  if (stream == nullptr) {
+    LogPrintf(LogCritical, "write invalid provider ID %08lX!!!",
+              static_cast<unsigned long>(frame.Source));
+    return;
+  }
+  const bool moving = IsCameraMoving(*stream, frame.Source, ptz);
+  if (stream->StreamAddFrame(frame.Source, frame.Payload, frame.Length, frame.SubCode, frame.Header,
+                             moving)) {
+    reference.PassOn();
+  }
 }
 
 }  // namespace qvsvr::kelvo

@@ -8,6 +8,7 @@
 #include "record/CRecordAlarms.h"
 #include "record/DeviceConfig.h"
 #include "record/DueFiles.h"
+#include "record/MessageQueue.h"
 #include "record/RecordQueue.h"
 #include "record/RecordServices.h"
 #include "record/Reservations.h"
@@ -83,5 +84,11 @@ class CRecordMgr : public IRecordManager {
   // counter at 0, so that a plug-in loaded anew finds no change before there is one.
   std::uint32_t PlacedAudioChanges = 0;
 };
+
+// Gives one media frame to the stream of its provider, the message's source. Takes over the
+// payload's reference: it is with the stream or released when this returns or throws. Worker thread
+// only.
+void IntakeFrame(RecordServices& services, StreamSet& streams, const PtzInputs& ptz,
+                 const RecordMessage& frame);
 
 }  // namespace qvsvr::kelvo

@@ -13,6 +13,8 @@ namespace qvsvr::kelvo {
 inline constexpr int kSlots = 32;  // of a stream: 0 to 15 video, 16 to 31 audio
 inline constexpr int kVideoSlots = 16;
 
+struct PendingFrame;
+
 // Configuration and state of one channel of a record stream. Times are capture times, UTC.
 struct ChannelSlot {
   std::int32_t Standard = 0;
@@ -31,5 +33,28 @@ struct ChannelSlot {
   std::optional<qv::kelvo::UtcMs> MotionTime;   // last motion frame, while motion runs
   std::optional<qv::kelvo::UtcMs> LastWritten;  // last frame written
 };
+
+// What to keep of one channel, as functions of its slot, a frame and the frame's hour of the week.
+
+// Whether two moments lie at most `distance` milliseconds apart, in either order; never for a
+// negative distance. Any values.
+[[nodiscard]] bool Within(qv::kelvo::UtcMs a, qv::kelvo::UtcMs b, std::int64_t distance);
+
+// `time` less `milliseconds`, stopping at the ends of the range.
+[[nodiscard]] qv::kelvo::UtcMs SubtractMs(qv::kelvo::UtcMs time, std::int64_t milliseconds);
+
+// The recording schedule: an alarm always records; otherwise the first entry that covers the hour
+// decides.
+[[nodiscard]] bool ShouldRecord(const ChannelSlot& slot, const PendingFrame& frame, int hourOfWeek);
+
+// Time-lapse: whether the channel is due for a picture. `defaultLapse` is the interval, in
+// milliseconds, where the slot's own schedule says nothing; below 1 is off.
+[[nodiscard]] bool ShouldLapse(const ChannelSlot& slot, const PendingFrame& frame, int hourOfWeek,
+                               std::int32_t defaultLapse);
+
+// Whether an alarm or motion may still begin that wants this frame. `newest` is the time of the
+// newest pending frame.
+[[nodiscard]] bool InWaitingTime(const ChannelSlot& slot, const PendingFrame& frame,
+                                 qv::kelvo::UtcMs newest);
 
 }  // namespace qvsvr::kelvo

@@ -39,8 +39,6 @@ struct ConfigTarget {
 void ApplyDevices(const ConfigTarget& target, const TiXmlElement& root);
 void ApplyEvents(const ConfigTarget& target, const TiXmlElement& root);
 void ApplyPtz(const ConfigTarget& target, const TiXmlElement& root);
-// Alarms of an action message: its Devices children.
-void ApplyActionDevices(const ConfigTarget& target, const TiXmlElement& root);
 // Archive targets and network drives: Archives children of a full configuration. Ends all files
 // when a drive came or went.
 void ApplyArchives(const ConfigTarget& target, const TiXmlElement& root);

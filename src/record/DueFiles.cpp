@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "record/Guarded.h"
+#include "host/Log.h"
 
 namespace qvsvr::kelvo {
 namespace {

@@ -7,6 +7,9 @@
 namespace qvsvr::kelvo {
 namespace {
 
+constexpr std::uint32_t kLateMs = 10'000;
+constexpr std::uint32_t kInTimeMs = 1'000;
+
 // Waking a sleeping thread costs the host several microseconds. So while frames come in, the worker
 // dozes instead of sleeping: it looks at the queue by itself, and a frame wakes it only when many
 // have gathered. Other messages always wake it. With no frame for a second it sleeps.
@@ -33,6 +36,12 @@ void Tell(QueueAge::Change change) {
 }
 
 }  // namespace
+
+QueueAge::Change QueueAge::Note(std::uint32_t ageMs, bool last) {
+  if (late ? ageMs >= kInTimeMs && !last : ageMs <= kLateMs) return Change::None;
+  late = !late;
+  return late ? Change::Late : Change::InTime;
+}
 
 bool RecordQueue::IsFrame(const RecordMessage& message) {
   return message.Type == 0 && (message.Class & KELVO_WRITE_FRAME) != 0;

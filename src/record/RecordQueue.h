@@ -10,9 +10,21 @@
 
 #include "platform/Clock.h"
 #include "record/MessageQueue.h"
-#include "record/QueueAge.h"
 
 namespace qvsvr::kelvo {
+
+// Watches how long messages wait for the worker. To be used under the queue's lock.
+class QueueAge {
+ public:
+  enum class Change { None, Late, InTime };
+
+  // Takes the age of the oldest message; `last` when no other is queued. Tells when messages begin
+  // to come late and when that is over.
+  [[nodiscard]] Change Note(std::uint32_t ageMs, bool last);
+
+ private:
+  bool late = false;
+};
 
 // The way from the host's threads to the worker. It may outlive the record manager that listens at
 // its end, so that a block that comes at any moment finds it there, and closed when nobody listens.

@@ -5,7 +5,7 @@
 
 #include "host/Log.h"
 #include "media/PackedTime.h"
-#include "record/RecordDecision.h"
+#include "record/ChannelSlot.h"
 
 namespace qvsvr::kelvo {
 namespace {

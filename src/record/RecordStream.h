@@ -10,8 +10,8 @@
 #include "media/PSFile.h"
 #include "record/ChannelSlot.h"
 #include "record/PendingFrames.h"
-#include "record/RateMeter.h"
 #include "record/RecordServices.h"
+#include "record/RecordStats.h"
 #include "tree/LocalTime.h"
 
 namespace qvsvr::kelvo {

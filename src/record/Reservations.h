@@ -6,7 +6,11 @@
 #include <string_view>
 #include <vector>
 
+#include "host/Xml.h"
+
 namespace qvsvr::kelvo {
+
+struct RecordServices;
 
 struct ReservationEntry {
   std::string Guid;    // a client's GUID, or the path of a record file
@@ -28,5 +32,10 @@ class ReservationList {
   std::vector<ReservationEntry> Entries;  // in order of adding
   std::map<std::string, std::int64_t> SumByVolume;
 };
+
+// Applies the Reservation children of each Storage element of an action message that carries this
+// module's id: other modules of the host ask for space on a volume and give it up again. The answer
+// to a request goes out as an event. Worker thread only.
+void ApplyReservations(const RecordServices& services, const TiXmlElement& root);
 
 }  // namespace qvsvr::kelvo

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "record/FrameIntake.h"
+#include "record/CRecordMgr.h"
 #include "tests/record/StreamFixture.h"
 
 namespace qvsvr::kelvo {

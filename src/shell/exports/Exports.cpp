@@ -3,7 +3,6 @@
 #include <wx/debug.h>
 #include <wx/log.h>
 
-#include <exception>
 #include <memory>
 #include <string_view>
 
@@ -15,8 +14,7 @@
 namespace {
 
 using qvsvr::kelvo::CFilePlugin;
-using qvsvr::kelvo::LogError;
-using qvsvr::kelvo::LogPrintf;
+using qvsvr::kelvo::Guarded;
 using qvsvr::kelvo::PluginLife;
 using qvsvr::kelvo::RecordMessage;
 
@@ -34,14 +32,8 @@ PluginLife life;
 
 // Runs the body of an export; no exception reaches the host.
 template <typename Body>
-std::uint32_t Guarded(const char* name, Body body) noexcept {
-  try {
-    body();
-  } catch (const std::exception& error) {
-    LogPrintf(LogError, "%s failed: %s", name, error.what());
-  } catch (...) {
-    LogPrintf(LogError, "%s failed: unknown exception", name);
-  }
+std::uint32_t Export(const char* name, Body body) noexcept {
+  (void)Guarded(name, body);
   return 0;
 }
 
@@ -115,28 +107,28 @@ void Ioctl(const KelvoIoctlBlock& block, KelvoIoctlReply& reply) {
 extern "C" {
 
 KELVO_EXPORT std::uint32_t Load(void* input, void* output) {
-  return Guarded("Load", [&] {
+  return Export("Load", [&] {
     LoadPlugin(static_cast<const KelvoLoadInput*>(input),
                static_cast<KelvoModuleDescriptor*>(output));
   });
 }
 
 KELVO_EXPORT std::uint32_t Open(void* /*input*/, void* /*output*/) {
-  return Guarded("Open", [] {
+  return Export("Open", [] {
     if (const PluginLife::Call target(life); target) target->Open(KELVO_VERSION);
   });
 }
 
 KELVO_EXPORT std::uint32_t Read(void* request, void* reply) {
   if (request == nullptr || reply == nullptr) return 0;
-  return Guarded("Read", [&] {
+  return Export("Read", [&] {
     ReadBlock(*static_cast<const KelvoReadBlock*>(request), *static_cast<KelvoReadReply*>(reply));
   });
 }
 
 KELVO_EXPORT std::uint32_t Write(void* request, void* reply) {
   if (request == nullptr || reply == nullptr) return 0;
-  return Guarded("Write", [&] {
+  return Export("Write", [&] {
     WriteBlock(*static_cast<const KelvoWriteBlock*>(request),
                *static_cast<KelvoWriteReply*>(reply));
   });
@@ -149,19 +141,19 @@ KELVO_EXPORT std::uint32_t Seek(void* /*request*/, void* reply) {
 
 KELVO_EXPORT std::uint32_t IOCTL(void* request, void* reply) {
   if (request == nullptr || reply == nullptr) return 0;
-  return Guarded("IOCTL", [&] {
+  return Export("IOCTL", [&] {
     Ioctl(*static_cast<const KelvoIoctlBlock*>(request), *static_cast<KelvoIoctlReply*>(reply));
   });
 }
 
 KELVO_EXPORT std::uint32_t Close(void* /*input*/, void* /*output*/) {
-  return Guarded("Close", [] {
+  return Export("Close", [] {
     if (const PluginLife::Call target(life); target) target->Close();
   });
 }
 
 KELVO_EXPORT std::uint32_t Unload(void* /*input*/, void* /*output*/) {
-  return Guarded("Unload", [] { life.Replace([] { return nullptr; }); });
+  return Export("Unload", [] { life.Replace([] { return nullptr; }); });
 }
 
 }  // extern "C"

@@ -1,7 +1,9 @@
-#include "record/RecordDecision.h"
+#include "record/ChannelSlot.h"
 
 #include <algorithm>
 #include <limits>
+
+#include "record/PendingFrames.h"
 
 namespace qvsvr::kelvo {
 namespace {
