@@ -11,7 +11,7 @@
 #include "record/RecordStats.h"
 #include "record/Reservations.h"
 #include "storage/CFileSystem.h"
-#include "storage/IRecordManager.h"
+#include "storage/RoomMaker.h"
 
 namespace qvsvr::kelvo {
 

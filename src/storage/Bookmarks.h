@@ -1,12 +1,16 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "host/Xml.h"
 #include "media/StreamId.h"
+#include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 
@@ -34,5 +38,49 @@ using Bookmarks = std::multimap<std::string, BookmarkRecord>;
 
 // A Cases element with each bookmark's size; without children when the table is empty.
 [[nodiscard]] TiXmlElement BookmarkSizes(const Bookmarks& table);
+
+// Finds the bookmarks that a recording lies in by its camera and time, however many there are. It
+// knows bookmarks by their place in the table that it was made of, and holds nothing of that table.
+class BookmarkIndex {
+ public:
+  BookmarkIndex() = default;
+  explicit BookmarkIndex(const Bookmarks& table);
+
+  // Whether a recording of that name's id lies in a bookmark, by either of its times.
+  [[nodiscard]] bool Covers(qv::kelvo::StreamID id, const qv::kelvo::PathTime& time) const;
+  // Visits the places of all bookmarks that it lies in, each once.
+  void Visit(qv::kelvo::StreamID id, const qv::kelvo::PathTime& time,
+             const std::function<void(std::size_t place)>& visit) const;
+  // Whether any camera has a bookmark for recordings of some moment from `first` to `last`.
+  [[nodiscard]] bool Touches(std::int64_t first, std::int64_t last) const;
+
+ private:
+  struct Stretch {
+    std::int64_t from = 0;    // the first time of a recording that lies in it
+    std::int64_t end = 0;     // behind the last one
+    std::int64_t latest = 0;  // the greatest `end` of its half, in the tree that bisection makes
+    std::size_t place = 0;
+  };
+  using Stretches = std::vector<Stretch>;  // ascending by `from`
+
+  static std::int64_t Prepare(Stretches& stretches, std::size_t begin, std::size_t end);
+  // False as soon as `visit` is, for those that overlap `first` to `last`.
+  static bool ForEach(const Stretches& stretches, std::size_t begin, std::size_t end,
+                      std::int64_t first, std::int64_t last,
+                      const std::function<bool(const Stretch&)>& visit);
+
+  std::map<qv::kelvo::StreamID, Stretches> byCamera;
+  Stretches all;
+};
+
+// The bookmarks in force. Worker thread only.
+struct BookmarkTable {
+  Bookmarks bookmarks;
+  BookmarkIndex index;
+  std::uint32_t casesChanges = 0;  // counts replacements
+  std::uint64_t revision = 0;      // counts replacements by something else
+
+  void Replace(Bookmarks next);
+};
 
 }  // namespace qvsvr::kelvo

@@ -4,7 +4,7 @@
 
 #include "host/Log.h"
 #include "kelvo/host_abi.h"
-#include "storage/RecordingRemoval.h"
+#include "storage/Cleanup.h"
 #include "storage/StorageMessages.h"
 
 namespace qvsvr::kelvo {

@@ -8,13 +8,10 @@
 #include "host/ICoreEventer.h"
 #include "host/Xml.h"
 #include "media/StreamId.h"
-#include "storage/BookmarkIndex.h"
+#include "storage/Bookmarks.h"
 #include "storage/Catalogue.h"
 #include "storage/Healer.h"
-#include "storage/IRecordManager.h"
-#include "storage/LicenceState.h"
 #include "storage/Protection.h"
-#include "storage/ReadWriteTest.h"
 #include "storage/RetentionRules.h"
 #include "storage/RoomMaker.h"
 #include "storage/Schedule.h"
@@ -22,11 +19,24 @@
 #include "storage/StorageFile.h"
 #include "storage/StorageMessages.h"
 #include "storage/Sweeper.h"
-#include "storage/TimeLapseTable.h"
 #include "storage/VolumeTable.h"
 #include "tree/FileSystemBase.h"
 
 namespace qvsvr::kelvo {
+
+// Whether the installation runs unrestricted. The one place where a licence is judged. Worker
+// thread only.
+class LicenceState {
+ public:
+  // Takes the root of a system message; true when the restricted state changed. This edition has no
+  // licence to check and stays unrestricted.
+  bool Apply(const TiXmlElement& /*system*/) { return false; }
+
+  [[nodiscard]] bool Restricted() const { return restricted; }
+
+ private:
+  bool restricted = false;
+};
 
 // The storage manager: drives, settings, retention, bookmarks, archive targets. A face over the
 // parts in this folder. All operations belong to the record worker (or to Open, before the worker

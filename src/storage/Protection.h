@@ -10,7 +10,7 @@
 
 #include "media/PSReader.h"
 #include "platform/Platform.h"
-#include "storage/BookmarkIndex.h"
+#include "storage/Bookmarks.h"
 #include "storage/RetentionRules.h"
 #include "tree/RecordPath.h"
 

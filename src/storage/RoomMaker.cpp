@@ -1,7 +1,7 @@
 #include "storage/RoomMaker.h"
 
 #include "host/Log.h"
-#include "storage/RecordingRemoval.h"
+#include "storage/Cleanup.h"
 
 namespace qvsvr::kelvo {
 namespace {

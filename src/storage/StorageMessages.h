@@ -7,7 +7,7 @@
 #include "host/Xml.h"
 #include "storage/DriveTable.h"
 #include "storage/RetentionRules.h"
-#include "storage/TimeLapseTable.h"
+#include "storage/Schedule.h"
 
 namespace qvsvr::kelvo {
 

@@ -10,7 +10,6 @@
 #include "platform/Files.h"
 #include "platform/Threads.h"
 #include "storage/Cleanup.h"
-#include "storage/RecordingRemoval.h"
 #include "tree/CFileInfo.h"
 
 namespace qvsvr::kelvo {

@@ -1,7 +1,6 @@
 #include <algorithm>
 
 #include "storage/Cleanup.h"
-#include "storage/RecordingRemoval.h"
 #include "tests/storage/RecordingForest.h"
 
 namespace qvsvr::kelvo {

@@ -5,7 +5,6 @@
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 
-#include "storage/ReadWriteTest.h"
 #include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/TempTree.h"

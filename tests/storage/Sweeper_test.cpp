@@ -1,7 +1,7 @@
 #include <future>
 #include <thread>
 
-#include "storage/RecordingRemoval.h"
+#include "storage/Cleanup.h"
 #include "tests/storage/RecordingForest.h"
 
 namespace qvsvr::kelvo {

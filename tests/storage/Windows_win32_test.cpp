@@ -6,8 +6,7 @@
 
 #include "platform/Files.h"
 #include "storage/Cleanup.h"
-#include "storage/ReadWriteTest.h"
-#include "storage/RecordingRemoval.h"
+#include "storage/StatusReport.h"
 #include "tests/storage/RecordingForest.h"
 
 // Files that another program has open without sharing them, and that it lets go of when waited for.
