@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 
+#include "platform/Platform.h"
 #include "shell/CFilePlugin.h"
 
 namespace qvsvr::kelvo {
@@ -47,5 +48,8 @@ class PluginLife {
   std::atomic<CFilePlugin*> current{nullptr};
   std::atomic<std::uint32_t> inside{0};
 };
+
+// The operating system that this module runs on. Each module that has the exports defines it once.
+[[nodiscard]] qv::kelvo::Platform& PluginPlatform();
 
 }  // namespace qvsvr::kelvo

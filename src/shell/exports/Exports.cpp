@@ -9,7 +9,6 @@
 #include "host/Log.h"
 #include "kelvo/host_abi.h"
 #include "shell/PluginLife.h"
-#include "shell/PluginPlatform.h"
 
 namespace {
 

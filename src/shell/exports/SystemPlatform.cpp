@@ -1,4 +1,4 @@
-#include "shell/PluginPlatform.h"
+#include "shell/PluginLife.h"
 
 namespace qvsvr::kelvo {
 

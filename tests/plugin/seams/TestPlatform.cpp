@@ -1,7 +1,7 @@
 #include "tests/plugin/seams/TestPlatform.h"
 
 #include "kelvo/host_abi.h"
-#include "shell/PluginPlatform.h"
+#include "shell/PluginLife.h"
 
 namespace {
 qv::kelvo::Platform* testPlatform = nullptr;
