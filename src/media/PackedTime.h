@@ -4,7 +4,6 @@
 #include <optional>
 
 #include "platform/Clock.h"
-#include "platform/LocalTime.h"
 
 namespace qv::kelvo {
 

@@ -19,9 +19,6 @@ class DiskSync {
 
   // Returns when the names in a directory are on disk; at once where the system sees to it itself.
   [[nodiscard]] virtual int FinishDirectory(const std::string& path) = 0;
-
-  // True if `error` says that the file doesn't exist.
-  [[nodiscard]] virtual bool IsMissing(int error) const = 0;
 };
 
 }  // namespace qv::kelvo

@@ -2,7 +2,7 @@
 
 #include <boost/filesystem/operations.hpp>
 
-#include "platform/NativePath.h"
+#include "platform/Native.h"
 
 namespace qv::kelvo {
 namespace {

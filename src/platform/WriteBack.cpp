@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "platform/Files.h"
 #include "platform/Threads.h"
 
 namespace qv::kelvo {
@@ -105,7 +106,7 @@ void WriteBack::Complete(Drive& drive, const Pairs& pairs) {
   int worst = 0;
   const auto note = [&](int error) {
     // Room may have been made of it meanwhile.
-    if (error != 0 && !sync.IsMissing(error)) worst = error;
+    if (error != 0 && !IsMissing(error)) worst = error;
   };
   for (const auto& [media, pair] : pairs) note(sync.Start(media));
   for (const auto& [media, pair] : pairs) note(sync.Finish(media));

@@ -6,7 +6,7 @@
 
 #include "host/Log.h"
 #include "media/PackedTime.h"
-#include "platform/Prefetch.h"
+#include "platform/Platform.h"
 #include "record/RecordStream.h"
 #include "tree/RecordPath.h"
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "platform/LocalTime.h"
+#include "platform/Clock.h"
 
 namespace qv::kelvo {
 

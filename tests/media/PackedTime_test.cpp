@@ -4,7 +4,7 @@
 
 #include <limits>
 
-#include "platform/LocalTime.h"
+#include "platform/Clock.h"
 
 namespace qv::kelvo {
 namespace {

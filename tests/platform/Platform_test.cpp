@@ -1,4 +1,4 @@
-#include "platform/Pattern.h"
+#include "platform/Native.h"
 
 #include <cerrno>
 #include <ctime>

@@ -17,7 +17,6 @@ class ToldSync : public DiskSync {
   int Start(const std::string& path) override { return Note("start " + path); }
   int Finish(const std::string& path) override { return Note("finish " + path); }
   int FinishDirectory(const std::string& path) override { return Note("names " + path); }
-  bool IsMissing(int number) const override { return number == 2; }
 
   // The calls up to the one given, which are forgotten then; empty after 10 s without it.
   std::vector<std::string> Until(const std::string& last) {

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <memory>
 
-#include "platform/Pattern.h"
+#include "platform/Native.h"
 #include "platform/posix/Posix.h"
 
 namespace qv::kelvo {

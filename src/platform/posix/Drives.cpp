@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "platform/DriveSpace.h"
 #include "platform/Files.h"
+#include "platform/Native.h"
 #include "platform/posix/Posix.h"
 
 namespace qv::kelvo {

@@ -7,7 +7,6 @@
 #include "platform/posix/Posix.h"
 
 namespace qv::kelvo {
-
 namespace {
 
 constexpr mode_t kNewFileMode = 0644;
@@ -18,13 +17,20 @@ std::string ParentOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+// Opens `path` for the time of one call.
+template <class Call>
+int WithDescriptor(const std::string& path, int flags, Call call) {
+  const int fd = RetryInterrupted(
+      [&] { return open(path.c_str(), flags | O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); });
+  if (fd < 0) return errno;
+  const int error = RetryInterrupted([&] { return call(fd); }) == 0 ? 0 : errno;
+  close(fd);
+  return error;
+}
+
 // Makes the names in a directory durable; 0 where the file system can't sync directories.
 int SyncDirectory(const std::string& path) {
-  const int fd =
-      RetryInterrupted([&] { return open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
-  if (fd < 0) return errno;
-  const int error = RetryInterrupted([&] { return fsync(fd); }) == 0 ? 0 : errno;
-  close(fd);
+  const int error = WithDescriptor(path, O_DIRECTORY, fsync);
   return error == EINVAL || error == ENOTSUP ? 0 : error;
 }
 
@@ -92,11 +98,30 @@ class DurableFilesOnPosix : public DurableFiles {
   int Remove(const std::string& path) override { return unlink(path.c_str()) == 0 ? 0 : errno; }
 };
 
+class DiskSyncOnPosix : public DiskSync {
+ public:
+  int Start(const std::string& path) override {
+    return WithDescriptor(path, 0, [](int fd) {
+      (void)sync_file_range(fd, 0, 0, SYNC_FILE_RANGE_WRITE);  // a hint: Finish does what counts
+      return 0;
+    });
+  }
+
+  int Finish(const std::string& path) override { return WithDescriptor(path, 0, fdatasync); }
+
+  int FinishDirectory(const std::string& path) override { return SyncDirectory(path); }
+};
+
 }  // namespace
 
 DurableFiles& PosixDurableFiles() {
   static DurableFilesOnPosix files;
   return files;
+}
+
+DiskSync& PosixDiskSync() {
+  static DiskSyncOnPosix sync;
+  return sync;
 }
 
 }  // namespace qv::kelvo

@@ -6,7 +6,7 @@
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 
-#include "platform/NativePath.h"
+#include "platform/Native.h"
 
 namespace qv::kelvo {
 

@@ -1,4 +1,4 @@
-#include "platform/Pattern.h"
+#include "platform/Native.h"
 #include "platform/win32/Win32.h"
 
 namespace qv::kelvo {

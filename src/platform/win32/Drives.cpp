@@ -1,6 +1,6 @@
 #include <array>
 
-#include "platform/DriveSpace.h"
+#include "platform/Native.h"
 #include "platform/win32/Win32.h"
 
 namespace qv::kelvo {

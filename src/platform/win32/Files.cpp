@@ -1,6 +1,6 @@
 #include "platform/Files.h"
 
-#include "platform/NativePath.h"
+#include "platform/Native.h"
 #include "platform/win32/Win32.h"
 
 namespace qv::kelvo {

@@ -1,7 +1,12 @@
 #include <algorithm>
 #include <boost/filesystem/path.hpp>
+#include <cstring>
 #include <locale>
+#include <map>
+#include <mutex>
 
+#include "platform/Clock.h"
+#include "platform/Threads.h"
 #include "platform/win32/Win32.h"
 
 namespace qv::kelvo {
@@ -120,6 +125,79 @@ Platform& SystemPlatform() {
       clock,          Win32Drives(), Win32Directories(), Win32MediaFiles(), Win32DurableFiles(),
       Win32DiskSync()};
   return platform;
+}
+
+namespace {
+
+// The rules of the system's zone by year: the C library and the calls without a year apply this
+// year's to every year. Any thread.
+class ZoneRules {
+ public:
+  TIME_ZONE_INFORMATION Of(WORD year) {
+    DYNAMIC_TIME_ZONE_INFORMATION current;
+    std::memset(&current, 0, sizeof current);
+    (void)GetDynamicTimeZoneInformation(&current);
+    const std::lock_guard guard(lock);
+    if (std::memcmp(&current, &zone, sizeof zone) != 0) {
+      zone = current;
+      years.clear();
+    }
+    const auto [entry, isNew] = years.try_emplace(year);
+    if (isNew && GetTimeZoneInformationForYear(year, &zone, &entry->second) == 0) {
+      (void)GetTimeZoneInformation(&entry->second);
+    }
+    return entry->second;
+  }
+
+ private:
+  std::mutex lock;
+  DYNAMIC_TIME_ZONE_INFORMATION zone{};
+  std::map<WORD, TIME_ZONE_INFORMATION> years;
+};
+
+SYSTEMTIME ToZone(const SYSTEMTIME& utc, WORD year) {
+  static ZoneRules rules;
+  const TIME_ZONE_INFORMATION rule = rules.Of(year);
+  SYSTEMTIME local{};
+  return SystemTimeToTzSpecificLocalTime(&rule, &utc, &local) != 0 ? local : utc;
+}
+
+}  // namespace
+
+CalendarTime ToLocal(UtcMs time) {
+  time = std::clamp(time, kFirstLocalMs, kLastLocalMs);
+  const auto ticks =
+      static_cast<std::uint64_t>(time * (kTicksPerSecond / 1000) + kTicksFrom1601To1970);
+  const FILETIME moment{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+  SYSTEMTIME utc{};
+  FileTimeToSystemTime(&moment, &utc);
+  SYSTEMTIME local = ToZone(utc, utc.wYear);
+  if (local.wYear != utc.wYear) local = ToZone(utc, local.wYear);
+  return {local.wYear,   local.wMonth,  local.wDay,          local.wHour,
+          local.wMinute, local.wSecond, local.wMilliseconds, local.wDayOfWeek};
+}
+
+void PrepareThread() {
+  (void)SetThreadErrorMode(SEM_FAILCRITICALERRORS | SEM_NOOPENFILEERRORBOX, nullptr);
+}
+
+std::uint64_t YieldToOtherThreads() {
+  PrepareThread();
+  // A lower one gets nothing on a busy machine, and holds up whoever waits for it.
+  (void)SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_BELOW_NORMAL);
+  return GetCurrentThreadId();
+}
+
+void RaiseThread(std::uint64_t thread) {
+  const OwnedHandle handle(OpenThread(THREAD_SET_INFORMATION, FALSE, static_cast<DWORD>(thread)));
+  if (handle) (void)SetThreadPriority(handle.get(), THREAD_PRIORITY_NORMAL);
+}
+
+void LowerIfYielding(HANDLE file) {
+  if (GetThreadPriority(GetCurrentThread()) != THREAD_PRIORITY_BELOW_NORMAL) return;
+  FILE_IO_PRIORITY_HINT_INFO hint{};
+  hint.PriorityHint = IoPriorityHintLow;
+  (void)SetFileInformationByHandle(file, FileIoPriorityHintInfo, &hint, sizeof hint);
 }
 
 }  // namespace qv::kelvo

@@ -1,9 +1,9 @@
-#include "platform/Pattern.h"
+#include "platform/Native.h"
 
+#include <boost/filesystem/operations.hpp>
 #include <cstddef>
 
 namespace qv::kelvo {
-
 namespace {
 
 char Folded(char c) {
@@ -45,6 +45,14 @@ bool MatchesPattern(std::string_view name, std::string_view pattern) {
   }
   while (p < pattern.size() && pattern[p] == '*') ++p;
   return p == pattern.size();
+}
+
+std::string MeasureSpace(const std::string& path, DriveSpace& space) {
+  boost::system::error_code error;
+  const boost::filesystem::space_info info = boost::filesystem::space(NativePath(path), error);
+  if (error) return error.message();
+  space = {info.capacity, info.free, info.available};
+  return {};
 }
 
 }  // namespace qv::kelvo
