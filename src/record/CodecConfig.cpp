@@ -27,13 +27,6 @@ std::uint32_t Bit(std::int32_t number) {
   return 1u << number;
 }
 
-// Sets a bit; false if it was set.
-bool SetBit(std::uint32_t& bits, std::int32_t number) {
-  const bool isNew = (bits & Bit(number)) == 0;
-  bits |= Bit(number);
-  return isNew;
-}
-
 // Both in milliseconds, up to the largest number of the slot's field.
 std::int32_t KeptAheadOfMotion(const InputSettings& settings) {
   const std::int64_t sum = std::int64_t{settings.PreMotion} + settings.BeginThreshold;
@@ -127,7 +120,7 @@ RecordStream& CodecConfig::GetOrCreateStream(std::uint32_t id, bool restart) {
   } else if (restart) {
     stream->CloseFile();
   }
-  stream->ActiveChannels = 0;
+  stream->ActiveChannels.reset();
   Seen.Streams.insert(id);
   return *stream;
 }
@@ -220,8 +213,8 @@ void CodecConfig::ApplyChannel(const TiXmlElement& element, Encoder& encoder,
 
   if (Inputs.HasOwnStream.test(number)) {
     SplitOff(encoder, channel, input);
-  } else if (SetBit(encoder.Counted, channel)) {
-    ++stream.ActiveChannels;
+  } else {
+    stream.ActiveChannels.set(static_cast<std::size_t>(slotIndex));
   }
 }
 
@@ -241,7 +234,7 @@ void CodecConfig::SplitOff(Encoder& encoder, std::int32_t channel, std::int32_t 
   RecordStream& own = GetOrCreateStream(id, restart);
   own.ParentId = parent.StreamId;
   own.AltId = 0;
-  ++own.ActiveChannels;
+  own.ActiveChannels.set(0);
   if (restart) own.DropSlotFrames(0);
   CopySlot(parent.Slots[static_cast<std::size_t>(slotIndex)], input, own.Slots[0]);
   own.MapChannel(lowByte, 0);
@@ -267,7 +260,7 @@ void CodecConfig::ApplyAudio(const TiXmlElement& element, Encoder& encoder) {
   for (std::int32_t channel = 0; channel < kChannels; ++channel) {
     const int slotIndex = channel + kVideoSlots;
     if ((encoder.Named & Bit(slotIndex)) == 0) encoder.Stream.ResetSlot(slotIndex);
-    if ((encoder.Counted & Bit(slotIndex)) != 0) continue;
+    if ((encoder.AudioReady & Bit(slotIndex)) != 0) continue;
     if (RecordStream* own = OwnStream(encoder, channel)) own->ResetSlot(kOwnAudioSlot);
   }
 }
@@ -315,15 +308,15 @@ void CodecConfig::ApplyAudioChannel(const TiXmlElement& element, Encoder& encode
     CopySlot(slot, input, own->Slots[std::size_t{kOwnAudioSlot}]);
     own->MapChannel(lowByte, kOwnAudioSlot);
   }
-  const bool isNew = SetBit(encoder.Counted, slotIndex);
+  encoder.AudioReady |= Bit(slotIndex);
   if (own != nullptr && AudioWithVideo) {
-    if (isNew) ++own->ActiveChannels;
+    own->ActiveChannels.set(kOwnAudioSlot);
     own->AltId = Address.With(lowByte);
     own->TakeSlotFrames(stream, slotIndex, kOwnAudioSlot);
     own->CloseFile();
     own->OpenFile();
-  } else if (isNew) {
-    ++stream.ActiveChannels;
+  } else {
+    stream.ActiveChannels.set(static_cast<std::size_t>(slotIndex));
   }
 }
 

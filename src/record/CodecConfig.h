@@ -32,10 +32,10 @@ class CodecConfig {
     bool Restart;
     bool HasSequence;
     RecordStream& Stream;
-    int SlotBase;               // slot of channel 0
-    int ChannelCount;           // slots from there on
-    std::uint32_t Named = 0;    // a bit for each channel: video, then audio
-    std::uint32_t Counted = 0;  // those that are ready to record
+    int SlotBase;                  // slot of channel 0
+    int ChannelCount;              // slots from there on
+    std::uint32_t Named = 0;       // a bit for each channel: video, then audio
+    std::uint32_t AudioReady = 0;  // those of audio that are ready to record
 
     // Whether the slot starts afresh: with its encoder, or because it wasn't this encoder's before.
     [[nodiscard]] bool Restarts(int slot) const;

@@ -232,20 +232,23 @@ void Reopen(RecordStream& stream) {
 }
 
 void TakeAudio(RecordStream& own, RecordStream& parent) {
-  ++own.ActiveChannels;
+  own.ActiveChannels.set(kOwnAudioSlot);
   own.AltId = (own.StreamId & ~0x1Fu) |
               static_cast<std::uint32_t>(AudioChannel(static_cast<int>(own.StreamId & 0x1Fu)));
   if (const int slot = parent.SlotOf(own.AltId); slot >= 0) {
     own.TakeSlotFrames(parent, slot, kOwnAudioSlot);
+    parent.ActiveChannels.reset(static_cast<std::size_t>(slot));
   }
   Reopen(own);
-  if (--parent.ActiveChannels == 0) parent.CloseFile();
+  if (parent.ActiveChannels.none()) parent.CloseFile();
 }
 
 void GiveAudioBack(RecordStream& own, RecordStream& parent) {
-  --own.ActiveChannels;
+  own.ActiveChannels.reset(kOwnAudioSlot);
+  if (const int slot = parent.SlotOf(own.AltId); slot >= 0) {
+    parent.ActiveChannels.set(static_cast<std::size_t>(slot));
+  }
   own.AltId = 0;
-  ++parent.ActiveChannels;
   Reopen(parent);
 }
 

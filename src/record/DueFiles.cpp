@@ -34,7 +34,7 @@ void DueFiles::Look() {
     if (const auto opened = stream->GetOpenTime()) {
       OldestOpen = std::min(OldestOpen, *opened);
       NewestOpen = std::max(NewestOpen, *opened);
-    } else if (stream->ActiveChannels == 0) {
+    } else if (stream->ActiveChannels.none()) {
       Idle.push_back(stream.get());
     } else {
       Missing.push_back(stream.get());

@@ -76,7 +76,7 @@ void RecordStream::NoteNoVolume() {
 
 void RecordStream::OpenFile() {
   RefreshDefaultLapse();
-  const bool records = ActiveChannels != 0;
+  const bool records = ActiveChannels.any();
   const std::string volume = records ? Services.Volumes.Take() : Services.Volumes.Look();
   if (volume.empty()) {
     NoteNoVolume();

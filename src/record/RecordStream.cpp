@@ -197,7 +197,7 @@ int RecordStream::HourOf(const PendingFrame& frame) {
 
 // Whether a volume may be found soon, so that nothing that is wanted is given up.
 bool RecordStream::AwaitsVolume() const {
-  return Services.Volumes.Searching() && !OpenTime && ActiveChannels != 0;
+  return Services.Volumes.Searching() && !OpenTime && ActiveChannels.any();
 }
 
 void RecordStream::Drop(PendingFrame* frame) {

@@ -92,7 +92,7 @@ class RecordStream {
   std::uint32_t AltId = 0;     // a second provider id routed here; 0 if none
   std::uint32_t ParentId = 0;  // the stream this one split from; 0 if none
   std::uint8_t Layout = qv::kelvo::kWholeDevice;  // low byte of an encoder stream's id
-  std::int64_t ActiveChannels = 0;                // slots that record here; at 0 no file is opened
+  std::bitset<kSlots> ActiveChannels;             // slots that record here; without one no file
   std::int32_t DefaultLapse = 0;                  // milliseconds; below 1 is off
   std::array<ChannelSlot, kSlots> Slots;
 

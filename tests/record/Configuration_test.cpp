@@ -123,7 +123,8 @@ class ConfigurationParts : public StreamParts {
     out << tree.FilesEndingIn(".ps").size() << " recordings, "
         << reservations.ReservedGB(storage.Volume) << " GB reserved\n";
     for (const auto& stream : streams.All()) {
-      out << std::hex << stream->StreamId << std::dec << " active " << stream->ActiveChannels;
+      out << std::hex << stream->StreamId << std::dec << " active "
+          << stream->ActiveChannels.count();
       if (const auto opened = stream->GetOpenTime()) out << " file " << *opened - start;
       if (stream->DefaultLapse != 0) out << " lapse " << stream->DefaultLapse;
       out << '\n';
