@@ -57,7 +57,8 @@ std::optional<InputAlarm> ReadInputAlarm(const TiXmlElement& element) {
   return alarm;
 }
 
-// The streams of a device in one context: their ids differ in the low byte only.
+// The streams of a device in one context: their ids differ in the low byte only. An alarm names an
+// input, which may be in several of them.
 std::vector<RecordStream*> StreamsOf(const StreamSet& streams, const DeviceAddress& address) {
   std::vector<RecordStream*> found;
   if (address.Context < 0 || address.Context > 15) return found;
@@ -68,6 +69,8 @@ std::vector<RecordStream*> StreamsOf(const StreamSet& streams, const DeviceAddre
   return found;
 }
 
+// An alarm reaches back to its own time, which is why frames wait for as long as an action's
+// pre-alarm says. Its end is noted, not applied: frames from before it may still be on their way.
 void ApplyInputAlarm(const std::vector<RecordStream*>& streams, bool isVideo,
                      const InputAlarm& alarm) {
   if (alarm.Input < 0) return;  // or it would match empty slots

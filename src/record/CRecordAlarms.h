@@ -12,12 +12,13 @@ namespace qvsvr::kelvo {
 
 struct ConfigTarget;
 
-// Names one configured channel.
+// Names one configured channel, by the id that its frames carry and by what the host's own messages
+// call it.
 struct SProviderTuple {
-  std::int32_t Provider = 0;  // the channel's provider id
+  std::int32_t Provider = 0;  // the channel's provider id, as frames have it
   std::uint32_t Id = 0;       // ID of its Devices element
   std::int32_t Device = 0;
-  std::int32_t Input = 0;  // effective input
+  std::int32_t Input = 0;  // within the device
   std::int32_t Context = 0;
 
   virtual ~SProviderTuple() = default;
@@ -26,8 +27,10 @@ struct SProviderTuple {
 };
 using ProviderTuples = std::set<SProviderTuple>;
 
-// Tells the host, by RecordIdle events, whether each configured channel is being recorded. Worker
-// thread only.
+// Tells the host, by RecordIdle events, whether each configured channel is being recorded: once
+// when it begins and once when its file ends, so that the host knows what reaches the disk,
+// whatever schedules say. A channel is known from its configuration on, by its provider id. Owned
+// by CRecordMgr; worker thread only.
 class CRecordAlarms {
  public:
   explicit CRecordAlarms(ICoreEventer& core) : Core(core) {}

@@ -19,7 +19,7 @@ constexpr std::int64_t kNsPerMicrosecond = 1000;
 constexpr std::int64_t kStatsPeriodNs = 60'000'000'000;
 constexpr std::int64_t kSweepPeriodNs = 3'600'000'000'000;
 constexpr std::int64_t kSweepRetryNs = 300'000'000'000;  // also the wait for the first sweep
-constexpr double kMegabitsPerBit = 1.0 / (1 << 20);
+constexpr double kMegabitsPerBit = 1.0 / (1 << 20);      // a megabit is 1,048,576 bits here
 
 void NoteTime(std::int64_t elapsedNs, std::uint64_t& current, std::uint64_t& least,
               std::uint64_t& most) {
@@ -28,7 +28,7 @@ void NoteTime(std::int64_t elapsedNs, std::uint64_t& current, std::uint64_t& lea
   most = std::max(most, current);
 }
 
-// PTZ messages name inputs without a context.
+// Whether the camera of the frame's own slot moves. PTZ messages name inputs without a context.
 bool IsCameraMoving(const RecordStream& stream, std::uint32_t provider, const PtzInputs& ptz) {
   const int slot = stream.SlotOf(provider);
   if (slot < 0 || slot >= kVideoSlots) return false;
@@ -73,6 +73,7 @@ CRecordMgr::~CRecordMgr() {
   Queue.End();
 }
 
+// A stop doesn't wait for the queue to run empty: a host that ends shouldn't wait for a slow disk.
 void CRecordMgr::TellWhatIsLeft() {
   const std::size_t frames = Queue.FramesLeft();
   if (frames != 0) LogPrintf(LogWarning, "%zu queued frames were not recorded", frames);
@@ -83,6 +84,8 @@ void CRecordMgr::Start() {
   Worker = std::thread(&CRecordMgr::Run, this);
 }
 
+// The thread. The drives' state is told before the first message, so that a host learns of a faulty
+// drive although nothing is recorded yet; the sweep waits, for a start has more urgent work.
 void CRecordMgr::Run() {
   qv::kelvo::PrepareThread();
   LogPrintf(LogTrace, "KELVO - RecordMgr worker - running");
@@ -131,6 +134,7 @@ void CRecordMgr::HandleXml(const RecordMessage& message) {
   BufferReference payload(Core, message.Payload);
   const auto* text = static_cast<const char*>(message.Payload);
   XmlDocument document;
+  // A table of bookmarks may be most of the message, and no tree is ever needed of it.
   document.nameAside = "Cases";
   const bool parsed =
       document.ParseText(std::string_view(text, text == nullptr ? 0 : message.Length));
@@ -141,6 +145,7 @@ void CRecordMgr::HandleXml(const RecordMessage& message) {
     return;
   }
   if (IsStopping()) return;
+  // Type 0 came by Write, where bits of the class tell messages apart; others name an operation.
   if (message.Type == 0 && (message.Class & KELVO_WRITE_ACTION) != 0) {
     ApplyAction(*root);
   } else if (message.Type == 0 && (message.Class & KELVO_WRITE_PTZ) != 0) {
@@ -166,6 +171,8 @@ void CRecordMgr::ApplyAction(const TiXmlElement& root) {
   }
 }
 
+// A full configuration. Devices come first: pre-alarm times, archives and drives apply to the
+// streams that it leaves.
 void CRecordMgr::ApplyConfiguration(const TiXmlElement& root,
                                     const std::vector<std::string>& cases) {
   if (root.FirstChildElement("Devices") != nullptr) ApplyDevices(Config, root);
@@ -190,6 +197,8 @@ void CRecordMgr::ApplyCases(const std::vector<std::string>& elements) {
   if (cases != elements.end()) FileSystem.ApplyCasesXml(*cases, false);
 }
 
+// A change of the storage settings alone. Files end when drives were named, since the next ones may
+// belong elsewhere.
 void CRecordMgr::ApplyDelta(const TiXmlElement& root) {
   TiXmlElement reply("Storage");
   bool drivesGiven = false;
@@ -206,6 +215,7 @@ void CRecordMgr::ApplySystem(const TiXmlElement& root) {
   FileSystem.SaveStorage();
 }
 
+// A stop may come at any of these steps, each of which may touch many files.
 void CRecordMgr::AfterMessage(std::int64_t sinceStatsNs, std::int64_t now) {
   if (IsStopping()) return;
   if (sinceStatsNs >= kStatsPeriodNs) EndMinute(sinceStatsNs);
@@ -221,6 +231,8 @@ void CRecordMgr::KickSweeperWhenDue(std::int64_t now) {
   SweepDueNs = now + (stillRunning ? kSweepRetryNs : kSweepPeriodNs);
 }
 
+// The rate is taken before the report that tells it, and the minute begins anew before that report
+// measures drives, which may take a while.
 void CRecordMgr::EndMinute(std::int64_t elapsedNs) {
   FileSystem.SetRecordingMbps(RecordingRate(elapsedNs / kNsPerMicrosecond));
   StatsStartNs = Platform.clock.SteadyNs();
@@ -236,6 +248,8 @@ double CRecordMgr::RecordingRate(std::int64_t elapsedMicroseconds) {
   return static_cast<double>(bytes) * 8 * kMegabitsPerBit / seconds;
 }
 
+// The setting may come with any storage message, or with the settings file once that can be read; a
+// counter of its changes spares each of these ways a call.
 void CRecordMgr::FollowAudioSetting() {
   const std::uint32_t changes = FileSystem.Retention().preserveAudioChanges;
   if (changes == PlacedAudioChanges) return;

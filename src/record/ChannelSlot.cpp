@@ -8,6 +8,7 @@
 namespace qvsvr::kelvo {
 namespace {
 
+// Values of a recording schedule; any other records nothing but alarms.
 constexpr std::int32_t kRecordAlways = 2;
 constexpr std::int32_t kRecordOnMotion = 1;
 
@@ -47,10 +48,13 @@ bool ShouldLapse(const ChannelSlot& slot, const PendingFrame& frame, int hourOfW
     break;
   }
   if (interval < 1) return false;
+  // A last picture that is newer was taken before the camera's clock was set back.
   if (!slot.LastWritten || *slot.LastWritten > frame.Time) return true;
   return !Within(frame.Time, *slot.LastWritten, std::int64_t{interval} - 1);
 }
 
+// A frame that an alarm has flagged is wanted already. One that motion has flagged still waits for
+// an alarm, which would keep it where the schedule doesn't record motion.
 bool InWaitingTime(const ChannelSlot& slot, const PendingFrame& frame, qv::kelvo::UtcMs newest) {
   if ((frame.Flags & kFlagAlarm) != 0) return false;
   if (Within(frame.Time, newest, std::int64_t{slot.PreAlarm} * 1000)) return true;

@@ -15,18 +15,21 @@ inline constexpr int kVideoSlots = 16;
 
 struct PendingFrame;
 
-// Configuration and state of one channel of a record stream. Times are capture times, UTC.
+// Configuration and state of one channel of a record stream. CodecConfig sets the configuration,
+// RecordStream the state; a slot is in use once its encoder is known. Times are capture times, by
+// the camera's clock, not by ours: channels of one stream may be years apart.
 struct ChannelSlot {
-  std::int32_t Standard = 0;
+  std::int32_t Standard = 0;                        // coding, as the configuration numbers it
   std::int32_t Width = 0, Height = 0;               // video, pixels
   std::int32_t BufSizeSamples = 0, SampleRate = 0;  // audio
   std::int32_t Encoder = -1;                        // -1 when the slot is empty
-  std::int32_t Input = -1;                          // -1 when the slot is empty
+  // Number within the encoder, in a channel's own stream within the device; -1 when empty.
+  std::int32_t Input = -1;
   std::string Name;
   qvsvr::kelvo::Schedule Schedule;
   qvsvr::kelvo::Schedule LapseSchedule;
   std::int32_t PostMotion = 0;  // milliseconds
-  std::int32_t PreMotion = 0;   // milliseconds
+  std::int32_t PreMotion = 0;   // milliseconds; with those that motion takes to be noticed
   std::int32_t PreAlarm = 0;    // seconds
   // Running alarms by action number, and their end; nothing while no end is known.
   std::map<std::int32_t, std::optional<qv::kelvo::UtcMs>> ActiveAlarms;
@@ -44,7 +47,7 @@ struct ChannelSlot {
 [[nodiscard]] qv::kelvo::UtcMs SubtractMs(qv::kelvo::UtcMs time, std::int64_t milliseconds);
 
 // The recording schedule: an alarm always records; otherwise the first entry that covers the hour
-// decides.
+// decides, also when a later one says otherwise. No entry, no recording.
 [[nodiscard]] bool ShouldRecord(const ChannelSlot& slot, const PendingFrame& frame, int hourOfWeek);
 
 // Time-lapse: whether the channel is due for a picture. `defaultLapse` is the interval, in

@@ -58,6 +58,8 @@ CodecConfig::CodecConfig(const ConfigTarget& target, const DeviceAddress& addres
       Seen(seen),
       AudioWithVideo(target.Services.FileSystem.Retention().preserveExpirationAudioWithVideo) {}
 
+// Encoders with a sequence take slots one behind the other, in the order of the message; audio is
+// that of encoder 0. What slots are left over no longer belong to anybody.
 void CodecConfig::Apply(const TiXmlElement& codec) {
   const std::uint32_t restarts = ReadRestarts(codec);
   RecordStream* multiplexed = nullptr;
@@ -95,6 +97,7 @@ bool CodecConfig::Encoder::Restarts(int slot) const {
   return Restart || Stream.Slots[static_cast<std::size_t>(slot)].Encoder != Number;
 }
 
+// The encoders that start afresh, a bit for each: those that aren't told as running.
 std::uint32_t CodecConfig::ReadRestarts(const TiXmlElement& codec) const {
   std::uint32_t restarts = 0;
   for (const TiXmlElement& encoder : Children(codec, "Encoder")) {
@@ -112,6 +115,7 @@ std::uint32_t CodecConfig::ReadRestarts(const TiXmlElement& codec) const {
   return restarts;
 }
 
+// Which slots record is said anew by each configuration, so that the stream begins without any.
 RecordStream& CodecConfig::GetOrCreateStream(std::uint32_t id, bool restart) {
   RecordStream* stream = Target.Streams.Find(id);
   if (stream == nullptr) {
@@ -167,6 +171,8 @@ void CodecConfig::ApplyChannels(const TiXmlElement& element, Encoder& encoder) {
   }
 }
 
+// A channel without its format isn't ready: it keeps what it had, and doesn't count as recording. A
+// disabled one is set up all the same, but what it had pending goes.
 void CodecConfig::ApplyChannel(const TiXmlElement& element, Encoder& encoder,
                                std::int32_t channel) {
   RecordStream& stream = encoder.Stream;
@@ -225,6 +231,8 @@ void CodecConfig::TellUntold(const Encoder& encoder, std::int32_t channel, const
             Address.Id, Address.Device, encoder.Number, channel, kind, input);
 }
 
+// The channel's slot stays set up in the parent, and so in the heads of its files, but doesn't
+// record there.
 void CodecConfig::SplitOff(Encoder& encoder, std::int32_t channel, std::int32_t input) {
   RecordStream& parent = encoder.Stream;
   const int slotIndex = encoder.SlotBase + channel;
@@ -251,6 +259,7 @@ RecordStream* CodecConfig::OwnStream(const Encoder& encoder, std::int32_t channe
   return Seen.Streams.count(id) != 0 ? Target.Streams.Find(id) : nullptr;
 }
 
+// Comes behind the video channels, which may have been split off and then take their audio along.
 void CodecConfig::ApplyAudio(const TiXmlElement& element, Encoder& encoder) {
   for (const TiXmlElement& child : Children(element, "AudioChannel")) {
     std::int32_t channel = 0;

@@ -16,7 +16,13 @@ struct SeenDevices {
 
 // Turns the encoders of one Device or Context element into streams and slots. An encoder with a
 // Sequence shares the device's multiplexed stream, any other has a stream of its own, and an input
-// with an expiration type is split off into a stream for its channel alone.
+// with an expiration type is split off into a stream for its channel alone, since a file can only
+// expire whole.
+//
+// The same configuration comes again and again while cameras record, so what is told again changes
+// nothing that runs: an encoder that the host tells as running keeps its file, its pending frames
+// and its alarms, unless a slot becomes another encoder's. A stream that is new here starts afresh
+// whatever the host says. Lives for one Context element; worker thread only.
 class CodecConfig {
  public:
   // Borrows all but `address`. `videoInputs` counts the inputs that the Device has shown up to
@@ -27,6 +33,7 @@ class CodecConfig {
   void Apply(const TiXmlElement& codec);
 
  private:
+  // The Encoder element at hand.
   struct Encoder {
     std::int32_t Number;  // 0 to 31
     bool Restart;
@@ -62,10 +69,11 @@ class CodecConfig {
   const DeviceInputs& Inputs;
   const int VideoInputs;
   SeenDevices& Seen;
-  const bool AudioWithVideo;
+  const bool AudioWithVideo;  // a channel's own stream takes its audio along
 };
 
-// Low byte of the provider id of a channel: 0 to 15 video, 16 to 31 audio.
+// Low byte of the provider id of a channel (0 to 15 video, 16 to 31 audio): two bits of the encoder
+// ahead of it, so that encoders four apart share ids.
 [[nodiscard]] constexpr std::uint32_t ChannelByte(std::int32_t encoder, std::int32_t channel) {
   return (static_cast<std::uint32_t>(encoder) & 3u) << 5 |
          (static_cast<std::uint32_t>(channel) & 31u);

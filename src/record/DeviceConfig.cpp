@@ -97,7 +97,8 @@ namespace {
 
 constexpr std::int32_t kEventsId = 0x000A0000;
 
-// Keeps `seconds` for each input that the Devices of an action name.
+// Keeps `seconds` for each input that the Devices of an action name; the longest of several
+// actions.
 void LinkAction(PreAlarmTable& table, const TiXmlElement& action, std::int32_t seconds) {
   ForEachDevice(action, [&](std::uint32_t id, std::int32_t device, const TiXmlElement& found) {
     ForEachContext(found, [&](std::int32_t context, const TiXmlElement& element) {
@@ -128,6 +129,8 @@ std::int32_t PreAlarmOf(const PreAlarmTable& table, const RecordStream& stream, 
 
 }  // namespace
 
+// The table outlives the message: streams that are configured later take their times from it. Each
+// Events element makes it anew.
 void ApplyEvents(const ConfigTarget& target, const TiXmlElement& root) {
   if (root.FirstChildElement("Events") == nullptr) return;
   ++target.Services.Stats.ievt;
@@ -161,6 +164,7 @@ namespace {
 
 constexpr std::uint8_t kGroupA = 1, kGroupB = 2, kGroupC = 4;
 
+// What a key begins or ends.
 struct Opcode {
   int number;
   bool begins;
@@ -226,6 +230,7 @@ void ReloadLapse(const CFileSystem& fileSystem, RecordStream& stream) {
   }
 }
 
+// A file's head tells its channels, so that a stream that gets or loses one begins another file.
 void Reopen(RecordStream& stream) {
   stream.CloseFile();
   stream.OpenFile();

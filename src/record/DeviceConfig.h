@@ -13,7 +13,9 @@ namespace qvsvr::kelvo {
 // Seconds kept ahead of an alarm, per input key (StreamID of an input; audio inputs add 32).
 using PreAlarmTable = std::map<std::uint32_t, std::int32_t>;
 
-// Inputs whose camera is moving.
+// Inputs whose camera is moving, which a schedule takes for motion. The host tells of keys pressed
+// and released; three groups of movements may overlap, and a camera stands once none of them goes
+// on.
 class PtzInputs {
  public:
   // Applies one opcode to an input key; unknown opcodes change nothing.
@@ -35,14 +37,16 @@ struct ConfigTarget {
 };
 
 // Turns the host's description of its cameras into record streams and slots. Each takes the root of
-// a message. Bad elements are logged and skipped. Worker thread only.
+// a message, and counts it if it has such an element. Elements without what is required are
+// skipped, some with a line in the log; the others apply. Worker thread only.
 void ApplyDevices(const ConfigTarget& target, const TiXmlElement& root);
 void ApplyEvents(const ConfigTarget& target, const TiXmlElement& root);
 void ApplyPtz(const ConfigTarget& target, const TiXmlElement& root);
-// Archive targets and network drives: Archives children of a full configuration. Ends all files
-// when a drive came or went.
+// Archive targets and network drives: Archives children of a full configuration. Ends all files,
+// and saves the settings, when a drive came or went.
 void ApplyArchives(const ConfigTarget& target, const TiXmlElement& root);
-// Disk preparation: Storage children of a full configuration.
+// Disk preparation: Storage children of a full configuration. Ends all files, so that the next ones
+// may go to the new drive, and saves the settings when there is one.
 void ApplyStorage(const ConfigTarget& target, const TiXmlElement& root);
 
 // Takes over time-lapse settings after a storage message; optionally ends all files first.

@@ -28,7 +28,7 @@ struct DeviceAddress {
   }
 };
 
-// How one input is to be recorded.
+// How one input is to be recorded. An encoder's channels refer to inputs by their numbers.
 struct InputSettings {
   bool Told = false;  // by an Input element
   std::string Name;
@@ -57,12 +57,14 @@ struct DeviceInputs {
   return number >= 0 && number < kInputs;
 }
 
-// Reads the inputs of a Device or Context element; bad ones are logged and left out. False when
-// there is no video input element at all, which leaves a Context without anything to configure.
+// Reads the inputs of a Device or Context element. Those with a number out of range are logged and
+// left out, those without one are left out. False when no Video element holds anything, which
+// leaves a Context without anything to configure.
 [[nodiscard]] bool ReadVideoInputs(const TiXmlElement& element, DeviceInputs& inputs);
 void ReadAudioInputs(const TiXmlElement& element, DeviceInputs& inputs);
 
-// The inputs that a Sequence shows, in the order of their positions.
+// The inputs that a Sequence shows, in the order of their positions; those from Count on don't
+// count, and a position that is told twice has the later input.
 [[nodiscard]] std::vector<std::int32_t> ReadSequence(const TiXmlElement& sequence);
 
 // Whether a Context element has a number from 1 to 15, or it is the Device itself, which is 0; else

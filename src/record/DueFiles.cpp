@@ -16,6 +16,8 @@ constexpr qv::kelvo::UtcMs kFarOff = std::numeric_limits<qv::kelvo::UtcMs>::max(
 
 }  // namespace
 
+// A file that was opened in the future ends, too: the clock was set back, and it would go on for as
+// long.
 void DueFiles::Follow() {
   if (Streams.TakeFilesChanged()) Look();
   const qv::kelvo::UtcMs now = Services.Platform.clock.NowMs();
@@ -68,6 +70,7 @@ void DueFiles::OpenMissing() {
   TheyKnow = true;
 }
 
+// Streams without a channel take part in the choice of a volume, which may make room.
 void DueFiles::LookForIdle() {
   const std::int64_t now = Services.Platform.clock.SteadyNs();
   if (now < IdleDueNs) return;

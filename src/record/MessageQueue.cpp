@@ -64,10 +64,12 @@ RecordMessage MessageQueue::Pop() {
   return message;
 }
 
+// The popped places of the first block are lost until it is empty.
 std::size_t MessageQueue::Capacity() const {
   return Blocks * kBlockMessages - HeadUsed;
 }
 
+// Spare blocks go all at once: a queue that is half empty after a minute won't need them soon.
 MessageQueue::SpareBlocks MessageQueue::Shrink() {
   SpareBlocks surplus;
   const std::size_t capacity = Capacity();

@@ -9,21 +9,25 @@
 
 namespace qvsvr::kelvo {
 
-// One block from the host on its way to the worker; owns one reference to `Payload`.
+// One block from the host on its way to the worker; stands for one reference to `Payload`, which
+// whoever takes the message out owes to the host.
 struct RecordMessage {
   std::uint32_t Type = 0;  // 0 from Write, otherwise the IOCTL operation
   std::uint32_t Length = 0;
   void* Payload = nullptr;
-  std::uint32_t Source = 0;
-  std::uint32_t Class = 0;
-  std::uint32_t SubCode = 0;
+  std::uint32_t Source = 0;   // provider id of a frame; a module id for XML
+  std::uint32_t Class = 0;    // KELVO_WRITE_..., 0 from IOCTL
+  std::uint32_t SubCode = 0;  // KELVO_WRITE_SUB_PES or 0
   KelvoFrameHeader Header{};
   std::uint32_t QueuedMs = 0;  // monotonic, wraps; when it came, or a little before
 };
 static_assert(sizeof(RecordMessage) == 184);
 
-// A first-in first-out queue of messages by value, unbounded. It lives in a chain of blocks, so
-// that a push never moves what is queued; emptied blocks are kept for later pushes. Not locked.
+// The memory of RecordQueue: a first-in first-out queue of messages by value, unbounded. It lives
+// in a chain of blocks of 32 messages, so that a push never moves what is queued. Emptied blocks
+// are kept for later pushes: in steady state nothing is allocated, and what a burst has taken goes
+// back once a minute (Shrink). The library's deque would take and free a block every few messages.
+// Not locked: RecordQueue's lock is held.
 class MessageQueue {
   struct Block;
 
@@ -49,7 +53,8 @@ class MessageQueue {
   MessageQueue(const MessageQueue&) = delete;
   MessageQueue& operator=(const MessageQueue&) = delete;
 
-  // Throws std::bad_alloc, with nothing queued, when it needs a block and can't get one.
+  // Returns the message as queued, which stays there until it is popped. Throws std::bad_alloc,
+  // with nothing queued, when it needs a block and can't get one.
   RecordMessage& Push(const RecordMessage& message);
   // Only when not Empty.
   [[nodiscard]] RecordMessage Pop();

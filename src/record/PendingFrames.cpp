@@ -39,6 +39,7 @@ void PendingFrames::AddSlab() {
   }
 }
 
+// From the slab that was used last, whose memory is likely in the caches.
 PendingFrame* PendingFrames::Allocate() {
   if (Open.empty()) AddSlab();
   Slab& slab = Open.front();
@@ -94,6 +95,7 @@ void PendingFrames::InsertAhead(PendingFrame* next, PendingFrame* frame) {
   ++Count;
 }
 
+// The link from the key frame before it now leads to the one behind it.
 void PendingFrames::UnlinkKey(PendingFrame* frame, SlotEnds& ends) {
   // Keys leave oldest first, so that this finds nothing at once.
   PendingFrame* key = frame->SlotOlder;

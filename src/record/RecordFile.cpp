@@ -1,4 +1,7 @@
-// The life of a record stream's file: opening, feeding and closing it.
+// The life of a record stream's file: opening, feeding and closing it. A file ends after five
+// minutes (DueFiles), by a change of the configuration, by a write error or with its stream. After
+// a write error the writer is closed but OpenTime stays, so that the next file is opened when this
+// one's time would have been over: a disk that fails is not asked again for each frame.
 
 #include <algorithm>
 #include <bitset>
@@ -74,6 +77,7 @@ void RecordStream::NoteNoVolume() {
   NoVolume = true;
 }
 
+// The volume comes first: as long as there is none the file at hand goes on beyond its time.
 void RecordStream::OpenFile() {
   RefreshDefaultLapse();
   const bool records = ActiveChannels.any();
@@ -189,7 +193,8 @@ void RecordStream::WriteContinuedGroups() {
   WriteRun(Counted::No);
 }
 
-// Takes a pending frame into the run that is written next. One that can't reach the file is lost.
+// Takes a pending frame into the run that is written next. One that can't reach the file is lost:
+// there is no file, or its channel would begin in it with a picture that nobody can decode.
 void RecordStream::WriteSoon(PendingFrame* frame, Counted counted) {
   const bool begins = Writer.GetFrameCount(frame->Slot) == 0 && !RunSlots[frame->Slot];
   if (!Writer.IsWriting() || (begins && !frame->IsKey())) {
@@ -204,7 +209,8 @@ void RecordStream::WriteSoon(PendingFrame* frame, Counted counted) {
   if (Run.size() == media::FrameRun::kFrames) WriteRun(counted);
 }
 
-// Writes the run and gives its buffers back. Frames that don't reach the file are lost.
+// Writes the run and gives its buffers back. Frames that don't reach the file are lost: kept, they
+// would hold up what comes behind them for as long as the disk fails.
 void RecordStream::WriteRun(Counted counted) {
   if (Run.empty()) return;
   const std::size_t written = WriteStreamFrames();
@@ -217,7 +223,8 @@ void RecordStream::WriteRun(Counted counted) {
   RunSlots.reset();
 }
 
-// Returns how many frames of the run are in the file.
+// Returns how many frames of the run are in the file. The first error ends it, since nobody knows
+// what is in it behind that place.
 std::size_t RecordStream::WriteStreamFrames() {
   if (!Writer.IsWriting()) return 0;
   RunFrames.clear();
@@ -252,6 +259,7 @@ void RecordStream::CountWritten(const PendingFrame& frame) {
   stats.LastBytes += frame.Size;
 }
 
+// The clock is asked once a flush, not once a frame.
 std::int64_t RecordStream::FlushNs() {
   if (!SteadyOfFlush) SteadyOfFlush = Services.Platform.clock.SteadyNs();
   return *SteadyOfFlush;

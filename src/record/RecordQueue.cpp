@@ -73,6 +73,8 @@ bool RecordQueue::Enqueue(const RecordMessage& message) {
     if (queue->Size() % kLookEvery == 0) change = LookAtAge();
     queue->Push(message).QueuedMs = queuedMs;
     if (IsFrame(message)) ++frames;
+    // A worker that dozes comes by itself; one that is at work isn't waiting, and the signal costs
+    // nothing then.
     wake = !dozing || !IsFrame(message) || queue->Size() == kDozingLimit;
   }
   // After the lock, so that the woken worker finds it free.
@@ -81,7 +83,7 @@ bool RecordQueue::Enqueue(const RecordMessage& message) {
   return true;
 }
 
-// Under the lock.
+// Under the lock, on a host's thread: a worker that hangs in a system call can't tell that it does.
 QueueAge::Change RecordQueue::LookAtAge() {
   queuedMs = Milliseconds(clock->SteadyNs());
   if (queue->Empty()) return QueueAge::Change::None;

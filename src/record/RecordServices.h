@@ -16,7 +16,9 @@
 namespace qvsvr::kelvo {
 
 // Asks storage for volumes on behalf of all streams, so that what it costs while none can be had
-// doesn't grow with the streams. Worker thread only.
+// doesn't grow with the streams: what one of them was told in vain holds for all until the next
+// message. A volume that was found is asked for anew each time, since the file that is opened there
+// reserves room. Worker thread only.
 class RecordVolumes {
  public:
   // Borrows both for its life.

@@ -10,6 +10,7 @@ namespace {
 
 using Count = unsigned long long;
 
+// A minute without bytes changes nothing, or the least would soon be 0 for good.
 void FoldMinute(RecordStats& stats) {
   if (stats.LastBytes == 0) return;
   ++stats.Periods;
@@ -22,6 +23,7 @@ void FoldMinute(RecordStats& stats) {
   stats.MedianBytes = (stats.MinBytes + stats.MaxBytes) >> 1;
 }
 
+// Made whether or not the host shows them: once a minute, eight lines.
 void LogStats(const RecordStats& stats) {
   LogPrintf(LogTrace, "MsgQ - InQ:%s, ExecutedLastMin: %s, ExecutedTotal:%s",
             FormatCount(stats.InQ).c_str(), FormatCount(stats.ExecutedLastMin).c_str(),

@@ -106,6 +106,8 @@ bool RecordStream::FillFrame(PendingFrame& frame, const KelvoFrameHeader& header
   return true;
 }
 
+// Motion begins with a frame and reaches back to those that wait. Alarms begin and end by messages;
+// one that has ended still flags frames that were captured before its end.
 void RecordStream::ApplyAlarmAndMotion(PendingFrame& frame) {
   ChannelSlot& slot = Slots[frame.Slot];
   std::erase_if(slot.ActiveAlarms,
@@ -132,6 +134,8 @@ void RecordStream::FlushPending() {
   WriteRun(Counted::Yes);
 }
 
+// Decides from the oldest frame on, and stops at the first one that is open: what is behind it may
+// be settled, but frames reach the file in the order in which they came.
 void RecordStream::FlushSettled() {
   while (PendingFrame* front = Pending.Front()) {
     if (front == Settled && AwaitsVolume()) return;
@@ -152,6 +156,10 @@ void RecordStream::FlushSettled() {
   }
 }
 
+// Times are measured against the newest frame, not against the clock: what has been buffered on its
+// way is judged as it would have been live, and a silent stream decides nothing. A group is settled
+// when neither its key frame nor the next one waits any more: until then an alarm may still reach
+// back to its last pictures.
 RecordStream::Fate RecordStream::DecideFront(const PendingFrame& front, qv::kelvo::UtcMs newest) {
   // Dependent frames that come to the front were kept with their group.
   if (!front.IsKey()) return Fate::Write;
@@ -174,8 +182,9 @@ RecordStream::Fate RecordStream::DecideFront(const PendingFrame& front, qv::kelv
   return ShouldLapse(slot, front, hour, DefaultLapse) ? Fate::Write : Fate::Drop;
 }
 
-// Drops the frames between a key frame and the next one that nothing wants and nothing depends on.
-// Returns whether one is wanted.
+// Drops the frames between a key frame and the next one that nothing wants and nothing depends on:
+// from the end back to the last one that is wanted all, ahead of it those that no other is made
+// from (B). Returns whether one is wanted, which keeps the key frame.
 bool RecordStream::ThinGroup(const PendingFrame& front, const PendingFrame& next) {
   const ChannelSlot& slot = Slots[front.Slot];
   bool keep = false;
@@ -232,6 +241,8 @@ void RecordStream::ResetSlot(int slot) {
   std::ranges::replace(ChannelMap, slot, -1);
 }
 
+// Both are in the order of arrival, so that one walk over what pends here finds all places. Times
+// stand in for the arrival, which isn't known across streams.
 void RecordStream::TakeSlotFrames(RecordStream& from, int fromSlot, int slot) {
   PendingFrame* next = Pending.Front();
   if (PendingFrame* newest = Pending.SlotBack(slot)) next = newest->Newer;

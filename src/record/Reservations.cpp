@@ -10,10 +10,11 @@
 namespace qvsvr::kelvo {
 namespace {
 
+// Values of Command.
 constexpr int kAdd = 4;
 constexpr int kDelete = 3;
 constexpr int kDeleteToo = 5;
-constexpr char kTemporary[] = "edgestortmp";
+constexpr char kTemporary[] = "edgestortmp";  // where the client may put unfinished files
 
 void SendReservationResponse(const RecordServices& services, const ReservationEntry& entry) {
   LogPrintf(LogInfo, "Sending reservation response GUID - %s - ReserveGB - %d", entry.Guid.c_str(),
@@ -33,6 +34,8 @@ void SendReservationResponse(const RecordServices& services, const ReservationEn
   services.Core.SendXmlEvent(PrintXml(document), KELVO_CLASS_EVENT);
 }
 
+// A known GUID isn't answered again. The worker waits for the room that is asked for, for the
+// client asks only once.
 void AddReservation(const RecordServices& services, const TiXmlElement& element,
                     const std::string& guid) {
   ReservationEntry entry{guid, {}, 0};

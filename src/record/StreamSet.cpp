@@ -52,6 +52,7 @@ RecordStream* StreamSet::Route(std::uint32_t provider) {
       qv::kelvo::MakeStreamID(0, provider, qv::kelvo::DeviceOf(provider), kMultiplexedStream));
 }
 
+// An earlier stream keeps an id that a later one has, too.
 void StreamSet::RefreshRoutes() {
   ByEitherId.clear();
   for (const auto& stream : Streams) {

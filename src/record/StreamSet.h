@@ -11,7 +11,9 @@
 namespace qvsvr::kelvo {
 
 // The record streams in order of creation, with a fast answer to the question of the frame path:
-// whose frame is this. Worker thread only.
+// whose frame is this. Two tables answer it: by StreamId, which never changes here, and by either
+// id, which is made anew after Changes. It also notices when a file may be wanting, for DueFiles,
+// so that this isn't asked of each stream after each message. Owns the streams; worker thread only.
 class StreamSet {
  public:
   // Finds by StreamId; null if there is none.
@@ -23,12 +25,12 @@ class StreamSet {
   void Remove(RecordStream* stream);
 
   // The stream that a provider id's frames go to, or null: by StreamId or AltId, unless the
-  // provider id is 0; else the encoder stream of its upper 24 bits; else the multiplexed stream of
-  // its owner and device. Costs the same for ids that nobody knows.
+  // provider id is 0 (AltId 0 means none); else the encoder stream of its upper 24 bits; else the
+  // multiplexed stream of its owner and device. Costs the same for ids that nobody knows.
   [[nodiscard]] RecordStream* Route(std::uint32_t provider);
 
-  // Call before changing AltId or ActiveChannels of streams: both are looked at anew after the
-  // message.
+  // Call before changing AltId or ActiveChannels of streams: the next Route goes by the new ids,
+  // and DueFiles looks at all streams after the message.
   void Changes() { RoutesStale = FilesChanged = true; }
 
   // Whether a stream came or went, or anything of what decides when it needs a file, since the last
