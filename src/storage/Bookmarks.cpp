@@ -51,6 +51,7 @@ FirstOfId IndexIds(const Bookmarks& table) {
   return index;
 }
 
+// A bookmark of another stretch of time or other cameras is measured anew by the next sweep.
 std::uint32_t KnownSize(const FirstOfId& old, std::string_view caseId,
                         const BookmarkRecord& record) {
   const auto found = old.find(std::pair{caseId, std::string_view(record.bookmarkId)});
@@ -73,6 +74,7 @@ Bookmarks ReadCases(const std::string& cases, const Bookmarks& old) {
   constexpr int kCaseLevel = 2;
   Bookmarks table;
   const FirstOfId known = IndexIds(old);
+  // Elements are visited when they end, so that the bookmarks of a case come before its own tag.
   std::vector<BookmarkRecord> records;  // of the case that hasn't ended
   ForEachElement(cases, [&](int level, std::string_view name, std::string_view element) {
     if (level == kCaseLevel + 1 && name == "Bookmark") {
@@ -129,6 +131,7 @@ BookmarkIndex::BookmarkIndex(const Bookmarks& table) {
   order(all);
 }
 
+// Fills in `latest` for the tree whose root is the middle of the range. Returns that root's.
 std::int64_t BookmarkIndex::Prepare(Stretches& stretches, std::size_t begin, std::size_t end) {
   if (begin == end) return std::numeric_limits<std::int64_t>::min();
   const std::size_t middle = begin + (end - begin) / 2;
@@ -163,6 +166,8 @@ bool BookmarkIndex::Covers(qv::kelvo::StreamID id, const qv::kelvo::PathTime& ti
   return within(time.first) || (time.last != time.first && within(time.last));
 }
 
+// In the hour that comes twice a recording lies in what holds either of its times, but not in what
+// lies between them.
 void BookmarkIndex::Visit(qv::kelvo::StreamID id, const qv::kelvo::PathTime& time,
                           const std::function<void(std::size_t)>& visit) const {
   const auto found = byCamera.find(Camera(id));

@@ -63,6 +63,7 @@ void CFileSystem::HealNewDrives() {
   if (heals) healer.Begin(volumes.ListUsable());
 }
 
+// Done once, when there is a drive and the file can be read: something else may have it just then.
 bool CFileSystem::LearnSettings(bool save) {
   if (settingsFile.Known()) return true;
   XmlDocument document;
@@ -77,6 +78,8 @@ bool CFileSystem::LearnSettings(bool save) {
   return true;
 }
 
+// Once a minute, before the report: so drives that couldn't be listed at the start, and a settings
+// file that couldn't be read or written, need no restart.
 void CFileSystem::CatchUp() {
   std::vector<std::string> names;
   if (volumes.Drives().drives.empty() && !drivesListed && platform.drives.FixedDrives(names) == 0) {
@@ -136,6 +139,9 @@ std::string CFileSystem::GetVolumeToReserve(const IRecordManager* manager, std::
   return GetRecordVolume(manager, desiredGB);
 }
 
+// The catalogue is told of all usable drives, the request of those without a fault: a faulty one
+// keeps its place in the order of time, but nothing on it is deleted for room that couldn't be
+// used.
 std::string CFileSystem::MakeRoom(const IRecordManager& manager, std::int64_t desiredGB) {
   catalogue.SetVolumes(volumes.ListUsable());
   std::string name = roomMaker.MakeRoom({.manager = manager,
@@ -202,6 +208,7 @@ bool CFileSystem::ApplyArchivesXml(const TiXmlElement& archives) {
   return changed;
 }
 
+// A drive that the table has by another way isn't new, but goes with its target all the same.
 bool CFileSystem::FollowNetworkDrives(VolumeTable::Change& change, NetworkDrives found) {
   bool changed = false;
   for (const auto& [name, number] : change.network.iscsiDrives) {
@@ -267,6 +274,8 @@ void CFileSystem::TellStatus(bool full) {
   if (reportOwed) SendReport(nullptr);
 }
 
+// The age of the oldest recording takes a look into the trees, which is done in slices: the report
+// goes out when it is known.
 void CFileSystem::ContinueReport() {
   if (!reportOwed) return;
   StatusReport::Measures measures;
@@ -314,6 +323,7 @@ bool CFileSystem::KickSweeper(bool stop) {
   return false;
 }
 
+// Called on the sweeper's thread: an event, and an atomic.
 Sweeper::Owner CFileSystem::SweeperOwner() {
   return {.sendSizes =
               [this](const Bookmarks& table) {

@@ -24,8 +24,8 @@
 
 namespace qvsvr::kelvo {
 
-// Whether the installation runs unrestricted. The one place where a licence is judged. Worker
-// thread only.
+// Whether the installation runs unrestricted. The one place where a licence is judged; nothing asks
+// it for its state yet. Worker thread only.
 class LicenceState {
  public:
   // Takes the root of a system message; true when the restricted state changed. This edition has no
@@ -39,9 +39,17 @@ class LicenceState {
 };
 
 // The storage manager: drives, settings, retention, bookmarks, archive targets. A face over the
-// parts in this folder. All operations belong to the record worker (or to Open, before the worker
-// starts), except GetVolumes and GetTargets, which any thread may call at any time: they read an
-// immutable snapshot that the worker replaces after each change.
+// parts in this folder, each of which answers for its own; what stands here is how they go
+// together. It keeps two things true whatever comes in:
+// - nothing is deleted before it is known what is protected: until the settings were read, no room
+//   is made and no sweep begins;
+// - what is stored is put in force once, however late it can be read, and what was changed
+//   meanwhile on top of it.
+//
+// CFilePlugin owns it, and it outlives the record manager. All operations belong to the record
+// worker (or to Open, before the worker starts), without a lock, except those that say otherwise:
+// GetVolumes and GetTargets, for searches, read an immutable snapshot that the worker replaces
+// after each change (VolumeTable).
 class CFileSystem : public qv::kelvo::FileSystemBase {
  public:
   // Borrows both for its life.
@@ -59,10 +67,10 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
                   const qv::kelvo::ArchiveFilter* filter) override;
 
   // Name of the drive with the most usable space, at least `desiredGB`. Without one the oldest
-  // recordings that nothing protects are deleted until there is. Empty when that doesn't help, when
-  // `manager` is null or stopping, or `desiredGB` is below 1; and when there is no answer yet, see
-  // StillSearching. Blocks for 60 ms at most, but for a single removal or listing that takes
-  // longer.
+  // recordings that nothing protects are deleted until there is, once the settings are known. Empty
+  // when that doesn't help, when `manager` is null or stopping, or `desiredGB` is below 1; and when
+  // there is no answer yet, see StillSearching. Blocks for 60 ms at most, but for a single removal
+  // or listing that takes longer; with room on a drive it costs one query of space for each.
   [[nodiscard]] virtual std::string GetRecordVolume(const IRecordManager* manager,
                                                     std::int64_t desiredGB);
 
@@ -74,8 +82,9 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   [[nodiscard]] std::string GetVolumeToReserve(const IRecordManager* manager,
                                                std::int64_t desiredGB);
 
-  // Removes a recording with its companions and the directories that this empties. Returns whether
-  // it is gone; a file that doesn't exist counts as gone. Without `force` a protected one stays.
+  // Removes a recording with its companions and the directories that this empties, as
+  // RemoveRecording does. Returns whether it is gone; a file that doesn't exist counts as gone.
+  // Without `force` a protected one stays.
   virtual bool RemoveFile(const std::string& path, bool force);
 
   // Takes the drives of a disk-preparation message (a Storage element). True when one was new.
@@ -90,7 +99,7 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
 
   // Applies the Storage children of `parent` that carry this module's id. `drivesGiven` tells
   // whether the last of them named a known drive; answers for unknown drives are added to `reply`.
-  // Returns true.
+  // Each is followed by a full report. Returns true.
   bool ApplyStorageXml(const TiXmlElement& parent, bool& drivesGiven, TiXmlElement& reply);
 
   // Takes the text of a Cases element in the place of all bookmarks. A live one (not `fromFile`) is
@@ -115,7 +124,8 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   void ContinueReport();
 
   // With `stop` ends the background pass over the trees and waits; returns whether one was running.
-  // Otherwise starts one, and returns true only when the last one is still running.
+  // Otherwise starts one, unless the settings aren't known yet, and returns true only when the last
+  // one is still running.
   virtual bool KickSweeper(bool stop);
 
   // Begins the configuration of one provider (the ID of a Devices element): ends the background
@@ -126,6 +136,7 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   // come later. To be called once the storage is loaded, before anything is recorded.
   void HealRecordings();
 
+  // Both for searches; any thread (Healer).
   void NoteUnreadable(const std::string& path) override { healer.NoteUnreadable(path); }
   [[nodiscard]] std::shared_ptr<const void> HoldRecordings(std::int64_t first,
                                                            std::int64_t last) override {
@@ -177,14 +188,14 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
 
   BookmarkTable bookmarkTable;
   StorageFile settingsFile;
-  bool drivesListed = false;
+  bool drivesListed = false;  // the system has told its drives, be it none
   Protection protection;
   Catalogue catalogue;
   RoomMaker roomMaker;
-  bool heals = false;
-  bool patient = false;    // a search for room isn't interrupted
-  bool searching = false;  // the last choice of a volume has no answer yet
-  bool reportOwed = false;
+  bool heals = false;       // since HealRecordings
+  bool patient = false;     // a search for room isn't interrupted
+  bool searching = false;   // the last choice of a volume has no answer yet
+  bool reportOwed = false;  // a full report waits for the oldest recording
   ReadWriteTest readWriteTest;
   StatusReport statusReport;
   ScanTimes scanTimes;

@@ -40,6 +40,8 @@ void Catalogue::SetVolumes(const std::vector<std::string>& roots) {
   cursor.reset();
 }
 
+// Nothing is an answer that stops recording, so it is only given by a pass that has seen what was
+// recorded since: unless the question allows for less, another one is made for it.
 Catalogue::Answer Catalogue::Oldest(const Question& question, WorkLimit& limit) {
   const std::int64_t now = platform.clock.SteadyNs();
   if (unknown && now < resumeNs && !limit.Patient()) return NotFound(Outcome::Unknown);
@@ -67,6 +69,9 @@ void Catalogue::BeginPass(std::int64_t nowNs) {
   prefix = {};
 }
 
+// The hours at the beginning of which nothing may go are a prefix that grows with each question, as
+// long as rules, volumes and the time allow; so a question begins where the last one found
+// something. Hours are taken together that are of one time: the oldest file may be on any volume.
 Catalogue::Answer Catalogue::Search(const Question& question, WorkLimit& limit) {
   std::vector<bool> asked(volumes.size());
   for (std::size_t i = 0; i < volumes.size(); ++i) {
@@ -158,6 +163,7 @@ void Catalogue::Meet(qv::kelvo::HourCursor::Directory directory, std::int64_t st
   hour.listed = false;
 }
 
+// The names alone: that costs one listing, and heads are read one by one as far as a question asks.
 void Catalogue::List(Hour& hour) {
   hour.listed = hour.lasting = true;
   hour.revision = revision;
@@ -177,6 +183,8 @@ void Catalogue::List(Hour& hour) {
   });
 }
 
+// Stops at the first file that may go, without taking that for the hour's verdict: whoever asked
+// removes it, and the next question goes on from there.
 bool Catalogue::Judge(Hour& hour, const Question& question, WorkLimit& limit) {
   // What was judged under other rules, or before time changed a verdict, is judged anew.
   if (!hour.listed || hour.revision != revision || NowSeconds() >= hour.until) {
@@ -203,6 +211,8 @@ bool Catalogue::Judge(Hour& hour, const Question& question, WorkLimit& limit) {
   return true;
 }
 
+// All files were judged. The verdict holds for this pass; for later ones only if it was about files
+// that are final, none of which was passed over for a reason of the moment.
 void Catalogue::Settle(Hour& hour) {
   // The verdicts over files that are being written, or were a moment ago, aren't final.
   const std::int64_t final = hour.start + 2 * kSecondsPerHour + Protection::kFinalAge;

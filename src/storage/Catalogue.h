@@ -17,9 +17,10 @@
 
 namespace qvsvr::kelvo {
 
-// How much one call may do before it leaves the rest to the next. A little is done behind the
-// deadline, too: on a busy machine time passes without work, and mostly that little is all there is
-// to do.
+// How much one call may do before it leaves the rest to the next: the worker, which all cameras
+// share, is held up for 60 ms at most. A little is done behind the deadline, too: on a busy machine
+// time passes without work, and mostly that little is all there is to do. What was done counts in
+// steps, so that the clock need not be asked for each. One call, one thread.
 class WorkLimit {
  public:
   // What things cost, in steps to a further hour or file.
@@ -38,12 +39,14 @@ class WorkLimit {
         deadlineNs(patient ? std::numeric_limits<std::int64_t>::max()
                            : clock.SteadyNs() + kCallNs) {}
 
+  // Counts work that was done.
   void Spend(std::uint64_t steps) { spent += steps; }
 
   [[nodiscard]] bool Patient() const {
     return deadlineNs == std::numeric_limits<std::int64_t>::max();
   }
   [[nodiscard]] bool Stopped() const { return stop && stop(); }
+  // Whether to leave off.
   [[nodiscard]] bool Met() {
     if (spent < nextLook) return false;
     nextLook = spent + kLook;
@@ -64,12 +67,19 @@ class WorkLimit {
 // What the worker knows of the recordings on the drives, and the one answer that it is kept for:
 // which is the oldest that may go.
 //
+// With 500,000 recordings the trees can't be walked for each file that a full drive needs, and a
+// table of all files would have to be told of everything that others do there: sweeper, cleanup,
+// healer, people. So it remembers only what an hour's directory would say again as long as its
+// change stamp stays. A first look takes as long as reading the heads; then a choice that fails
+// costs 3 ms.
+//
 // Per hour directory it holds the change stamp, what was read of the heads of its files, and until
 // when it is known that nothing in it may go. The hours are read in the order of time, as far as a
-// question asks for, in a pass that begins at the oldest one; a pass is some seconds old at most,
-// and within it no directory is looked at twice. In the next one a directory with the same stamp
-// costs that one look. That something may go is never remembered, only that it may not: a verdict
-// that is out of date keeps a recording, for a while, and never loses one.
+// question asks for, in a pass that begins at the oldest one. A pass serves the questions of five
+// seconds, one whose last question is still open those of two minutes, and within it no directory
+// is asked for its stamp twice. In the next one a directory with the same stamp costs that one
+// look. That something may go is never remembered, only that it may not: a verdict that is out of
+// date keeps a recording, for a while, and never loses one.
 //
 // A question that meets its limit of work is answered with Unknown; put again, it goes on behind
 // what is known by then. Worker thread only.
@@ -83,7 +93,7 @@ class Catalogue {
 
   enum class Outcome {
     Found,
-    Nothing,  // no recording before now, or of the oldest hour, may go
+    Nothing,  // none may go: of the hours before now, and of the oldest, which may lie ahead
     Unknown   // the limit was met, or the last one was met a moment ago
   };
   struct Answer {

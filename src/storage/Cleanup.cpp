@@ -116,6 +116,7 @@ void Run::CleanHour(const std::string& directory) {
   if (removing) RemoveDirectory(directory, kLevels[kHourLevel].prefix);
 }
 
+// The media's own size counts: its directory may tell an older one.
 bool Run::VisitCompanion(const std::string& path) {
   ++counts.files;
   if (qv::kelvo::AddSeconds(LatestTime(path), kSparedSeconds) > CurrentHour()) return true;

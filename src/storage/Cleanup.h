@@ -10,7 +10,7 @@
 
 namespace qvsvr::kelvo {
 
-// What one run has met.
+// What one run has met. Counted whether or not it removes.
 struct CleanupCounts {
   std::size_t volumes = 0, years = 0, months = 0, days = 0, hours = 0;
   std::size_t emptyVolumes = 0, emptyYears = 0, emptyMonths = 0, emptyDays = 0, emptyHours = 0;
@@ -20,9 +20,11 @@ struct CleanupCounts {
 };
 
 // Looks for what crashes leave in the trees: media files that hold nothing, companions without a
-// media file, empty directories. Nothing of the current hour or of the five minutes before it is
-// touched. With `removing` it removes them, else it only tells. Ends early when `stop` is set. Any
-// thread.
+// media file, empty directories. No file of the current hour or of the five minutes before it is
+// touched, since it may be being written; nor one whose media can't be looked at, whatever the
+// reason. It finds files by their companions: media without an index can still be repaired and is
+// left alone. With `removing` it removes what it finds, else it only tells. Ends early when `stop`
+// is set. Any thread; in fact the sweeper's, at the end of a pass.
 CleanupCounts FsCleanup(qv::kelvo::Platform& platform, const std::vector<std::string>& volumes,
                         const std::atomic<bool>& stop, bool removing);
 

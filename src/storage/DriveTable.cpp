@@ -45,6 +45,8 @@ std::int64_t UsableGB(std::uint32_t totalGB, std::uint32_t freeGB, std::int64_t 
   return std::int64_t{freeGB} - (reservedGB + std::int64_t{reservePercent} * totalGB / 100);
 }
 
+// The emptiest drive gets the next file, so that files spread over the drives as long as there is
+// room.
 std::string ChooseVolume(const std::map<std::string, DriveRecord>& drives, std::int64_t desiredGB,
                          const MeasureDrive& measure) {
   std::string best;
@@ -77,6 +79,7 @@ bool DriveMeter::Measure(const std::string& name, std::uint32_t& totalGB, std::u
   return true;
 }
 
+// A mounted volume is another device than the directory around it.
 bool DriveMeter::IsMounted(const std::string& name) {
   const std::string parent = ParentOf(name);
   std::uint64_t own = 0;

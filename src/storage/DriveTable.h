@@ -13,6 +13,8 @@ namespace qvsvr::kelvo {
 inline constexpr std::uint32_t kAlarmSpaceQuery = 4;  // the space query failed
 inline constexpr std::uint32_t kAlarmReadWrite = 8;   // the read-write test failed
 
+// One drive. A drive that is disabled isn't recorded on, searched, swept or tested; its recordings
+// stay.
 struct DriveRecord {
   bool disabled = false;
   bool system = false;              // holds the operating system's directory
@@ -22,7 +24,8 @@ struct DriveRecord {
 };
 
 // The drives by name: a root path with its trailing separator, or a mount point as a message named
-// it. Worker thread only.
+// it. The name is what settings, messages and recordings refer to; it is never resolved. Belongs to
+// VolumeTable, through which alone it is changed; worker thread only.
 struct DriveTable {
   std::map<std::string, DriveRecord> drives;
   // `Enabled` values told for drives that aren't in the table.

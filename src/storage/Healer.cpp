@@ -17,8 +17,8 @@ using qv::kelvo::RepairOutcome;
 using qv::kelvo::UtcMs;
 
 constexpr UtcMs kLookedBackMs = 2 * qv::kelvo::kSecondsPerDay * 1000;
-constexpr int kSiblingHours = 24;
-constexpr std::size_t kMostHopeless = 10'000;
+constexpr int kSiblingHours = 24;              // searched for another recording of the same stream
+constexpr std::size_t kMostHopeless = 10'000;  // what is remembered never grows beyond
 
 qv::kelvo::CalendarTime HourOf(const qv::kelvo::PathFields& fields) {
   return {static_cast<int>(fields.year), static_cast<int>(fields.month),
@@ -112,6 +112,7 @@ std::shared_ptr<const void> Healer::Hold(std::int64_t first, std::int64_t last) 
           }};
 }
 
+// Volumes go ahead of what searches report, for each is looked at only once.
 void Healer::Run() {
   const std::uint64_t id = qv::kelvo::YieldToOtherThreads();
   std::unique_lock lock(mutex);
@@ -216,6 +217,8 @@ void Healer::Heal(const std::string& path, Tally& tally) {
   if (set.size() < kMostHopeless) set.insert(path);
 }
 
+// Under the lock, so that a search that begins now waits for the exchange instead of reading the
+// index while it changes.
 bool Healer::Exchange(const std::string& path, const std::function<void()>& exchange) {
   qv::kelvo::PathFields fields;
   (void)qv::kelvo::ParsePath(path, fields);
@@ -231,6 +234,8 @@ bool Healer::Exchange(const std::string& path, const std::function<void()>& exch
   return !inUse;
 }
 
+// A healthy recording of the same stream near by: of it a repair can take what the damaged head
+// doesn't tell any more.
 std::string Healer::SiblingOf(const std::string& path) {
   qv::kelvo::PathFields own;
   if (!qv::kelvo::ParsePath(path, own)) return {};

@@ -17,7 +17,9 @@ namespace qvsvr::kelvo {
 // target in its status.
 using NetworkDrives = std::map<std::string, std::int32_t>;
 
-// Storage beyond the local drives: network drives and archive targets. Worker thread only.
+// Storage beyond the local drives: network drives, which are recorded on like others, and archive
+// targets, which are searched. Searches share the targets, so that one which a message replaces
+// lives until the last of them has let go of it. Belongs to VolumeTable; worker thread only.
 struct NetworkTargets {
   NetworkDrives iscsiDrives;
   std::set<std::int32_t> writableTargets;  // by the numbers above
@@ -32,8 +34,8 @@ struct NetworkTargets {
   }
 
   // Replaces the archive targets by those of an Archives element. One that can't be made is logged
-  // and absent. A bucket target looks through its local copies meanwhile. The platform must outlive
-  // the targets.
+  // and absent. A bucket's target lists its local copies here, unless the former one had the same
+  // mounted path, whose list goes on. The platform must outlive the targets.
   void ReplaceArchives(const TiXmlElement& element, qv::kelvo::Platform& platform);
 
   // Takes over the states that an Archives element of an action reports.

@@ -48,6 +48,7 @@ Removable Protection::CheckRemovable(const std::string& path, const std::string&
   return Check({directory, bareName, qv::kelvo::TimeOfPath(path, root)}, none).removable;
 }
 
+// Cheapest first: the name, the bookmarks, the global rule, and only then the head.
 Verdict Protection::Check(const RecordingEntry& file, HeadNotes& notes) {
   qv::kelvo::PathFields fields;
   if (!qv::kelvo::ParsePath(file.name, fields)) return {};

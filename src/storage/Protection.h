@@ -26,7 +26,8 @@ struct Verdict {
   bool judged = true;
 };
 
-// What is remembered of the heads of one hour directory's files, so that each is read once.
+// What is remembered of the heads of one hour directory's files, so that each is read once. Only of
+// files that are final, by their names' own numbers: 24 bytes for a file.
 class HeadNotes {
  public:
   struct Note {
@@ -52,8 +53,15 @@ struct RecordingEntry {
   [[nodiscard]] std::string Path() const { return directory + std::string(name); }
 };
 
-// Judges whether room may be made by a recording. In the hour that comes twice a recording is
-// protected when it is by either of its times. Worker thread only.
+// Judges whether room may be made by a recording: bookmarks protect it, then the global rule if it
+// is one that keeps, else the rule of its camera, which only the file's head can tell. In the hour
+// that comes twice a recording is protected when it is by either of its times.
+//
+// In doubt it stays: a head that the system won't give us now (descriptors, memory, access) keeps
+// the recording for the moment, without being remembered. A head that is there and makes no sense
+// frees it. Verdicts say until when they hold, so that the catalogue need not ask again for each
+// file; Revision tells when they don't for another reason than time. Reads rules and bookmarks
+// where CFileSystem keeps them; worker thread only.
 class Protection {
  public:
   // Borrows all for its life.

@@ -8,7 +8,9 @@
 
 namespace qvsvr::kelvo {
 
-// How long recordings stay. Worker thread only.
+// How long recordings stay: by one rule for all, or by rules of single inputs. A rule keeps a
+// recording from being deleted for room, or has it expire; the sign of the days tells which. Part
+// of CFileSystem; worker thread only.
 struct RetentionRules {
   // Keep (`Type` 1) or expire after (`Type` 2); the values of an Expiration element.
   static constexpr int kExpirationNone = 0;
@@ -17,16 +19,16 @@ struct RetentionRules {
 
   // Global rule: 0 none, above 0 days to keep at least, below 0 days to expire after.
   std::int32_t expirationDays = 0;
-  std::uint32_t expirationChanges = 0;
+  std::uint32_t expirationChanges = 0;  // nothing reads it
   // Wanted age of the oldest content, seconds.
   std::int32_t contentAge = 0;
-  std::uint32_t contentAgeChanges = 0;
+  std::uint32_t contentAgeChanges = 0;  // nothing reads it
   // Whether cleanup removes what it finds, or only tells.
   bool fsCleanupRemoves = true;
   // Audio of an input with a rule of its own goes to the file of that input's video.
   bool preserveExpirationAudioWithVideo = false;
-  std::uint32_t preserveAudioChanges = 0;
-  // Providers that have been configured (kProviderMask).
+  std::uint32_t preserveAudioChanges = 0;  // by which the record manager notices
+  // Providers that have been configured (kProviderMask). Nothing reads it.
   std::set<std::uint32_t> knownDevices;
   // Days per input, signed as the global rule.
   std::map<qv::kelvo::StreamID, std::int32_t> cameraExpiration;

@@ -6,6 +6,9 @@
 namespace qvsvr::kelvo {
 namespace {
 
+// Lines about the choice of a record volume begin with GRV (GetRecordVolume); GAFS is the usable
+// space that was found, in GB.
+
 constexpr std::int64_t kFailureLifeNs = std::int64_t{20} * 60 * 1'000'000'000;
 // While nothing may go every stream asks again and again.
 constexpr std::int64_t kNothingLifeNs = std::int64_t{5} * 1'000'000'000;
@@ -49,6 +52,7 @@ std::string RoomMaker::MakeRoom(const Request& request) {
   return {};
 }
 
+// The catalogue is told first, so that a removal that throws isn't tried again in this pass.
 bool RoomMaker::Remove(const Catalogue::Answer& oldest) {
   const std::string& path = oldest.path;
   LogPrintf(LogTrace, "GRV rm: %s", path.c_str());

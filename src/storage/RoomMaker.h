@@ -12,7 +12,8 @@
 
 namespace qvsvr::kelvo {
 
-// What storage asks of the record manager. Worker thread only.
+// What storage asks of the record manager, which stands above it and implements this. Worker thread
+// only.
 class IRecordManager {
  public:
   virtual ~IRecordManager() = default;
@@ -27,8 +28,15 @@ class IRecordManager {
   [[nodiscard]] virtual bool IsStopping() const = 0;
 };
 
-// Deletes the oldest recordings that nothing protects, across all volumes, until a drive has room.
-// Worker thread only.
+// Deletes the oldest recordings that nothing protects, across the drives of a request, until one of
+// them has room: the drive on which the last one lay. The oldest go first wherever they lie, so
+// that all cameras keep footage for as long.
+//
+// It never deletes what is being written, and doesn't try again for twenty minutes what couldn't be
+// removed, since each try may take long and would be made for each stream. That nothing may go is
+// asked anew after five seconds at most: meanwhile every stream without a file asks for room after
+// every message. One call holds the worker up for 60 ms; what is left is done by the next ones.
+// Owned by CFileSystem; worker thread only.
 class RoomMaker {
  public:
   // Borrows both for its life.
@@ -67,7 +75,7 @@ class RoomMaker {
 
   qv::kelvo::Platform& platform;
   Catalogue& catalogue;
-  std::set<std::string> failedFiles;
+  std::set<std::string> failedFiles;      // that couldn't be removed
   std::int64_t firstFailureNs = 0;        // monotonic; of the first of `failedFiles`
   std::optional<std::int64_t> nothingNs;  // monotonic; when it was last seen that nothing may go
   std::uint32_t skips = 0;
@@ -81,7 +89,7 @@ class RoomMaker {
 // only.
 struct RecordingState {
   bool recordingNotPossible = false;
-  std::uint32_t recordNotPossibleCount = 0;
+  std::uint32_t recordNotPossibleCount = 0;  // nothing reads it
 
   // Takes the outcome of one choice.
   void Note(bool found);

@@ -40,6 +40,8 @@ void TimeLapseTable::SetTimeLapse(std::int32_t milliseconds) {
   ++timeLapseChanges;
 }
 
+// An element without entries leaves an input with an empty schedule, which isn't the same as none:
+// a stream takes it over (GetSchedule).
 void TimeLapseTable::ApplyDevices(const TiXmlElement& storage) {
   ForEachDevice(storage, [&](std::uint32_t id, std::int32_t number, const TiXmlElement& device) {
     ForEachContext(device, [&](std::int32_t context, const TiXmlElement& element) {

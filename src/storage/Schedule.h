@@ -30,8 +30,8 @@ void ReadSchedule(const TiXmlElement& element, const char* value, Schedule& list
 // Time-lapse intervals in milliseconds: the global one, and schedules per input. Worker thread
 // only.
 struct TimeLapseTable {
-  std::int32_t timeLapse = 0;  // below 1 is off
-  std::uint32_t timeLapseChanges = 0;
+  std::int32_t timeLapse = 0;          // below 1 is off
+  std::uint32_t timeLapseChanges = 0;  // nothing reads it
   // In the order of the message; unsorted.
   std::map<qv::kelvo::StreamID, Schedule> timeLapseSchedules;
 

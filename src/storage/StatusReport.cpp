@@ -26,6 +26,8 @@ const char* FaultText(std::uint32_t alarmBits) {
   return "Unknown error";
 }
 
+// Alarm 0 goes out each time, a fault only when the record doesn't say that it was told. While
+// recording isn't possible at all, that is told in the place of a drive's own fault.
 void TellState(DriveRecord& record, bool recordingNotPossible, TiXmlElement& drive) {
   if (record.disabled) {
     SetAlarm(drive, 0, "Disabled");

@@ -12,7 +12,9 @@
 
 namespace qvsvr::kelvo {
 
-// Finds out whether a drive can be written and read back. Worker thread only.
+// Finds out whether a drive can be written and read back. One small file, since it runs on the
+// worker: what it is to find is a drive that is read-only, unplugged or refuses, not one that is
+// slow. Worker thread only.
 class ReadWriteTest {
  public:
   // Borrows the platform for its life.
@@ -32,8 +34,11 @@ class ReadWriteTest {
   std::uint8_t testPattern = 0;
 };
 
-// What the host is told of the drives. A fault is told when it first shows or changes, and then
-// not again until something else was told. Worker thread only.
+// What the host is told of the drives. A fault is told when it first shows or changes, and then not
+// again until something else was told; that all is well is told each time. Beside the drives it
+// tells how far back the recordings reach, and raises an alarm when they were deleted for room
+// within the last hour and no longer reach as far as is wanted. What was told of a drive last
+// stands in its record. Part of CFileSystem; worker thread only.
 class StatusReport {
  public:
   // What a full report tells beside the drives.
@@ -74,7 +79,8 @@ class StatusReport {
   bool contentAgeSettled = false;
 };
 
-// Keeps the least and greatest time that a search for the oldest recording took.
+// Keeps the least and greatest time that a search for the oldest recording took, over all its
+// slices.
 class ScanTimes {
  public:
   // Logs one line at level 0.

@@ -16,9 +16,10 @@ using qv::kelvo::IsMissing;
 
 constexpr char kFileName[] = "kelvo.xml";
 constexpr char kBackupName[] = "kelvo.xml.bak";
-constexpr int kMostAside = 100;
+constexpr int kMostAside = 100;  // damaged files that are kept
 constexpr char kStorage[] = "Storage";
 constexpr char kCases[] = "Cases";
+// Attributes that tell the host what this system can do: in each broadcast, never in the file.
 constexpr const char* kBroadcastOnly[] = {"Thumbnail", "SupportsTargetSearch", "RecordAlarms"};
 constexpr int kBroadcastValues[] = {2, 1, 1};
 
@@ -92,6 +93,8 @@ void WriteSchedule(qv::kelvo::StreamID input, const Schedule& schedule, TiXmlEle
   }
 }
 
+// Drives that the file knows and the table doesn't stay as they are, but for being switched on or
+// off by a message meanwhile.
 void WriteDrives(const DriveTable& table, TiXmlElement& storage) {
   for (const auto& [name, record] : table.drives) {
     TiXmlElement& drive = FindOrMakeDrive(storage, ToUtf8(name));
@@ -128,6 +131,7 @@ void StorageFile::Locate() {
   if (error == 0) LogPrintf(LogInfo, "Settings are kept in %s", PathOf(kFileName).c_str());
 }
 
+// Tells of a file that can't be read once, when that begins, and when it ends.
 XmlFileState StorageFile::Load(XmlDocument& document) {
   document.nameAside = kCases;
   XmlFileState state = document.LoadFileWithBackup(platform, PathOf(kFileName));
@@ -146,6 +150,7 @@ XmlFileState StorageFile::Load(XmlDocument& document) {
   return state;
 }
 
+// The backup goes aside, too, or the next start would take it for the settings.
 XmlFileState StorageFile::PutAside(const std::string& cause) {
   qv::kelvo::DurableFiles& files = platform.durableFiles;
   for (const char* name : {kFileName, kBackupName}) {

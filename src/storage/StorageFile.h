@@ -9,10 +9,19 @@
 namespace qvsvr::kelvo {
 
 // The settings on disk: "kelvo.xml" in the process's current directory as it was at Locate, since
-// the rest of the host may change it. Elements and drives that
-// this system doesn't know stay in it. A file that is damaged, and whose backup is no better, is
-// put aside under another name; one that the system can't read just now is left alone. What
-// couldn't be written goes out with the next save. Worker thread only.
+// the rest of the host may change it.
+//
+// A setting that is lost may cost footage (a bookmark, days to keep), so it keeps these things
+// true:
+// - a save changes the file that is there: elements and drives that this system doesn't know stay;
+// - the file is never written before it was read, and never while it can't be read just now;
+// - a file that is damaged, and whose backup is no better, is put aside under another name;
+// - what was written takes the old file's place only when it can be read back as the next start
+//   would (XmlDocument::SaveFile), and what couldn't be written goes out with the next save.
+//
+// The bookmarks pass through as text and stand in memory as such beside their table. Most saves
+// change nothing and write nothing, for each waits for the disk. Part of CFileSystem; worker thread
+// only.
 class StorageFile {
  public:
   // Borrows the platform for its life.
@@ -22,8 +31,8 @@ class StorageFile {
   void Locate();
 
   // Reads what is to be put in force: what the file holds, the bookmarks as text aside, then what
-  // came meanwhile. Empty but for a root without a file. False when there may be settings that
-  // can't be read: ask again later.
+  // came meanwhile. Without a file that is a root and what came. False when there may be settings
+  // that can't be read: ask again later.
   bool Learn(XmlDocument& document);
 
   // Whether the settings were learnt. Until then the tables hold defaults and are not written.
@@ -56,10 +65,10 @@ class StorageFile {
   bool known = false;
   bool readFailed = false;
   bool writeFailed = false;
-  TiXmlElement changes{kRootName};
-  std::string casesText;  // the bookmarks in force
-  bool casesOwed = false;
-  bool settingsOwed = false;
+  TiXmlElement changes{kRootName};  // that came before the settings were learnt
+  std::string casesText;            // the bookmarks in force
+  bool casesOwed = false;           // not in the file yet
+  bool settingsOwed = false;        // likewise, other settings
 };
 
 }  // namespace qvsvr::kelvo

@@ -24,12 +24,15 @@ void ApplySettings(const StorageTables& tables, const TiXmlElement& storage) {
   }
 }
 
+// Percent is the share of the drive that may be recorded; what is kept free is the rest.
 void ApplyDrive(const TiXmlElement& element, DriveRecord& record) {
   int value = 0;
   if (ReadInt(element, "Enabled", value)) record.disabled = value == 0;
   if (ReadInt(element, "Percent", value)) record.reservePercent = 100 - std::clamp(value, 0, 100);
 }
 
+// A drive that is missing is an alarm, unless it was switched off on purpose; what was told of it
+// is remembered for the settings file, for it may come back.
 void AnswerAbsentDrive(const TiXmlElement& element, const std::string& name,
                        std::map<std::string, bool>& absentDrives, std::int64_t nowSeconds,
                        TiXmlElement& reply) {
@@ -76,6 +79,7 @@ bool HasModuleId(const TiXmlElement& element, std::uint32_t moduleId) {
   return ReadInt(element, "ID", id) && static_cast<std::uint32_t>(id) == moduleId;
 }
 
+// Disks that can't be prepared for recording aren't offered to us.
 std::set<std::string> PreparedDrives(const TiXmlElement& storage) {
   std::set<std::string> names;
   for (const TiXmlElement& disk : Children(storage, "Disk")) {

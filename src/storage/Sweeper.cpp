@@ -110,6 +110,8 @@ void Sweeper::Run() {
   running = false;
 }
 
+// The shortest time of any camera; without such rules the global one. It is what makes a file worth
+// a look; whether it goes is judged by its own rule.
 std::int64_t Sweeper::ExpireDays() const {
   std::set<std::int64_t> days;
   for (const auto& [input, value] : work.rules) {
@@ -200,6 +202,8 @@ void Sweeper::VisitDirectory(HourWork& hour) {
   }
 }
 
+// Most files are young and without a bookmark: for those the name's number is all that is looked
+// at. A bookmarked one is measured and stays.
 void Sweeper::VisitFile(HourWork& hour, const qv::kelvo::NamedRecording& recording) {
   ++files;
   if (hour.allYoung && !hour.anyMarked) return;
@@ -227,6 +231,7 @@ bool Sweeper::IsExpired(const std::string& path, std::int64_t time) {
   return ExpiredByCamera(path, fields.id);
 }
 
+// In doubt it stays: only a file of channels, whose head can be read, goes by its input's rule.
 bool Sweeper::ExpiredByCamera(const std::string& path, qv::kelvo::StreamID id) {
   if (qv::kelvo::IsWideInput(qv::kelvo::InputOf(id))) return false;
   const qv::kelvo::StreamID device = id & ~0xFFu;

@@ -16,9 +16,15 @@
 
 namespace qvsvr::kelvo {
 
-// The background pass over the trees: expires recordings and measures bookmarks in time order, then
-// has the debris cleaned up. One thread at a time, which works on private copies. Start and Stop
-// belong to one thread, Running to any.
+// The background pass over the trees, once an hour: expires recordings and measures bookmarks in
+// time order, then has the debris of crashes cleaned up. It has a thread of low priority to itself
+// and works on copies of rules, bookmarks and volumes, so that it shares nothing with the worker
+// but the trees: where both delete, the loser finds a file missing, which is no error. Who waits
+// for its end raises its priority.
+//
+// A pass goes by the rules of its beginning. So a change of a camera's rules ends it first: what a
+// new rule keeps must not go by an old one. Hours that no rule and no bookmark touches are only
+// counted. Part of CFileSystem. Start and Stop belong to one thread, Running to any.
 class Sweeper {
  public:
   struct Work {
@@ -41,7 +47,7 @@ class Sweeper {
 
   [[nodiscard]] bool Running() const { return running; }
 
-  // Starts a pass; false while one is running.
+  // Starts a pass; false while one is running. Throws when there is no thread to be had.
   bool Start(Work copies);
 
   // Ends the pass at the next file and waits. Returns whether one was running.

@@ -7,6 +7,7 @@
 namespace qvsvr::kelvo {
 namespace {
 
+// Only what the filter switches off is left out.
 bool Passes(const qv::kelvo::ArchiveFilter* filter, std::int32_t id) {
   if (filter == nullptr) return true;
   const auto entry = filter->find(id);
@@ -31,6 +32,7 @@ std::vector<std::string> VolumeTable::ListDrives(std::uint32_t alarmMask) const 
   return names;
 }
 
+// One drive may be mounted below another: the nearer one has the path.
 std::string VolumeTable::DriveOf(const std::string& path) const {
   std::string longest;
   for (const auto& [name, record] : drives.drives) {

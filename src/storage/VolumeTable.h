@@ -15,7 +15,9 @@
 namespace qvsvr::kelvo {
 
 // Where recordings lie: the drives and the archive targets. They belong to the worker; what other
-// threads see of them is an immutable copy that follows each change by itself.
+// threads see of them is an immutable copy that follows each change by itself: a search keeps the
+// copy that it began with, and no change waits for a search. The lock is held for exchanging a
+// pointer, never over a look at the disk. Part of CFileSystem.
 class VolumeTable {
  public:
   [[nodiscard]] const DriveTable& Drives() const { return drives; }
