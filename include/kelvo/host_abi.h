@@ -51,7 +51,7 @@ extern "C" {
 #define KELVO_SUB_SEARCH_FRAME 0x04000004u
 #define KELVO_SUB_SEARCH_RESULT 0x04000010u
 
-/* KelvoWriteBlock.Class, bit flags; both frame bits select the frame path */
+/* KelvoWriteBlock.Class, bit flags; either of the two frame bits selects the frame path */
 #define KELVO_WRITE_FRAME 0x03u
 #define KELVO_WRITE_ACTION 0x04u
 #define KELVO_WRITE_PTZ 0x08u

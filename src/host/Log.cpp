@@ -13,7 +13,7 @@ namespace {
 
 std::atomic<KelvoHostFunction> hostFunction{nullptr};
 
-constexpr std::size_t kLineBuffer = 512;
+constexpr std::size_t kLineBuffer = 512;  // the cut line, with its terminator
 
 KelvoHostRequest LogRequest(std::uint32_t subCode) {
   KelvoHostRequest request{};
@@ -29,6 +29,7 @@ KelvoHostReply EmptyReply() {
   return {sizeof(KelvoHostReply), 1, 0};
 }
 
+// No threshold is the largest number, which would hide everything.
 bool Passes(int level, std::uint32_t threshold) {
   return threshold == KELVO_LOG_NO_THRESHOLD || static_cast<std::int32_t>(threshold) <= level;
 }
@@ -74,7 +75,7 @@ void LogPrintf(int level, const char* format, ...) {
   va_start(arguments, format);
   const int needed = std::vsnprintf(line.data(), line.size(), format, arguments);
   va_end(arguments);
-  if (needed < 1) return;
+  if (needed < 1) return;  // an empty text, or one that can't be formatted
   if (needed < static_cast<int>(kLineBuffer)) {
     SendLine(host, level, line.data(), needed);
     return;

@@ -22,6 +22,11 @@ inline constexpr int LogCritical = KELVO_LOG_CRITICAL;
 #define KELVO_PRINTF(text, first)
 #endif
 
+// Log lines go to the host, which shows them from its threshold on. It may change that at any time,
+// so it is asked before each line: one host call for a line that isn't shown, two for one that is.
+// What is told of a state is told once, when it begins and when it ends, never for each retry; a
+// line of level 50 and above stands in docs/operation.md with what to do about it.
+
 // The host's message function: one of the process-wide objects (docs/host-interface.md). Null
 // before Load. Any thread.
 void SetHostFunction(KelvoHostFunction function);
@@ -37,7 +42,8 @@ void LogPrintf(int level, const char* format, ...) KELVO_PRINTF(2, 3);
 // The host's threshold as it answers it; KELVO_LOG_NO_THRESHOLD shows every line.
 [[nodiscard]] std::uint32_t QueryLogLevel();
 
-// Decimal text with the digit grouping of "en-US": 1,234,567.
+// Decimal text with the digit grouping of "en-US", 1,234,567, whatever the process's locale.
+// Allocates nothing.
 class CountText {
  public:
   explicit CountText(std::uint64_t value);

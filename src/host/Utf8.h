@@ -9,7 +9,8 @@ namespace qvsvr::kelvo {
 [[nodiscard]] bool IsUtf8(std::string_view bytes);
 
 // The bytes as UTF-8. What is UTF-8 stays; each other byte is taken for Windows-1252, of which
-// ISO-8859-1 is a part. Different bytes never become the same text by that.
+// ISO-8859-1 is a part. Each of those becomes another character, so that names in that encoding
+// stay apart; none has an outcome that isn't UTF-8.
 [[nodiscard]] std::string ToUtf8(std::string_view bytes);
 
 // The same with every byte above 127 taken for Windows-1252.

@@ -45,7 +45,7 @@ Decimal ParseDecimal(const char* text) {
   return number;
 }
 
-// Takes the elements out of a text that they are views of, in their order.
+// Takes the elements out of a text that they are views of, in their order. The text has no NUL.
 void TakeOut(const std::vector<std::string_view>& elements, std::string& text,
              std::vector<std::string>& taken) {
   if (elements.empty()) return;
@@ -264,7 +264,8 @@ int MakeBackup(qv::kelvo::DurableFiles& files, const std::string& path, const st
   return error != 0 ? error : ErrorUnlessMissing(files.Rename(path, backup));
 }
 
-// Puts a complete pending file into the place of `path`.
+// Puts a complete pending file into the place of `path`. Between its steps there is always a whole
+// file under one of the names that the next load looks at.
 bool Swap(const Platform& platform, const std::string& pending, const std::string& path) {
   qv::kelvo::DurableFiles& files = platform.durableFiles;
   const std::string backup = BackupOf(path);
@@ -330,6 +331,7 @@ XmlFileState XmlDocument::LoadFile(const Platform& platform, const std::string& 
   return state;
 }
 
+// For the time of printing the texts aside stand in the tree, which keeps the order of children.
 std::string XmlDocument::PrintWhole() {
   TiXmlElement* const root = FirstChildElement(kRootName);
   std::vector<TiXmlNode*> put;

@@ -22,11 +22,18 @@ enum class XmlFileState {
   Unreadable  // the system can't read it now; it may be good
 };
 
-// A document that survives hostile input. What comes in is made UTF-8 (a text that neither is nor
-// names another encoding is taken for Windows-1252 where it isn't UTF-8), and before TinyXML sees
-// it, its nesting, the attributes of each element and its size are checked, so that parsing neither
-// recurses deeper than `maxParseDepth` nor takes more than linear time. Error(), ErrorId(),
-// ErrorDesc(), ErrorRow() and ErrorCol() shadow the library's and tell these errors too.
+// A document that survives hostile input, and whose files survive power cuts.
+//
+// TinyXML recurses with the nesting of elements, compares each attribute of an element with all
+// before it and reads on over errors. So a text is first walked by ScanXml, which reads it as the
+// library will but builds nothing: nesting, attributes and size have limits, and what it can't
+// follow exactly is refused. Parsing then neither recurses deeper than `maxParseDepth` nor takes
+// more than linear time. What comes in is made UTF-8: bytes that aren't are taken for Windows-1252,
+// and so is the whole text where its declaration says so.
+//
+// Most of what is large need not be a tree: elements set aside during the walk stay text and take a
+// tenth of the memory. One thread at a time. Error(), ErrorId(), ErrorDesc(), ErrorRow() and
+// ErrorCol() shadow the library's and tell these errors too.
 class XmlDocument : public TiXmlDocument {
  public:
   // Of a file that couldn't be opened, as the library has it.
@@ -50,9 +57,9 @@ class XmlDocument : public TiXmlDocument {
   // whether the whole text parsed; after false the tree may hold a part and must not be used.
   bool ParseText(std::string_view text);
 
-  // Reads and parses a regular file; after anything but Good the document's error is set. What a
-  // file may hold leaves room for the largest message beside the rest. This, saving, too, waits up
-  // to some seconds for other programs that have the file just then.
+  // Reads and parses a regular file; after anything but Good the document's error is set. The
+  // limits of a file leave room for the largest message beside the rest. Waits up to some seconds
+  // while another program has the file, as do the other two.
   XmlFileState LoadFile(const qv::kelvo::Platform& platform, const std::string& path);
 
   // Writes the document so that a crash or power cut at any moment leaves the old or the new file,
@@ -61,8 +68,9 @@ class XmlDocument : public TiXmlDocument {
   // false the error is kErrorNotSaved with the cause as its text. One save of a file at a time.
   bool SaveFile(const qv::kelvo::Platform& platform, const std::string& path);
 
-  // Loads `path` or, when that is missing or damaged, its backup, which then takes its place. The
-  // error is that of the last attempt.
+  // Loads `path` or, when that is missing or damaged, its backup, which takes its place if it is
+  // good. A good file makes a backup that was left over superfluous: it is removed. The error is
+  // that of the last attempt.
   XmlFileState LoadFileWithBackup(const qv::kelvo::Platform& platform, const std::string& path);
 
   [[nodiscard]] bool Error() const { return ownError != 0 || TiXmlDocument::Error(); }

@@ -74,7 +74,8 @@ const char* EndOfText(const char* p, char terminator) {
   return nullptr;
 }
 
-// A null position means that the text is malformed there.
+// One walk. `p` stands ahead of what comes next; null means that the text is malformed there. What
+// is open is kept as a list, so that depth costs memory and not stack.
 class Scan {
  public:
   Scan(const char* start, const XmlExtent& given, XmlExtent& extent, const ElementVisitor& visitor)

@@ -7,6 +7,10 @@
 
 namespace qvsvr::kelvo {
 
+// A walk over a text as the XML library will read it, with the library's own tokenizers: the guard
+// of XmlDocument, and the way to elements that are never to be a tree. An agreement of both is
+// tested by fuzzing (fuzz/Xml.cpp).
+
 // How much of the XML library a text takes, or may take.
 struct XmlExtent {
   int depth = 0;               // levels of elements, the root being level 1

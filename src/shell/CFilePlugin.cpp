@@ -35,6 +35,8 @@ std::uint32_t CFilePlugin::SendHostMessage(const KelvoHostRequest& request, Kelv
   return host == nullptr ? 0 : host(&request, &reply);
 }
 
+// What the host doesn't take is told in the log and otherwise lost: here and below there is nobody
+// else to turn to.
 void CFilePlugin::SendXmlEvent(const std::string& text, std::uint32_t eventClass) {
   KelvoHostRequest request = NewRequest();
   request.Length = static_cast<std::uint32_t>(text.size());
@@ -70,6 +72,8 @@ bool CFilePlugin::IsStopping() const {
   return RecordMgr.IsStopping();
 }
 
+// The host knows the module before it hears of its drives and settings, and blocks are let in when
+// there is a worker to take them. Another Open that comes meanwhile is refused, not made to wait.
 void CFilePlugin::Open(const char* version) {
   Phase before = Phase::Loaded;
   if (!phase.compare_exchange_strong(before, Phase::Opening) &&

@@ -11,8 +11,13 @@
 
 namespace qvsvr::kelvo {
 
-// The plug-in between Load and Unload: the host's face for the rest, and the owner of the rest. The
-// record manager is destroyed first.
+// The plug-in between Load and Unload: the host's face for the rest, and the owner of the rest. Its
+// members end in the reverse of their order: the record manager first, which joins the worker and
+// ends the files, then the storage that they lie in, last the tables of recordings that both use.
+//
+// Open may fail and be tried again; a stop may come at any time, also during Open, and is the
+// queue's flag, for the worker and all searches. PluginLife owns it and sees to it that no call is
+// inside when it ends. Any thread, but for the constructor and the destructor.
 class CFilePlugin : public ICoreEventer {
  public:
   // Borrows both for its life. Blocks come by `queue`.
@@ -26,7 +31,7 @@ class CFilePlugin : public ICoreEventer {
 
   // Announces the module, finds the drives and starts the worker. A second call throws
   // std::logic_error; after one that failed by throwing anything the plug-in is closed to blocks
-  // until another one succeeds.
+  // until another one succeeds. `version` goes into the announcement.
   void Open(const char* version);
 
   // Makes the worker and all searches end; doesn't wait. Any thread.

@@ -19,6 +19,7 @@ void PluginLife::Leave() {
   if (inside.fetch_sub(1) == 1 && current.load() == nullptr) inside.notify_all();
 }
 
+// From here on calls find no plug-in; those that found it before are counted.
 void PluginLife::End() {
   const std::unique_ptr<CFilePlugin> last(current.exchange(nullptr));
   if (last == nullptr) return;

@@ -43,6 +43,7 @@ void SilenceWx() {
   wxDisableAsserts();
 }
 
+// Fixed numbers by which the host knows this kind of module; nothing here depends on them.
 void Describe(KelvoModuleDescriptor& descriptor) {
   descriptor.ModuleId = KELVO_MODULE_ID;
   descriptor.CapabilityWord0 = 0x0600006C;
@@ -62,6 +63,8 @@ void LoadPlugin(const KelvoLoadInput* input, KelvoModuleDescriptor* descriptor) 
   });
 }
 
+// On the host's capture threads: a copy of the block into the queue. What this module has sent
+// itself comes back by the host's distribution and is passed over.
 void WriteBlock(const KelvoWriteBlock& block, KelvoWriteReply& reply) {
   if (block.Refuse != 0) {
     reply.Result = kRefused;
