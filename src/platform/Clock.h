@@ -4,10 +4,12 @@
 
 namespace qv::kelvo {
 
-// Milliseconds since 1970-01-01 UTC. The unit of every moment inside the process.
+// Milliseconds since 1970-01-01 UTC: the unit of captures and of all that is told by the clock.
+// Rules that count in days or by names of files use seconds, and say so.
 using UtcMs = std::int64_t;
 
-// The only source of time. Any thread may call it; the object outlives all users.
+// The only source of time. Tests move it by hand, so that nothing in them waits; what asks the
+// system itself can't be tested so. Any thread may call it; the object outlives all users.
 class Clock {
  public:
   virtual ~Clock() = default;
@@ -34,8 +36,9 @@ struct CalendarTime {
   int weekday = 0;  // Sunday is 0
 };
 
-// The moment in the process's time zone, by the rules in force in its own year. Moments outside the
-// years 1601 to 9999 count as the nearest inside. Any thread.
+// The moment in the process's time zone, by the rules in force in its own year: a recording of last
+// winter isn't named by this summer's. Moments outside the years 1601 to 9999 count as the nearest
+// inside. Any thread.
 [[nodiscard]] CalendarTime ToLocal(UtcMs time);
 
 // Both ends of that range, some days away from where a zone could lead out of it.

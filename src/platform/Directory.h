@@ -15,7 +15,8 @@ struct DirectoryEntry {
 
 enum class ListSizes { No, Yes };
 
-// Lists directories by the fastest call of the platform. Any thread.
+// Lists directories by the fastest call of the platform: a tree of years has hundreds of thousands
+// of names, and a look at each file would cost many times the listing. Any thread.
 class Directories {
  public:
   virtual ~Directories() = default;

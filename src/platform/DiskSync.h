@@ -5,7 +5,8 @@
 namespace qv::kelvo {
 
 // Sees to it that what was written reaches the disk. Each call opens the file by itself, for its
-// own time only, so that whoever writes it needn't know; it returns 0 or the system's error number.
+// own time only, so that whoever writes it needn't know and may remove it meanwhile; it returns 0
+// or the system's error number, of which IsMissing (platform/Files.h) tells a file that has gone.
 // Paths are UTF-8. Any thread; blocks as long as the disk takes.
 class DiskSync {
  public:

@@ -6,7 +6,8 @@
 
 namespace qv::kelvo {
 
-// Bytes of a file system; `available` is what this user may still write.
+// Bytes of a file system; `available` is what this user may still write. Nothing reads `free`,
+// which counts what is kept for the system's own user, too.
 struct DriveSpace {
   std::uint64_t capacity = 0;
   std::uint64_t free = 0;

@@ -5,8 +5,11 @@
 
 namespace qv::kelvo {
 
-// File steps of a save that must survive a crash between any two of them. Each returns 0 or the
-// system's error number. One thread at a time per path; paths are UTF-8.
+// File steps of a save that must survive a crash or power cut between any two of them (XmlDocument
+// puts them together). What was written, renamed or replaced is on disk when the call returns 0; a
+// removal isn't waited for, since what it leaves behind harms nobody. Each returns 0 or the
+// system's error number. They wait for the disk and so have no place on the road of a frame. One
+// thread at a time per path; paths are UTF-8.
 class DurableFiles {
  public:
   virtual ~DurableFiles() = default;
@@ -27,7 +30,7 @@ class DurableFiles {
   // exists.
   [[nodiscard]] virtual int Rename(const std::string& from, const std::string& to) = 0;
 
-  // The same in one step over what `to` is, if anything.
+  // Renames in one step over what `to` is, if anything.
   [[nodiscard]] virtual int Replace(const std::string& from, const std::string& to) = 0;
 
   // Also a file that is marked read-only.

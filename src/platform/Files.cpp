@@ -10,6 +10,7 @@ namespace {
 namespace fs = boost::filesystem;
 using boost::system::error_code;
 
+// By identity and not by name, which links and letter case change.
 bool LiesWithin(fs::path inner, const fs::path& outer) {
   for (; !inner.empty(); inner = inner.parent_path()) {
     error_code missing;

@@ -7,7 +7,8 @@
 #include "platform/Clock.h"
 
 // Files and directories by name. Paths are UTF-8, of any length that the system takes; an error is
-// the system's number, 0 for none. Any thread. Nothing is waited for.
+// the system's number, 0 for none, and nothing is waited for, unless the function says otherwise.
+// Any thread.
 namespace qv::kelvo {
 
 enum class FileKind {
@@ -27,7 +28,8 @@ enum class FileKind {
 // Bytes of a file by its own account; its directory's may be older while somebody writes it.
 [[nodiscard]] int FileSize(const std::string& path, std::uint64_t& bytes);
 
-// Removes a file, also one that is marked read-only, a link or an empty directory.
+// Removes a file, also one that is marked read-only, a link or an empty directory. An error if it
+// isn't there: see IsMissing.
 [[nodiscard]] int RemoveFile(const std::string& path);
 
 // Makes one directory, for all to read and enter and for this user to write. No error if it is
@@ -41,13 +43,15 @@ enum class FileKind {
 // Whether one of two directories is or holds the other, by links or letter case, too.
 [[nodiscard]] bool Overlap(const std::string& a, const std::string& b);
 
-// The process's current directory, without a separator at its end.
+// The process's current directory, without a separator at its end unless it is a root.
 [[nodiscard]] int CurrentDirectory(std::string& path);
 
 // The longest path of an index, in characters: those that Windows counts, on every system.
 inline constexpr std::size_t kMaxPath = 260;
 [[nodiscard]] std::size_t PathLength(std::string_view path);
 
+// What the system's number means, on every system: no such file or directory; a directory that
+// isn't empty; its text.
 [[nodiscard]] bool IsMissing(int error);
 [[nodiscard]] bool IsNotEmpty(int error);
 [[nodiscard]] std::string ErrorText(int error);

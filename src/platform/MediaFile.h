@@ -21,7 +21,8 @@ struct IoResult {
 // What one write may gather.
 inline constexpr std::size_t kMaxWriteParts = 256;
 
-// Tells one state of a file from another.
+// Tells one state of a file from another, so that what was read of it can be kept. The number tells
+// a file from another one that has taken its name with the same size at the same time.
 struct FileStamp {
   std::uint64_t size = 0;      // bytes
   std::int64_t changedNs = 0;  // when it was changed last, since 1970; 0 when that can't be told
@@ -59,7 +60,8 @@ class MediaFile {
   // Cuts or extends the file; new bytes read as 0. Returns 0 or the system's error number.
   [[nodiscard]] virtual int SetSize(std::uint64_t bytes) = 0;
 
-  // Closes early to learn the outcome: 0 or the system's error number. Later calls return 0.
+  // Closes early to learn the outcome: 0 or the system's error number. Closing again returns 0;
+  // reads and writes fail from then on.
   virtual int Close() = 0;
 };
 
@@ -69,13 +71,16 @@ enum class OpenMode {
   CreateOrKeep       // read and write, with what it holds if it exists, mode 0644
 };
 
-// Opens media files shared: others may read and write the same file meanwhile.
+// Opens media files shared: others may read and write the same file meanwhile, as searches do with
+// what is being recorded. What is written reaches the system, and so survives the process;
+// WriteBack sees to the disk.
 class MediaFiles {
  public:
   virtual ~MediaFiles() = default;
 
   // On success fills `file` and returns 0; otherwise leaves it null and returns the system's error
-  // number. What isn't a regular file counts as not there; it is never waited for. `path` is UTF-8.
+  // number. A directory doesn't open, nor does a pipe that somebody has put into a tree; it is
+  // never waited for. `path` is UTF-8.
   [[nodiscard]] virtual int Open(const std::string& path, OpenMode mode,
                                  std::unique_ptr<MediaFile>& file) = 0;
 

@@ -11,8 +11,9 @@
 
 namespace qv::kelvo {
 
-// The operating system as the rest of the program sees it. Passed down from the plug-in's Load;
-// a test passes its own.
+// The operating system as the rest of the program sees it: six seams, passed down from the
+// plug-in's Load by reference, so that a test can move time, fill a disk or let the third write
+// fail. Beside them stand the plain functions of platform/Files.h.
 struct Platform {
   Clock& clock;
   Drives& drives;

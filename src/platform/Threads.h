@@ -12,8 +12,8 @@ void PrepareThread();
 // by.
 [[nodiscard]] std::uint64_t YieldToOtherThreads();
 
-// Gives a thread its ordinary share again, since somebody waits for it. It must not have been
-// joined. Any thread.
+// Gives a thread its ordinary share again, since somebody waits for it: a low priority would
+// otherwise be his as well. It must not have been joined. Any thread.
 void RaiseThread(std::uint64_t thread);
 
 }  // namespace qv::kelvo

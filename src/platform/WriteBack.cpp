@@ -9,7 +9,7 @@
 namespace qv::kelvo {
 namespace {
 
-constexpr std::size_t kRememberedDirectories = 100;
+constexpr std::size_t kRememberedDirectories = 100;  // four days of hours; then begun anew
 
 std::string ParentOf(const std::string& path) {
   const std::size_t separator = path.find_last_of(kPathSeparators);
@@ -71,6 +71,8 @@ void WriteBack::Stop() {
   }
 }
 
+// A drive's thread. It works on a copy of the pairs, so that files come and go while the disk takes
+// its time; at a stop it completes what is there once more.
 void WriteBack::Run(Drive& drive) {
   const std::uint64_t threadId = YieldToOtherThreads();
   std::unique_lock lock(mutex);

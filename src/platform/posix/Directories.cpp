@@ -13,7 +13,8 @@ namespace qv::kelvo {
 
 namespace {
 
-// File systems stamp changes with clocks as coarse as two seconds.
+// File systems stamp changes with clocks as coarse as two seconds: a second change within that time
+// might leave the same stamp.
 constexpr std::time_t kSettledSeconds = 3;
 
 struct CloseDirectory {

@@ -17,7 +17,7 @@ std::string ParentOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-// Opens `path` for the time of one call.
+// Opens `path` for the time of one call; without waiting, should it be a pipe.
 template <class Call>
 int WithDescriptor(const std::string& path, int flags, Call call) {
   const int fd = RetryInterrupted(

@@ -18,6 +18,7 @@ bool ClearReadOnly(const std::string&) {
   return false;
 }
 
+// Where a part of the path is a file, nothing stands behind it.
 int FindKind(const std::string& path, FileKind& kind) {
   struct stat status {};
   kind = FileKind::Missing;

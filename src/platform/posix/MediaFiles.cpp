@@ -13,6 +13,7 @@ namespace {
 
 constexpr mode_t kNewFileMode = 0644;
 
+// The time of change and not that of the content, which any program may set.
 FileStamp StampIn(const struct stat& status) {
   const std::int64_t seconds = status.st_ctim.tv_sec;
   return {static_cast<std::uint64_t>(status.st_size),

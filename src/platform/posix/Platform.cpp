@@ -55,6 +55,7 @@ Platform& SystemPlatform() {
 
 static_assert(sizeof(time_t) == 8);
 
+// The C library's call knows a zone's rules of all years; wxWidgets forgets summer time after 2038.
 CalendarTime ToLocal(UtcMs time) {
   time = std::clamp(time, kFirstLocalMs, kLastLocalMs);
   const UtcMs millisecond = (time % 1000 + 1000) % 1000;

@@ -13,7 +13,8 @@ namespace qv::kelvo {
 [[nodiscard]] DurableFiles& PosixDurableFiles();
 [[nodiscard]] DiskSync& PosixDiskSync();
 
-// Repeats a call that returns -1 as long as a signal interrupts it.
+// Repeats a call that returns -1 as long as a signal interrupts it: the host's signals are not ours
+// to block.
 template <typename Call>
 auto RetryInterrupted(Call call) {
   auto result = call();

@@ -7,6 +7,7 @@
 namespace qv::kelvo {
 namespace {
 
+// Renames are durable by the flag for writing through: there is no directory to be synced.
 class DurableFilesOnWin32 : public DurableFiles {
  public:
   WriteResult WriteNew(const std::string& path, std::string_view content) override {

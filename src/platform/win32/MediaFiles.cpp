@@ -9,8 +9,8 @@ namespace qv::kelvo {
 
 namespace {
 
-constexpr std::size_t kMaxTransfer = 1u << 30;
-constexpr std::size_t kGathered = 64 * 1024;
+constexpr std::size_t kMaxTransfer = 1u << 30;  // of one call, whose count has 32 bits
+constexpr std::size_t kGathered = 64 * 1024;    // parts up to this size are copied together
 
 // Read and written at given places only: where the system believes the file to stand never matters.
 class MediaFileOnWin32 : public MediaFile {
