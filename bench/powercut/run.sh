@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# tests/powercut/run.sh BUILD_DIR [CUTS] [FILE SYSTEMS...]: cuts the power of a recorder, as far as
+# bench/powercut/run.sh BUILD_DIR [CUTS] [FILE SYSTEMS...]: cuts the power of a recorder, as far as
 # a disk can tell. Eight cameras record in real time to a file system on a loop device, whose settings
 # are saved all the while. At random moments the device's image is cloned (one atomic step of the
 # XFS that holds it, so that the clone is what a disk held that writes in order), mounted, and the
