@@ -108,7 +108,7 @@ void GiveFrame(SimHost& host, Ledger& ledger, std::uint32_t camera) {
     if (line.level >= 50) std::fprintf(stderr, "%s\n", line.text.c_str());
   };
   host.onEvent = [&ledger](const SimHost::Event& event) {
-    const int days = DaysIn(event.xml);
+    const int days = DaysIn(event.text);
     if (event.eventClass == KELVO_CLASS_BROADCAST && days > 0) ledger.savedDays = days;
   };
   host.onRelease = [&ledger](const std::byte* payload) {
@@ -198,7 +198,7 @@ bool Check(const char* module, const Ledger& ledger, const char* about) {
     told.notify_one();
   };
   host.onEvent = [&](const SimHost::Event& event) {
-    if (event.eventClass == KELVO_CLASS_BROADCAST) days = std::max(days.load(), DaysIn(event.xml));
+    if (event.eventClass == KELVO_CLASS_BROADCAST) days = std::max(days.load(), DaysIn(event.text));
   };
   host.onSearch = [&](const KelvoHostRequest& request) {
     Hear(request, ledger, seen);

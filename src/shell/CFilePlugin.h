@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "host/ICoreEventer.h"
+#include "host/HostLink.h"
 #include "media/RunTables.h"
 #include "record/CRecordMgr.h"
 #include "storage/CFileSystem.h"
@@ -18,15 +18,11 @@ namespace qvsvr::kelvo {
 // Open may fail and be tried again; a stop may come at any time, also during Open, and is the
 // queue's flag, for the worker and all searches. PluginLife owns it and sees to it that no call is
 // inside when it ends. Any thread, but for the constructor and the destructor.
-class CFilePlugin : public ICoreEventer {
+class CFilePlugin : public HostLink {
  public:
   // Borrows both for its life. Blocks come by `queue`.
   CFilePlugin(qv::kelvo::Platform& platform, RecordQueue& queue);
 
-  std::uint32_t SendHostMessage(const KelvoHostRequest& request, KelvoHostReply& reply) override;
-  void SendXmlEvent(const std::string& text, std::uint32_t eventClass) override;
-  void DecrementReference(void* buffer) override;
-  std::uint32_t GetCoreTime(std::int64_t& seconds, std::uint16_t& milliseconds) override;
   [[nodiscard]] bool IsStopping() const override;
 
   // Announces the module, finds the drives and starts the worker. A second call throws

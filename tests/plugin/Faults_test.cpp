@@ -17,7 +17,7 @@ class FileFaults : public SeamTest {
   bool RecordWith(const FileFault& fault) {
     SCOPED_TRACE("error " + std::to_string(fault.error) + " or " +
                  std::to_string(fault.shortBytes) + " bytes at " + std::to_string(fault.first));
-    log.clear();
+    host->ForgetTraffic();
     auto& files = bundle.files;
     files.ClearFaults();
     files.Set(fault);
@@ -71,10 +71,9 @@ class FileFaults : public SeamTest {
     EXPECT_EQ(CountLog("system 00110080 opened "), open);
     wroteLines += write;
     openLines += open;
-    const auto errors = std::count_if(log.begin(), log.end(), [](const SimHost::LogLine& line) {
-      return line.level >= KELVO_LOG_ERROR;
-    });
-    EXPECT_EQ(errors, open + write);
+    EXPECT_EQ(std::ranges::count_if(host->Lines(),
+                                    [](const auto& line) { return line.level >= KELVO_LOG_ERROR; }),
+              open + write);
   }
 
   int wroteLines = 0, openLines = 0;
@@ -114,7 +113,7 @@ TEST_F(FileFaults, OutageIsToldOnceAndRecordingResumesAfterIt) {
                                  {FileCall::WriteAt, 1, forGood, EIO, 0, {}},
                                  {FileCall::WriteAt, 1, forGood, ENOSPC, 0, ".ps"}}) {
     SCOPED_TRACE(fault.suffix + " error " + std::to_string(fault.error));
-    log.clear();
+    host->ForgetTraffic();
     bundle.files.Set(fault);
     Start({camera});
     const auto frames = MakeFrames(VideoProvider(camera), Now(), 40, Times(10, "IPBPB"), 700);

@@ -74,16 +74,17 @@ TEST_F(Lifecycle, LoadFillsTheDescriptorAndNothingElse) {
 
 TEST_F(Lifecycle, OpenAnnouncesTheModuleThenItsSettingsThenItsDrives) {
   Start();
-  EXPECT_TRUE(host->WaitForLog("KELVO - RecordMgr worker - running"));
+  EXPECT_TRUE(host->WaitForLine("KELVO - RecordMgr worker - running"));
   Sync();
-  ASSERT_EQ(CountEvents(""), 3);
+  const auto events = host->Events();
+  ASSERT_EQ(events.size(), 3u);
   EXPECT_EQ(events[0].eventClass, KELVO_CLASS_BROADCAST);
   EXPECT_TRUE(
-      events[0].xml.starts_with("<?xml ?><qDVR Delta=\"0\"><Modules><Module Name=\"KELVO\" "
-                                "ID=\"327680\" Version=\"1."))
-      << events[0].xml;
+      events[0].text.starts_with("<?xml ?><qDVR Delta=\"0\"><Modules><Module Name=\"KELVO\" "
+                                 "ID=\"327680\" Version=\"1."))
+      << events[0].text;
   EXPECT_EQ(events[1].eventClass, KELVO_CLASS_BROADCAST);
-  EXPECT_NE(events[1].xml.find("<Storage ID=\"327680\""), std::string::npos);
+  EXPECT_NE(events[1].text.find("<Storage ID=\"327680\""), std::string::npos);
   EXPECT_EQ(events[2].eventClass, KELVO_CLASS_EVENT);
 }
 
@@ -163,7 +164,7 @@ class FailedOpen : public SeamTest {
   NoMemory drives;
 };
 
-TEST_F(FailedOpen, RefusesBlocksUntilTheNextOneSucceeds) {
+TEST_F(FailedOpen, RefusesBlocksUntilTheNextOneSucceedsWhichIsTheLast) {
   const auto camera = Camera();
   const auto frames = MakeFrames(VideoProvider(camera), Now(), 40, Times(4, "IPPP"));
   Start();
@@ -172,6 +173,8 @@ TEST_F(FailedOpen, RefusesBlocksUntilTheNextOneSucceeds) {
   EXPECT_FALSE(host->Ioctl(KELVO_IOCTL_CONFIGURATION, hostkit::FullConfiguration({camera})));
   drives.fails = false;
   host->Open();
+  host->Open();
+  EXPECT_EQ(CountLog("Open failed: the plug-in is already open"), 1);
   Configure({camera});
   GiveAll(frames);
   Finish();

@@ -165,16 +165,10 @@ void PluginTest::Sync() {
   }
 }
 
-int PluginTest::CountLog(const std::string& text) {
-  for (auto& line : host->TakeLog()) log.push_back(std::move(line));
-  return static_cast<int>(std::ranges::count_if(
-      log, [&](const auto& line) { return line.text.find(text) != std::string::npos; }));
-}
-
-int PluginTest::CountEvents(const std::string& text) {
-  for (auto& event : host->TakeEvents()) events.push_back(std::move(event));
-  return static_cast<int>(std::ranges::count_if(
-      events, [&](const auto& event) { return event.xml.find(text) != std::string::npos; }));
+std::vector<SimHost::Event> PluginTest::EventsWith(const std::string& text) {
+  auto events = host->Events();
+  std::erase_if(events, [&](const auto& event) { return event.text.find(text) == text.npos; });
+  return events;
 }
 
 std::vector<PsRecording> PluginTest::Recordings(const std::string& text, PsEnd end) {

@@ -81,9 +81,10 @@ class PluginTest : public ::testing::Test {
   // Returns when everything that was given before has been handled, with the work after it.
   void Sync();
 
-  // All log lines and all events so far that contain the text.
-  int CountLog(const std::string& text);
-  int CountEvents(const std::string& text);
+  // Gathered log lines and events that contain the text.
+  int CountLog(const std::string& text) { return static_cast<int>(host->CountLines(text)); }
+  int CountEvents(const std::string& text) { return static_cast<int>(EventsWith(text).size()); }
+  std::vector<SimHost::Event> EventsWith(const std::string& text);
 
   // Pairs on the drives whose names contain the text, in the order of their names; each has been
   // checked.
@@ -97,8 +98,6 @@ class PluginTest : public ::testing::Test {
 
   qv::kelvo::TempTree tree;  // also the working directory
   std::unique_ptr<SimHost> host;
-  std::vector<SimHost::LogLine> log;
-  std::vector<SimHost::Event> events;
 
  private:
   const std::string recordedBelow;  // what all drives lie below

@@ -104,8 +104,8 @@ TEST_F(OneTree, BearsRecordingSweepingAndSearchingAtOnce) {
     Tick(20 * kMinute);
   }
   Tick(kHour);  // for a sweep that nothing ends on its way any more
-  EXPECT_TRUE(host->WaitForLog("Sweeper - completed"));
-  EXPECT_TRUE(host->WaitForLog("fs-cleanup - orphan file"));
+  EXPECT_TRUE(host->WaitForLine("Sweeper - completed"));
+  EXPECT_TRUE(host->WaitForLine("fs-cleanup - orphan file"));
   done = true;
   for (auto& searcher : searchers) searcher.join();
   EXPECT_GT(heard, 0u);

@@ -47,10 +47,10 @@ std::string ReservationNews(const TiXmlElement& told) {
 
 std::vector<std::string> DriveWatch::Take(const hostkit::SimHost::Event& event) {
   std::vector<std::string> news;
-  const bool ofBookmarks = event.xml.find("<Cases") != std::string::npos;
-  if (!ofBookmarks && event.xml.find("<Storage") == std::string::npos) return news;
+  const bool ofBookmarks = event.text.find("<Cases") != std::string::npos;
+  if (!ofBookmarks && event.text.find("<Storage") == std::string::npos) return news;
   TiXmlDocument document;
-  document.Parse(event.xml.c_str(), nullptr, TIXML_ENCODING_UTF8);
+  document.Parse(event.text.c_str(), nullptr, TIXML_ENCODING_UTF8);
   const auto* const root = document.RootElement();
   if (root == nullptr) return news;
   const std::lock_guard guard(lock);

@@ -71,7 +71,7 @@ bool Interrupted() {
 Listener::Listener(hostkit::SimHost& simHost, Console& toConsole, std::uint32_t lowestShown,
                    bool withEvents)
     : host(simHost), console(toConsole), shownLevel(lowestShown), showEvents(withEvents) {
-  host.SetLogLevel(std::min<std::uint32_t>(shownLevel, KELVO_LOG_WARNING));
+  host.SetThreshold(std::min<std::uint32_t>(shownLevel, KELVO_LOG_WARNING));
   host.onLog = [this](const hostkit::SimHost::LogLine& line) { TakeLog(line); };
   host.onEvent = [this](const hostkit::SimHost::Event& event) { TakeEvent(event); };
 }
@@ -104,14 +104,14 @@ void Listener::TakeLog(const hostkit::SimHost::LogLine& line) {
 
 // An event of an input that begins or ends to be recorded names the file.
 void Listener::TakeEvent(const hostkit::SimHost::Event& event) {
-  if (showEvents) console.ErrorLine("event " + event.xml);
+  if (showEvents) console.ErrorLine("event " + event.text);
   for (const auto& news : drives.Take(event)) console.ErrorLine(news);
   const std::string attribute = "Path=\"";
-  const auto begin = event.xml.find(attribute);
+  const auto begin = event.text.find(attribute);
   if (begin == std::string::npos) return;
   const auto from = begin + attribute.size();
   const std::lock_guard guard(lock);
-  files.insert(event.xml.substr(from, event.xml.find('"', from) - from));
+  files.insert(event.text.substr(from, event.text.find('"', from) - from));
 }
 
 }  // namespace nvrhost
