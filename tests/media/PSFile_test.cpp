@@ -167,7 +167,7 @@ TEST_F(PSFileTest, EncoderComesFromTheInputByteOfASingleInputFile) {
     PSFile file(files);
     ASSERT_EQ(Create(file), kPsOk);
     PSFrame frame = Frame(0, kFrameI, 0, "x");
-    frame.encoder = 5;
+    frame.encoder = descriptors[0].encoder = 5;
     ASSERT_EQ(file.WriteFrame(frame), kPsOk);
     file.Close();
     EXPECT_EQ(Read().frames.at(0).encoder, wanted);

@@ -15,7 +15,7 @@ std::vector<std::byte> MakeMap(const PsFileInfo& info,
   return map;
 }
 
-// What the writer sets of it is checked by the parser in tests/support.
+// What the writer sets of it is checked by the reader in tools/psinfo.
 TEST(PsFormat, ProgramMapKeepsAllFieldsAndCutsLongNames) {
   const PsFileInfo info = {{0x84}, {1, 2, 3}, std::string(32, 'f'), 0};
   std::array<PsStreamDescriptor, kStreamCount> descriptors;

@@ -23,6 +23,7 @@ TEST_F(RecordFile, DescribesItsChannelsAndHoldsAReservation) {
   audio.Standard = 2;
   audio.BufSizeSamples = 160;
   audio.SampleRate = 8000;
+  stream->Slots[1].Standard = 0;
   stream->OpenFile();
   const std::string path = tree.Path("volume/2025/06/15/17/0640-00120180.ps");
   EXPECT_EQ(stream->GetOpenTime(), start);

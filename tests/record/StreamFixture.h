@@ -88,8 +88,10 @@ class StreamTest : public StreamParts {
     made->Layout = 0x80;
     for (int slot = 0; slot < kSlots; ++slot) {
       made->MapChannel(static_cast<std::uint32_t>(slot), slot);
-      made->Slots[static_cast<std::size_t>(slot)].Encoder = 0;
-      made->Slots[static_cast<std::size_t>(slot)].Input = slot % kVideoSlots;
+      ChannelSlot& mapped = made->Slots[static_cast<std::size_t>(slot)];
+      mapped.Encoder = 0;
+      mapped.Input = slot % kVideoSlots;
+      mapped.Standard = 2;
     }
     return made;
   }
@@ -125,7 +127,7 @@ class StreamTest : public StreamParts {
     std::vector<std::string> frames;
     for (const std::string& file : tree.FilesEndingIn(".ps")) {
       const auto recording = testsupport::ReadPs(tree.Path(file));
-      for (const std::string& fault : recording.faults) ADD_FAILURE() << file << ": " << fault;
+      for (const auto& fault : recording.faults) ADD_FAILURE() << file << ": " << fault;
       for (const auto& frame : recording.frames) {
         frames.emplace_back(frame.payload.begin(), frame.payload.end());
       }

@@ -3,12 +3,10 @@
 #include <array>
 #include <span>
 
-#include "media/PsiFormat.h"
+#include "psinfo/Layout.h"
 
 namespace psinfo {
 namespace {
-
-using namespace qv::kelvo;
 
 struct Field {
   std::size_t offset;
@@ -72,16 +70,11 @@ Place PlaceOf(std::size_t offset, std::size_t frameCount) {
     const std::size_t number = (offset - begin) / size;
     return Place{name + std::to_string(number), begin + number * size, fields};
   };
-  const auto runs =
-      static_cast<std::size_t>(FrameRecordOffset(0)) + frameCount * kPsiFrameRecordSize;
-  if (offset < kPsiHeaderSize) return {"head", 0, kHeadFields};
-  if (offset < kPsiHeadSize) {
-    return numbered("stream record ", kPsiHeaderSize, kPsiStreamRecordSize, kStreamFields);
-  }
-  if (offset < runs) {
-    return numbered("frame record ", kPsiHeadSize, kPsiFrameRecordSize, kFrameFields);
-  }
-  return numbered("run record ", runs, kPsiRunRecordSize, kRunFields);
+  const std::size_t runs = kIndexHead + frameCount * kRecord;
+  if (offset < kHead) return {"head", 0, kHeadFields};
+  if (offset < kIndexHead) return numbered("stream record ", kHead, kRecord, kStreamFields);
+  if (offset < runs) return numbered("frame record ", kIndexHead, kRecord, kFrameFields);
+  return numbered("run record ", runs, kRunRecord, kRunFields);
 }
 
 const Field& FieldOf(const Place& place, std::size_t offset) {

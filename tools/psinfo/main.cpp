@@ -9,15 +9,15 @@
 
 #include "media/IndexRepair.h"
 #include "media/PSFile.h"
-#include "psinfo/Check.h"
 #include "psinfo/Print.h"
+#include "psinfo/Recording.h"
 
 namespace {
 
 namespace fs = boost::filesystem;
 
 constexpr int kDamaged = 1, kFailed = 2;
-constexpr std::size_t kFindingsShown = 20;
+constexpr std::size_t kFaultsShown = 20;
 
 // The media files that the user means: .ps files, .psi files for the .ps beside them, and all
 // recordings below directories.
@@ -46,19 +46,16 @@ std::vector<std::string> MediaPaths(const std::vector<std::string>& given) {
 int Check(const std::vector<std::string>& paths) {
   std::size_t damaged = 0;
   for (const auto& path : paths) {
-    const auto result = psinfo::CheckRecording(path);
-    std::printf("%s: %zu frames, %s\n", path.c_str(), result.frames,
-                result.findings.empty() ? "good" : "DAMAGED");
-    if (result.findings.empty()) continue;
+    const auto result = psinfo::ReadRecording(path, psinfo::Expected::AnyWriters);
+    std::printf("%s: %zu frames, %s\n", path.c_str(), result.frames.size(),
+                result.faults.empty() ? "good" : "DAMAGED");
+    if (result.faults.empty()) continue;
     ++damaged;
-    for (std::size_t i = 0; i < std::min(result.findings.size(), kFindingsShown); ++i) {
-      const auto& finding = result.findings[i];
-      std::printf("  %s offset %llu: %s\n",
-                  finding.where == psinfo::Finding::Where::Media ? "media" : "index",
-                  static_cast<unsigned long long>(finding.offset), finding.rule.c_str());
+    for (std::size_t i = 0; i < std::min(result.faults.size(), kFaultsShown); ++i) {
+      std::printf("  %s\n", result.faults[i].c_str());
     }
-    if (result.findings.size() > kFindingsShown) {
-      std::printf("  and %zu more\n", result.findings.size() - kFindingsShown);
+    if (result.faults.size() > kFaultsShown) {
+      std::printf("  and %zu more\n", result.faults.size() - kFaultsShown);
     }
     if (result.unreadable > 0) {
       std::printf("  %llu bytes of the media file belong to no frame\n",
