@@ -67,25 +67,6 @@ class RecordFiles : public StreamTest {
   DueFiles files{services, streams};
 };
 
-TEST_F(RecordFiles, EndByAgeAndByAClockSetBack) {
-  const RecordStream &first = Add(1), &second = Add(2);
-  AfterMessage();
-  streams.Find(2)->CloseFile();
-  AfterMessage(60'000);
-  EXPECT_EQ(first.GetOpenTime(), start);
-  EXPECT_EQ(second.GetOpenTime(), start + 60'000);
-  AfterMessage(239'999);
-  EXPECT_EQ(first.GetOpenTime(), start);
-  AfterMessage(1);
-  EXPECT_EQ(first.GetOpenTime(), start + 300'000);
-  EXPECT_EQ(second.GetOpenTime(), start + 60'000);
-  bundle.clock.SetNow(start + 60'000);
-  AfterMessage();
-  EXPECT_EQ(first.GetOpenTime(), start + 60'000) << "was younger than nothing";
-  EXPECT_EQ(second.GetOpenTime(), start + 60'000) << "opened at this moment";
-  EXPECT_EQ(host.CountLines("Closed "), 3u);
-}
-
 TEST_F(RecordFiles, OneQuestionForAVolumeServesAllStreamsOfAMessage) {
   for (std::uint32_t id = 1; id <= 100; ++id) Add(id, id <= 50 ? 1 : 0);
   AfterMessage();

@@ -101,20 +101,16 @@ TEST_F(RecordStreamTest, OddHeadersAreCutToWhatAFileHolds) {
 }
 
 TEST_F(RecordStreamTest, ResetSlotReturnsItsFramesAndForgetsAllButTheSoundFormat) {
-  slot0.Schedule = slot0.LapseSchedule = AllWeek(2);
+  slot0.Schedule = AllWeek(2);
   slot0.SampleRate = slot0.BufSizeSamples = 160;
-  slot0.Standard = slot0.Width = slot0.PostMotion = slot0.PreMotion = 4;
-  slot0.PreAlarm = stream->Slots[1].PreAlarm = 100;
-  slot0.ActiveAlarms[1] = std::nullopt;
+  slot0.Standard = slot0.PreAlarm = stream->Slots[1].PreAlarm = 100;
   Feed("1:I0 I10m P20 1:P30");
   stream->ResetSlot(0);
   EXPECT_EQ(Waiting(), "1:I0 1:P30");
   EXPECT_EQ(Join(core.Returned), "I10m P20");
   EXPECT_EQ(slot0.SampleRate + slot0.BufSizeSamples, 320);
-  EXPECT_EQ(slot0.Standard + slot0.Width + slot0.PostMotion + slot0.PreMotion + slot0.PreAlarm, 0);
-  EXPECT_EQ(slot0.Encoder + slot0.Input, -2);
-  EXPECT_TRUE(slot0.Schedule.empty() && slot0.LapseSchedule.empty());
-  EXPECT_TRUE(slot0.ActiveAlarms.empty() && !slot0.MotionTime && !slot0.LastWritten);
+  EXPECT_EQ(slot0.Standard + slot0.PreAlarm + slot0.Encoder, -1);
+  EXPECT_TRUE(slot0.Schedule.empty() && !slot0.MotionTime);
 }
 
 // The order of frames and their links is checked through the stream in FlushModelTest.cpp.
