@@ -2,16 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdio>
 #include <deque>
 #include <string>
 #include <vector>
 
-#include "media/PSFile.h"
 #include "platform/Platform.h"
 #include "tests/support/FaultyFiles.h"
 #include "tests/support/PsParser.h"
+#include "tests/support/Recordings.h"
 #include "tests/support/TempTree.h"
 
 namespace qv::kelvo {
@@ -31,32 +30,16 @@ inline ConstBytes AsBytes(const std::string& text) {
   return std::as_bytes(std::span(text.data(), text.size()));
 }
 
-// A directory for one recording, descriptors of a device with MPEG-2 video and 8 kHz audio on every
-// stream, and frames for it.
+// A directory for one recording of a device, and frames for it.
 class PSFileTest : public testing::Test {
  protected:
-  PSFileTest() {
-    for (unsigned n = 0; n < kStreamCount; ++n) {
-      const bool video = n < 16;
-      descriptors[n].streamType = static_cast<std::uint8_t>(video ? 130 : 145);
-      descriptors[n].streamId = static_cast<std::uint8_t>(video ? 0xE0 + n : 0xC0 + n - 16);
-      descriptors[n].sampleRate = 8000;
-    }
-    info.fileInput[0] = 0xFF;
-    path = tree.Path("0640-100101FF.ps");
-  }
+  PSFileTest() { info.fileInput[0] = 0xFF; }
 
   // A frame whose payload is `payload` and whose time is 2025-06-15 15:06:40 UTC + `ms`.
   // The payload lives as long as the test.
   PSFrame Frame(std::uint16_t stream, std::uint16_t type, UtcMs ms, std::string payload) {
-    const std::string& kept = payloads.emplace_back(std::move(payload));
-    PSFrame frame;
-    frame.stream = stream;
-    frame.frameType = type;
-    frame.SetTime(1'750'000'000'000 + ms);
-    frame.payload = AsBytes(kept).data();
-    frame.payloadSize = static_cast<std::uint32_t>(kept.size());
-    return frame;
+    return MakeFrame(stream, type, 1'750'000'000'000 + ms,
+                     payloads.emplace_back(std::move(payload)));
   }
 
   [[nodiscard]] int Create(PSFile& file, std::uint64_t preallocate = 0) const {
@@ -65,7 +48,7 @@ class PSFileTest : public testing::Test {
   [[nodiscard]] testsupport::PsRecording Read(
       testsupport::PsEnd end = testsupport::PsEnd::Closed) const {
     auto recording = testsupport::ReadPs(path, end);
-    for (const std::string& fault : recording.faults) ADD_FAILURE() << fault;
+    for (const auto& fault : recording.faults) ADD_FAILURE() << fault;
     return recording;
   }
   std::string Media(std::size_t offset, std::size_t size) const {
@@ -79,8 +62,8 @@ class PSFileTest : public testing::Test {
   std::deque<std::string> payloads;
   FaultyFiles files{SystemPlatform().mediaFiles};
   PsFileInfo info;
-  std::array<PsStreamDescriptor, kStreamCount> descriptors;
-  std::string path;
+  PsStreams descriptors = AllStreams();
+  std::string path = tree.Path("0640-100101FF.ps");
 };
 
 }  // namespace qv::kelvo

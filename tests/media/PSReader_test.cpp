@@ -140,6 +140,17 @@ class PSReaderTest : public PSFileTest {
     EXPECT_EQ(reader.GetFrame(behind), kPsBadArgument);
   }
 
+  void ExpectRuns() {
+    PSRun run;
+    for (std::uint32_t n = 0; n < runs.size(); ++n) {
+      ASSERT_EQ(reader.GetRun(n, run), kPsOk) << n;
+      EXPECT_TRUE(run.stream == runs[n].stream && run.flags == runs[n].flags);
+      EXPECT_EQ(run.first, (PackedTime{runs[n].firstDate, runs[n].firstMs}));
+      EXPECT_EQ(run.last, (PackedTime{runs[n].lastDate, runs[n].lastMs}));
+    }
+    EXPECT_NE(reader.GetRun(static_cast<std::uint32_t>(runs.size()), run), kPsOk);
+  }
+
   std::mt19937 random{1};
   UtcMs now = 0;
   std::array<std::uint32_t, kStreamCount> ordinals{};
@@ -177,15 +188,8 @@ TEST_F(PSReaderTest, GivesBackEveryFrameFromWhateverIsLeftOfTheIndex) {
     EXPECT_EQ(reader.WasRecovered(), !content.empty() && content != index);
     ExpectAll();
     if (content.empty()) runs.clear();  // told of files with an index only
-    ASSERT_EQ(reader.GetRunCount(), runs.size());
-    PSRun run;
-    for (std::uint32_t n = 0; n < runs.size(); ++n) {
-      ASSERT_EQ(reader.GetRun(n, run), kPsOk);
-      EXPECT_TRUE(run.stream == runs[n].stream && run.flags == runs[n].flags);
-      EXPECT_EQ(run.first, (PackedTime{runs[n].firstDate, runs[n].firstMs}));
-      EXPECT_EQ(run.last, (PackedTime{runs[n].lastDate, runs[n].lastMs}));
-    }
-    EXPECT_EQ(reader.GetRun(reader.GetRunCount(), run), kPsBadArgument);
+    EXPECT_EQ(reader.GetRunCount(), runs.size());
+    ExpectRuns();
   }
 }
 
@@ -217,13 +221,7 @@ TEST_F(PSReaderTest, TakesNoMoreRunsThanTheFileHolds) {
   const auto expectRuns = [this](bool recovered) {
     ASSERT_EQ(reader.Open(path), kPsOk);
     EXPECT_EQ(reader.WasRecovered(), recovered);
-    PSRun run;
-    for (std::uint32_t n = 0; n < runs.size(); ++n) {
-      ASSERT_EQ(reader.GetRun(n, run), kPsOk) << n;
-      EXPECT_EQ(run.stream, runs[n].stream);
-      EXPECT_EQ(run.flags, runs[n].flags);
-    }
-    EXPECT_NE(reader.GetRun(static_cast<std::uint32_t>(runs.size()), run), kPsOk);
+    ExpectRuns();
     EXPECT_EQ(reader.GetFrameCount(kWholeFile), 300u);
     reader.Close();  // some systems resize no file that is open
   };
@@ -242,32 +240,6 @@ TEST_F(PSReaderTest, TakesNoMoreRunsThanTheFileHolds) {
   // A part of the table that never reached the disk.
   tree.Write(kIndex, index.substr(0, index.size() - 48) + std::string(48, '\0'));
   expectRuns(false);
-}
-
-TEST_F(PSReaderTest, ScansHeadersOfOlderWriters) {
-  // Seconds in the place of stream info and date, and nothing at all there.
-  MakeRecording(3);
-  std::string media = tree.Read(kMedia);
-  const auto patch = [&](std::size_t frame, const char(&tail)[5]) {
-    ASSERT_EQ(reader.Open(path), kPsOk);
-    const std::int64_t at = reader.GetFrameOffset(static_cast<std::uint32_t>(frame));
-    media.replace(static_cast<std::size_t>(at) + 28, 4, std::string(tail, 4));
-  };
-  patch(1, "\x49\x96\x02\xD2");  // 1234567890
-  patch(2, "\xFF\xFF\xFF\xFF");
-  reader.Close();
-  tree.Write(kMedia, media);
-  boost::filesystem::remove(tree.Path(kIndex));
-  ASSERT_EQ(reader.Open(path), kPsOk);
-  ASSERT_EQ(reader.GetFrameCount(kWholeFile), 3u);
-  PSReadFrame frame = Ask(kWholeFile, 1);
-  frame.packet = {};
-  ASSERT_EQ(reader.GetFrame(frame), kPsOk);
-  EXPECT_EQ(frame.Time(), 1'234'567'890'000 + model[1].ms % 1000);
-  frame.index = 2;
-  frame.stream = kWholeFile;
-  ASSERT_EQ(reader.GetFrame(frame), kPsOk);
-  EXPECT_GT(frame.Time(), kStart + 86'400'000);  // of the file's making, today
 }
 
 TEST_F(PSReaderTest, EndsWalksOverLinksInARing) {
@@ -303,13 +275,10 @@ TEST_F(PSReaderTest, SeeksTheKeyFrameAheadOfAMoment) {
   PackedTime first, last;
   EXPECT_EQ(reader.GetFirstLast(kWholeFile, first, last), kPsBadArgument);
   EXPECT_EQ(reader.SeekTime(0), 0u);
+  std::vector<PSFrame> frames;  // one a second; key frames at 0, 4 and 8
+  for (int n = 0; n < 10; ++n) frames.push_back(Frame(0, n % 4 == 0 ? 1 : 2, n * 1000, "x"));
   PSFile file(files);
-  ASSERT_EQ(Create(file), kPsOk);
-  // One frame a second; key frames at 0, 4 and 8.
-  for (std::uint16_t n = 0; n < 10; ++n) {
-    ASSERT_EQ(file.WriteFrame(Frame(0, n % 4 == 0 ? 1 : 2, n * 1000, "x")), kPsOk);
-  }
-  file.Close();
+  WriteRecording(file, path, 0xFF, descriptors, frames);
   ASSERT_EQ(reader.Open(path), kPsOk);
   const std::pair<int, std::uint32_t> wanted[] = {{-1, 0}, {0, 0}, {4, 0},
                                                   {5, 4},  {9, 8}, {10, 10}};
@@ -367,22 +336,6 @@ TEST_F(PSReaderTest, GivesWhatIsWholeOfAPairCutAtAnyByte) {
     ASSERT_FALSE(HasFailure());
     reader.Close();  // what is open can't be cut everywhere
   }
-}
-
-TEST_F(PSReaderTest, GoesOnWhereAnotherReaderStood) {
-  MakeRecording(300);
-  ASSERT_EQ(reader.Open(path), kPsOk);
-  PSReadFrame frame = Ask(0, 100);
-  ASSERT_EQ(reader.NextFrame(frame, 9u), kPsOk);
-  PSReader other(SystemPlatform().mediaFiles);
-  ASSERT_EQ(other.Open(path), kPsOk);
-  ASSERT_EQ(other.SetPlace(reader.GetPlace()), kPsOk);
-  const std::vector<Made> chosen = Chosen(9u);
-  for (const std::uint32_t position : {100u, 101u, 130u, 3u}) {
-    frame = Ask(0, position);
-    ExpectFrame(frame, other.NextFrame(frame, 9u), chosen[position]);
-  }
-  EXPECT_EQ(other.SetPlace({300, {}}), kPsBadArgument);
 }
 
 }  // namespace

@@ -82,20 +82,6 @@ TEST(PsFormat, MapsOfOtherLengthsDecodeWithinTheirBounds) {
   }
 }
 
-TEST(PsFormat, ProtectedSizesAndTimeStampsSurviveAtEveryBit) {
-  std::array<std::byte, 3> size;
-  for (unsigned bit = 0; bit < 22; ++bit) {
-    EncodeProtectedSize(1u << bit, size);
-    EXPECT_EQ(DecodeProtectedSize(size), 1u << bit);
-    EXPECT_NE(Hex(size).substr(0, 5), "00 00");
-  }
-  std::array<std::byte, 5> ticks;
-  for (unsigned bit = 0; bit < 33; ++bit) {
-    EncodeTicks(std::uint64_t{1} << bit, ticks);
-    EXPECT_EQ(DecodeTicks(ticks), std::uint64_t{1} << bit);
-  }
-}
-
 TEST(PsFormat, AnyStreamIdMapsToAStreamNumber) {
   for (unsigned id = 0; id < 256; ++id) {
     const unsigned number = (id & 0x30) == 0 ? 16 + id % 16 : id % 16;  // Cx is audio, Dx Ex video
@@ -103,26 +89,7 @@ TEST(PsFormat, AnyStreamIdMapsToAStreamNumber) {
   }
 }
 
-TEST(PsFormat, UserDataLeavesNothingUnsetAndStaysWithinItsRoom) {
-  std::array<std::byte, 6> encoded;
-  encoded.fill(std::byte{0xEE});
-  EncodeUserData(AsBytes("abcde"), encoded);
-  EXPECT_EQ(Hex(encoded), "61 63 31 01 00 00");
-  std::array<std::byte, 5> room;  // for one triple only
-  EXPECT_EQ(DecodeUserData(std::vector<std::byte>(116), room), 3u);
-}
-
 // The places of the fields are pinned by the documented example (PSFile_test.cpp).
-TEST(PsiFormat, LargestFrameAtTheFarthestPlaceSurvives) {
-  PsiFrameRecord frame{17, 0x9E, 0xC1, 0, 0x32CF, 0x01020304, 0xFFFFFFFF, 9, 10, 11, 0};
-  frame.SetSize(4'194'272);
-  std::array<std::byte, 32> bytes;
-  Encode(frame, bytes);
-  EXPECT_TRUE(DecodeFrame(bytes) == frame);
-  EXPECT_EQ(frame.Size(), 4'194'272u);
-  EXPECT_EQ(frame.Offset(), 0xFFFFFFFFull * 32);
-}
-
 TEST(PsiFormat, RecordsThatNobodyWroteAreRefused) {
   std::array<std::byte, 16> bytes;
   Encode(PsiRunRecord{17, 0x40, 0x32CF, 0x32D0, 1, 2}, bytes);

@@ -5,16 +5,17 @@
 #include <algorithm>
 #include <boost/filesystem.hpp>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <string>
 #include <tuple>
 #include <vector>
 
 #include "hostkit/SearchXml.h"
-#include "media/PSFile.h"
 #include "search/Search.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/FakeScanner.h"
+#include "tests/support/Recordings.h"
 #include "tests/support/TempTree.h"
 #include "tests/support/TestBundle.h"
 #include "tree/RecordPath.h"
@@ -84,33 +85,16 @@ class SearchTest : public testing::Test {
     if (inOrderOfTime) std::ranges::stable_sort(shots, {}, &Shot::time);
     const std::string path = qv::kelvo::MakePath(files.volumes[volume], shots.front().time, id,
                                                  qv::kelvo::CreateDirectories::Yes);
-    std::array<qv::kelvo::PsStreamDescriptor, qv::kelvo::kStreamCount> descriptors;
-    for (unsigned n = 0; n < qv::kelvo::kStreamCount; ++n) {
-      descriptors[n].streamType = n < 16 ? 130 : 145;
-      descriptors[n].streamId = static_cast<std::uint8_t>(n < 16 ? 0xE0 + n : 0xC0 + n - 16);
-      descriptors[n].channel = static_cast<std::uint8_t>(n % 16);
-      descriptors[n].width16 = 120;
-      descriptors[n].height16 = 68;
-      descriptors[n].sampleRate = 8000;
-      descriptors[n].bufSizeSamples = 160;
-    }
-    qv::kelvo::PsFileInfo info;
-    info.fileInput[0] = static_cast<std::uint8_t>(id);
-    qv::kelvo::PSFile file(qv::kelvo::SystemPlatform().mediaFiles, &tables);
-    EXPECT_EQ(file.Create(path, info, descriptors, 0), 0);
+    std::deque<std::string> payloads;
+    std::vector<qv::kelvo::PSFrame> frames;
     for (const Shot& shot : shots) {
-      qv::kelvo::PSFrame frame;
-      const std::string payload = shot.Payload();
-      frame.stream = shot.stream;
-      frame.frameType = shot.type;
-      frame.flags = shot.flags;
-      frame.channel = static_cast<std::uint8_t>(shot.stream % 16);
-      frame.SetTime(shot.time);
-      frame.payload = reinterpret_cast<const std::byte*>(payload.data());
-      frame.payloadSize = static_cast<std::uint32_t>(payload.size());
-      EXPECT_EQ(file.WriteFrame(frame), 0);
+      frames.push_back(qv::kelvo::MakeFrame(shot.stream, shot.type, shot.time,
+                                            payloads.emplace_back(shot.Payload())));
+      frames.back().flags = shot.flags;
     }
-    file.Close();
+    qv::kelvo::PSFile file(qv::kelvo::SystemPlatform().mediaFiles, &tables);
+    qv::kelvo::WriteRecording(file, path, static_cast<std::uint8_t>(id), qv::kelvo::AllStreams(),
+                              frames);
     return path;
   }
 

@@ -58,24 +58,17 @@ TEST_F(Document, KeysNameProviderDeviceContextAndInput) {
 
 TEST_F(Document, TargetsNarrowTheSearch) {
   Write(Shots(kStart, 1000, "IPP"));
-  const struct {
-    std::string targets;
-    std::size_t frames;
-    qv::kelvo::ArchiveFilter filter;
-  } cases[] = {
-      {"", 3, {}},
-      {"<Targets/>", 3, {}},
-      {"<Targets><Archive Search='1' ID='4'/><Archive Search='0' ID='4'/><Archive ID='5'/><Archive "
-       "Search='0' ID='6'/><Local Search='0'/></Targets>",
-       0,
-       {{4, true}, {6, false}}},
-  };
-  for (const auto& test : cases) {
+  const auto framesOf = [&](const std::string& targets) {
     std::string request = Request(1, kSecond0, kSecond0 + 10, 0, {Video(0)});
-    Run(request.insert(request.find("<Devices"), test.targets));
-    EXPECT_EQ(Played().size(), test.frames) << test.targets;
-    EXPECT_EQ(files.lastFilter, test.filter) << test.targets;
-  }
+    Run(request.insert(request.find("<Devices"), targets));
+    return Played().size();
+  };
+  EXPECT_EQ(framesOf("<Targets/>"), 3u);
+  EXPECT_TRUE(files.lastFilter.empty());
+  EXPECT_EQ(framesOf("<Targets><Archive Search='1' ID='4'/><Archive Search='0' ID='4'/><Archive "
+                     "ID='5'/><Archive Search='0' ID='6'/><Local Search='0'/></Targets>"),
+            0u);
+  EXPECT_EQ(files.lastFilter, (qv::kelvo::ArchiveFilter{{4, true}, {6, false}}));
 }
 
 TEST_F(Document, ResultOpensElementsOnlyWhenTheyChange) {
