@@ -25,21 +25,6 @@ std::string SampleBytes(std::size_t size, unsigned seed) {
   return bytes;
 }
 
-ScannerProperties ScannerFixture::Properties(const ScannerProperties& more) const {
-  ScannerProperties properties = more;
-  properties.insert({{"Type", "5"},
-                     {"FullName", bucket + ".s3.us-east-1.amazonaws.com"},
-                     {"FullyMountedPath", tree.Root()},
-                     {"UserName", access},
-                     {"Password", secret}});
-  return properties;
-}
-
-std::shared_ptr<IScanner> ScannerFixture::Open(const ScannerProperties& more,
-                                               const ScannerCallback& callback) {
-  return CreateScanner(Properties(more), callback, bundle.platform);
-}
-
 void Bucket::SetUp() {
   access = testsupport::S3Setting("access");
   secret = testsupport::S3Setting("secret");
@@ -56,15 +41,6 @@ void Bucket::SetUp() {
 void Bucket::Server(const std::string& verb) {
   const std::string command = KELVO_S3_SCRIPT " " + verb + " " KELVO_S3_FOLDER;
   ASSERT_EQ(std::system(command.c_str()), 0) << command;
-}
-
-TransferStatus Bucket::Finish(const std::shared_ptr<IResult>& result) {
-  if (result == nullptr) {
-    ADD_FAILURE() << "not started";
-    return TransferStatus::FAILED;
-  }
-  result->Wait();
-  return result->GetStatus();
 }
 
 void Bucket::Put(const std::string& relative, const std::string& content) {

@@ -73,6 +73,10 @@ std::string HttpReply(const std::string& body, const std::string& status) {
          body;
 }
 
+std::string Listing(const std::string& entries) {
+  return "<?xml version=\"1.0\"?><ListBucketResult xmlns=\"x\">" + entries + "</ListBucketResult>";
+}
+
 ScriptedStore::ScriptedStore() : listening(socket(AF_INET, SOCK_STREAM, 0)) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
@@ -258,7 +262,7 @@ std::string ScriptedStore::ListingFor(const Request& request) {
   for (const std::string& text : prefixes) {
     contents += "<CommonPrefixes><Prefix>" + text + "</Prefix></CommonPrefixes>";
   }
-  return "<?xml version=\"1.0\"?><ListBucketResult xmlns=\"x\">" + contents + "</ListBucketResult>";
+  return Listing(contents);
 }
 
 }  // namespace testsupport

@@ -28,13 +28,13 @@ class ScriptedStore {
   static constexpr std::size_t kNever = SIZE_MAX;
   // What becomes of one answer.
   struct Turn {
-    int status = 0;                       // told in place of what was asked for
-    std::chrono::milliseconds delay{0};   // ahead of it
-    std::size_t cutAt = kNever;           // the connection ends behind so many bytes of the body
-    std::size_t stallAt = kNever;         // the rest waits for the next script
-    std::size_t bytesPerSecond = kNever;  // of the body
-    std::optional<std::uint64_t> length;  // announced, whatever comes
-    std::optional<std::string> raw;       // the whole answer
+    int status = 0;                         // told in place of what was asked for
+    std::chrono::milliseconds delay{0};     // ahead of it
+    std::size_t cutAt = kNever;             // the connection ends behind so many bytes of the body
+    std::size_t stallAt = kNever;           // the rest waits for the next script
+    std::size_t bytesPerSecond = kNever;    // of the body
+    std::optional<std::uint64_t> length{};  // announced, whatever comes
+    std::optional<std::string> raw{};       // the whole answer
   };
   using Script = std::function<Turn(const Request&)>;
 
@@ -80,5 +80,7 @@ class ScriptedStore {
 
 // An answer with a document and its true length, after which the connection ends.
 [[nodiscard]] std::string HttpReply(const std::string& body, const std::string& status = "200 OK");
+// The document of a listing with these entries.
+[[nodiscard]] std::string Listing(const std::string& entries);
 
 }  // namespace testsupport

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "archiving/IResult.h"
+#include "archiving/IScanner.h"
+#include "tests/support/Conversation.h"
+#include "tests/support/FakeHost.h"
+#include "tests/support/TempTree.h"
+#include "tests/support/TestBundle.h"
+
+namespace qvArchiving {
+
+// A target over a local tree; unless told otherwise a bucket with the properties of a well-formed
+// one.
+class Target : public testing::Test {
+ protected:
+  [[nodiscard]] ScannerProperties Properties(const ScannerProperties& more = {}) const;
+  [[nodiscard]] std::shared_ptr<IScanner> Open(const ScannerProperties& more = {},
+                                               const ScannerCallback& callback = {});
+  [[nodiscard]] std::string Path(const std::string& relative) const { return tree.Path(relative); }
+  // Waits for the end of a transfer that must have started.
+  static TransferStatus Finish(const std::shared_ptr<IResult>& result);
+
+  // Says what the conversation says, and compares the answers with what it expects: "yes" and no
+  // errors in the log where it tells of none.
+  void Hold(const testsupport::Conversation& conversation);
+  // What is answered to one command.
+  using Words = std::vector<std::string>;
+  virtual std::string Do(const std::string& command, const Words& words);
+
+  qvsvr::kelvo::FakeHost host;
+  qv::kelvo::TempTree tree;
+  qv::kelvo::TestBundle bundle;
+  qv::kelvo::ManualClock& clock = bundle.clock;
+  std::string bucket = "footage";
+  std::string access = "KEY";
+  std::string secret = "SECRET";
+  std::shared_ptr<IScanner> scanner;
+  std::string error;
+
+ private:
+  std::string Ask(const testsupport::Step& step);
+  [[nodiscard]] std::string Told(bool well) const;
+  [[nodiscard]] std::string At(const Words& words, std::size_t n) const;
+  std::string Change(const std::string& command, const Words& words);
+  std::string List(const std::string& directory, bool withTimes);
+};
+
+}  // namespace qvArchiving
