@@ -11,9 +11,6 @@
 
 namespace qvArchiving {
 
-[[maybe_unused]] static const auto* const api =
-    testing::AddGlobalTestEnvironment(new testsupport::AwsApi);
-
 void RedirectRequests(const std::string& url) {
   setenv("AWS_ENDPOINT_URL_S3", url.c_str(), 1);
 }

@@ -1,6 +1,8 @@
 #include "tests/store/ScriptedStore.h"
 
 #include <arpa/inet.h>
+#include <aws/core/Aws.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -13,6 +15,23 @@
 
 namespace testsupport {
 namespace {
+
+// The owner of the process initialises the SDK; here that is the test program.
+class AwsApi : public testing::Environment {
+ public:
+  void SetUp() override {
+    setenv("AWS_EC2_METADATA_DISABLED", "true", 1);
+    setenv("AWS_RETRY_MODE", "standard", 1);
+    setenv("AWS_MAX_ATTEMPTS", "1", 1);
+    Aws::InitAPI(options);
+  }
+  void TearDown() override { Aws::ShutdownAPI(options); }
+
+ private:
+  Aws::SDKOptions options;
+};
+
+[[maybe_unused]] const auto* const api = testing::AddGlobalTestEnvironment(new AwsApi);
 
 bool SendAll(int socket, const char* data, std::size_t size) {
   while (size > 0) {

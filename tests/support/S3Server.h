@@ -3,8 +3,6 @@
 #include <fstream>
 #include <string>
 
-#include "tests/support/AwsApi.h"
-
 // The S3 server that tests/s3/server.sh runs in the folder KELVO_S3_FOLDER.
 namespace testsupport {
 
