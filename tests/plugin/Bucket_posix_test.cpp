@@ -214,6 +214,11 @@ TEST_F(BucketSearch, SearchesOnlyWhatIsAccessibleAndAskedFor) {
   EXPECT_TRUE(Fetches().empty());
   EXPECT_FALSE(Search(play).frames.empty());
   EXPECT_EQ(Fetches().size(), 3u) << "an index, a head and one range of the camera asked for";
+  // What a drive has of an hour keeps the archives out of it.
+  fs::remove_all(cache);
+  tree.Write("drives/a/" + hour + "3000-00110080.ps", "x");
+  EXPECT_TRUE(Search(play).frames.empty());
+  EXPECT_TRUE(Fetches().empty());
   EXPECT_EQ(CountLog("kelvotestsecret"), 0);
 }
 

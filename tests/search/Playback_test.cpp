@@ -91,25 +91,5 @@ TEST_F(Playback, FileThatVanishesEndsOnlyItselfAndADamagedStartCodeIsSentAsItSta
   EXPECT_EQ(host.CountLines(50, "00000007 open " + path + " error -2"), 1u);
 }
 
-TEST_F(Playback, FetchThatFailsEndsTheFileBehindWhatWasOnItsWay) {
-  const std::string relative =
-      Write(Shots(kStart, 1000, Repeat(100, "IPPPP"))).substr(files.volumes[0].size());
-  const std::string mount = tree.MakeDirectory("cache");
-  const auto bucket = std::make_shared<testsupport::FakeScanner>(mount, "5");
-  for (const char* suffix : {"", "i"}) {
-    bucket->files[mount + relative + suffix] = tree.Read("a/" + relative + suffix);
-  }
-  boost::filesystem::remove_all(files.volumes[0]);
-  files.targets = {bucket};
-  files.mounted = {mount};
-  answer = [&](std::size_t, char kind) {
-    if (kind == 'F') bucket->failing = true;
-    return 0u;
-  };
-  Run(Request(1, kSecond0, kSecond0 + 500, 0, {Video(0)}));
-  // A range of 151 frames and a longer one.
-  EXPECT_EQ(Order(), "PR" + std::string(452, 'F') + std::string(48, 'E') + "P");
-}
-
 }  // namespace
 }  // namespace qvsvr::kelvo

@@ -14,7 +14,6 @@
 #include "hostkit/SearchXml.h"
 #include "search/Search.h"
 #include "tests/support/FakeHost.h"
-#include "tests/support/FakeScanner.h"
 #include "tests/support/Recordings.h"
 #include "tests/support/TempTree.h"
 #include "tests/support/TestBundle.h"

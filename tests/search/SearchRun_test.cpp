@@ -1,3 +1,4 @@
+#include "archiving/CLocalDiskScanner.h"
 #include "tests/search/SearchFixture.h"
 
 namespace qvsvr::kelvo {
@@ -221,13 +222,14 @@ TEST_F(SearchRun, FileOfOneInputGivesItsOwnStreams) {
 }
 
 TEST_F(SearchRun, ExceptionEndsTheSearchWithItsEndEvent) {
-  struct Unreachable : testsupport::FakeScanner {
-    using FakeScanner::FakeScanner;
+  struct Unreachable : qvArchiving::CLocalDiskScanner {
+    using CLocalDiskScanner::CLocalDiskScanner;
     bool TestDirectory(const boost::filesystem::path&) override {
       throw std::runtime_error("no way");
     }
   };
-  files.targets = {std::make_shared<Unreachable>("/nowhere/", "5")};
+  files.targets = {std::make_shared<Unreachable>(
+      qvArchiving::ScannerProperties{{"Type", "5"}, {"FullyMountedPath", "/nowhere/"}})};
   Run(Request(0, kSecond0, kSecond0 + 10, 0, {Video(0)}));
   EXPECT_EQ(Order(), "P");
   EXPECT_EQ(host.CountLines(75, "search failed"), 1u);

@@ -4,11 +4,12 @@
 #include <boost/filesystem.hpp>
 #include <stdexcept>
 
+#include "archiving/CLocalDiskScanner.h"
 #include "tests/support/FakeHost.h"
-#include "tests/support/FakeScanner.h"
 #include "tests/support/TempTree.h"
 #include "tests/support/TestBundle.h"
 #include "tests/support/Zone.h"
+#include "tree/BucketFetch.h"
 #include "tree/CFileInfo.h"
 #include "tree/FileSystemBase.h"
 #include "tree/LocalTime.h"
@@ -23,15 +24,10 @@ struct TreeFixture : FileSystemBase {
   void GetVolumes(std::vector<std::string>& list, std::uint32_t flags,
                   const ArchiveFilter*) override {
     ++asked;
-    list.clear();
-    if ((flags & kVolumesLocal) != 0) list = local;
-    if ((flags & kVolumesArchive) != 0) list.insert(list.end(), mounted.begin(), mounted.end());
+    list = (flags & kVolumesLocal) != 0 ? local : std::vector<std::string>{};
   }
-  void GetTargets(TargetList& list, std::uint32_t flags, const ArchiveFilter*) override {
-    list = (flags & kVolumesArchive) != 0 ? targets : TargetList{};
-  }
-  std::vector<std::string> local, mounted;
-  TargetList targets;
+  void GetTargets(TargetList& list, std::uint32_t, const ArchiveFilter*) override { list.clear(); }
+  std::vector<std::string> local;
   int asked = 0;
 };
 
@@ -192,44 +188,14 @@ TEST(RangeTests, FiveMinutesReachBackFromTheStart) {
   EXPECT_FALSE(IsBucketSkipped(1, 2, 1000, 1000, 2000));
 }
 
-TEST_F(HourTree, BringsDownWhatABucketHasAndTheDiskDoesnt) {
-  using testsupport::FakeScanner;
-  UtcMs time = LocalHourStart(1'750'000'000'000);
-  const std::string mount = tree.MakeDirectory("cache");
-  const auto bucket = std::make_shared<FakeScanner>(mount, "5");
-  const auto disk = std::make_shared<FakeScanner>(mount, "1");
-  // One of no type at all doesn't keep the walk from the others.
-  files.targets = {std::make_shared<FakeScanner>(mount, "five"), disk, bucket};
-  files.mounted = {mount};
-  const std::string hour = HourDirectory(mount, time);
-  for (const char* name :
-       {"0100-00110080.ps", "0100-00110080.psi", "0200-00110180.ps", "0200-00110180.psi",
-        "0100-00110080.psm", "short.ps", "0300-00110080\nforged.ps"}) {
-    bucket->files[hour + name] = std::string(5000, 'm');
+TEST(Buckets, AreTargetsOfTheirTypeOnly) {
+  for (const auto& [type, is] :
+       {std::pair{"5", true}, {"1", false}, {"50", false}, {"five", false}, {"", false}}) {
+    std::string root;
+    const qvArchiving::CLocalDiskScanner target({{"Type", type}, {"FullyMountedPath", "/m"}});
+    EXPECT_EQ(IsBucket(target, root), is) << type;
+    EXPECT_EQ(root, is ? "/m/" : "");
   }
-  const std::string inVolume = hour.substr(mount.size() - 1);
-  tree.Write("cache" + inVolume + "0100-00110080.psi", std::string(5000, 'i'));
-  tree.Write("cache" + inVolume + "0200-00110180.psi", "cut");
-  const RequestKey keys[] = {MakeRequestKey(0x00110000, 0, 0, 3)};
-  std::vector<std::string> volumes;
-  HourListing listing;
-  ASSERT_TRUE(files.SearchHour(time, time + 1, keys, volumes, listing));
-  EXPECT_EQ(bucket->downloads, std::vector<std::string>{"0100-00110080.ps 0+1978"});
-  EXPECT_EQ(disk->queries, 0);
-  EXPECT_EQ(listing.size(), 1u);
-  EXPECT_EQ(volumes, files.mounted);
-
-  files.ListHour(time, {}, volumes, listing);  // everything, now
-  EXPECT_EQ(bucket->downloads.size(), 3u);
-  EXPECT_EQ(bucket->order, "WRWWRR");
-
-  // A local file in the hour keeps the archives out of it.
-  tree.Write("a" + inVolume + "3000-00110080.ps", "x");
-  const int queries = bucket->queries;
-  files.ListHour(time, {}, volumes, listing);
-  EXPECT_EQ(listing.size(), 1u);
-  EXPECT_EQ(bucket->queries, queries);
-  EXPECT_EQ(volumes, files.local);
 }
 
 TEST_F(HourTree, MakesTheDirectoriesReadableForAllAndWritableForOne) {
