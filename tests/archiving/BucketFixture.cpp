@@ -40,18 +40,4 @@ void Bucket::Server(const std::string& verb) {
   ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }
 
-void Bucket::Put(const std::string& relative, const std::string& content) {
-  const qv::kelvo::TempTree source;
-  source.Write("file", content);
-  const auto result = scanner->Upload(source.Path("file"), Path(relative), {});
-  ASSERT_EQ(Finish(result), TransferStatus::COMPLETED) << relative;
-}
-
-std::string Bucket::Get(const std::string& relative) {
-  boost::filesystem::remove(Path(relative));
-  const auto result = scanner->Download(Path(relative), Path(relative), 0, 0);
-  EXPECT_EQ(Finish(result), TransferStatus::COMPLETED) << relative;
-  return tree.Read(relative);
-}
-
 }  // namespace qvArchiving

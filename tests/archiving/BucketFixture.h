@@ -17,10 +17,6 @@ class Bucket : public Target {
 
   // Runs server.sh with this verb.
   static void Server(const std::string& verb);
-  // Stores an object, leaving no local copy.
-  void Put(const std::string& relative, const std::string& content);
-  // The object's content as a fresh download has it; the local copy stays.
-  [[nodiscard]] std::string Get(const std::string& relative);
 };
 
 }  // namespace qvArchiving

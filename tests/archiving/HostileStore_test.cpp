@@ -155,6 +155,8 @@ TEST_F(HostileStore, SlowStoreIsWaitedForAndASilentOneIsGivenUp) {
   EXPECT_EQ(Finish(scanner->RetryDownload(cancelled)), TransferStatus::COMPLETED);
 }
 
+// Results may be asked when their scanner is gone. With the SDK they only end since it cancels
+// them.
 TEST_F(HostileStore, ScannerEndsSoonWhateverItsStoreDoes) {
   setenv("AWS_MAX_ATTEMPTS", "30", 1);
   store.Put("a.ps", SampleBytes(100'000));

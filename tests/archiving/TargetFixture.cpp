@@ -144,7 +144,13 @@ std::string Target::Change(const std::string& command, const Words& words) {
     if (upload == nullptr) return "yes";
     const bool well = Finish(upload) == TransferStatus::COMPLETED;
     fs::remove(path);
-    return Told(well);
+    return well ? "yes" : upload->GetStatusName(upload->GetStatus());
+  }
+  if (command == "get") {
+    fs::remove(path);
+    const auto download = scanner->Download(path, path, 0, 0);
+    const bool well = Finish(download) == TransferStatus::COMPLETED;
+    return well ? tree.Read(words.at(0)) : download->GetStatusName(download->GetStatus());
   }
   if (command == "touch") {
     fs::last_write_time(path, std::stoll(words.at(1)));

@@ -23,6 +23,11 @@ class Target : public testing::Test {
   [[nodiscard]] std::shared_ptr<IScanner> Open(const ScannerProperties& more = {},
                                                const ScannerCallback& callback = {});
   [[nodiscard]] std::string Path(const std::string& relative) const { return tree.Path(relative); }
+  // Stores an object, leaving no local copy; and brings it down, leaving one.
+  void Put(const std::string& relative, const std::string& content) {
+    ASSERT_EQ(Do("put", {relative, content}), "yes");
+  }
+  std::string Get(const std::string& relative) { return Do("get", {relative}); }
   // Waits for the end of a transfer that must have started.
   static TransferStatus Finish(const std::shared_ptr<IResult>& result);
 
