@@ -187,16 +187,5 @@ TEST_F(BucketTransfers, CheckTheCertificateIfAsked) {
   }
 }
 
-TEST_F(BucketTransfers, FailWhenTheObjectShrinksWhileItsPartsAreOnTheirWay) {
-  Put(kObject, SampleBytes(16 * kPart, 2));
-  const auto held = Open({}, listener.Callback());
-  listener.Hold(true);
-  const auto result = held->Download(Path(kObject), Path(kObject), 0, 0);
-  listener.WaitFor("Progress");
-  Put(kObject, "short");
-  listener.Hold(false);
-  EXPECT_EQ(Finish(result), TransferStatus::FAILED);
-}
-
 }  // namespace
 }  // namespace qvArchiving

@@ -183,41 +183,21 @@ TEST_F(HostileStore, ScannerEndsSoonWhateverItsStoreDoes) {
   setenv("AWS_MAX_ATTEMPTS", "1", 1);
 }
 
-TEST_F(HostileStore, EqualWishesShareOneTransferWhichEndsWithTheLast) {
-  const std::string content = SampleBytes(100'000);
-  store.Put("a.ps", content);
-  const Turn stalled{.stallAt = 50'000};
-  Answer(stalled);
-  const std::shared_ptr<IScanner> other = Open();  // of the same mounted path
+TEST_F(HostileStore, FetchEndsWhenNobodyWaitsForItOrItIsLargerThanItMayBe) {
+  store.Put("a.ps", SampleBytes(100'000));
+  tree.Write("a.ps", "local");
+  Answer({.stallAt = 50'000});
   const auto desk = TransferDesk::Of(*scanner);
-  EXPECT_EQ(TransferDesk::Of(*other), desk);
-  const TransferDesk::Wish wish{Path("a.ps"), 0, 0, UINT64_MAX, [] { return false; }};
-  auto first = desk->Fetch(scanner, wish);
-  auto second = desk->Fetch(other, wish);
-  ASSERT_TRUE(store.WaitFor(1, &Request::IsFetch));
-  first = {};
-  EXPECT_FALSE(second.WaitFor(milliseconds(50)));
-  store.Follow({});
-  while (!second.WaitFor(milliseconds(1000))) {
-  }
-  EXPECT_TRUE(second.Succeeded());
-  EXPECT_EQ(store.TakeRequests().size(), 1u);
-  EXPECT_TRUE(tree.Read("a.ps") == content);
-
-  // Nobody waits, or it is larger than it may be: the connection is closed.
-  Answer(stalled);
-  auto large = wish;
-  large.limit = 10'000;
-  for (const auto& given : {wish, large}) {
-    auto ticket = desk->Fetch(scanner, given);
+  for (const std::uint64_t limit : {UINT64_MAX, std::uint64_t{10'000}}) {
+    (void)store.TakeRequests();
+    auto ticket = desk->Fetch(scanner, {Path("a.ps"), 0, 0, limit, {}});
     ASSERT_TRUE(store.WaitFor(1, &Request::IsFetch));
-    if (given.limit == wish.limit) ticket = {};
+    if (limit == UINT64_MAX) ticket = {};
     while (!ticket.WaitFor(milliseconds(300))) {
     }
     EXPECT_FALSE(ticket.Succeeded());
-    (void)store.TakeRequests();
   }
-  EXPECT_TRUE(tree.Read("a.ps") == content);
+  EXPECT_EQ(tree.Read("a.ps"), "local");
 }
 
 TEST_F(HostileStore, FullDiskLosesItsOldestCopiesAndTheFetchGoesOn) {

@@ -2,6 +2,7 @@
 // to searches and recording behind it. It stands in network_targets.txt.
 #include <gtest/gtest.h>
 
+#include <boost/algorithm/string/replace.hpp>
 #include <boost/filesystem.hpp>
 #include <sstream>
 
@@ -32,7 +33,8 @@ class NetworkTargets : public ::testing::TestWithParam<testsupport::Conversation
     storage.GetTargets(list, kVolumesArchive, &filter);
     return list;
   }
-  void Run(const std::string& command, const std::string& text) {
+  void Run(const std::string& command, const std::string& told) {
+    const std::string text = boost::replace_all_copy(told, "$", tree.Root());
     std::istringstream words(text);
     if (command == "drive") {
       bundle.drives.Add(text);
@@ -55,7 +57,7 @@ class NetworkTargets : public ::testing::TestWithParam<testsupport::Conversation
       storage.GetVolumes(volumes, kind, &filter);
       if (volumes.empty()) continue;
       seen += kind == kVolumesLocal ? "drives" : kind == kVolumesArchive ? "archives" : "none";
-      for (const std::string& volume : volumes) seen += ' ' + qv::kelvo::Slashed(volume);
+      for (const std::string& volume : volumes) seen += ' ' + volume;
       seen += '\n';
     }
     for (const auto& target : Targets()) {
@@ -68,10 +70,12 @@ class NetworkTargets : public ::testing::TestWithParam<testsupport::Conversation
       seen += std::to_string(event.eventClass) + ' ' + event.text + '\n';
     }
     host.ForgetTraffic();
-    return std::exchange(seen, {});
+    boost::replace_all(seen, tree.Root(), "$");
+    return qv::kelvo::Slashed(std::exchange(seen, {}));
   }
 
   FakeHost host;
+  const qv::kelvo::TempTree tree;
   qv::kelvo::TestBundle bundle;
   FakeCore core{bundle.clock};
   CFileSystem storage{core, bundle.platform};
@@ -105,36 +109,16 @@ TEST_F(NetworkTargets, OnlyItsSearchesHoldATargetThatWasReplaced) {
   EXPECT_EQ(held[0].use_count(), 1);
 }
 
-// The cache's limits would delete recordings.
-TEST_F(NetworkTargets, BucketWhoseCopiesWouldShareADirectoryWithADriveIsRefused) {
-  const qv::kelvo::TempTree tree;
+TEST_F(NetworkTargets, BucketOnADriveThatALinkLeadsToIsRefused) {
   const std::string drive = tree.MakeDirectory("disks/a");
   boost::filesystem::create_directory_symlink(tree.Path("disks"), tree.Path("link"));
-  const bool link = boost::filesystem::is_symlink(tree.Path("link"));  // not every system tells
+  if (!boost::filesystem::is_symlink(tree.Path("link"))) GTEST_SKIP() << "the system tells of none";
   Run("drive", drive);
   Report("<Archive ID='1' Status='0'/>");
-  const std::string bucket =
-      "<Archive ID='1' Enabled='1' Type='5' Address='b.s3.us-east-1.x' Username='u' Password='p'"
-      " MountPoint='";
-  const std::pair<std::string, bool> cases[] = {{drive, false},
-                                                {tree.Path("disks/a"), false},
-                                                {drive + "copies/deep", false},
-                                                {tree.Root(), false},
-                                                {"/", false},
-                                                {link ? tree.Path("link/a/x") : drive, false},
-                                                {tree.Path("other/../disks/a"), false},
-                                                {tree.Path("disks/ab"), true},
-                                                {tree.Path("copies"), true}};
-  for (const auto& [mount, taken] : cases) {
-    host.ForgetTraffic();
-    Configure(bucket + mount + "'/>");
-    EXPECT_EQ(Targets().size(), taken ? 1u : 0u) << mount;
-    EXPECT_EQ(host.CountLines(75, "Archive 1 refused: its mount point "), taken ? 0u : 1u) << mount;
-  }
-  // A drive that comes later.
-  Configure(bucket + tree.Path("copies") +
-            "'/><Portal><Target Enabled='5' ID='7'><Partition MountPoint='" +
-            tree.Path("copies/net/") + "'/></Target></Portal>");
+  Configure(
+      "<Archive ID='1' Enabled='1' Type='5' Address='b.s3.us-east-1.x' Username='u'"
+      " Password='p' MountPoint='" +
+      tree.Path("link/a/x") + "'/>");
   EXPECT_TRUE(Targets().empty());
 }
 
