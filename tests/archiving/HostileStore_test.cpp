@@ -122,6 +122,11 @@ TEST_F(HostileStore, DownloadThatDoesNotComeWholeLeavesTheLocalCopyAsItWas) {
   store.Follow({});
   EXPECT_TRUE(Fetch());
   EXPECT_TRUE(tree.Read("a.ps") == content);
+  // Nor does one that can't be written. Its end comes first: no frame begins that isn't whole.
+  tree.Write("a.ps", std::string(40'000, '.'));
+  bundle.files.Set({qv::kelvo::FileCall::WriteAt, 2, 1, EIO, 0, "a.ps"});
+  EXPECT_FALSE(Fetch(5000, 30'000));
+  EXPECT_EQ(tree.Read("a.ps").substr(0, 6000), std::string(6000, '.'));
 }
 
 TEST_F(HostileStore, StoresClockIsFollowedWhenItDiffersByHours) {
