@@ -6,7 +6,6 @@
 #include <atomic>
 #include <boost/filesystem.hpp>
 #include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <thread>
 
@@ -407,17 +406,11 @@ TEST_F(BucketSearch, FilesOfAnHourComeFourAtATime) {
     store.Put(key, std::string(3000, 'x'));
     store.Put(key + "i", std::string(100, 'x'));
   }
-  std::mutex lock;
-  std::condition_variable changed;
-  int asked = 0;
-  bool alone = false;
+  std::atomic<std::size_t> asked{0};
+  std::atomic<bool> alone{false};
   store.Follow([&](const Request& request) {
-    if (!request.IsFetch()) return Turn();
-    std::unique_lock guard(lock);
-    const int enough = asked++ / 4 * 4 + 4;
-    changed.notify_all();
-    if (!changed.wait_for(guard, std::chrono::seconds(5), [&] { return alone || asked >= enough; }))
-      alone = true;
+    const std::size_t enough = request.IsFetch() ? asked++ / 4 * 4 + 4 : 0;
+    if (!alone && !store.WaitFor(enough, &Request::IsFetch)) alone = true;
     return Turn();
   });
   const qv::kelvo::TargetList targets = OpenTarget(bundle.platform);
