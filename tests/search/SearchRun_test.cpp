@@ -11,7 +11,7 @@ TEST_F(SearchRun, ListsWhatItKnowsWithoutOpeningItUntilItChanges) {
   shots[3].flags = 0x80;
   std::ranges::copy(Shots(kStart + 5000, 1500, "AAA", 17), std::back_inserter(shots));
   const std::string path = Write(shots);
-  Write(Shots(kStart + 60'000, 40, "IPP"), 0x00110003);
+  const std::string oldest = Write(Shots(kStart + 60'000, 40, "IPP"), 0x00110003);
   Write(Shots(kStart + 90'000, 40, "IPP", 2), 0x00110081);
   qv::kelvo::RunTables* known = &tables;
   for (const int resolution : {0, 10'000}) {
@@ -39,12 +39,14 @@ TEST_F(SearchRun, ListsWhatItKnowsWithoutOpeningItUntilItChanges) {
     EXPECT_EQ(Results(), cut);
 
     EXPECT_TRUE(replace());
-    const auto stamp = bundle.files.StampOf(path + "i");
+    const auto changed = [&](const std::string& media) {
+      return bundle.files.StampOf(media + "i").changedNs / 1'000'000;
+    };
     qv::kelvo::RunTables fresh;
-    bundle.clock.SetNow(stamp.changedNs / 1'000'000 + 2900);
+    bundle.clock.SetNow(changed(oldest) + 2900);
     EXPECT_EQ(opensFor(&fresh), 6u);
     EXPECT_EQ(opensFor(&fresh), 6u) << "a change right now might not show";
-    bundle.clock.SetNow(stamp.changedNs / 1'000'000 + 3100);
+    bundle.clock.SetNow(changed(path) + 3100);
     EXPECT_EQ(opensFor(&fresh), 6u);
     EXPECT_EQ(opensFor(&fresh), 0u);
     EXPECT_EQ(Results(), read);
