@@ -120,9 +120,10 @@ TEST_F(PsinfoTest, SaysWhereAPairIsDamaged) {
 TEST_F(PsinfoTest, SavesTheFramesBehindDamageAndBeforeACut) {
   auto media = tree.Read("a.ps");
   media[kMediaHead + 5 * kFrameSize] = 1;
+  media[kMediaHead + 6 * kFrameSize + 23] = 1;  // of the size of the frame before
   media.resize(media.size() - 10);
   tree.Write("a.ps", media);
-  EXPECT_FALSE(Psinfo("check a.ps").Says("frame before")) << "unknown behind damage";
+  EXPECT_FALSE(Psinfo("check a.ps").Says("frame before")) << "it isn't known";
   const auto rebuilt = Psinfo("rebuild a.ps");
   EXPECT_TRUE(rebuilt.Says("38 frames")) << rebuilt.text;
   EXPECT_TRUE(rebuilt.Says("; 310 bytes of the media file belong to no frame")) << rebuilt.text;
