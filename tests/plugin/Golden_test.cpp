@@ -89,6 +89,7 @@ TEST_F(Golden, SameInputMakesTheSameFilesAndAnySystemsFilesArePlayed) {
     recorded.push_back({name, bytes.size(), Hash(bytes)});
   }
   EXPECT_EQ(recorded, kGolden);
+  for (const auto& line : host->Lines()) EXPECT_LT(line.level, KELVO_LOG_WARNING) << line.text;
   if (const char* out = std::getenv("KELVO_TREE_OUT")) CopyTree(tree.Path("drives/a"), out);
   if (const char* in = std::getenv("KELVO_TREE_IN")) {
     fs::remove_all(tree.Path("drives/a"));

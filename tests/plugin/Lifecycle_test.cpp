@@ -181,19 +181,6 @@ TEST_F(FailedOpen, RefusesBlocksUntilTheNextOneSucceedsWhichIsTheLast) {
   ExpectRecorded(camera, std::span(frames).first(12));
 }
 
-TEST_F(Lifecycle, LoadWhileLoadedStartsAfresh) {
-  const auto camera = Camera();
-  const auto frames = MakeFrames(VideoProvider(camera), NowMs(), 40, Times(4, "IPPP"));
-  for (int round = 0; round < 2; ++round) {
-    Start({camera});
-    GiveAll(frames);
-    Sync();
-  }
-  Stop();
-  // Both rounds made a file; the second in the same second has a name of its own.
-  EXPECT_EQ(Recordings().size(), 2u);
-}
-
 TEST_F(Lifecycle, StopsPromptlyWithoutTraffic) {
   const auto begin = std::chrono::steady_clock::now();
   for (int round = 0; round < 200; ++round) {

@@ -8,13 +8,11 @@
 
 namespace plugintest {
 
-// One frame event as the host saw it, with the payload behind the packet's header.
-struct PlayedFrame {
+// One frame event as the host saw it, with what is in the packet.
+struct PlayedFrame : PsFrame {
   explicit PlayedFrame(const KelvoHostRequest& request);
 
   KelvoHostRequest event{};
-  std::int64_t timeMs = 0;
-  std::string payload;
 };
 
 // What one search told.

@@ -1,7 +1,5 @@
 #include <atomic>
 #include <future>
-#include <iostream>
-#include <random>
 #include <thread>
 
 #include "tests/plugin/SearchFixture.h"
@@ -107,48 +105,6 @@ TEST_F(SearchTest, FindsEveryMinuteThatWaitedForAnAlarm) {
     }
     openWriters = 0;
     Stop();
-  }
-}
-
-TEST_F(SearchTest, PlaysWhatIsLeftOfDamagedRecordings) {
-  const auto camera = Camera();
-  const auto frames = MakeFrames(VideoProvider(camera), kEvening, 100, Times(30, "IPBPB"), 300);
-  Record(camera, frames);
-  const std::string name = tree.FilesEndingIn(".ps").at(0);
-  const std::string media = tree.Read(name), index = tree.Read(name + "i");
-  const auto list = Ask(0, kEvening / 1000 - 10, kEvening / 1000 + 60, {camera});
-  const auto play = Ask(1, kEvening / 1000 - 10, kEvening / 1000 + 60, {camera});
-  const std::size_t all = Search(play).frames.size();
-  ASSERT_GE(all, 140u);
-
-  for (std::size_t cut = 1; cut <= 4096; cut += 61) {
-    SCOPED_TRACE(cut);
-    tree.Write(name, media.substr(0, media.size() - cut));
-    Heard heard = Search(play);
-    ASSERT_EQ(heard.frames.size(), all);  // with an empty event for each that is lost
-    const std::size_t whole = heard.order.find('E') - heard.order.find('F');
-    ASSERT_LT(whole, all);
-    ExpectPlayed(std::span(heard.frames).first(whole), std::span(frames).first(whole));
-    tree.Write(name, media);
-    tree.Write(name + "i", index.substr(0, index.size() - cut));
-    heard = Search(play);
-    ExpectPlayed(heard.frames, std::span(frames).first(heard.frames.size()));
-    ASSERT_GE(heard.frames.size() * 32 + cut + 32, all * 32);
-    tree.Write(name + "i", index);
-  }
-
-  const auto seed = std::random_device{}();
-  std::cout << "seed " << seed << std::endl;
-  std::mt19937 random(seed);
-  for (int round = 0; round < 150; ++round) {
-    for (const auto& [file, content] : {std::pair{name, media}, {name + "i", index}}) {
-      std::string bad = content;
-      for (int n = 0; n < 3; ++n) {
-        bad[random() % (n == 0 ? 1200 : bad.size())] ^= static_cast<char>(1u << random() % 8);
-      }
-      tree.Write(file, bad);
-    }
-    for (const auto& ask : {list, play}) ASSERT_TRUE(Search(ask).order.ends_with("P"));
   }
 }
 

@@ -11,74 +11,24 @@ constexpr std::int64_t kSundayEvening = 1'750'003'080'000;  // 2025-06-15 15:58:
 class RecordTiming : public SeamTest {
  protected:
   RecordTiming() { bundle.clock.SetNow(kSundayEvening); }
-
-  // Gives the lists' frames in turns.
-  void GiveInTurns(const std::vector<Frame>& first, const std::vector<Frame>& second) {
-    for (std::size_t n = 0; n < first.size(); ++n) {
-      Give(first[n]);
-      Give(second[n]);
-    }
-  }
 };
 
-// Those of the frames that were captured from `first` to `last` after the beginning, both included,
-// with flags added.
-std::vector<Frame> Between(const std::vector<Frame>& frames, std::int64_t first, std::int64_t last,
-                           std::uint8_t flags) {
+// Frames from `first` to `last`, both included, in milliseconds after the beginning.
+struct Stretch {
+  std::int64_t first = 1, last = 0;
+  std::uint8_t flags = 0;     // that are added
+  std::int64_t stepMs = 200;  // from one to the next
+};
+
+std::vector<Frame> Of(const std::vector<Frame>& frames, const std::vector<Stretch>& stretches) {
   std::vector<Frame> part;
-  for (const auto& frame : frames) {
-    const auto at = TimeOf(frame) - kSundayEvening;
-    if (at < first || at > last) continue;
-    part.push_back(frame);
-    part.back().header.FrameFlags |= flags;
+  for (const auto& stretch : stretches) {
+    for (std::int64_t at = stretch.first; at <= stretch.last; at += stretch.stepMs) {
+      part.push_back(frames.at(static_cast<std::size_t>(at / 200)));
+      part.back().header.FrameFlags |= stretch.flags;
+    }
   }
   return part;
-}
-
-TEST_F(RecordTiming, FileLivesFiveMinutesInTheHourOfItsOpening) {
-  const auto camera = Camera();
-  Start({camera});
-  const auto frames =
-      MakeFrames(VideoProvider(camera), kSundayEvening, kSecond, Times(102, "IPBPBPB"), 200);
-  GiveInTime(frames);
-  Finish();
-  const std::vector<std::string> wanted = {"drives/a/2025/06/15/17/5800-00110080.ps",
-                                           "drives/a/2025/06/15/18/0300-00110080.ps",
-                                           "drives/a/2025/06/15/18/0800-00110080.ps"};
-  EXPECT_EQ(tree.FilesEndingIn(".ps"), wanted);
-  const auto recordings = Recordings();
-  for (const auto& recording : recordings) {
-    EXPECT_EQ(recording.frames.at(0).type, unsigned{KELVO_FRAME_I});
-  }
-  // A group stays in the file that it began in, also past the five minutes.
-  EXPECT_GE(recordings.at(0).frames.back().timeMs, kSundayEvening + 5 * kMinute - 7 * kSecond);
-  const auto found = FramesOf(recordings);
-  EXPECT_GE(found.size() + 14, frames.size());
-  ExpectFrames(found, std::span(frames).first(found.size()));
-  for (const auto& line : host->Lines())
-    EXPECT_LT(line.level, unsigned{KELVO_LOG_WARNING}) << line.text;
-}
-
-TEST_F(RecordTiming, ClockSetBackEndsTheFileAtOnce) {
-  const auto camera = Camera();
-  Start({camera});
-  const auto frames =
-      MakeFrames(VideoProvider(camera), kSundayEvening, 100, Times(6, "IPBPB"), 200);
-  GiveInTime(std::span(frames).first(15));
-  Sync();
-  bundle.clock.SetNow(kSundayEvening - 10 * kSecond);
-  Sync();
-  EXPECT_EQ(CountLog("Closed "), 1);
-  EXPECT_EQ(CountLog("Opened "), 2);
-  GiveAll(std::span(frames).subspan(15));
-  Finish();
-  const std::vector<std::string> wanted = {"drives/a/2025/06/15/17/5750-00110080.ps",
-                                           "drives/a/2025/06/15/17/5800-00110080.ps"};
-  EXPECT_EQ(tree.FilesEndingIn(".ps"), wanted);
-  // The later file, by its name, holds the earlier frames.
-  auto recordings = Recordings();
-  std::swap(recordings.at(0), recordings.at(1));
-  ExpectFrames(FramesOf(recordings), std::span(frames).first(25));
 }
 
 TEST_F(RecordTiming, ScheduleFollowsLocalHoursThroughBothTimeChanges) {
@@ -106,71 +56,98 @@ TEST_F(RecordTiming, ScheduleFollowsLocalHoursThroughBothTimeChanges) {
   ExpectFrames(FramesOf(recordings), std::span(october).subspan(6, 12));
 }
 
-TEST_F(RecordTiming, MotionKeepsWhatCameBeforeAndAfterIt) {
-  // Groups of one second. Camera 0 looks back two seconds; camera 1 so little that motion begins
-  // in the middle of a group, which is kept from its key frame on.
-  auto far = Camera(0, kOnMotion), close = Camera(1, kOnMotion);
-  far.preMotionMs = 2000;
-  far.postMotionMs = close.postMotionMs = 1000;
-  close.preMotionMs = 300;
-  Start({far, close});
-  auto farFrames = MakeFrames(VideoProvider(far), kSundayEvening, 200, Times(30, "IPPPP"), 300);
-  auto closeFrames = MakeFrames(VideoProvider(close), kSundayEvening, 200, Times(30, "IPPPP"), 300);
-  for (std::size_t n = 50; n <= 60; ++n) {
-    farFrames[n].header.FrameFlags = KELVO_FLAG_MOTION;
-    if (n >= 53) closeFrames[n].header.FrameFlags = KELVO_FLAG_MOTION;
-  }
-  GiveInTurns(farFrames, closeFrames);
-  Finish();
-  ExpectRecorded(far, Between(farFrames, 8'000, 13'000, KELVO_FLAG_MOTION));
-  auto wanted = Between(closeFrames, 10'000, 10'200, 0);
-  for (auto& frame : Between(closeFrames, 10'400, 13'000, KELVO_FLAG_MOTION)) {
-    wanted.push_back(std::move(frame));
-  }
-  ExpectRecorded(close, wanted);
-}
-
-TEST_F(RecordTiming, AlarmKeepsBufferedFramesFromItsMomentOn) {
-  auto camera = Camera(0, kOnAlarm);
-  camera.audio = true;
-  Start({camera}, 5);
-  const auto frames =
-      MakeFrames(VideoProvider(camera), kSundayEvening, 200, Times(30, "IPPPP"), 300);
-  const auto sound = MakeFrames(AudioProvider(camera), kSundayEvening, 200, Times(150, "A"), 100);
-  const auto alarm = [&](bool video, bool begins, std::int64_t at) {
-    host->WriteXml(KELVO_WRITE_ACTION,
-                   hostkit::AlarmAction(camera, video, 7, begins, (kSundayEvening + at) / 1000,
-                                        static_cast<int>((kSundayEvening + at) % 1000)));
+TEST_F(RecordTiming, MotionAlarmAndTimeLapseKeepWhatBelongsToThem) {
+  struct Alarm {
+    std::int64_t given;
+    bool video, begins;
+    std::int64_t moment;
   };
-  for (std::size_t n = 0; n < frames.size(); ++n) {
-    Give(frames[n]);
-    Give(sound[n]);
-    // Raised at second 10 for a moment five seconds ago, the second time while it still holds.
-    if (n == 50 || n == 51) alarm(true, true, 5'000);
-    if (n == 50) alarm(false, true, 8'000);
-    if (n == 70) {
-      alarm(true, false, 15'000);
-      alarm(false, false, 14'600);
+  const struct {
+    const char* name;
+    int record, preMotionMs, postMotionMs, preAlarmSeconds, lapseMs;
+    const char* group;
+    Stretch motion;
+    std::vector<Alarm> alarms;
+    std::vector<Stretch> video, sound;  // what is kept
+  } rows[] = {{"looks back two seconds",
+               kOnMotion,
+               2000,
+               1000,
+               0,
+               0,
+               "IPPPP",
+               {10'000, 12'000},
+               {},
+               {{8'000, 13'000, KELVO_FLAG_MOTION}},
+               {}},
+              {"a group that motion begins in is kept from its key frame on",
+               kOnMotion,
+               300,
+               1000,
+               0,
+               0,
+               "IPPPP",
+               {10'600, 12'000},
+               {},
+               {{10'000, 10'200}, {10'400, 13'000, KELVO_FLAG_MOTION}},
+               {}},
+              {"raised for a moment five seconds ago, the second time while it still holds",
+               kOnAlarm,
+               0,
+               0,
+               5,
+               0,
+               "IPPPP",
+               {},
+               {{10'000, true, true, 5'000},
+                {10'000, false, true, 8'000},
+                {10'200, true, true, 5'000},
+                {14'000, true, false, 15'000},
+                {14'000, false, false, 14'600}},
+               {{5'000, 15'000, KELVO_FLAG_ALARM}},
+               {{8'000, 14'600, KELVO_FLAG_ALARM}}},
+              {"of key frames 400 ms apart each third is a second away",
+               kOnAlarm,
+               0,
+               0,
+               0,
+               1000,
+               "IP",
+               {},
+               {},
+               {{0, 28'800, 0, 1200}},
+               {}}};
+  int device = 0;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.name);
+    auto camera = Camera(device++, row.record);
+    camera.preMotionMs = row.preMotionMs;
+    camera.postMotionMs = row.postMotionMs;
+    camera.audio = row.record == kOnAlarm;
+    Start({camera}, row.preAlarmSeconds);
+    Tell(hostkit::TimeLapseDelta(row.lapseMs));
+    const std::string kinds = Times(150, row.group).substr(0, 150);
+    auto frames = MakeFrames(VideoProvider(camera), kSundayEvening, 200, kinds, 300);
+    const auto sound = MakeFrames(AudioProvider(camera), kSundayEvening, 200, Times(150, "A"), 100);
+    for (std::size_t n = 0; n < frames.size(); ++n) {
+      const auto at = static_cast<std::int64_t>(n) * 200;
+      if (row.motion.first <= at && at <= row.motion.last) {
+        frames[n].header.FrameFlags = KELVO_FLAG_MOTION;
+      }
+      Give(frames[n]);
+      if (camera.audio) Give(sound[n]);
+      for (const auto& alarm : row.alarms) {
+        if (alarm.given != at) continue;
+        const auto moment = kSundayEvening + alarm.moment;
+        host->WriteXml(KELVO_WRITE_ACTION,
+                       hostkit::AlarmAction(camera, alarm.video, 7, alarm.begins, moment / 1000,
+                                            static_cast<int>(moment % 1000)));
+      }
     }
+    Finish();
+    ExpectRecorded(camera, Of(frames, row.video));
+    ExpectRecorded(camera, Of(sound, row.sound), kAudioSlot);
   }
-  Finish();
-  ExpectRecorded(camera, Between(frames, 5'000, 15'000, KELVO_FLAG_ALARM));
-  ExpectRecorded(camera, Between(sound, 8'000, 14'600, KELVO_FLAG_ALARM), kAudioSlot);
-}
-
-TEST_F(RecordTiming, TimeLapseKeepsKeyFramesAnIntervalApart) {
-  auto camera = Camera(0, kOnAlarm);
-  camera.audio = true;
-  Start({camera});
-  Tell(hostkit::TimeLapseDelta(1000));
-  const auto frames = MakeFrames(VideoProvider(camera), kSundayEvening, 200, Times(80, "IP"), 300);
-  GiveInTurns(frames, MakeFrames(AudioProvider(camera), kSundayEvening, 200, Times(160, "A"), 100));
-  Finish();
-  // Key frames come every 400 ms: each third one is the first that is a second away.
-  std::vector<Frame> wanted;
-  for (std::size_t n = 0; n + 2 < frames.size(); n += 6) wanted.push_back(frames[n]);
-  ExpectRecorded(camera, wanted);
-  ExpectRecorded(camera, {}, kAudioSlot);
 }
 
 TEST_F(RecordTiming, MovingCameraCountsAsMotionInEachGroup) {
@@ -226,6 +203,21 @@ TEST_F(RecordTiming, HostLearnsWhenAnInputStartsAndStopsRecording) {
   }
 }
 
+TEST_F(RecordTiming, NetworkDriveThatComesOrGoesEndsAllFilesAndIsSaved) {
+  const std::string disk = tree.MakeDirectory("net");
+  const std::string target = "<Portal><Target ID=\"1\" Enabled=\"1\"><Partition MountPoint=\"" +
+                             disk + "\"/></Target></Portal>";
+  Start({Camera()});
+  for (const auto& [message, changes] : {std::pair{target, 1}, {target, 1}, {""s, 2}}) {
+    Tick(kSecond);
+    Tell("<qDVR><Archives ID=\"3735552\">" + message + "</Archives></qDVR>");
+    EXPECT_EQ(CountLog("Closed "), changes);
+    EXPECT_EQ(CountLog("Opened "), changes + 1);
+    EXPECT_EQ(CountEvents("TimeLapse="), changes + 1) << "only the settings tell it";
+    EXPECT_NE(tree.Read("kelvo.xml").find("Name=\"" + disk), std::string::npos) << "is kept";
+  }
+}
+
 TEST_F(RecordTiming, StatisticsComeAfterAMinuteWithTraffic) {
   auto kept = Camera(0), dropped = Camera(1, kOnAlarm);
   kept.audio = true;
@@ -235,7 +227,10 @@ TEST_F(RecordTiming, StatisticsComeAfterAMinuteWithTraffic) {
   frames[8].header.FrameFlags = KELVO_FLAG_MOTION;
   GiveAll(frames);
   GiveAll(MakeFrames(VideoProvider(dropped), kSundayEvening, 40, Times(3, "IPB"), 1000));
-  Give(MakeFrame(VideoProvider(kept) + 9, KELVO_FRAME_I, kSundayEvening, 100, 1));
+  // A channel that the camera doesn't have, and cameras that aren't there.
+  for (const std::uint32_t provider : {VideoProvider(kept) + 9, 0x00770000u, 0u}) {
+    Give(MakeFrame(provider, KELVO_FRAME_I, kSundayEvening, 100, 1));
+  }
   Give(MakeFrame(VideoProvider(kept), KELVO_FRAME_I, kSundayEvening, 100, 1), KELVO_WRITE_SUB_PES);
   host->WriteXml(KELVO_WRITE_PTZ, hostkit::PtzMessage(kept, 99));
   Tick(59'999);
@@ -247,7 +242,7 @@ TEST_F(RecordTiming, StatisticsComeAfterAMinuteWithTraffic) {
   const std::string total =
       std::to_string(bytes / 1000) + "," + std::to_string(bytes % 1000 + 1000).substr(1);
   for (const auto& text :
-       {"eCnt - eav:31, eptz:1, idev:1, ievt:0, iarc:0, istg:0, icas:0"s,
+       {"eCnt - eav:33, eptz:1, idev:1, ievt:0, iarc:0, istg:0, icas:0"s,
         "eCnt - adev:0, aarc:0, astg:0"s, "Frames Dropped - I: 2 P: 2 B: 2 Audio: 0 Ch: 1 PES: 1"s,
         "Frames Written - I: 4 P: 4 B: 8 Audio: 0 Motion: 1 Alarm: 1 PTZ: 0"s,
         "Bytes Written - Last: " + total + " Min: " + total}) {
@@ -256,6 +251,8 @@ TEST_F(RecordTiming, StatisticsComeAfterAMinuteWithTraffic) {
   // A minute without frames leaves the long-term figures alone.
   Tick(60'000);
   EXPECT_EQ(CountLog("ExecutedLastMin: 4, "), 1);
+  EXPECT_EQ(host->CountLines(KELVO_LOG_CRITICAL, "write invalid provider ID 00770000!!!"), 1u);
+  EXPECT_EQ(CountLog("write invalid provider ID "), 2);
   EXPECT_EQ(CountLog("Frames Written - I: 0 P: 0 B: 0 Audio: 0 Motion: 0 Alarm: 0 PTZ: 0"), 1);
   EXPECT_EQ(CountLog("Bytes Written - Last: 0 Min: " + total + " Max: " + total), 1);
 }
