@@ -25,7 +25,9 @@ std::chrono::steady_clock::time_point Deadline(int timeoutMs) {
 // Paths compare whatever their separators are.
 bool Contains(std::string_view text, std::string_view part) {
   const auto slashed = [](char c) { return c == '\\' ? '/' : c; };
-  return !std::ranges::search(text, part, {}, slashed, slashed).empty() || part.empty();
+  const auto same = [&](char a, char b) { return slashed(a) == slashed(b); };
+  return part.empty() ||
+         std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
 }
 
 }  // namespace
