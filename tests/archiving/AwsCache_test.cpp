@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <boost/filesystem.hpp>
+#include <thread>
 #include <vector>
 
 #include "tests/support/FakeHost.h"
@@ -133,6 +134,23 @@ TEST_F(Cache, TriesAFileAgainThatCouldNotBeRemoved) {
   Add(cache, "new", 1);
   EXPECT_EQ(host.CountLines(0, "cache- file=" + tree.Path("stuck")), 1u);
   EXPECT_EQ(host.CountLines(0, " size=1 count=1 total=1"), 1u);
+}
+
+TEST_F(Cache, KeepsItsSumUnderConcurrentDownloads) {
+  AwsCache cache = Open({{"CacheSizeGigabytes", "1"}});
+  const std::uint64_t size = kGigabyte / 64;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 4; ++thread) {
+    threads.emplace_back([&, thread] {
+      for (int i = 0; i < 50; ++i) Add(cache, std::to_string(thread * 50 + i), size);
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  const std::size_t left = tree.Files().size();
+  EXPECT_TRUE(left >= 57 && left <= 64) << left;
+  Add(cache, "last", 0);
+  const std::string total = std::to_string(left * size);
+  EXPECT_TRUE(host.Lines().back().text.ends_with(" total=" + total)) << total;
 }
 
 }  // namespace
