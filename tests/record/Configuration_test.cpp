@@ -1,72 +1,20 @@
 // Configuration as a conversation: what the host sends, and what the streams are behind it. The
 // conversations stand in configuration.txt, which says how it is read.
 #include <algorithm>
-#include <fstream>
 #include <sstream>
 
 #include "record/CRecordMgr.h"
 #include "tests/record/StreamFixture.h"
+#include "tests/support/Conversation.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
-struct Step {
-  int line = 0;
-  std::string command, text, expected;
-};
-struct Conversation {
-  std::string name;
-  std::vector<Step> steps;
-};
-using Macros = std::map<std::string, std::string>;
-
-// Replaces each [name argument] by the text of that name, in which # stands for the argument.
-std::string Expand(const Macros& macros, std::string text) {
-  for (std::size_t open = text.rfind('['); open != std::string::npos; open = text.rfind('[')) {
-    const std::size_t close = text.find(']', open);
-    std::istringstream call(text.substr(open + 1, close - open - 1));
-    std::string name, argument;
-    std::getline(std::getline(call, name, ' '), argument);
-    std::string made = macros.at(name);
-    for (std::size_t at = made.find('#'); at != std::string::npos;
-         at = made.find('#', at + argument.size())) {
-      made.replace(at, 1, argument);
-    }
-    text.replace(open, close + 1 - open, made);
-  }
-  return text;
-}
+using testsupport::Conversation;
+using testsupport::Step;
 
 std::vector<Conversation> ReadConversations() {
-  std::vector<Conversation> found;
-  Macros macros;
-  std::ifstream file(KELVO_CONFIGURATION);
-  int number = 0;
-  for (std::string line; std::getline(file, line);) {
-    ++number;
-    if (line.ends_with('\r')) line.pop_back();
-    if (line.empty() || line.starts_with('%')) continue;
-    if (line.starts_with("    ")) {
-      found.back().steps.back().text += ' ' + Expand(macros, line.substr(4));
-      continue;
-    }
-    if (line.starts_with("  ")) {
-      found.back().steps.back().expected += line.substr(2) + '\n';
-      continue;
-    }
-    std::istringstream words(line);
-    std::string command, rest;
-    std::getline(words >> command >> std::ws, rest);
-    if (command == "let") {
-      const std::size_t space = rest.find(' ');
-      macros[rest.substr(0, space)] = Expand(macros, rest.substr(space + 1));
-    } else if (command == "conversation") {
-      found.push_back({rest, {}});
-    } else {
-      found.back().steps.push_back({number, command, Expand(macros, rest), {}});
-    }
-  }
-  return found;
+  return testsupport::ReadConversations(KELVO_CONFIGURATION);
 }
 
 class Configuration : public StreamParts, public ::testing::WithParamInterface<Conversation> {

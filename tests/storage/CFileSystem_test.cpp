@@ -1,20 +1,14 @@
 #include "storage/CFileSystem.h"
 
-#include "storage/DriveTable.h"
+#include <future>
+#include <thread>
+
 #include "tests/storage/RecordingForest.h"
-#include "tests/support/TempTree.h"
 
 namespace qvsvr::kelvo {
 namespace {
 
 using Names = std::vector<std::string>;
-
-class Storage : public RecordingForest {
- protected:
-  std::string Choose(std::int64_t gigabytes) {
-    return storage->GetRecordVolume(&manager, gigabytes);
-  }
-};
 
 TEST(DriveTable, SystemDriveIsOffBesideOthersAndKeepsATenth) {
   const struct {
@@ -50,55 +44,29 @@ TEST(RecordVolume, UsableSpaceLeavesReservationsAndReserve) {
   EXPECT_EQ(UsableGB(10, 5, 5'000'000'000, 0), -4'999'999'995);
 }
 
-TEST_F(Storage, RecordsWhereMostRoomIsLeft) {
+using Sweep = RecordingForest;
+
+TEST_F(Sweep, OnePassRunsAtATimeAndForgettingADeviceWaitsForItsEnd) {
   AddDrives(1000);
-  drives.count = [](const std::string& name) { return name == "a/" ? 980u : 979u; };
   Open();
-  EXPECT_EQ(Choose(1), "b/");
-  manager.reservedOn = "b/";
-  manager.reserved = 1;
-  EXPECT_EQ(Choose(1), "a/") << "a tie goes to the earlier";
-  EXPECT_EQ(Choose(20), "a/");
-  EXPECT_EQ(Choose(21), "");
-  Apply(R"(<Storage ID="327680"><Drive Name="a/" Percent="99"/></Storage>)");
-  EXPECT_EQ(Choose(20), "b/");
-  // Elements of others don't count; the last of its own tells whether drives were named.
-  const std::string off = R"(<Storage ID="327680"><Drive Name="b/" Enabled="0"/></Storage>)";
-  const std::string foreign = R"(<Storage ID="1"><Drive Name="a/" Enabled="0"/></Storage>)";
-  EXPECT_FALSE(Apply(foreign + "<Storage><Drive Name='a/' Enabled='0'/></Storage>"));
-  EXPECT_FALSE(Apply(off + R"(<Storage ID="327680" TimeLapse="5"/>)"));
-  EXPECT_TRUE(Apply(off + foreign));
-  EXPECT_EQ(Choose(1), "a/");
-  EXPECT_EQ(Choose(0) + Choose(-5) + storage->GetRecordVolume(nullptr, 1), "");
-  manager.stopping = true;
-  EXPECT_EQ(Choose(1), "");
-}
-
-TEST_F(Storage, PreparedDrivesJoinOnceAndStay) {
-  storage = std::make_unique<CFileSystem>(core, platform);
-  EXPECT_FALSE(storage->LoadStorage());
-  EXPECT_EQ(Choose(1), "");
-  qv::kelvo::TempTree tree;
-  const std::string drive = tree.MakeDirectory("new");
-  drives.capacityGB[drive] = 5;
-  const auto prepare = [&](const std::string& attributes) {
-    const ParsedXml xml("<Storage ID='3604480'><Disk " + attributes +
-                        "><Drives/><Drives><Drive/><Drive Name='" + drive +
-                        "'/></Drives></Disk></Storage>");
-    return storage->ApplyDiskPrep(xml.Root());
+  GlobalRule(2, 7);
+  for (int i = 0; i < 3; ++i) Plant("a/", kNow - (20 - i) * kDay);
+  // Holds the pass in its first hour until the worker is about to stop it.
+  std::promise<void> inside, leave;
+  directories.onList = [&, entered = false](const std::string& path) mutable {
+    if (entered || path.size() < std::string("a/2025/05/26/17/").size()) return;
+    entered = true;
+    inside.set_value();
+    leave.get_future().wait();
   };
-  EXPECT_FALSE(prepare("SupportsPrep='0'"));
-  EXPECT_FALSE(prepare(""));
-  EXPECT_TRUE(prepare("SupportsPrep='1'"));
-  EXPECT_FALSE(prepare("SupportsPrep='1'"));
-  EXPECT_EQ(storage->Volumes().ListRecordable(), Names{drive});
-  EXPECT_EQ(Choose(5), drive);
-
-  // Without a fixed drive at open the root of the new one must survive its emptying all the same.
-  tree.Write("new/2024/01/02/03/0405-00110000.ps", "");
-  EXPECT_TRUE(storage->RemoveFile(tree.Path("new/2024/01/02/03/0405-00110000.ps"), false));
-  EXPECT_TRUE(tree.Files().empty());
-  EXPECT_TRUE(boost::filesystem::is_directory(drive));
+  EXPECT_FALSE(storage->KickSweeper(false));
+  inside.get_future().wait();
+  EXPECT_TRUE(storage->KickSweeper(false)) << "it runs still";
+  std::thread helper([&] { leave.set_value(); });
+  storage->ForgetDevice(0x00120000);
+  helper.join();
+  EXPECT_FALSE(storage->KickSweeper(true)) << "nothing runs any more";
+  EXPECT_EQ(host.CountLines("Sweeper - interrupted.") + host.CountLines("Sweeper - completed"), 1u);
 }
 
 }  // namespace

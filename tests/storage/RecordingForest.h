@@ -128,7 +128,7 @@ class RecordingForest : public ::testing::Test {
   }
 
   static void WriteFile(const std::string& path, std::size_t size = 1) {
-    boost::filesystem::create_directories(boost::filesystem::path(path).parent_path());
+    boost::filesystem::create_directories(boost::filesystem::absolute(path).parent_path());
     std::ofstream(path, std::ios::binary) << std::string(size, 'x');
   }
 

@@ -1,0 +1,345 @@
+// Storage as a conversation: what the host, the recorder and the disks do, and what comes of it.
+// The conversations stand in conversations.txt, which says how it is read.
+#include <algorithm>
+#include <sstream>
+
+#include "storage/Cleanup.h"
+#include "storage/RecordingRemoval.h"
+#include "tests/storage/RecordingForest.h"
+#include "tests/support/Conversation.h"
+
+namespace qvsvr::kelvo {
+namespace {
+
+namespace fs = boost::filesystem;
+using testsupport::Conversation;
+using testsupport::Step;
+
+class StorageConversation : public RecordingForest,
+                            public ::testing::WithParamInterface<Conversation> {
+ protected:
+  // What is answered, which recordings went and which settings are new.
+  std::string Take(const Step& step) {
+    const auto command = commands.find(step.command);
+    if (command == commands.end()) return "what is " + step.command;
+    in = std::istringstream(WithTimes(step.text));
+    out.str("");
+    command->second();
+    const auto before = std::exchange(state, State());
+    for (const std::string& line : before)
+      out << (state.contains(line) ? "" : "was " + line + '\n');
+    for (const std::string& line : state) out << (before.contains(line) ? "" : line + '\n');
+    if (step.expected.empty()) return "";
+    std::erase_if(planted, [this](const auto& file) {
+      if (!Exists(file.second)) out << "gone: " << file.first << '\n';
+      return !Exists(file.second);
+    });
+    return out.str();
+  }
+
+ private:
+  std::string Word() {
+    std::string word;
+    in >> word;
+    return word;
+  }
+  std::string Rest() {
+    std::string rest;
+    std::getline(in >> std::ws, rest);
+    return rest;
+  }
+  std::int64_t Number() { return std::stoll("0" + Word()); }
+  ParsedXml Xml() { return ParsedXml("<qDVR>" + Rest() + "</qDVR>"); }
+
+  // The moment that is so long ago: "9d", or "9d-1s", which is a second later.
+  [[nodiscard]] std::int64_t Ago(const std::string& age) {
+    std::istringstream parts(age);
+    std::int64_t time = clock.NowMs() / 1000, count = 0;
+    for (char unit = 0; parts >> count >> unit;) {
+      time -= count * (unit == 'd' ? kDay : unit == 'h' ? kHour : 1);
+    }
+    return time;
+  }
+  // Each @AGE in the text stands for the seconds of that moment.
+  std::string WithTimes(std::string text) {
+    for (std::size_t at = text.find('@'); at != std::string::npos; at = text.find('@')) {
+      const std::size_t size = text.find_first_not_of("0123456789dhs+-", at + 1) - at;
+      text.replace(at, size, std::to_string(Ago(text.substr(at + 1, size - 1))));
+    }
+    return text;
+  }
+
+  // The settings in force, each with how often it changed.
+  std::set<std::string> State() {
+    std::set<std::string> found;
+    if (storage == nullptr) return found;
+    const auto note = [&](const std::string& name, std::int64_t value, unsigned changes) {
+      found.insert(name + ' ' + std::to_string(value) + ", change " + std::to_string(changes));
+    };
+    const RetentionRules& rules = storage->Retention();
+    note("expiration", rules.expirationDays, rules.expirationChanges);
+    note("age", rules.contentAge, rules.contentAgeChanges);
+    note("audio", rules.preserveExpirationAudioWithVideo, rules.preserveAudioChanges);
+    note("lapse", storage->Lapse().timeLapse, storage->Lapse().timeLapseChanges);
+    note("cleanup", rules.fsCleanupRemoves, 0);
+    std::ostringstream line;
+    const auto take = [&] {
+      found.insert(line.str());
+      line.str("");
+    };
+    for (const auto& [name, drive] : storage->Volumes().Drives().drives) {
+      line << name << (drive.disabled ? " off" : " on") << " keeps " << drive.reservePercent << '%';
+      take();
+    }
+    line << std::hex;
+    for (const auto& [id, days] : rules.cameraExpiration) {
+      line << "rule " << id << ' ' << std::to_string(days);
+      take();
+    }
+    for (const auto& [id, schedule] : storage->Lapse().timeLapseSchedules) {
+      line << "schedule " << id << std::dec;
+      for (const auto& entry : schedule) {
+        line << ' ' << entry.FirstHour << '-' << entry.LastHour << ':' << entry.Value;
+      }
+      line << std::hex;
+      take();
+    }
+    return found;
+  }
+
+  // Elements with that text in them, each on a line.
+  void PrintElements(std::string xml, const std::string& text) {
+    for (std::size_t end; !xml.empty(); xml.erase(0, end)) {
+      end = std::min(xml.find('>') + 1, xml.size());
+      const std::string element = xml.substr(0, end);
+      if (element.find(text) != std::string::npos) out << element << '\n';
+      end = std::min(xml.find('<', end), xml.size());
+    }
+  }
+
+  void SetCapacity(const std::string& drive) {
+    drives.capacityGB[drive] = static_cast<std::uint64_t>(Number());
+  }
+
+  void PlantNamed() {
+    const std::string name = Word(), drive = Word();
+    const std::int64_t time = Ago(Word());
+    qv::kelvo::StreamID id = kCamera;
+    std::size_t size = 1;
+    std::string head;
+    for (std::string option = Word(); !option.empty(); option = Word()) {
+      const std::string value = option.substr(option.find('=') + 1);
+      if (option.starts_with("id=")) id = static_cast<unsigned>(std::stoul(value, nullptr, 16));
+      if (option.starts_with("size=")) size = std::stoul(value);
+      if (option.starts_with("head=")) head = value;
+    }
+    std::string& path = planted[name];
+    if (head.empty()) {
+      WriteFile(path = Plant(drive, time, id), size);
+      return;
+    }
+    std::istringstream parts(head);  // input of the file, channel, age of the last frame
+    int input = 0, channel = 0;
+    char comma = 0;
+    std::string age;
+    parts >> std::hex >> input >> comma >> channel >> comma >> age;
+    path = PlantReal(drive, time, id, static_cast<std::uint8_t>(input),
+                     static_cast<std::uint8_t>(channel), age == "none" ? 0 : Ago(age));
+  }
+
+  // Which of the recordings might be removed. They stay, though those without their content.
+  void PrintFree() {
+    out << "free:";
+    for (std::string name = Word(); !name.empty(); name = Word()) {
+      const std::string path = planted.contains(name) ? planted[name] : name;
+      if (!storage->RemoveFile(path, false)) continue;
+      WriteFile(path);
+      out << ' ' << name;
+    }
+    out << '\n';
+  }
+
+  void Sweep() {
+    host.ForgetTraffic();
+    EXPECT_FALSE(storage->KickSweeper(false));
+    if (!host.WaitForLine("fs-cleanup - elapsed")) return;
+    storage->KickSweeper(true);
+    for (const auto& line : host.Lines()) {
+      if (line.text.find("Sweeper - completed") == std::string::npos) continue;
+      out << line.text.substr(line.text.find('(')) << '\n';
+    }
+  }
+
+  void Clean(bool removing) {
+    const std::atomic<bool> stop{false};
+    const CleanupCounts seen = FsCleanup(platform, {"a/"}, stop, removing);
+    out << seen.emptyFiles << " empty, " << seen.orphanedFiles << " orphans, " << seen.emptyHours
+        << " hours, " << seen.emptyDays << " days, " << seen.emptyMonths << " months, "
+        << seen.emptyYears << " years\n";
+  }
+
+  void Fault() {
+    const std::string call = Word(), suffix = Word();
+    files.Set({call == "open" ? qv::kelvo::FileCall::Open : qv::kelvo::FileCall::ReadAt, 1,
+               qv::kelvo::FileFault::kForGood, static_cast<int>(Number()), 0, suffix});
+  }
+
+  void PrintVolume(const std::string& volume) {
+    out << (storage->StillSearching() ? "searching" : volume.empty() ? "none" : volume) << '\n';
+  }
+
+  std::istringstream in;
+  std::ostringstream out;
+  std::set<std::string> state;
+  std::map<std::string, std::string> planted;  // by name
+  std::vector<qv::kelvo::FakeDrive> unplugged;
+
+  const std::map<std::string, std::function<void()>> commands = {
+      {"drive",
+       [this] {
+         const std::string name = Word();
+         fs::create_directories(name);
+         drives.Add(name);
+         SetCapacity(name);
+       }},
+      {"unplug", [this] { drives.Change([&](auto& table) { table.drives.swap(unplugged); }); }},
+      {"listing",
+       [this] {
+         drives.Change([&](auto& table) { table.drivesError = static_cast<int>(Number()); });
+       }},
+      {"capacity", [this] { SetCapacity(Word()); }},
+      {"fill", [this] { drives.Fill(); }},
+      {"broken", [this] { drives.faulty = Word(); }},
+      {"fault", [this] { Fault(); }},
+      {"mend", [this] { files.ClearFaults(); }},
+      {"file",
+       [this] {
+         const std::string path = Word();
+         WriteFile(path, static_cast<std::size_t>(Number()));
+       }},
+      {"directory", [this] { fs::create_directories(Word()); }},
+      {"delete", [this] { fs::remove_all(Word()); }},
+      {"rename",
+       [this] {
+         const std::string from = Word();
+         fs::rename(from, Word());
+       }},
+      {"link",
+       [this] {
+         const std::string link = Word(), directory = Word();
+         fs::create_directories(directory);
+         fs::create_directory_symlink(fs::absolute(directory), link);
+         if (!fs::is_symlink(link)) GTEST_SKIP() << "not every system has them";
+       }},
+      {"enter", [this] { fs::current_path(Word()); }},
+      {"stale", [this] { directories.sizesAreOld = true; }},
+      {"mount",
+       [this] {
+         drives.ChangeDrive(
+             Word(), [this](auto& drive) { drive.device = static_cast<std::uint64_t>(Number()); });
+       }},
+      {"tree",
+       [this] {
+         const std::string root = Word();
+         std::set<std::string> paths;
+         for (const auto& entry : fs::recursive_directory_iterator(root)) {
+           const bool full = fs::is_directory(entry.path()) && !fs::is_empty(entry.path());
+           if (!full) paths.insert(entry.path().generic_string().substr(root.size()));
+         }
+         for (const std::string& path : paths) out << path << '\n';
+       }},
+      {"plant", [this] { PlantNamed(); }},
+      {"pass", [this] { clock.Advance(1000 * (clock.NowMs() / 1000 - Ago(Word()))); }},
+      {"clock", [this] { clock.SetNow(1000 * Ago(Word())); }},
+      {"start",
+       [this] {
+         host.ForgetTraffic();
+         storage = std::make_unique<CFileSystem>(core, platform);
+         if (!storage->LoadStorage()) out << "no drives\n";
+       }},
+      {"store", [this] { std::ofstream("kelvo.xml", std::ios::binary) << Rest(); }},
+      {"stored",
+       [this] {
+         std::ifstream file("kelvo.xml", std::ios::binary);
+         PrintElements({std::istreambuf_iterator<char>(file), {}}, Rest());
+       }},
+      {"told",
+       [this] {
+         const std::string text = Rest();
+         for (const auto& event : host.Events()) PrintElements(event.text, text);
+         host.ForgetTraffic();
+       }},
+      {"logged",
+       [this] {
+         const auto level = static_cast<int>(Number());
+         out << host.CountLines(level, Rest()) << '\n';
+       }},
+      {"storage",
+       [this] {
+         TiXmlElement reply("Reply");
+         bool given = false;
+         EXPECT_TRUE(storage->ApplyStorageXml(Xml().Root(), given, reply));
+         if (given) out << "names drives\n";
+         PrintElements(TextOf(reply), "Drive ");
+       }},
+      {"cases", [this] { ApplyCases(Rest()); }},
+      {"prepare",
+       [this] {
+         const ParsedXml xml = Xml();
+         if (storage->ApplyDiskPrep(*xml.Root().FirstChildElement())) out << "new\n";
+       }},
+      {"archives",
+       [this] {
+         const ParsedXml xml = Xml();
+         if (storage->ApplyArchivesXml(*xml.Root().FirstChildElement())) out << "changed\n";
+       }},
+      {"rule",
+       [this] {
+         const auto id = static_cast<unsigned>(std::stoul(Word(), nullptr, 16));
+         const auto type = std::stoi(Word());
+         storage->Retention().SetCameraExpiration(id, type, std::stoi(Word()));
+       }},
+      {"forget",
+       [this] { storage->ForgetDevice(static_cast<unsigned>(std::stoul(Word(), nullptr, 16))); }},
+      {"save", [this] { storage->SaveStorage(); }},
+      {"report", [this] { storage->ReportStatus(Word() != "short"); }},
+      {"sweep", [this] { Sweep(); }},
+      {"kick",
+       [this] {
+         storage->KickSweeper(false);
+         storage->KickSweeper(true);
+         out << host.CountLines("Sweeper - ") << '\n';
+       }},
+      {"clean", [this] { Clean(Word() != "dry"); }},
+      {"free", [this] { PrintFree(); }},
+      {"remove", [this] { out << (RemoveRecording(Word(), "a/") ? "done\n" : "failed\n"); }},
+      {"room", [this] { PrintVolume(storage->GetRecordVolume(&manager, std::stoll(Word()))); }},
+      {"reserve",
+       [this] { PrintVolume(storage->GetVolumeToReserve(&manager, std::stoll(Word()))); }},
+      {"reserved",
+       [this] {
+         manager.reservedOn = Word();
+         manager.reserved = Number();
+       }},
+      {"written", [this] { manager.open = planted.at(Word()); }},
+      {"stopping", [this] { manager.stopping = Word() == "yes"; }},
+  };
+};
+
+TEST_P(StorageConversation, IsAnsweredAndRemembered) {
+  for (const Step& step : GetParam().steps) {
+    SCOPED_TRACE("conversations.txt:" + std::to_string(step.line) + " " + step.command);
+    const std::string answer = qv::kelvo::Slashed(Take(step));
+    if (IsSkipped()) return;
+    if (!step.expected.empty()) {
+      EXPECT_EQ(answer, step.expected == "-\n" ? "" : step.expected);
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Text, StorageConversation,
+                         ::testing::ValuesIn(testsupport::ReadConversations(KELVO_CONVERSATIONS)),
+                         [](const auto& made) { return made.param.name; });
+
+}  // namespace
+}  // namespace qvsvr::kelvo
