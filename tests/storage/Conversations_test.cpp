@@ -1,12 +1,16 @@
 // Storage as a conversation: what the host, the recorder and the disks do, and what comes of it.
 // The conversations stand in conversations.txt, which says how it is read.
 #include <algorithm>
+#include <optional>
 #include <sstream>
 
 #include "storage/Cleanup.h"
 #include "storage/RecordingRemoval.h"
 #include "tests/storage/RecordingForest.h"
 #include "tests/support/Conversation.h"
+#ifndef _WIN32
+#include "tests/support/Zone.h"
+#endif
 
 namespace qvsvr::kelvo {
 namespace {
@@ -48,7 +52,14 @@ class StorageConversation : public RecordingForest,
     std::getline(in >> std::ws, rest);
     return rest;
   }
-  std::int64_t Number() { return std::stoll("0" + Word()); }
+  template <class T = int>
+  T Number() {
+    T number{};
+    in >> number;
+    return number;
+  }
+  unsigned Id() { return static_cast<unsigned>(std::stoul(Word(), nullptr, 16)); }
+  void Tell(bool changed) { out << (changed ? "changed\n" : ""); }
   ParsedXml Xml() { return ParsedXml("<qDVR>" + Rest() + "</qDVR>"); }
 
   // The moment that is so long ago: "9d", or "9d-1s", which is a second later.
@@ -73,37 +84,29 @@ class StorageConversation : public RecordingForest,
   std::set<std::string> State() {
     std::set<std::string> found;
     if (storage == nullptr) return found;
-    const auto note = [&](const std::string& name, std::int64_t value, unsigned changes) {
-      found.insert(name + ' ' + std::to_string(value) + ", change " + std::to_string(changes));
-    };
     const RetentionRules& rules = storage->Retention();
-    note("expiration", rules.expirationDays, rules.expirationChanges);
-    note("age", rules.contentAge, rules.contentAgeChanges);
-    note("audio", rules.preserveExpirationAudioWithVideo, rules.preserveAudioChanges);
-    note("lapse", storage->Lapse().timeLapse, storage->Lapse().timeLapseChanges);
-    note("cleanup", rules.fsCleanupRemoves, 0);
-    std::ostringstream line;
-    const auto take = [&] {
-      found.insert(line.str());
-      line.str("");
-    };
+    const TimeLapseTable& lapse = storage->Lapse();
+    std::stringstream lines;
+    lines << "expiration " << rules.expirationDays << ", change " << rules.expirationChanges
+          << "\nage " << rules.contentAge << ", change " << rules.contentAgeChanges << "\naudio "
+          << rules.preserveExpirationAudioWithVideo << ", change " << rules.preserveAudioChanges
+          << "\nlapse " << lapse.timeLapse << ", change " << lapse.timeLapseChanges << "\ncleanup "
+          << rules.fsCleanupRemoves << '\n';
     for (const auto& [name, drive] : storage->Volumes().Drives().drives) {
-      line << name << (drive.disabled ? " off" : " on") << " keeps " << drive.reservePercent << '%';
-      take();
+      lines << name << (drive.disabled ? " off" : " on") << " keeps " << drive.reservePercent
+            << "%\n";
     }
-    line << std::hex;
     for (const auto& [id, days] : rules.cameraExpiration) {
-      line << "rule " << id << ' ' << std::to_string(days);
-      take();
+      lines << "rule " << std::hex << id << std::dec << ' ' << days << '\n';
     }
-    for (const auto& [id, schedule] : storage->Lapse().timeLapseSchedules) {
-      line << "schedule " << id << std::dec;
+    for (const auto& [id, schedule] : lapse.timeLapseSchedules) {
+      lines << "schedule " << std::hex << id << std::dec;
       for (const auto& entry : schedule) {
-        line << ' ' << entry.FirstHour << '-' << entry.LastHour << ':' << entry.Value;
+        lines << ' ' << entry.FirstHour << '-' << entry.LastHour << ':' << entry.Value;
       }
-      line << std::hex;
-      take();
+      lines << '\n';
     }
+    for (std::string line; std::getline(lines, line);) found.insert(line);
     return found;
   }
 
@@ -117,9 +120,7 @@ class StorageConversation : public RecordingForest,
     }
   }
 
-  void SetCapacity(const std::string& drive) {
-    drives.capacityGB[drive] = static_cast<std::uint64_t>(Number());
-  }
+  void SetCapacity(const std::string& drive) { drives.capacityGB[drive] = Number<std::uint64_t>(); }
 
   void PlantNamed() {
     const std::string name = Word(), drive = Word();
@@ -181,7 +182,7 @@ class StorageConversation : public RecordingForest,
   void Fault() {
     const std::string call = Word(), suffix = Word();
     files.Set({call == "open" ? qv::kelvo::FileCall::Open : qv::kelvo::FileCall::ReadAt, 1,
-               qv::kelvo::FileFault::kForGood, static_cast<int>(Number()), 0, suffix});
+               qv::kelvo::FileFault::kForGood, Number(), 0, suffix});
   }
 
   void PrintVolume(const std::string& volume) {
@@ -193,6 +194,9 @@ class StorageConversation : public RecordingForest,
   std::set<std::string> state;
   std::map<std::string, std::string> planted;  // by name
   std::vector<qv::kelvo::FakeDrive> unplugged;
+#ifndef _WIN32
+  std::optional<qv::kelvo::Zone> zone;
+#endif
 
   const std::map<std::string, std::function<void()>> commands = {
       {"drive",
@@ -203,10 +207,7 @@ class StorageConversation : public RecordingForest,
          SetCapacity(name);
        }},
       {"unplug", [this] { drives.Change([&](auto& table) { table.drives.swap(unplugged); }); }},
-      {"listing",
-       [this] {
-         drives.Change([&](auto& table) { table.drivesError = static_cast<int>(Number()); });
-       }},
+      {"listing", [this] { drives.Change([&](auto& table) { table.drivesError = Number(); }); }},
       {"capacity", [this] { SetCapacity(Word()); }},
       {"fill", [this] { drives.Fill(); }},
       {"broken", [this] { drives.faulty = Word(); }},
@@ -215,7 +216,7 @@ class StorageConversation : public RecordingForest,
       {"file",
        [this] {
          const std::string path = Word();
-         WriteFile(path, static_cast<std::size_t>(Number()));
+         WriteFile(path, Number<std::size_t>());
        }},
       {"directory", [this] { fs::create_directories(Word()); }},
       {"delete", [this] { fs::remove_all(Word()); }},
@@ -235,8 +236,8 @@ class StorageConversation : public RecordingForest,
       {"stale", [this] { directories.sizesAreOld = true; }},
       {"mount",
        [this] {
-         drives.ChangeDrive(
-             Word(), [this](auto& drive) { drive.device = static_cast<std::uint64_t>(Number()); });
+         drives.ChangeDrive(Word(),
+                            [this](auto& drive) { drive.device = Number<std::uint64_t>(); });
        }},
       {"tree",
        [this] {
@@ -251,6 +252,15 @@ class StorageConversation : public RecordingForest,
       {"plant", [this] { PlantNamed(); }},
       {"pass", [this] { clock.Advance(1000 * (clock.NowMs() / 1000 - Ago(Word()))); }},
       {"clock", [this] { clock.SetNow(1000 * Ago(Word())); }},
+      {"at", [this] { clock.SetNow(1000 * Number<std::int64_t>()); }},
+      {"zone",
+       [this] {
+#ifdef _WIN32
+         GTEST_SKIP() << "the zone is the system's";
+#else
+         zone.emplace(Word().c_str());
+#endif
+       }},
       {"start",
        [this] {
          host.ForgetTraffic();
@@ -271,7 +281,7 @@ class StorageConversation : public RecordingForest,
        }},
       {"logged",
        [this] {
-         const auto level = static_cast<int>(Number());
+         const int level = Number();
          out << host.CountLines(level, Rest()) << '\n';
        }},
       {"storage",
@@ -283,24 +293,15 @@ class StorageConversation : public RecordingForest,
          PrintElements(TextOf(reply), "Drive ");
        }},
       {"cases", [this] { ApplyCases(Rest()); }},
-      {"prepare",
-       [this] {
-         const ParsedXml xml = Xml();
-         if (storage->ApplyDiskPrep(*xml.Root().FirstChildElement())) out << "new\n";
-       }},
-      {"archives",
-       [this] {
-         const ParsedXml xml = Xml();
-         if (storage->ApplyArchivesXml(*xml.Root().FirstChildElement())) out << "changed\n";
-       }},
+      {"prepare", [this] { Tell(storage->ApplyDiskPrep(*Xml().Root().FirstChildElement())); }},
+      {"archives", [this] { Tell(storage->ApplyArchivesXml(*Xml().Root().FirstChildElement())); }},
       {"rule",
        [this] {
-         const auto id = static_cast<unsigned>(std::stoul(Word(), nullptr, 16));
-         const auto type = std::stoi(Word());
-         storage->Retention().SetCameraExpiration(id, type, std::stoi(Word()));
+         const unsigned input = Id();
+         const int type = Number();
+         storage->Retention().SetCameraExpiration(input, type, Number());
        }},
-      {"forget",
-       [this] { storage->ForgetDevice(static_cast<unsigned>(std::stoul(Word(), nullptr, 16))); }},
+      {"forget", [this] { storage->ForgetDevice(Id()); }},
       {"save", [this] { storage->SaveStorage(); }},
       {"report", [this] { storage->ReportStatus(Word() != "short"); }},
       {"sweep", [this] { Sweep(); }},
@@ -313,9 +314,8 @@ class StorageConversation : public RecordingForest,
       {"clean", [this] { Clean(Word() != "dry"); }},
       {"free", [this] { PrintFree(); }},
       {"remove", [this] { out << (RemoveRecording(Word(), "a/") ? "done\n" : "failed\n"); }},
-      {"room", [this] { PrintVolume(storage->GetRecordVolume(&manager, std::stoll(Word()))); }},
-      {"reserve",
-       [this] { PrintVolume(storage->GetVolumeToReserve(&manager, std::stoll(Word()))); }},
+      {"room", [this] { PrintVolume(storage->GetRecordVolume(&manager, Number())); }},
+      {"reserve", [this] { PrintVolume(storage->GetVolumeToReserve(&manager, Number())); }},
       {"reserved",
        [this] {
          manager.reservedOn = Word();
