@@ -38,9 +38,10 @@ class XmlFile : public ::testing::Test {
   void SaveOld() { EXPECT_TRUE(Settings("old").SaveFile(SystemPlatform(), path)); }
 
   static qv::kelvo::Platform With(DurableFiles& files,
-                                  qv::kelvo::Clock& clock = SystemPlatform().clock) {
+                                  qv::kelvo::Clock& clock = SystemPlatform().clock,
+                                  qv::kelvo::MediaFiles& media = SystemPlatform().mediaFiles) {
     const qv::kelvo::Platform& real = SystemPlatform();
-    return {clock, real.drives, real.directories, real.mediaFiles, files, real.diskSync};
+    return {clock, real.drives, real.directories, media, files, real.diskSync};
   }
 
   qv::kelvo::TempTree tree;
@@ -144,10 +145,8 @@ TEST_F(XmlFile, LoadFallsBackToTheBackupAndPutsItInPlace) {
   tree.Write("kelvo.xml", kNew);
   tree.Write("kelvo.xml.bak", kOld);
   qv::kelvo::FaultyFiles media(SystemPlatform().mediaFiles);
-  qv::kelvo::Platform platform = With(SystemPlatform().durableFiles);
   qv::kelvo::ManualClock clock;
-  qv::kelvo::Platform faulty{clock, platform.drives,       platform.directories,
-                             media, platform.durableFiles, platform.diskSync};
+  const qv::kelvo::Platform faulty = With(SystemPlatform().durableFiles, clock, media);
   for (const auto call : {FileCall::Open, FileCall::Size, FileCall::ReadAt}) {
     media.Set({call, 1, 3, ENOSPC, 0, "kelvo.xml"});
     EXPECT_EQ(document.LoadFileWithBackup(faulty, path), XmlFileState::Unreadable);
@@ -176,12 +175,10 @@ TEST_F(XmlFile, SaveThatAStartCouldNotReadIsRefused) {
   EXPECT_FALSE(document.SaveFile(SystemPlatform(), path));
   EXPECT_TRUE(std::string_view(document.ErrorDesc()).starts_with("read back: "));
   qv::kelvo::FaultyFiles media(SystemPlatform().mediaFiles);
-  qv::kelvo::Platform platform = With(SystemPlatform().durableFiles);
   media.Set({FileCall::ReadAt, 1, qv::kelvo::FileFault::kForGood, 0, 100, ".pending"});
   document = Settings("new");
-  EXPECT_FALSE(document.SaveFile({platform.clock, platform.drives, platform.directories, media,
-                                  platform.durableFiles, platform.diskSync},
-                                 path));
+  const qv::kelvo::Platform& real = SystemPlatform();
+  EXPECT_FALSE(document.SaveFile(With(real.durableFiles, real.clock, media), path));
   EXPECT_EQ(Restart(), "old");
   EXPECT_EQ(tree.Files(), std::vector<std::string>{"kelvo.xml"});
 }

@@ -67,13 +67,15 @@ TEST_F(MediaFilesTest, GatherWritesAndReadsKeepOrderAndPlace) {
   EXPECT_EQ(Write(*file, 3, {}).bytes, 0U);
   EXPECT_EQ(tree.Read("a.ps"), std::string("headBOdytail\0\0x", 15));
   // Small and large parts by turns, as a run of frames has them.
+  constexpr std::size_t kLarge[] = {20'000, 70'000, 65'536, 40'000};
+  const auto sizeOf = [&](std::size_t n) { return n % 3 == 0 ? kLarge[n % 4] : n; };
   std::string content;
   std::vector<ConstBytes> parts;
   for (std::size_t n = 0; n <= kMaxWriteParts; ++n) {
-    content += std::string(n % 3 == 0 ? 20'000 : n, static_cast<char>('a' + n % 20));
+    content += std::string(sizeOf(n), static_cast<char>('a' + n % 20));
   }
   for (std::size_t n = 0, at = 0; n <= kMaxWriteParts; ++n) {
-    const std::size_t size = n % 3 == 0 ? 20'000 : n;
+    const std::size_t size = sizeOf(n);
     parts.push_back(std::as_bytes(std::span(content)).subspan(at, size));
     at += size;
   }

@@ -34,26 +34,6 @@ TEST_F(MediaFilesTest, OpenFileIsSharedButStaysInItsPlace) {
   EXPECT_EQ(files.Open(tree.Root(), OpenMode::Read, directory), kAccessDenied);
 }
 
-TEST_F(MediaFilesTest, SmallPartsAreGatheredWithoutLosingAnyOrTheirOrder) {
-  const auto file = Create("a.ps");
-  std::string all(10, '#');
-  for (const std::size_t size : {3, 70'000, 0, 20, 65'536, 40'000, 30'000, 1}) {
-    all.append(size, static_cast<char>('a' + all.size() % 26));
-  }
-  const std::string_view text = all;
-  ASSERT_EQ(Write(*file, 0, {text.substr(0, 10)}).bytes, 10U);
-  EXPECT_EQ(Write(*file, 10,
-                  {text.substr(10, 3), text.substr(13, 70'000), "", text.substr(70'013, 20),
-                   text.substr(70'033, 65'536), text.substr(135'569, 40'000),
-                   text.substr(175'569, 30'000), text.substr(205'569)})
-                .bytes,
-            all.size() - 10);
-  EXPECT_TRUE(tree.Read("a.ps") == all);
-  EXPECT_EQ(file->SetSize(12), 0);
-  ASSERT_EQ(Write(*file, 12, {"end"}).bytes, 3U);
-  EXPECT_EQ(Read(*file, 10, 99), all.substr(10, 2) + "end");
-}
-
 // What the system calls find, Boost's must find, too: characters beyond U+FFFF, and bytes that are
 // no characters at all.
 TEST_F(MediaFilesTest, AnyNameIsTheSameForEveryCall) {

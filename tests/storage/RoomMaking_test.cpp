@@ -13,10 +13,7 @@ class RoomMaking : public RecordingForest {
     Open();
     host.ForgetTraffic();
   }
-  void KeepInput(int days) {
-    storage->Retention().SetCameraExpiration(kCamera + 5, 1, days);
-    storage->Retention().AddKnownDevice(0x00120000);
-  }
+  void KeepInput(int days) { storage->Retention().SetCameraExpiration(kCamera + 5, 1, days); }
   // Recordings of that input, 2000 seconds apart, on the drives by turns; the first one's path.
   std::string PlantKept(int count) {
     std::string first;
