@@ -1,14 +1,14 @@
 #include "Channel.h"
 
 #include <algorithm>
+#include <boost/algorithm/string/case_conv.hpp>
 #include <chrono>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <memory>
 #include <thread>
 
-#include "Text.h"
+#include "Retries.h"
 
 namespace Aws::Compat {
 
@@ -32,14 +32,6 @@ int Attempts(bool standard) {
   return given > 0 ? given : kStandardAttempts;
 }
 
-// 0, 50, 100, 200 ... milliseconds, 20 seconds at most.
-std::chrono::milliseconds RetryDelay(int failures) {
-  constexpr int kDoublings = 10;
-  if (failures == 1) return {};
-  return std::min(std::chrono::milliseconds(20'000),
-                  std::chrono::milliseconds(25L << std::min(failures - 1, kDoublings)));
-}
-
 // State of one attempt, for the library's callbacks.
 struct Exchange {
   const Channel& channel;
@@ -47,7 +39,7 @@ struct Exchange {
   CURL* handle;
   Response response;
   std::ostream* sink = nullptr;
-  std::size_t sent = 0;
+  curl_off_t sent = 0;
   std::size_t headerBytes = 0;
   bool cancelled = false;
   bool writeFailed = false;
@@ -89,54 +81,30 @@ std::size_t OnBody(char* data, std::size_t, std::size_t size, void* user) try {
   return 0;
 }
 
-std::size_t OnSend(char* target, std::size_t unit, std::size_t count, void* user) try {
+std::size_t OnHeader(char*, std::size_t, std::size_t size, void* user) {
   Exchange& exchange = *static_cast<Exchange*>(user);
-  if (exchange.CheckCancelled()) return CURL_READFUNC_ABORT;
-  const std::string_view body = exchange.request.body;
-  const std::size_t size = std::min(unit * count, body.size() - exchange.sent);
-  if (size == 0) return 0;
-  std::memcpy(target, body.data() + exchange.sent, size);
-  exchange.sent += size;
-  if (exchange.request.onBytes) exchange.request.onBytes(size);
-  return size;
-} catch (...) {
-  return CURL_READFUNC_ABORT;
-}
-
-int OnSeek(void* user, curl_off_t offset, int origin) {
-  Exchange& exchange = *static_cast<Exchange*>(user);
-  if (origin != SEEK_SET || offset < 0 ||
-      static_cast<std::uint64_t>(offset) > exchange.request.body.size()) {
-    return CURL_SEEKFUNC_CANTSEEK;
-  }
-  exchange.sent = static_cast<std::size_t>(offset);
-  return CURL_SEEKFUNC_OK;
-}
-
-std::size_t OnHeader(char* data, std::size_t, std::size_t size, void* user) try {
-  Exchange& exchange = *static_cast<Exchange*>(user);
-  const std::string_view line(data, size);
   exchange.headerBytes += size;
-  if (exchange.headerBytes > kMaxHeaders) return 0;
-  if (line.starts_with("HTTP/")) exchange.response.headers.clear();  // after a preliminary answer
-  const std::size_t colon = line.find(':');
-  if (colon == std::string_view::npos) return size;
-  std::string name(line.substr(0, colon));
-  for (char& letter : name) {
-    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
-  }
-  std::string_view value = line.substr(colon + 1);
-  const std::size_t first = value.find_first_not_of(" \t\r\n");
-  value.remove_prefix(first == std::string_view::npos ? value.size() : first);
-  value = value.substr(0, value.find_last_not_of(" \t\r\n") + 1);
-  exchange.response.headers[name] = value;
-  return size;
-} catch (...) {
-  return 0;
+  return exchange.headerBytes > kMaxHeaders ? 0 : size;
 }
 
-int OnProgress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-  return static_cast<Exchange*>(user)->CheckCancelled() ? 1 : 0;
+int OnProgress(void* user, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) try {
+  Exchange& exchange = *static_cast<Exchange*>(user);
+  if (exchange.CheckCancelled()) return 1;
+  const curl_off_t more = sent - std::exchange(exchange.sent, sent);
+  if (more > 0 && exchange.request.onBytes) {
+    exchange.request.onBytes(static_cast<std::size_t>(more));
+  }
+  return 0;
+} catch (...) {
+  return 1;
+}
+
+void TakeHeaders(Exchange& exchange) {
+  curl_header* header = nullptr;
+  while ((header = curl_easy_nextheader(exchange.handle, CURLH_HEADER, -1, header)) != nullptr) {
+    exchange.response.headers[boost::algorithm::to_lower_copy(std::string(header->name))] =
+        header->value;
+  }
 }
 
 S3Error ServiceError(const std::string& name, const std::string& message, long status) {
@@ -163,24 +131,13 @@ S3Error TransportError(CURLcode code, const Exchange& exchange) {
           code != CURLE_WRITE_ERROR};  // more than a reply may hold
 }
 
-void SetMethod(CURL* handle, Exchange& exchange) {
-  const Request& request = exchange.request;
-  const auto size = static_cast<curl_off_t>(request.body.size());
-  if (std::strcmp(request.method, "HEAD") == 0) {
-    curl_easy_setopt(handle, CURLOPT_NOBODY, 1L);
-  } else if (std::strcmp(request.method, "PUT") == 0) {
-    curl_easy_setopt(handle, CURLOPT_UPLOAD, 1L);
-    curl_easy_setopt(handle, CURLOPT_INFILESIZE_LARGE, size);
-    curl_easy_setopt(handle, CURLOPT_READFUNCTION, OnSend);
-    curl_easy_setopt(handle, CURLOPT_READDATA, &exchange);
-    curl_easy_setopt(handle, CURLOPT_SEEKFUNCTION, OnSeek);
-    curl_easy_setopt(handle, CURLOPT_SEEKDATA, &exchange);
-    curl_easy_setopt(handle, CURLOPT_EXPECT_100_TIMEOUT_MS, 300L);
-  } else if (std::strcmp(request.method, "POST") == 0) {
-    curl_easy_setopt(handle, CURLOPT_POST, 1L);
-    curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request.body.empty() ? "" : request.body.data());
-    curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, size);
-  }
+void SetMethod(CURL* handle, const Request& request) {
+  if (std::string_view(request.method) == "GET") return;
+  curl_easy_setopt(handle, CURLOPT_POSTFIELDS, request.body.empty() ? "" : request.body.data());
+  curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE,
+                   static_cast<curl_off_t>(request.body.size()));
+  curl_easy_setopt(handle, CURLOPT_CUSTOMREQUEST, request.method);
+  curl_easy_setopt(handle, CURLOPT_EXPECT_100_TIMEOUT_MS, 300L);
 }
 
 void SetCallbacks(CURL* handle, Exchange& exchange) {
@@ -292,7 +249,7 @@ S3Result<Response> Channel::Attempt(const Request& request) {
   }
   const HeaderList headers = Headers(lines);
   SetTransport(handle, config);
-  SetMethod(handle, exchange);
+  SetMethod(handle, request);
   SetCallbacks(handle, exchange);
   curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
   curl_easy_setopt(handle, CURLOPT_HTTPHEADER, headers.get());
@@ -302,6 +259,7 @@ S3Result<Response> Channel::Attempt(const Request& request) {
   curl_easy_setopt(handle, CURLOPT_PASSWORD, credentials.GetAWSSecretKey().c_str());
   const CURLcode code = curl_easy_perform(handle);
   if (code != CURLE_OK) return TransportError(code, exchange);
+  TakeHeaders(exchange);
   const long status = exchange.Status();
   if (status / 100 != 2) {
     S3Error error = ErrorOf(exchange.response.body, status);

@@ -14,10 +14,9 @@
 #include <vector>
 
 #include "Endpoint.h"
-#include "Xml.h"
+#include "Text.h"
 #include "aws/core/auth/AWSCredentials.h"
 #include "aws/core/client/ClientConfiguration.h"
-#include "aws/core/utils/Outcome.h"
 #include "aws/s3/S3Errors.h"
 
 namespace Aws::Compat {
@@ -49,7 +48,7 @@ struct Response {
 };
 
 template <typename R>
-using S3Result = Utils::Outcome<R, S3::S3Error>;
+using S3Result = S3::S3Outcome<R>;
 
 // Sends signed requests to a service, over connections that are kept. Any thread.
 class Channel {

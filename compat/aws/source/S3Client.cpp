@@ -1,11 +1,12 @@
 #include "aws/s3/S3Client.h"
 
+#include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <sstream>
 
 #include "Channel.h"
-#include "Text.h"
 
 namespace Aws::S3 {
 
@@ -18,37 +19,33 @@ using Compat::XmlElement;
 
 namespace {
 
-Model::Object ObjectOf(const XmlElement& element) {
-  Model::Object object;
-  object.SetKey(element.ChildText("Key"));
-  object.SetSize(std::strtoll(element.ChildText("Size").c_str(), nullptr, 10));
-  object.SetLastModified(Utils::DateTime(element.ChildText("LastModified")));
-  return object;
+// Seconds since 1970 of a moment in ISO 8601; 0 if it is none.
+std::int64_t SecondsOf(const std::string& iso) {
+  namespace chrono = std::chrono;
+  int year = 0;
+  unsigned month = 0, day = 0;
+  int hour = 0, minute = 0, second = 0;
+  if (std::sscanf(iso.c_str(), "%4d-%2u-%2uT%2d:%2d:%2d", &year, &month, &day, &hour, &minute,
+                  &second) != 6) {
+    return 0;
+  }
+  const chrono::year_month_day date{chrono::year(year), chrono::month(month), chrono::day(day)};
+  if (!date.ok()) return 0;
+  const auto days = chrono::sys_days(date).time_since_epoch().count();
+  return ((days * std::int64_t{24} + hour) * 60 + minute) * 60 + second;
 }
 
-const char* RegionName(Model::BucketLocationConstraint constraint) {
-  // In the order of the enumeration.
-  constexpr const char* kNames[] = {"",
-                                    "ap-northeast-1",
-                                    "ap-northeast-2",
-                                    "ap-south-1",
-                                    "ap-southeast-1",
-                                    "ap-southeast-2",
-                                    "ca-central-1",
-                                    "cn-north-1",
-                                    "cn-northwest-1",
-                                    "eu-central-1",
-                                    "eu-west-1",
-                                    "eu-west-2",
-                                    "eu-west-3",
-                                    "sa-east-1",
-                                    "us-east-1",
-                                    "us-east-2",
-                                    "us-gov-west-1",
-                                    "us-west-1",
-                                    "us-west-2"};
-  return kNames[static_cast<int>(constraint)];
+Model::Object ObjectOf(const XmlElement& element) {
+  return {element.ChildText("Key"), std::strtoll(element.ChildText("Size").c_str(), nullptr, 10),
+          Utils::DateTime(SecondsOf(element.ChildText("LastModified")))};
 }
+
+// In the order of the enumeration.
+constexpr const char* kRegions[] = {
+    "ap-northeast-1", "ap-northeast-2", "ap-south-1",     "ap-southeast-1", "ap-southeast-2",
+    "ca-central-1",   "cn-north-1",     "cn-northwest-1", "eu-central-1",   "eu-west-1",
+    "eu-west-2",      "eu-west-3",      "sa-east-1",      "us-east-1",      "us-east-2",
+    "us-gov-west-1",  "us-west-1",      "us-west-2"};
 
 std::string DeleteDocument(const Model::Delete& list) {
   std::string text = "<Delete xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\">";
@@ -75,8 +72,8 @@ void S3Client::DisableRequestProcessing() {
 Model::ListObjectsOutcome S3Client::ListObjects(const Model::ListObjectsRequest& request) const {
   Request send;
   send.bucket = request.GetBucket();
-  if (request.DelimiterHasBeenSet()) send.query.emplace_back("delimiter", request.GetDelimiter());
-  if (request.PrefixHasBeenSet()) send.query.emplace_back("prefix", request.GetPrefix());
+  if (request.GetDelimiter()) send.query.emplace_back("delimiter", *request.GetDelimiter());
+  if (request.GetPrefix()) send.query.emplace_back("prefix", *request.GetPrefix());
   const S3Result<XmlElement> reply = channel->SendForXml(send, "ListBucketResult");
   if (!reply.IsSuccess()) return reply.GetError();
   Model::ListObjectsResult result;
@@ -84,9 +81,7 @@ Model::ListObjectsOutcome S3Client::ListObjects(const Model::ListObjectsRequest&
     if (child.name == "Contents") {
       result.AddContents(ObjectOf(child));
     } else if (child.name == "CommonPrefixes") {
-      Model::CommonPrefix prefix;
-      prefix.SetPrefix(child.ChildText("Prefix"));
-      result.AddCommonPrefixes(prefix);
+      result.AddCommonPrefixes(Model::CommonPrefix(child.ChildText("Prefix")));
     }
   }
   return result;
@@ -99,9 +94,7 @@ Model::ListBucketsOutcome S3Client::ListBuckets() const {
   for (const XmlElement& list : reply.GetResult().children) {
     if (list.name != "Buckets") continue;
     for (const XmlElement& child : list.children) {
-      Model::Bucket bucket;
-      bucket.SetName(child.ChildText("Name"));
-      result.AddBuckets(bucket);
+      result.AddBuckets(Model::Bucket(child.ChildText("Name")));
     }
   }
   return result;
@@ -147,29 +140,27 @@ Model::DeleteObjectsOutcome S3Client::DeleteObjects(
   Model::DeleteObjectsResult result;
   for (const XmlElement& child : reply.GetResult().children) {
     if (child.name != "Error") continue;
-    Model::Error error;
-    error.SetKey(child.ChildText("Key"));
-    error.SetCode(child.ChildText("Code"));
-    error.SetMessage(child.ChildText("Message"));
-    result.AddErrors(error);
+    result.AddErrors({child.ChildText("Code"), child.ChildText("Message")});
   }
   return result;
 }
 
 Model::CreateBucketOutcome S3Client::CreateBucket(const Model::CreateBucketRequest& request) const {
-  const std::string region =
-      RegionName(request.GetCreateBucketConfiguration().GetLocationConstraint());
-  const std::string document =
-      "<CreateBucketConfiguration xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\">"
-      "<LocationConstraint>" +
-      region + "</LocationConstraint></CreateBucketConfiguration>";
+  using Constraint = Model::BucketLocationConstraint;
+  const Constraint region = request.GetCreateBucketConfiguration().GetLocationConstraint();
+  std::string document;
+  if (region != Constraint::NOT_SET) {
+    document = std::string(
+                   "<CreateBucketConfiguration "
+                   "xmlns=\"http://s3.amazonaws.com/doc/2006-03-01/\"><LocationConstraint>") +
+               kRegions[static_cast<int>(region) - 1] +
+               "</LocationConstraint></CreateBucketConfiguration>";
+  }
   Request send;
   send.method = "PUT";
   send.bucket = request.GetBucket();
-  if (!region.empty()) {
-    send.headers = {"Content-Type: application/xml"};
-    send.body = document;
-  }
+  send.headers = {"Content-Type: application/xml"};
+  send.body = document;
   const S3Result<Response> outcome = channel->Send(send);
   if (!outcome.IsSuccess()) return outcome.GetError();
   return Model::CreateBucketResult();

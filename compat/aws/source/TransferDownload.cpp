@@ -31,15 +31,10 @@ std::uint64_t ObjectSize(const Response& response) {
 
 }  // namespace
 
-void TransferTask::Download() {
-  if (IsCancelled()) return Fail(Compat::CancelledError());
-  if (handle->sized) {
-    Report(*manager, handle, TransferStatus::IN_PROGRESS);
-  } else if (!DownloadFirstPart()) {
-    return Fail();
-  }
-  if (!RunParts([this](std::size_t part) { return DownloadPart(part); })) return Fail();
-  Complete();
+bool TransferTask::Download() {
+  if (!handle->sized && !DownloadFirstPart()) return false;
+  Report(TransferStatus::IN_PROGRESS);
+  return RunParts([this](std::size_t part) { return DownloadPart(part); });
 }
 
 S3Result<Response> TransferTask::Fetch(std::size_t part, std::uint64_t bytes) {
@@ -72,42 +67,29 @@ bool TransferTask::DownloadFirstPart() {
   const S3Result<Response> outcome = Fetch(0, asked);
   const bool isEmpty = !outcome.IsSuccess() && handle->offset == 0 && handle->requestedSize == 0 &&
                        outcome.GetError().GetErrorType() == S3Errors::INVALID_RANGE;
-  if (!outcome.IsSuccess() && !isEmpty) {
-    Tell(outcome.GetError());
-    return false;
-  }
+  if (!outcome.IsSuccess() && !isEmpty) return Refuse(outcome.GetError());
   const Response& response = outcome.GetResult();
   std::uint64_t total = isEmpty ? 0 : ObjectSize(response);
   total = total < handle->offset ? 0 : total - handle->offset;
   if (handle->requestedSize > 0) total = std::min(total, handle->requestedSize);
   if (total > kMaxObject || response.received != std::min(asked, total)) {
-    Tell(S3Error(S3Errors::UNKNOWN, "", "The object's size can't be true.", false));
-    return false;
+    return Refuse(S3Error(S3Errors::UNKNOWN, "", "The object's size can't be true.", false));
   }
   if (total == 0) (void)OpenStream(0);
   KeepMetadata(response);
-  {
-    const std::lock_guard guard(handle->lock);
-    handle->total = total;
-    handle->multipart = total > size;
-    handle->sized = true;
-  }
+  handle->total = total;
+  handle->sized = true;
   handle->partTags.assign(std::max<std::size_t>(1, PartCount()), "");
   handle->partTags[0] = "done";
-  Report(*manager, handle, TransferStatus::IN_PROGRESS);
   return true;
 }
 
 bool TransferTask::DownloadPart(std::size_t part) {
   const std::uint64_t bytes = PartBytes(part);
   const S3Result<Response> outcome = Fetch(part, bytes);
-  if (!outcome.IsSuccess()) {
-    Tell(outcome.GetError());
-    return false;
-  }
+  if (!outcome.IsSuccess()) return Refuse(outcome.GetError());
   if (outcome.GetResult().received != bytes) {
-    Tell(S3Error(S3Errors::UNKNOWN, "", "The object has changed.", true));
-    return false;
+    return Refuse(S3Error(S3Errors::UNKNOWN, "", "The object has changed.", true));
   }
   handle->partTags[part] = "done";
   return true;

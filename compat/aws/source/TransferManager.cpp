@@ -1,11 +1,20 @@
 #include "aws/transfer/TransferManager.h"
 
+#include <boost/algorithm/string/case_conv.hpp>
+#include <boost/uuid/uuid_generators.hpp>
+#include <boost/uuid/uuid_io.hpp>
+
 #include "TransferTask.h"
 
 namespace Aws::Transfer {
 
-TransferManager::TransferManager(const TransferManagerConfiguration& configuration)
-    : config(configuration) {}
+namespace {
+
+String NewId() {
+  return boost::algorithm::to_upper_copy(to_string(boost::uuids::random_generator()()));
+}
+
+}  // namespace
 
 std::shared_ptr<TransferManager> TransferManager::Create(
     const TransferManagerConfiguration& configuration) {
@@ -21,15 +30,18 @@ std::shared_ptr<TransferHandle> TransferManager::UploadFile(
     const String& fileName, const String& bucketName, const String& keyName,
     const String& contentType, const Map<String, String>& metadata,
     const std::shared_ptr<const Client::AsyncCallerContext>& context) {
-  auto handle =
-      std::make_shared<TransferHandle>(TransferDirection::UPLOAD, bucketName, keyName, fileName);
+  auto handle = std::make_shared<TransferHandle>();
+  handle->direction = TransferDirection::UPLOAD;
+  handle->bucket = bucketName;
+  handle->key = keyName;
+  handle->targetFile = fileName;
+  handle->id = NewId();
   handle->contentType = contentType;
   handle->metadata = metadata;
   handle->context = context;
   std::ifstream file = OpenFile(fileName, std::ios::ate);
   if (const std::streamoff size = file.tellg(); file && size >= 0) {
     handle->total = static_cast<std::uint64_t>(size);
-    handle->multipart = handle->total > config.bufferSize;
     Start(handle);
     return handle;
   }
@@ -52,8 +64,12 @@ std::shared_ptr<TransferHandle> TransferManager::DownloadFile(
     std::uint64_t downloadBytes, CreateDownloadStreamCallback writeToStream,
     const DownloadConfiguration&, const String& writeToFile,
     const std::shared_ptr<const Client::AsyncCallerContext>& context) {
-  auto handle = std::make_shared<TransferHandle>(TransferDirection::DOWNLOAD, bucketName, keyName,
-                                                 writeToFile);
+  auto handle = std::make_shared<TransferHandle>();
+  handle->direction = TransferDirection::DOWNLOAD;
+  handle->bucket = bucketName;
+  handle->key = keyName;
+  handle->targetFile = writeToFile;
+  handle->id = NewId();
   handle->offset = fileOffset;
   handle->requestedSize = downloadBytes;
   handle->total = downloadBytes;

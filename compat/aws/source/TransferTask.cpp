@@ -9,15 +9,10 @@ using Compat::Request;
 using Compat::Response;
 using Compat::S3Result;
 using S3::S3Error;
-using S3::S3Errors;
 
 namespace {
 
 constexpr char kMetadataPrefix[] = "x-amz-meta-";
-
-S3Error LocalError(const std::string& message) {
-  return {S3Errors::INTERNAL_FAILURE, "", message, false};
-}
 
 }  // namespace
 
@@ -28,20 +23,25 @@ TransferTask::TransferTask(std::shared_ptr<const TransferManager> owner,
       channel(*manager->config.s3Client->StandInChannel()) {}
 
 TransferTask::~TransferTask() {
-  if (!ran) Report(*manager, handle, TransferStatus::CANCELED);
+  if (!ran) Report(TransferStatus::CANCELED);
 }
 
 void TransferTask::Run() {
   ran = true;
+  bool well = false;
   try {
-    if (handle->direction == TransferDirection::DOWNLOAD) {
-      Download();
+    if (handle->cancelled) {
+      Refuse(Compat::CancelledError());
     } else {
-      Upload();
+      well = handle->direction == TransferDirection::DOWNLOAD ? Download() : Upload();
     }
   } catch (const std::exception& error) {
-    Fail(LocalError(error.what()));
+    Refuse(error.what());
   }
+  if (well) handle->stream.reset();
+  Report(well                ? TransferStatus::COMPLETED
+         : handle->cancelled ? TransferStatus::CANCELED
+                             : TransferStatus::FAILED);
 }
 
 void TransferTask::Report(const TransferManager& manager,
@@ -56,36 +56,23 @@ void TransferTask::Report(const TransferManager& manager,
   }
 }
 
-void TransferTask::Tell(const S3Error& error) {
+bool TransferTask::Refuse(const S3Error& error) {
   {
     const std::lock_guard guard(handle->lock);
     handle->lastError = error;
   }
   if (manager->config.errorCallback) manager->config.errorCallback(manager.get(), handle, error);
-}
-
-void TransferTask::Fail() {
-  Report(*manager, handle, IsCancelled() ? TransferStatus::CANCELED : TransferStatus::FAILED);
-}
-
-void TransferTask::Fail(const S3Error& error) {
-  Tell(error);
-  Fail();
-}
-
-void TransferTask::Complete() {
-  handle->stream.reset();
-  Report(*manager, handle, TransferStatus::COMPLETED);
+  return false;
 }
 
 std::size_t TransferTask::PartCount() const {
   const std::uint64_t size = manager->config.bufferSize;
-  return static_cast<std::size_t>((handle->GetBytesTotalSize() + size - 1) / size);
+  return static_cast<std::size_t>((handle->total + size - 1) / size);
 }
 
 std::uint64_t TransferTask::PartBytes(std::size_t part) const {
   const std::uint64_t size = manager->config.bufferSize;
-  return std::min(size, handle->GetBytesTotalSize() - part * size);
+  return std::min<std::uint64_t>(size, handle->total - part * size);
 }
 
 Request TransferTask::NewRequest(const char* method) const {
@@ -93,14 +80,13 @@ Request TransferTask::NewRequest(const char* method) const {
   request.method = method;
   request.bucket = handle->bucket;
   request.key = handle->key;
-  request.isCancelled = [this] { return IsCancelled(); };
+  request.isCancelled = [this] { return handle->cancelled.load(); };
   return request;
 }
 
 S3Result<Response> TransferTask::SendCounted(Request& request) {
   std::uint64_t counted = 0;
   const auto uncount = [&] {
-    const std::lock_guard guard(handle->lock);
     handle->transferred -= counted;
     counted = 0;
   };
@@ -113,11 +99,8 @@ S3Result<Response> TransferTask::SendCounted(Request& request) {
     if (onAttempt) onAttempt();
   };
   request.onBytes = [&](std::size_t bytes) {
-    {
-      const std::lock_guard guard(handle->lock);
-      handle->transferred += bytes;
-      counted += bytes;
-    }
+    handle->transferred += bytes;
+    counted += bytes;
     if (progress) progress(manager.get(), handle);
   };
   S3Result<Response> outcome = channel.Send(request);
@@ -130,7 +113,8 @@ bool TransferTask::AddMetadata(Request& request) {
   for (const auto& [name, value] : handle->GetMetadata()) {
     if (value.empty() || name == "ETag") continue;
     const std::string line = kMetadataPrefix + name + ": " + value;
-    if (line.find_first_of("\r\n") != std::string::npos) return false;
+    if (line.find_first_of("\r\n") != std::string::npos)
+      return Refuse("The metadata can't be sent.");
     request.headers.push_back(line);
   }
   return true;
@@ -148,14 +132,11 @@ void TransferTask::KeepMetadata(const Response& response) {
 bool TransferTask::RunParts(const std::function<bool(std::size_t)>& work) {
   for (std::size_t part = 0; part < PartCount(); ++part) {
     if (!handle->partTags[part].empty()) continue;
-    if (IsCancelled()) {
-      Tell(Compat::CancelledError());
-      return false;
-    }
+    if (handle->cancelled) return Refuse(Compat::CancelledError());
     if (!work(part)) return false;
-    Report(*manager, handle, TransferStatus::IN_PROGRESS);
+    Report(TransferStatus::IN_PROGRESS);
   }
-  return !IsCancelled();
+  return !handle->cancelled;
 }
 
 }  // namespace Aws::Transfer

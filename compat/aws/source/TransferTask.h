@@ -17,7 +17,7 @@ namespace Aws::Transfer {
 }
 
 // One run of one transfer, on a thread of the executor. A task that is dropped unrun ends its
-// transfer as cancelled.
+// transfer as cancelled. Steps are false once they failed and have told why.
 class TransferTask {
  public:
   TransferTask(std::shared_ptr<const TransferManager> owner,
@@ -33,18 +33,18 @@ class TransferTask {
                      TransferStatus status);
 
  private:
-  void Download();
-  void Upload();
+  [[nodiscard]] bool Download();
   [[nodiscard]] bool DownloadFirstPart();
   [[nodiscard]] bool DownloadPart(std::size_t part);
   [[nodiscard]] Compat::S3Result<Compat::Response> Fetch(std::size_t part, std::uint64_t bytes);
   // The stream, which is made anew until the object's size is known, at that place.
   IOStream* OpenStream(std::uint64_t at);
-  void UploadWhole(std::ifstream& file);
-  void UploadInParts(std::ifstream& file);
+
+  [[nodiscard]] bool Upload();
+  [[nodiscard]] bool UploadWhole(std::ifstream& file);
   [[nodiscard]] bool BeginParts();
   [[nodiscard]] bool UploadPart(std::ifstream& file, std::size_t part);
-  void CompleteParts();
+  [[nodiscard]] bool CompleteParts();
 
   // Runs `work` for each part that isn't done, until one fails.
   [[nodiscard]] bool RunParts(const std::function<bool(std::size_t)>& work);
@@ -52,17 +52,17 @@ class TransferTask {
   [[nodiscard]] Compat::Request NewRequest(const char* method) const;
   // Sends with the bytes counted; those of a failed attempt don't stay.
   [[nodiscard]] Compat::S3Result<Compat::Response> SendCounted(Compat::Request& request);
-  // Adds headers for the content type and the metadata; false if they can't be sent.
+  // Adds headers for the content type and the metadata.
   [[nodiscard]] bool AddMetadata(Compat::Request& request);
   void KeepMetadata(const Compat::Response& response);
   [[nodiscard]] std::uint64_t PartBytes(std::size_t part) const;
   [[nodiscard]] std::size_t PartCount() const;
-  [[nodiscard]] bool IsCancelled() const { return handle->cancelled; }
-  void Tell(const S3::S3Error& error);
-  // Ends the transfer without success.
-  void Fail();
-  void Fail(const S3::S3Error& error);
-  void Complete();
+  void Report(TransferStatus status) { Report(*manager, handle, status); }
+  // Tells why the transfer fails; always false.
+  bool Refuse(const S3::S3Error& error);
+  bool Refuse(const std::string& reason) {
+    return Refuse(S3::S3Error(S3::S3Errors::INTERNAL_FAILURE, "", reason, false));
+  }
 
   const std::shared_ptr<const TransferManager> manager;
   const std::shared_ptr<TransferHandle> handle;

@@ -6,18 +6,10 @@ using Compat::Request;
 using Compat::Response;
 using Compat::S3Result;
 using Compat::XmlElement;
-using S3::S3Error;
-using S3::S3Errors;
 
 namespace {
 
-S3Error LocalError(const char* message) {
-  return {S3Errors::INTERNAL_FAILURE, "", message, false};
-}
-
-constexpr char kCannotOpen[] = "The requested file could not be opened.";
 constexpr char kFileChanged[] = "The file has changed.";
-constexpr char kBadMetadata[] = "The metadata can't be sent.";
 
 bool ReadAt(std::ifstream& file, std::uint64_t at, std::string& bytes) {
   file.clear();
@@ -26,55 +18,35 @@ bool ReadAt(std::ifstream& file, std::uint64_t at, std::string& bytes) {
   return file.good();
 }
 
-std::string HeaderOf(const Response& response, const char* name) {
-  const auto header = response.headers.find(name);
-  return header == response.headers.end() ? std::string() : header->second;
-}
-
 }  // namespace
 
-void TransferTask::Upload() {
+bool TransferTask::Upload() {
   std::ifstream file = OpenFile(handle->targetFile);
-  if (!file) return Fail(LocalError(kCannotOpen));
-  Report(*manager, handle, TransferStatus::IN_PROGRESS);
-  if (IsCancelled()) return Fail(Compat::CancelledError());
-  if (handle->IsMultipart()) {
-    UploadInParts(file);
-  } else {
-    UploadWhole(file);
-  }
+  if (!file) return Refuse("The requested file could not be opened.");
+  Report(TransferStatus::IN_PROGRESS);
+  if (handle->total <= manager->config.bufferSize) return UploadWhole(file);
+  if (handle->uploadId.empty() && !BeginParts()) return false;
+  return RunParts([&](std::size_t part) { return UploadPart(file, part); }) && CompleteParts();
 }
 
-void TransferTask::UploadWhole(std::ifstream& file) {
-  std::string bytes(handle->GetBytesTotalSize(), '\0');
-  if (!ReadAt(file, 0, bytes)) return Fail(LocalError(kFileChanged));
+bool TransferTask::UploadWhole(std::ifstream& file) {
+  std::string bytes(handle->total, '\0');
+  if (!ReadAt(file, 0, bytes)) return Refuse(kFileChanged);
   Request request = NewRequest("PUT");
   request.body = bytes;
-  if (!AddMetadata(request)) return Fail(LocalError(kBadMetadata));
+  if (!AddMetadata(request)) return false;
   const S3Result<Response> outcome = SendCounted(request);
-  if (!outcome.IsSuccess()) return Fail(outcome.GetError());
+  if (!outcome.IsSuccess()) return Refuse(outcome.GetError());
   KeepMetadata(outcome.GetResult());
-  Complete();
-}
-
-void TransferTask::UploadInParts(std::ifstream& file) {
-  if (handle->uploadId.empty() && !BeginParts()) return;
-  if (!RunParts([&](std::size_t part) { return UploadPart(file, part); })) return Fail();
-  CompleteParts();
+  return true;
 }
 
 bool TransferTask::BeginParts() {
   Request request = NewRequest("POST");
   request.query = {{"uploads", ""}};
-  if (!AddMetadata(request)) {
-    Fail(LocalError(kBadMetadata));
-    return false;
-  }
+  if (!AddMetadata(request)) return false;
   const S3Result<XmlElement> reply = channel.SendForXml(request, "InitiateMultipartUploadResult");
-  if (!reply.IsSuccess()) {
-    Fail(reply.GetError());
-    return false;
-  }
+  if (!reply.IsSuccess()) return Refuse(reply.GetError());
   handle->uploadId = reply.GetResult().ChildText("UploadId");
   handle->partTags.assign(PartCount(), "");
   return true;
@@ -82,25 +54,19 @@ bool TransferTask::BeginParts() {
 
 bool TransferTask::UploadPart(std::ifstream& file, std::size_t part) {
   std::string bytes(PartBytes(part), '\0');
-  if (!ReadAt(file, part * manager->config.bufferSize, bytes)) {
-    Tell(LocalError(kFileChanged));
-    return false;
-  }
+  if (!ReadAt(file, part * manager->config.bufferSize, bytes)) return Refuse(kFileChanged);
   Request request = NewRequest("PUT");
   request.query = {{"partNumber", std::to_string(part + 1)}, {"uploadId", handle->uploadId}};
   request.headers = {"Content-Type: application/octet-stream"};
   request.body = bytes;
   const S3Result<Response> outcome = SendCounted(request);
-  if (!outcome.IsSuccess()) {
-    Tell(outcome.GetError());
-    return false;
-  }
-  const std::string tag = HeaderOf(outcome.GetResult(), "etag");
-  handle->partTags[part] = tag.empty() ? "-" : tag;
+  if (!outcome.IsSuccess()) return Refuse(outcome.GetError());
+  const auto tag = outcome.GetResult().headers.find("etag");
+  handle->partTags[part] = tag == outcome.GetResult().headers.end() ? "-" : tag->second;
   return true;
 }
 
-void TransferTask::CompleteParts() {
+bool TransferTask::CompleteParts() {
   std::string document = "<CompleteMultipartUpload>";
   for (std::size_t part = 0; part < handle->partTags.size(); ++part) {
     document += "<Part><PartNumber>" + std::to_string(part + 1) + "</PartNumber><ETag>" +
@@ -114,13 +80,11 @@ void TransferTask::CompleteParts() {
   const S3Result<XmlElement> reply = channel.SendForXml(request, "CompleteMultipartUploadResult");
   if (!reply.IsSuccess()) {
     if (reply.GetError().GetExceptionName() == "NoSuchUpload") handle->uploadId.clear();
-    return Fail(reply.GetError());
+    return Refuse(reply.GetError());
   }
-  {
-    const std::lock_guard guard(handle->lock);
-    handle->metadata["ETag"] = reply.GetResult().ChildText("ETag");
-  }
-  Complete();
+  const std::lock_guard guard(handle->lock);
+  handle->metadata["ETag"] = reply.GetResult().ChildText("ETag");
+  return true;
 }
 
 }  // namespace Aws::Transfer

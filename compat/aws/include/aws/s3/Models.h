@@ -1,12 +1,27 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
 
-#include "aws/core/utils/DateTime.h"
 #include "aws/core/utils/memory/stl/AWSStreamFwd.h"
 #include "aws/core/utils/memory/stl/AWSString.h"
-#include "aws/core/utils/memory/stl/AWSVector.h"
+
+namespace Aws::Utils {
+
+// A moment, UTC.
+class DateTime {
+ public:
+  explicit DateTime(std::int64_t value) : seconds(value) {}
+  [[nodiscard]] std::int64_t Seconds() const { return seconds; }
+
+ private:
+  std::int64_t seconds;
+};
+
+}  // namespace Aws::Utils
 
 namespace Aws::S3::Model {
 
@@ -53,8 +68,8 @@ class OfKey {
 
 class Bucket {
  public:
+  explicit Bucket(String value) : name(std::move(value)) {}
   [[nodiscard]] const String& GetName() const { return name; }
-  void SetName(String value) { name = std::move(value); }
 
  private:
   String name;
@@ -62,8 +77,8 @@ class Bucket {
 
 class CommonPrefix {
  public:
+  explicit CommonPrefix(String value) : prefix(std::move(value)) {}
   [[nodiscard]] const String& GetPrefix() const { return prefix; }
-  void SetPrefix(String value) { prefix = std::move(value); }
 
  private:
   String prefix;
@@ -73,23 +88,24 @@ class ObjectIdentifier : public OfKey {};
 
 class Object : public OfKey {
  public:
+  Object(String objectKey, long long bytes, const Utils::DateTime& changed)
+      : size(bytes), lastModified(changed) {
+    SetKey(std::move(objectKey));
+  }
   [[nodiscard]] long long GetSize() const { return size; }
-  void SetSize(long long value) { size = value; }
   [[nodiscard]] const Utils::DateTime& GetLastModified() const { return lastModified; }
-  void SetLastModified(const Utils::DateTime& value) { lastModified = value; }
 
  private:
-  long long size = 0;
+  long long size;
   Utils::DateTime lastModified;
 };
 
 // Why one object of a request for many failed.
-class Error : public OfKey {
+class Error {
  public:
+  Error(String name, String text) : code(std::move(name)), message(std::move(text)) {}
   [[nodiscard]] const String& GetCode() const { return code; }
-  void SetCode(String value) { code = std::move(value); }
   [[nodiscard]] const String& GetMessage() const { return message; }
-  void SetMessage(String value) { message = std::move(value); }
 
  private:
   String code;
@@ -98,11 +114,11 @@ class Error : public OfKey {
 
 class Delete {
  public:
-  [[nodiscard]] const Vector<ObjectIdentifier>& GetObjects() const { return objects; }
+  [[nodiscard]] const std::vector<ObjectIdentifier>& GetObjects() const { return objects; }
   void AddObjects(ObjectIdentifier value) { objects.push_back(std::move(value)); }
 
  private:
-  Vector<ObjectIdentifier> objects;
+  std::vector<ObjectIdentifier> objects;
 };
 
 class CreateBucketConfiguration {
@@ -152,11 +168,11 @@ class DeleteObjectsRequest : public OfBucket {
 
 class DeleteObjectsResult {
  public:
-  [[nodiscard]] const Vector<Error>& GetErrors() const { return errors; }
+  [[nodiscard]] const std::vector<Error>& GetErrors() const { return errors; }
   void AddErrors(Error value) { errors.push_back(std::move(value)); }
 
  private:
-  Vector<Error> errors;
+  std::vector<Error> errors;
 };
 
 class GetObjectRequest : public OfBucket, public OfKey {};
@@ -172,45 +188,35 @@ class GetObjectResult {
 
 class ListBucketsResult {
  public:
-  [[nodiscard]] const Vector<Bucket>& GetBuckets() const { return buckets; }
+  [[nodiscard]] const std::vector<Bucket>& GetBuckets() const { return buckets; }
   void AddBuckets(Bucket value) { buckets.push_back(std::move(value)); }
 
  private:
-  Vector<Bucket> buckets;
+  std::vector<Bucket> buckets;
 };
 
 class ListObjectsRequest : public OfBucket {
  public:
-  [[nodiscard]] const String& GetDelimiter() const { return delimiter; }
-  void SetDelimiter(String value) {
-    delimiter = std::move(value);
-    delimiterSet = true;
-  }
-  [[nodiscard]] bool DelimiterHasBeenSet() const { return delimiterSet; }
-  [[nodiscard]] const String& GetPrefix() const { return prefix; }
-  void SetPrefix(String value) {
-    prefix = std::move(value);
-    prefixSet = true;
-  }
-  [[nodiscard]] bool PrefixHasBeenSet() const { return prefixSet; }
+  [[nodiscard]] const std::optional<String>& GetDelimiter() const { return delimiter; }
+  void SetDelimiter(String value) { delimiter = std::move(value); }
+  [[nodiscard]] const std::optional<String>& GetPrefix() const { return prefix; }
+  void SetPrefix(String value) { prefix = std::move(value); }
 
  private:
-  String delimiter;
-  String prefix;
-  bool delimiterSet = false;
-  bool prefixSet = false;
+  std::optional<String> delimiter;
+  std::optional<String> prefix;
 };
 
 class ListObjectsResult {
  public:
-  [[nodiscard]] const Vector<Object>& GetContents() const { return contents; }
+  [[nodiscard]] const std::vector<Object>& GetContents() const { return contents; }
   void AddContents(Object value) { contents.push_back(std::move(value)); }
-  [[nodiscard]] const Vector<CommonPrefix>& GetCommonPrefixes() const { return commonPrefixes; }
-  void AddCommonPrefixes(CommonPrefix value) { commonPrefixes.push_back(std::move(value)); }
+  [[nodiscard]] const std::vector<CommonPrefix>& GetCommonPrefixes() const { return prefixes; }
+  void AddCommonPrefixes(CommonPrefix value) { prefixes.push_back(std::move(value)); }
 
  private:
-  Vector<Object> contents;
-  Vector<CommonPrefix> commonPrefixes;
+  std::vector<Object> contents;
+  std::vector<CommonPrefix> prefixes;
 };
 
 }  // namespace Aws::S3::Model

@@ -2,10 +2,8 @@
 
 #include <memory>
 
-#include "aws/core/auth/AWSAuthSigner.h"
 #include "aws/core/auth/AWSCredentials.h"
 #include "aws/core/client/ClientConfiguration.h"
-#include "aws/core/utils/Outcome.h"
 #include "aws/s3/Models.h"
 #include "aws/s3/S3Errors.h"
 
@@ -13,11 +11,19 @@ namespace Aws::Compat {
 class Channel;
 }  // namespace Aws::Compat
 
+namespace Aws::Client {
+
+class AWSAuthV4Signer {
+ public:
+  // Bodies are never signed here, as the transport protects them.
+  enum class PayloadSigningPolicy { RequestDependent, Always, Never };
+};
+
+}  // namespace Aws::Client
+
 namespace Aws::S3 {
 
 namespace Model {
-template <typename R>
-using S3Outcome = Utils::Outcome<R, S3Error>;
 using CopyObjectOutcome = S3Outcome<CopyObjectResult>;
 using CreateBucketOutcome = S3Outcome<CreateBucketResult>;
 using DeleteObjectsOutcome = S3Outcome<DeleteObjectsResult>;

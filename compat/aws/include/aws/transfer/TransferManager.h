@@ -17,11 +17,11 @@ using ErrorCallback = std::function<void(
     const TransferManager*, const std::shared_ptr<const TransferHandle>&, const S3::S3Error&)>;
 
 struct TransferManagerConfiguration {
-  explicit TransferManagerConfiguration(Utils::Threading::Executor* executor)
+  explicit TransferManagerConfiguration(Utils::Threading::PooledThreadExecutor* executor)
       : transferExecutor(executor) {}
 
   std::shared_ptr<S3::S3Client> s3Client;
-  Utils::Threading::Executor* transferExecutor;
+  Utils::Threading::PooledThreadExecutor* transferExecutor;
   std::uint64_t transferBufferMaxHeapSize = 50u << 20;  // all part buffers together
   std::uint64_t bufferSize = 5u << 20;                  // larger transfers go in parts of this size
   UploadProgressCallback uploadProgressCallback;
@@ -61,7 +61,8 @@ class TransferManager : public std::enable_shared_from_this<TransferManager> {
  private:
   friend class TransferTask;
 
-  explicit TransferManager(const TransferManagerConfiguration& configuration);
+  explicit TransferManager(const TransferManagerConfiguration& configuration)
+      : config(configuration) {}
   void Start(const std::shared_ptr<TransferHandle>& handle);
   void Retry(const std::shared_ptr<TransferHandle>& handle);
 

@@ -8,7 +8,6 @@ namespace Aws::Auth {
 
 class AWSCredentials {
  public:
-  AWSCredentials() = default;
   AWSCredentials(String access, String secret)
       : accessKey(std::move(access)), secretKey(std::move(secret)) {}
 

@@ -5,10 +5,7 @@
 namespace Aws::Client {
 
 struct ClientConfiguration {
-  // Takes the region from AWS_DEFAULT_REGION or AWS_REGION.
-  ClientConfiguration();
-
-  String region;
+  String region = "us-east-1";
   bool verifySSL = true;
   long connectTimeoutMs = 1000;
   long requestTimeoutMs = 3000;  // without a byte

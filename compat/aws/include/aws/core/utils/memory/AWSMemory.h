@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdlib>
 #include <memory>
 #include <utility>
 
@@ -9,11 +8,6 @@ namespace Aws {
 template <typename T, typename... Args>
 T* New(const char*, Args&&... args) {
   return new T(std::forward<Args>(args)...);
-}
-
-template <typename T>
-void Delete(T* object) {
-  delete object;
 }
 
 template <typename T, typename... Args>

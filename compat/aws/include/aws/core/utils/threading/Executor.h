@@ -1,23 +1,31 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
-#include <utility>
+#include <memory>
+#include <thread>
 
 namespace Aws::Utils::Threading {
 
-// Runs tasks on other threads.
-class Executor {
+// A fixed number of threads, which run tasks in the order in which they came. The destructor waits
+// for the running tasks and drops the queued ones. Any thread.
+class PooledThreadExecutor {
  public:
-  virtual ~Executor() = default;
+  using ThreadMaker = std::function<std::thread(const std::function<void()>&)>;
 
-  template <typename Fn, typename... Args>
-  bool Submit(Fn&& task, Args&&... args) {
-    return SubmitToThread(std::bind(std::forward<Fn>(task), std::forward<Args>(args)...));
-  }
+  // Throws what the making of a thread throws, and leaves none behind then.
+  explicit PooledThreadExecutor(std::size_t poolSize, const ThreadMaker& makeThread = {});
+  ~PooledThreadExecutor();
+  PooledThreadExecutor(const PooledThreadExecutor&) = delete;
+  PooledThreadExecutor& operator=(const PooledThreadExecutor&) = delete;
 
- protected:
-  // False if the task was refused.
-  virtual bool SubmitToThread(std::function<void()>&& task) = 0;
+  // Drops the task if the pool is ending.
+  void Submit(std::function<void()> task);
+
+ private:
+  struct Pool;
+  void Stop();
+  std::shared_ptr<Pool> pool;
 };
 
 }  // namespace Aws::Utils::Threading

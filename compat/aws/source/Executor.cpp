@@ -1,4 +1,4 @@
-#include "aws/core/utils/threading/PooledThreadExecutor.h"
+#include "aws/core/utils/threading/Executor.h"
 
 #include <condition_variable>
 #include <deque>
@@ -30,11 +30,13 @@ struct PooledThreadExecutor::Pool {
   }
 };
 
-PooledThreadExecutor::PooledThreadExecutor(std::size_t poolSize) : pool(std::make_shared<Pool>()) {
+PooledThreadExecutor::PooledThreadExecutor(std::size_t poolSize, const ThreadMaker& makeThread)
+    : pool(std::make_shared<Pool>()) {
+  const std::function<void()> run = [keep = pool] { keep->Run(); };
   try {
     for (std::size_t i = 0; i < poolSize; ++i) {
       const std::lock_guard guard(pool->lock);
-      pool->threads.emplace_back([keep = pool] { keep->Run(); });
+      pool->threads.push_back(makeThread ? makeThread(run) : std::thread(run));
     }
   } catch (...) {
     Stop();  // those that were made
@@ -65,14 +67,13 @@ void PooledThreadExecutor::Stop() {
   }
 }
 
-bool PooledThreadExecutor::SubmitToThread(std::function<void()>&& task) {
+void PooledThreadExecutor::Submit(std::function<void()> task) {
   {
     const std::lock_guard guard(pool->lock);
-    if (pool->stopping) return false;
+    if (pool->stopping) return;
     pool->tasks.push_back(std::move(task));
   }
   pool->changed.notify_one();
-  return true;
 }
 
 }  // namespace Aws::Utils::Threading
