@@ -69,10 +69,16 @@ TEST_F(Cache, TakesLimitsWithinTheirRange) {
   EXPECT_THROW(Open({{"CacheSizeGigabytes", "much"}}), std::invalid_argument);
   EXPECT_THROW(Open({{"CacheRetentionSeconds", "99999999999"}}), std::out_of_range);
   using Row = std::pair<const char*, std::int64_t>;
-  for (const auto& [text, gigabytes] :
-       {Row{"0", 50}, {"1", 1}, {"1024", 1024}, {"1025", 50}, {"2x", 2}}) {
+  bundle.drives.Add(tree.Root());
+  const struct {
+    const char* text;
+    std::uint64_t disk, limit;  // gigabytes; 0: not known
+  } sizes[] = {{"0", 0, 50}, {"1", 0, 1},    {"1024", 0, 1024}, {"1025", 0, 50},
+               {"2x", 0, 2}, {"50", 20, 18}, {"50", 60, 50}};
+  for (const auto& [text, disk, limit] : sizes) {
+    bundle.drives.SetSpace(tree.Root(), {disk * kGigabyte, 0, 0});
     AwsCache cache = Open({{"CacheSizeGigabytes", text}});
-    Add(cache, "old", static_cast<std::uint64_t>(gigabytes) * kGigabyte - 1);
+    Add(cache, "old", limit * kGigabyte - 1);
     Add(cache, "fits", 1);
     EXPECT_TRUE(fs::exists(tree.Path("old"))) << text;
     Add(cache, "over", 1);
