@@ -101,7 +101,11 @@ bool TransferEvents::Settle(AwsResult& result) {
     const std::lock_guard guard(lock);
     open = scanner != nullptr;
   }
-  const bool well = open && result.Download()->Settle();
+  bool well = false;
+  if (open) {
+    const std::lock_guard one(settling);
+    well = result.Download()->Settle();
+  }
   if (open && !well) LogError(("cannot write " + result.File()).c_str());
   result.NoteSettled(well);
   return well;

@@ -51,6 +51,9 @@ class TransferEvents {
   const bool notifies;
   qv::kelvo::Clock& clock;
 
+  // One download takes its place at a time. Threads that write the pages of one file at once would
+  // spin for it: a twelfth of what a playback costs.
+  std::mutex settling;
   std::mutex lock;
   std::condition_variable gone;
   IScanner* scanner;
