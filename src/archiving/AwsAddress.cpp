@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "archiving/AwsText.h"
-
 namespace qvArchiving {
 
 namespace {

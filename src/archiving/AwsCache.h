@@ -7,19 +7,32 @@
 #include <unordered_map>
 #include <vector>
 
-#include "archiving/ICache.h"
-#include "archiving/ScannerProperties.h"
-#include "platform/Platform.h"
+#include "archiving/IScanner.h"
 
 namespace qvArchiving {
 
-// The downloaded files below a target's mounted path: the oldest go when they are too old or when
-// all together are too large, for the limit or for their disk less a tenth. Limits are looked at
-// when a file is added or about to be fetched, and then only.
+// Keeps downloaded files within limits.
+class ICache {
+ public:
+  virtual ~ICache() = default;
+
+  // Takes note of a file that was downloaded; may remove others. Throws what the file system
+  // throws. Any thread. The second argument may be ignored.
+  virtual void Add(const ScannedFile& file, std::uint64_t hint) = 0;
+};
+
+// The downloaded files below a target's mounted path, within limits: the oldest go when they are
+// too old, or when all together are too large for the limit or for their disk less a tenth; then
+// down to nine tenths, so that not every file that comes makes one go. It keeps the sum of their
+// sizes and looks at limits when a file is added or about to be fetched and when the disk is full;
+// it has no thread. Files that others remove drop out when their turn comes. One for each mounted
+// path, whatever number of scanners it has: they own it together, and a scanner that is made while
+// the earlier one still ends goes on with it. What a search lists counts as used
+// and goes last. Any thread; one lock, held across removals.
 class AwsCache : public ICache {
  public:
-  // Takes in what lies there. Throws std::out_of_range without a mounted path, and what a number
-  // that is none and the file system throw.
+  // Takes in what lies there; borrows `system` for its life. Throws std::out_of_range without a
+  // mounted path, and what a number that is none and the file system throw.
   AwsCache(const ScannerProperties& values, qv::kelvo::Platform& system);
   // The one that looks after the mounted path, which is made if there is none; throws likewise.
   [[nodiscard]] static std::shared_ptr<AwsCache> Of(const ScannerProperties& values,

@@ -13,8 +13,8 @@
 #include <limits>
 #include <stdexcept>
 
+#include "archiving/AwsAddress.h"
 #include "archiving/AwsScanner.h"
-#include "archiving/AwsText.h"
 #include "archiving/CLocalDiskScanner.h"
 #include "host/Log.h"
 

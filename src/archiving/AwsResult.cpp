@@ -3,7 +3,7 @@
 #include <chrono>
 #include <utility>
 
-#include "archiving/AwsText.h"
+#include "archiving/AwsAddress.h"
 
 namespace qvArchiving {
 

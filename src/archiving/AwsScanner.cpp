@@ -6,10 +6,11 @@
 #include <algorithm>
 #include <iterator>
 #include <stdexcept>
+#include <system_error>
 
 #include "archiving/AwsAddress.h"
-#include "archiving/AwsText.h"
 #include "host/Log.h"
+#include "platform/Threads.h"
 
 namespace qvArchiving {
 
@@ -28,6 +29,34 @@ constexpr std::size_t kMaxWorkingPaths = 2;
 constexpr char kWorking[] = "working";
 
 }  // namespace
+
+Background::~Background() {
+  for (Worker& worker : workers) worker.thread.join();
+}
+
+void Background::Run(const std::function<void()>& task) {
+  const auto begin = [&]() -> bool {
+    const std::lock_guard guard(lock);
+    workers.remove_if([](Worker& worker) {
+      if (worker.over) worker.thread.join();
+      return worker.over;
+    });
+    Worker& worker = workers.emplace_back();
+    try {
+      worker.thread = std::thread([this, &worker, task] {
+        qv::kelvo::PrepareThread();
+        task();
+        const std::lock_guard ending(lock);
+        worker.over = true;
+      });
+      return true;
+    } catch (const std::system_error&) {
+      workers.pop_back();
+      return false;
+    }
+  };
+  if (!begin()) task();
+}
 
 AwsScanner::AwsScanner(const ScannerProperties& values, const ScannerCallback& sink,
                        qv::kelvo::Platform& system)

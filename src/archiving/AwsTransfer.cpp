@@ -2,8 +2,8 @@
 #include <exception>
 #include <stdexcept>
 
+#include "archiving/AwsAddress.h"
 #include "archiving/AwsScanner.h"
-#include "archiving/AwsText.h"
 #include "archiving/CLocalDiskScanner.h"
 #include "archiving/Landing.h"
 #include "host/Log.h"

@@ -20,11 +20,12 @@ class IResult {
  public:
   virtual ~IResult() = default;
 
-  // Blocks until the transfer is over and, if anybody is to be told, has been told (at most a
-  // second later).
+  // Blocks until the transfer is over, then, for no more than a second, until a download is in its
+  // place and everybody has been told.
   virtual void Wait() = 0;
-  // Asks the transfer to stop; it ends as CANCELED, unless it ended before.
+  // Asks the transfer to stop; it ends as CANCELED, unless its end was near.
   virtual void Cancel() = 0;
+  // True for the first caller of a transfer's run; false without a transfer.
   virtual bool LockForCompletion() = 0;
   // Forgets the transfer: from then on this is a result without one.
   virtual void ReleaseHandle() = 0;
@@ -39,7 +40,8 @@ class IResult {
   [[nodiscard]] virtual std::map<std::string, std::string> GetMetadata() const = 0;
   // From start to completion; meaningless for a transfer that didn't complete.
   [[nodiscard]] virtual std::int64_t GetElapsedMs() const = 0;
-  // Waits no longer than that; whether the transfer is over and everybody has been told.
+  // Waits no longer than that; whether the transfer is over and everybody has been told. To the end
+  // where this isn't overridden.
   virtual bool WaitFor(std::chrono::milliseconds) {
     Wait();
     return true;

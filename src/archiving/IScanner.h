@@ -10,8 +10,6 @@
 #include <utility>
 #include <vector>
 
-#include "archiving/ScannedFile.h"
-#include "archiving/ScannerProperties.h"
 #include "platform/Platform.h"
 
 namespace qvArchiving {
@@ -19,9 +17,55 @@ namespace qvArchiving {
 class IResult;
 class IScanner;
 
-// Told of transfers, on a thread of the target's pool, which it must not hold up: "Result" is
-// "Status", "Progress" or "Error". It may start transfers, but must not drop the last reference to
-// the scanner.
+// The configuration of one archive target, all values as text.
+using ScannerProperties = std::map<std::string, std::string>;
+
+namespace property {
+inline constexpr char kType[] = "Type";
+inline constexpr char kFullName[] = "FullName";                  // the target's address
+inline constexpr char kFullyMountedPath[] = "FullyMountedPath";  // prefix of its local copies
+inline constexpr char kUserName[] = "UserName";
+inline constexpr char kPassword[] = "Password";
+inline constexpr char kVerifySSL[] = "VerifySSL";  // "true" turns certificate checks on
+inline constexpr char kSuppressWorkingFiles[] = "SuppressWorkingFiles";  // presence counts
+inline constexpr char kCacheEnable[] = "CacheEnable";                    // presence counts
+inline constexpr char kCacheSizeGigabytes[] = "CacheSizeGigabytes";
+inline constexpr char kCacheRetentionSeconds[] = "CacheRetentionSeconds";
+// Known to configurations, without effect.
+inline constexpr char kMultipart[] = "Multipart";
+inline constexpr char kDirection[] = "Direction";
+inline constexpr char kRegion[] = "Region";
+}  // namespace property
+
+// The number that the text begins with. Throws std::invalid_argument if there is none and
+// std::out_of_range if it doesn't fit.
+[[nodiscard]] int ParseDecimal(const std::string& text);
+
+// The property's value, "" if it is absent.
+[[nodiscard]] std::string PropertyOr(const ScannerProperties& properties, const char* key);
+
+// One file of a listing or of the cache.
+struct ScannedFile {
+  boost::filesystem::path path;
+  std::string name;  // last component of the path
+  std::uint64_t size = 0;
+  bool byName = false;        // how this record is sorted: by name, else by `modified`
+  std::int64_t modified = 0;  // seconds since 1970; 0: not asked for
+};
+
+// The record that goes in decides the order; records of one set agree on it.
+struct ScannedFileOrder {
+  bool operator()(const ScannedFile& a, const ScannedFile& b) const {
+    return a.byName ? a.name < b.name : a.modified < b.modified;
+  }
+};
+
+// Equal keys stay beside one another.
+using ScannedFileSet = std::multiset<ScannedFile, ScannedFileOrder>;
+
+// Told of transfers: "Result" is "Status", "Progress" or "Error". Called on a thread of the
+// transfer library, which it must not hold up, or of whoever starts a transfer. It may start
+// transfers, but must not drop the last reference to the scanner.
 using ScannerCallback = std::function<void(IScanner&, const std::shared_ptr<IResult>&,
                                            const std::map<std::string, std::string>&)>;
 
@@ -80,7 +124,7 @@ class IScanner : public std::enable_shared_from_this<IScanner> {
                                           const boost::filesystem::path& remote,
                                           const std::map<std::string, std::string>& metadata) = 0;
   // The whole file when offset and size are 0, replacing the local one; else that range, at its
-  // place in the local file, which stays as it was unless the transfer completes.
+  // place in the local file. Unless the transfer completes, the local file stays as good as it was.
   virtual std::shared_ptr<IResult> Download(const boost::filesystem::path& remote,
                                             const boost::filesystem::path& local,
                                             std::int64_t offset, std::int64_t size) = 0;
@@ -96,7 +140,7 @@ class IScanner : public std::enable_shared_from_this<IScanner> {
   // Runs a question to this target where it holds nobody up, which may be right here. It must not
   // keep the target, whose end waits for it, and must not throw.
   virtual void InBackground(const std::function<void()>& question) { question(); }
-  // How many of its requests the store has refused or left unanswered so far.
+  // How many questions, transfers not among them, the store has refused or left unanswered so far.
   [[nodiscard]] virtual std::uint64_t StoreErrors() const { return 0; }
   // Local copies that somebody is about to read: they stay longer than others.
   virtual void NoteUse(const std::vector<std::string>& /*paths*/) {}

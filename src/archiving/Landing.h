@@ -14,8 +14,14 @@
 namespace qvArchiving {
 
 // Where one download comes down: into memory or, if it is large, a file beside its own, until all
-// has come. Only then does it take its place. What a transfer leaves that breaks off never shows.
-// Always held by a shared pointer, since the library's streams keep it. Any thread.
+// has come. Only then does it take its place, so that under its own name a file is whole or not
+// there, and what a transfer leaves that breaks off never shows. A whole file takes its place by
+// one rename. A range is written from its end to its beginning, in pages, which the system writes
+// in one piece: a frame whose beginning can be read is whole, for who reads meanwhile and after the
+// death of the process. In larger pieces that wouldn't hold, and cost the write a fifth less.
+//
+// Its result owns it, with the library's streams; hence always held by a shared pointer. Any
+// thread.
 class Landing : public std::enable_shared_from_this<Landing> {
  public:
   struct Place {
@@ -33,16 +39,14 @@ class Landing : public std::enable_shared_from_this<Landing> {
   Landing(const Landing&) = delete;
   Landing& operator=(const Landing&) = delete;
 
-  // What is held in memory at most.
+  // What is held in memory at most, besides what the library hasn't flushed yet.
   static constexpr std::uint64_t kHeld = 5u << 20;
 
   // A stream that takes what comes from the beginning, in place of what came before; for the
   // library, which frees it. Bytes count once it is flushed.
   [[nodiscard]] Aws::IOStream* NewStream();
 
-  // Puts in its place what came: a whole file in one step, a range from its end to its beginning,
-  // page by page: where a frame's beginning can be read, the rest is there. False, with
-  // the local copy as good as before, when that fails.
+  // Puts in its place what came. False, with the local copy as good as before, when that fails.
   [[nodiscard]] bool Settle();
 
  private:

@@ -14,8 +14,13 @@
 
 namespace qvArchiving {
 
-// Where all who want files of a bucket ask for them. Equal wishes share one transfer; one that
-// nobody waits for any more is cancelled. One desk for each mounted path. Any thread.
+// Where all who want files of a bucket ask for them. It knows what is under way: equal wishes share
+// one transfer, whichever search or scanner they come from, and one that nobody waits for any more
+// is cancelled. What has come it forgets with the last ticket: the local copy tells.
+//
+// One desk for each mounted path, owned by the tickets and made anew when there is none. It has no
+// thread; transfers run on their scanner's. Any thread; the lock is held while a transfer is
+// started, never while one is waited for.
 class TransferDesk : public std::enable_shared_from_this<TransferDesk> {
   struct Transfer;
 
@@ -24,8 +29,9 @@ class TransferDesk : public std::enable_shared_from_this<TransferDesk> {
     std::string path;  // of the local copy
     std::uint64_t offset = 0;
     std::uint64_t bytes = 0;           // with offset 0: 0 for the whole file
-    std::uint64_t limit = UINT64_MAX;  // a larger file is refused
-    // Asked when no such transfer is under way: true for what is here already. May be empty.
+    std::uint64_t limit = UINT64_MAX;  // what is seen to be larger while it is waited for ends
+    // Asked when no such transfer is under way: true for what is here already. Must not use the
+    // desk. May be empty.
     std::function<bool()> isHere;
   };
 

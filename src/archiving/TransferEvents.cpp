@@ -4,7 +4,7 @@
 #include <exception>
 #include <utility>
 
-#include "archiving/AwsText.h"
+#include "archiving/AwsAddress.h"
 #include "host/Log.h"
 
 namespace qvArchiving {

@@ -9,9 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include "archiving/AwsCache.h"
 #include "archiving/AwsResult.h"
-#include "archiving/ICache.h"
-#include "archiving/IScanner.h"
 
 namespace qvArchiving {
 
@@ -34,8 +33,9 @@ class TransferEvents {
 
   // Takes note of a transfer that was started.
   void Track(const AwsResult::Handle& handle);
-  // Forgets scanner and cache, when nobody is being told on another thread any more; what comes
-  // down from then on doesn't settle. Then cancels what is under way and waits for its end.
+  // Forgets scanner and cache, so that nobody else is told and what comes down from then on doesn't
+  // settle; waits for those that are being told on other threads; then cancels what is under way
+  // and waits for its end.
   void Close();
 
  private:

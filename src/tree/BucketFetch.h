@@ -56,7 +56,8 @@ class BucketAccess {
   // False if that was done before or nothing came.
   [[nodiscard]] bool Renew(const Scanner& target, const std::string& path);
 
-  // Begins to bring down a stretch of a recording, and its head if that isn't there.
+  // Begins to bring down a stretch of a recording, and its head if that isn't there. Empty for a
+  // store that is left alone.
   [[nodiscard]] Fetch Begin(const Scanner& target, const std::string& path, std::uint64_t offset,
                             std::uint64_t bytes);
   // Waits for it; whether all of it is there.
@@ -73,7 +74,7 @@ class BucketAccess {
     std::string lastWithFiles;       // the latest directory that had any
   };
 
-  // Null when the store is left alone or the search was given up.
+  // Null when the store is left alone or the search was given up. Throws what the question throws.
   std::shared_ptr<Answer> Ask(const Scanner& target, Question question);
   void List(const Scanner& target, const std::string& directory);
   void FetchFrom(const Scanner& target, const std::string& directory,
