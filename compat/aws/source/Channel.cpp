@@ -177,7 +177,7 @@ HeaderList Headers(const std::vector<std::string>& lines) {
   for (const std::string& line : lines) {
     curl_slist* longer = curl_slist_append(list.get(), line.c_str());
     if (longer == nullptr) throw std::bad_alloc();
-    list.release();
+    (void)list.release();
     list.reset(longer);
   }
   return list;

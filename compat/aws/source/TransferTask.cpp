@@ -112,7 +112,8 @@ bool TransferTask::AddMetadata(Request& request) {
   request.headers.push_back("Content-Type: " + handle->contentType);
   for (const auto& [name, value] : handle->GetMetadata()) {
     if (value.empty() || name == "ETag") continue;
-    const std::string line = kMetadataPrefix + name + ": " + value;
+    std::string line = kMetadataPrefix;
+    line.append(name).append(": ").append(value);
     if (line.find_first_of("\r\n") != std::string::npos)
       return Refuse("The metadata can't be sent.");
     request.headers.push_back(line);
