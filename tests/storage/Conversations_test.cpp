@@ -5,7 +5,6 @@
 #include <sstream>
 
 #include "storage/Cleanup.h"
-#include "storage/RecordingRemoval.h"
 #include "tests/storage/RecordingForest.h"
 #include "tests/support/Conversation.h"
 #ifndef _WIN32

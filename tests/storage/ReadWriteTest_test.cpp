@@ -1,4 +1,4 @@
-#include "storage/ReadWriteTest.h"
+#include "storage/StatusReport.h"
 
 #include <gtest/gtest.h>
 

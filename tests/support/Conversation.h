@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,11 @@ struct Step {
 struct Conversation {
   std::string name;
   std::vector<Step> steps;
+
+  // For the name of its test, which would otherwise tell of addresses.
+  friend void PrintTo(const Conversation& conversation, std::ostream* out) {
+    *out << conversation.steps.size() << " steps";
+  }
 };
 
 // Conversations from a text file: a line that begins in the first column is a command with its
