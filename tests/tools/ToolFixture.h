@@ -18,36 +18,33 @@ struct Outcome {
     return text.find(part) != std::string::npos;
   }
 };
-inline Outcome RunCommand(const std::string& command) {
-  Outcome outcome;
-  std::FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-  char block[4096];
-  for (std::size_t got = 0; (got = std::fread(block, 1, sizeof block, pipe)) > 0;) {
-    outcome.text.append(block, got);
-  }
-  const int status = pclose(pipe);
-  outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return outcome;
-}
 
 class ToolTest : public ::testing::Test {
  protected:
   qv::kelvo::TempTree tree;
 
+  // Runs it in the tree, where the tools are found by their names.
+  [[nodiscard]] Outcome Run(const std::string& command) const {
+    Outcome outcome;
+    const std::string path = "PATH=" KELVO_TOOLS_FOLDER ":$PATH";
+    const std::string whole = "(cd " + tree.Root() + "; " + path + "; " + command + ") 2>&1";
+    std::FILE* const pipe = popen(whole.c_str(), "r");
+    char block[4096];
+    for (std::size_t got = 0; (got = std::fread(block, 1, sizeof block, pipe)) > 0;) {
+      outcome.text.append(block, got);
+    }
+    const int status = pclose(pipe);
+    outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+  }
   [[nodiscard]] Outcome Nvrhost(const std::string& arguments) const {
-    return RunCommand("cd " + tree.Root() + " && " KELVO_NVRHOST " " + arguments);
-  }
-  [[nodiscard]] Outcome Psinfo(const std::string& arguments) const {
-    return RunCommand("cd " + tree.Root() + " && " KELVO_PSINFO " " + arguments);
-  }
-  [[nodiscard]] Outcome Ffmpeg(const std::string& command) const {
-    return RunCommand("cd " + tree.Root() + " && " + command);
+    return Run("nvrhost " + arguments);
   }
   // Records small pictures into the tree, which end now; the ledger is `given`.
-  void Record(const std::string& arguments, const std::string& size = "64x64") const {
-    const auto recorded =
-        Nvrhost("record --dir . --speed max --seconds 8 --loop 4 --gop 10 --ledger given --size " +
-                size + " " + arguments);
+  void Record(const std::string& arguments) const {
+    const auto recorded = Nvrhost(
+        "record --dir . --speed max --seconds 8 --loop 4 --gop 10 --ledger given --size 64x64 " +
+        arguments);
     ASSERT_EQ(recorded.code, 0) << recorded.text;
   }
   [[nodiscard]] std::string OnlyRecording() const {
