@@ -83,20 +83,24 @@ std::string Target::At(const Words& words, std::size_t n) const {
   return n >= words.size() || words[n] == "." ? tree.Root() : Path(words[n]);
 }
 
-std::string Target::Do(const std::string& command, const Words& words) {
-  const std::string path = At(words, 0);
+ScannerProperties Target::Given(const Words& words) const {
   ScannerProperties properties = Properties();
   for (const std::string& word : words) {
     const std::size_t equals = word.find('=');
     if (equals != std::string::npos) properties[word.substr(0, equals)] = word.substr(equals + 1);
   }
   std::erase_if(properties, [](const auto& property) { return property.second == "-"; });
+  return properties;
+}
+
+std::string Target::Do(const std::string& command, const Words& words) {
+  const std::string path = At(words, 0);
   std::uint64_t size = 0;
   if (command == "target") {
-    scanner = CreateScanner(properties, {}, bundle.platform);
+    scanner = CreateScanner(Given(words), {}, bundle.platform);
     return "yes";
   }
-  if (command == "same") return Told(scanner->IsSameTarget(properties));
+  if (command == "same") return Told(scanner->IsSameTarget(Given(words)));
   if (command == "within") return Told(scanner->IsWithinMount(words.at(0)));
   if (command == "years") {
     std::set<int> years;

@@ -31,11 +31,13 @@ class Target : public testing::Test {
   // Waits for the end of a transfer that must have started.
   static TransferStatus Finish(const std::shared_ptr<IResult>& result);
 
+  using Words = std::vector<std::string>;
   // Says what the conversation says, and compares the answers with what it expects: "yes" and no
   // errors in the log where it tells of none.
   void Hold(const testsupport::Conversation& conversation);
+  // The properties with those that are given as KEY=VALUE; "-" leaves one out.
+  [[nodiscard]] ScannerProperties Given(const Words& words) const;
   // What is answered to one command.
-  using Words = std::vector<std::string>;
   virtual std::string Do(const std::string& command, const Words& words);
 
   qvsvr::kelvo::FakeHost host;
