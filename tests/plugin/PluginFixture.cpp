@@ -1,7 +1,6 @@
 #include "tests/plugin/PluginFixture.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -242,9 +241,7 @@ std::string Id(const CameraConfig& camera) {
 }
 
 std::int64_t NowMs() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(
-             std::chrono::system_clock::now().time_since_epoch())
-      .count();
+  return qv::kelvo::SystemPlatform().clock.NowMs();
 }
 
 }  // namespace plugintest

@@ -1,3 +1,6 @@
+#include <array>
+#include <cstdlib>
+
 #include "tests/plugin/PluginFixture.h"
 
 // The recording decision and the life of files over time, by a clock that the test moves.
@@ -12,24 +15,6 @@ class RecordTiming : public SeamTest {
  protected:
   RecordTiming() { bundle.clock.SetNow(kSundayEvening); }
 };
-
-// Frames from `first` to `last`, both included, in milliseconds after the beginning.
-struct Stretch {
-  std::int64_t first = 1, last = 0;
-  std::uint8_t flags = 0;     // that are added
-  std::int64_t stepMs = 200;  // from one to the next
-};
-
-std::vector<Frame> Of(const std::vector<Frame>& frames, const std::vector<Stretch>& stretches) {
-  std::vector<Frame> part;
-  for (const auto& stretch : stretches) {
-    for (std::int64_t at = stretch.first; at <= stretch.last; at += stretch.stepMs) {
-      part.push_back(frames.at(static_cast<std::size_t>(at / 200)));
-      part.back().header.FrameFlags |= stretch.flags;
-    }
-  }
-  return part;
-}
 
 TEST_F(RecordTiming, ScheduleFollowsLocalHoursThroughBothTimeChanges) {
   // Sunday, the hour from 02:00 local: twice on the night of 26 October 2025, not at all on that
@@ -56,118 +41,54 @@ TEST_F(RecordTiming, ScheduleFollowsLocalHoursThroughBothTimeChanges) {
   ExpectFrames(FramesOf(recordings), std::span(october).subspan(6, 12));
 }
 
-TEST_F(RecordTiming, MotionAlarmAndTimeLapseKeepWhatBelongsToThem) {
-  struct Alarm {
-    std::int64_t given;
+// Each is raised for a moment five seconds ago, the second one while the first still holds.
+TEST_F(RecordTiming, AlarmsReachFromTheirBeginningToTheirEnd) {
+  auto camera = Camera(0, kOnAlarm);
+  camera.audio = true;
+  Start({camera}, 5);
+  auto video = MakeFrames(VideoProvider(camera), kSundayEvening, 200, Times(30, "IPPPP"), 300);
+  auto sound = MakeFrames(AudioProvider(camera), kSundayEvening, 200, Times(150, "A"), 100);
+  const struct {
+    std::size_t given;  // with that frame
     bool video, begins;
     std::int64_t moment;
-  };
-  const struct {
-    const char* name;
-    int record, preMotionMs, postMotionMs, preAlarmSeconds, lapseMs;
-    const char* group;
-    Stretch motion;
-    std::vector<Alarm> alarms;
-    std::vector<Stretch> video, sound;  // what is kept
-  } rows[] = {{"looks back two seconds",
-               kOnMotion,
-               2000,
-               1000,
-               0,
-               0,
-               "IPPPP",
-               {10'000, 12'000},
-               {},
-               {{8'000, 13'000, KELVO_FLAG_MOTION}},
-               {}},
-              {"a group that motion begins in is kept from its key frame on",
-               kOnMotion,
-               300,
-               1000,
-               0,
-               0,
-               "IPPPP",
-               {10'600, 12'000},
-               {},
-               {{10'000, 10'200}, {10'400, 13'000, KELVO_FLAG_MOTION}},
-               {}},
-              {"raised for a moment five seconds ago, the second time while it still holds",
-               kOnAlarm,
-               0,
-               0,
-               5,
-               0,
-               "IPPPP",
-               {},
-               {{10'000, true, true, 5'000},
-                {10'000, false, true, 8'000},
-                {10'200, true, true, 5'000},
-                {14'000, true, false, 15'000},
-                {14'000, false, false, 14'600}},
-               {{5'000, 15'000, KELVO_FLAG_ALARM}},
-               {{8'000, 14'600, KELVO_FLAG_ALARM}}},
-              {"of key frames 400 ms apart each third is a second away",
-               kOnAlarm,
-               0,
-               0,
-               0,
-               1000,
-               "IP",
-               {},
-               {},
-               {{0, 28'800, 0, 1200}},
-               {}}};
-  int device = 0;
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    auto camera = Camera(device++, row.record);
-    camera.preMotionMs = row.preMotionMs;
-    camera.postMotionMs = row.postMotionMs;
-    camera.audio = row.record == kOnAlarm;
-    Start({camera}, row.preAlarmSeconds);
-    Tell(hostkit::TimeLapseDelta(row.lapseMs));
-    const std::string kinds = Times(150, row.group).substr(0, 150);
-    auto frames = MakeFrames(VideoProvider(camera), kSundayEvening, 200, kinds, 300);
-    const auto sound = MakeFrames(AudioProvider(camera), kSundayEvening, 200, Times(150, "A"), 100);
-    for (std::size_t n = 0; n < frames.size(); ++n) {
-      const auto at = static_cast<std::int64_t>(n) * 200;
-      if (row.motion.first <= at && at <= row.motion.last) {
-        frames[n].header.FrameFlags = KELVO_FLAG_MOTION;
-      }
-      Give(frames[n]);
-      if (camera.audio) Give(sound[n]);
-      for (const auto& alarm : row.alarms) {
-        if (alarm.given != at) continue;
-        const auto moment = kSundayEvening + alarm.moment;
-        host->WriteXml(KELVO_WRITE_ACTION,
-                       hostkit::AlarmAction(camera, alarm.video, 7, alarm.begins, moment / 1000,
-                                            static_cast<int>(moment % 1000)));
-      }
+  } alarms[] = {{50, true, true, 5'000},
+                {50, false, true, 8'000},
+                {51, true, true, 5'000},
+                {70, true, false, 15'000},
+                {70, false, false, 14'600}};
+  for (std::size_t n = 0; n < video.size(); ++n) {
+    GiveAll(std::array{video[n], sound[n]});
+    for (const auto& alarm : alarms) {
+      if (alarm.given != n) continue;
+      const auto moment = kSundayEvening + alarm.moment;
+      host->WriteXml(KELVO_WRITE_ACTION,
+                     hostkit::AlarmAction(camera, alarm.video, 7, alarm.begins, moment / 1000,
+                                          static_cast<int>(moment % 1000)));
     }
-    Finish();
-    ExpectRecorded(camera, Of(frames, row.video));
-    ExpectRecorded(camera, Of(sound, row.sound), kAudioSlot);
   }
+  Finish();
+  for (auto* frames : {&video, &sound}) {
+    for (auto& frame : *frames) frame.header.FrameFlags = KELVO_FLAG_ALARM;
+  }
+  ExpectRecorded(camera, std::span(video).subspan(25, 51));
+  ExpectRecorded(camera, std::span(sound).subspan(40, 34), kAudioSlot);
 }
 
 TEST_F(RecordTiming, MovingCameraCountsAsMotionInEachGroup) {
   const auto camera = Camera(0, kOnMotion);
   Start({camera});
-  const struct {
-    int opcode;
-    bool moving;
-  } steps[] = {{31, false}, {17, true},  {32, true}, {54, true}, {31, false},
-               {18, true},  {31, false}, {33, true}, {31, true}, {54, true},
-               {32, false}, {34, true},  {52, true}, {32, true}, {31, true},
-               {54, false}, {53, true},  {99, true}, {54, false}};
+  // Negative: behind it the camera stands.
+  const int opcodes[] = {-31, 17, 32, 54, -31, 18,  -31, 33, 31, 54,
+                         -32, 34, 52, 32, 31,  -54, 53,  99, -54};
   const auto frames =
       MakeFrames(VideoProvider(camera), kSundayEvening, 1000, Times(5 * 19 + 2, "I"), 300);
   std::vector<Frame> wanted;
   auto next = frames.begin();
-  for (const auto& step : steps) {
-    host->WriteXml(KELVO_WRITE_PTZ, hostkit::PtzMessage(camera, step.opcode));
+  for (const int opcode : opcodes) {
+    host->WriteXml(KELVO_WRITE_PTZ, hostkit::PtzMessage(camera, std::abs(opcode)));
     GiveAll({next, 5});
-    if (step.moving) wanted.insert(wanted.end(), next, next + 5);
+    if (opcode > 0) wanted.insert(wanted.end(), next, next + 5);
     next += 5;
   }
   GiveAll({next, frames.end()});
