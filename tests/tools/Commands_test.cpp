@@ -1,9 +1,13 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
 #include <sstream>
 
 #include "platform/Platform.h"
 #include "tests/support/Conversation.h"
 #include "tests/support/Recordings.h"
-#include "tests/tools/ToolFixture.h"
+#include "tests/support/TempTree.h"
 
 namespace toolstest {
 namespace {
@@ -16,8 +20,32 @@ constexpr std::size_t kMediaHead = 1978;
 constexpr std::size_t kFrameSize = 160;  // 32 + 100, up to a multiple of 32
 constexpr unsigned kFrames = 40;
 
-class PsinfoTest : public ToolTest {
+// A command as a user types it, with both its outputs.
+struct Outcome {
+  int code = -1;
+  std::string text;
+  [[nodiscard]] bool Says(const std::string& part) const {
+    return text.find(part) != std::string::npos;
+  }
+};
+
+class Tools : public ::testing::Test {
  protected:
+  // Runs it in the tree, where the tools are found by their names.
+  [[nodiscard]] Outcome Run(const std::string& command) const {
+    Outcome outcome;
+    const std::string path = "S3=" KELVO_S3_FOLDER "; PATH=" KELVO_TOOLS_FOLDER ":$PATH";
+    const std::string whole = "(cd " + tree.Root() + "; " + path + "; " + command + ") 2>&1";
+    std::FILE* const pipe = popen(whole.c_str(), "r");
+    char block[4096];
+    for (std::size_t got = 0; (got = std::fread(block, 1, sizeof block, pipe)) > 0;) {
+      outcome.text.append(block, got);
+    }
+    const int status = pclose(pipe);
+    outcome.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return outcome;
+  }
+
   // A recording of one video and one audio stream that take turns, with motion in the middle.
   void Write(std::uint8_t fileInput) {
     PsStreams descriptors;
@@ -42,9 +70,11 @@ class PsinfoTest : public ToolTest {
     PSFile file(SystemPlatform().mediaFiles);
     WriteRecording(file, tree.Path("a.ps"), fileInput, descriptors, frames);
   }
+
+  TempTree tree;
 };
 
-class Commands : public PsinfoTest, public ::testing::WithParamInterface<Conversation> {
+class Commands : public Tools, public ::testing::WithParamInterface<Conversation> {
  protected:
   void Flip(const std::string& name, long offset) {
     const std::string file = tree.FilesEndingIn(name).at(0);
@@ -94,9 +124,16 @@ TEST_P(Commands, AnswerAsTold) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Text, Commands,
-                         ::testing::ValuesIn(testsupport::ReadConversations(KELVO_COMMANDS)),
-                         [](const auto& made) { return made.param.name; });
+auto From(const std::string& file) {
+  return ::testing::ValuesIn(testsupport::ReadConversations(KELVO_COMMANDS + file));
+}
+std::string NameOf(const ::testing::TestParamInfo<Conversation>& made) {
+  return made.param.name;
+}
+INSTANTIATE_TEST_SUITE_P(Text, Commands, From("commands.txt"), NameOf);
+INSTANTIATE_TEST_SUITE_P(BucketArchive, Commands, From("archive.txt"), NameOf);
+
+using PsinfoTest = Tools;
 
 TEST_F(PsinfoTest, ReadsOlderFramesAndShorterMaps) {
   Write(0x85);
