@@ -51,9 +51,9 @@ void Target::Hold(const Conversation& conversation) {
       seen += '\n' + text.substr(text.starts_with('[') ? text.find("] ") + 2 : 0);
     }
     host.ForgetTraffic();
-    boost::replace_all(seen, tree.Root(), "$");
-    EXPECT_EQ(qv::kelvo::Slashed(seen) + '\n', step.expected.empty() ? "yes\n" : step.expected)
-        << "line " << step.line;
+    seen = qv::kelvo::Slashed(seen) + '\n';
+    boost::replace_all(seen, qv::kelvo::Slashed(tree.Root()), "$");
+    EXPECT_EQ(seen, step.expected.empty() ? "yes\n" : step.expected) << "line " << step.line;
   }
 }
 

@@ -96,7 +96,7 @@ class Commands : public Tools, public ::testing::WithParamInterface<Conversation
     words >> file >> number;
     Flip(file, number);
     if (step.command == "flip") return {0, ""};
-    const Outcome outcome = Run("psinfo check a.ps");
+    Outcome outcome = Run("psinfo check a.ps");
     Flip(file, number);
     return outcome;
   }
