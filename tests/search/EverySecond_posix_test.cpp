@@ -2,8 +2,8 @@
 #include <set>
 #include <utility>
 
-#include "search/SearchResult.h"
 #include "search/SearchRequest.h"
+#include "search/SearchResult.h"
 #include "tests/search/SearchFixture.h"
 #include "tests/support/Zone.h"
 #include "tree/LocalTime.h"

@@ -148,27 +148,11 @@ class SearchTest : public testing::Test {
     }
     return played;
   }
-  [[nodiscard]] static std::vector<std::string> Payloads(const std::vector<Shot>& shots) {
-    std::vector<std::string> payloads;
-    for (const Shot& shot : shots) payloads.push_back(shot.Payload());
-    return payloads;
-  }
   [[nodiscard]] std::string ResultText() const {
     for (const Event& event : events) {
       if (event.kind == 'R') return event.payload;
     }
     return {};
-  }
-  // Input, Start, End, Count and Flags of each Result; audio inputs are 100 and up.
-  using Line = std::tuple<int, std::int64_t, std::int64_t, int, unsigned>;
-  [[nodiscard]] std::vector<Line> Results() const {
-    std::vector<Line> lines;
-    for (const auto& row : hostkit::ParseResults(ResultText()).rows) {
-      const int input = row.input.number + (row.input.audio ? 100 : 0);
-      lines.emplace_back(input, row.start, row.end, row.count, row.flags);
-    }
-    std::ranges::sort(lines);
-    return lines;
   }
 
   FakeHost host;

@@ -1,3 +1,5 @@
+#include <cerrno>
+
 #include "archiving/CLocalDiskScanner.h"
 #include "tests/search/SearchFixture.h"
 
@@ -22,10 +24,10 @@ TEST_F(SearchRun, ListsWhatItKnowsWithoutOpeningItUntilItChanges) {
       return bundle.files.Calls(qv::kelvo::FileCall::Open) - before;
     };
     EXPECT_EQ(opensFor(nullptr), 6u);
-    const auto read = Results();
-    EXPECT_EQ(read.size(), resolution == 0 ? 6u : 4u);
+    const std::string read = ResultText();
+    EXPECT_EQ(hostkit::ParseResults(read).rows.size(), resolution == 0 ? 6u : 4u);
     EXPECT_EQ(opensFor(known), 0u) << "all were closed by this process";
-    EXPECT_EQ(Results(), read);
+    EXPECT_EQ(ResultText(), read);
     const auto replace = [&] { return boost::filesystem::remove(path) && Write(shots) == path; };
     EXPECT_TRUE(replace());
     EXPECT_EQ(opensFor(known), 0u);
@@ -34,9 +36,9 @@ TEST_F(SearchRun, ListsWhatItKnowsWithoutOpeningItUntilItChanges) {
     EXPECT_EQ(opensFor(known), 2u) << "the same again, but it might be another";
     boost::filesystem::resize_file(path + "i", boost::filesystem::file_size(path + "i") - 48);
     EXPECT_EQ(opensFor(known), 2u);
-    const auto cut = Results();
+    const std::string cut = ResultText();
     EXPECT_EQ(opensFor(nullptr), 6u);
-    EXPECT_EQ(Results(), cut);
+    EXPECT_EQ(ResultText(), cut);
 
     EXPECT_TRUE(replace());
     const auto changed = [&](const std::string& media) {
@@ -49,7 +51,7 @@ TEST_F(SearchRun, ListsWhatItKnowsWithoutOpeningItUntilItChanges) {
     bundle.clock.SetNow(changed(path) + 3100);
     EXPECT_EQ(opensFor(&fresh), 6u);
     EXPECT_EQ(opensFor(&fresh), 0u);
-    EXPECT_EQ(Results(), read);
+    EXPECT_EQ(ResultText(), read);
   }
 }
 
@@ -104,125 +106,6 @@ TEST(RunTables, TellTheNamesOfAnHourUntilItsDirectoryChanges) {
   }
 }
 
-TEST_F(SearchRun, RangesAtTheEdges) {
-  // One file: key frames each ten seconds over 100 s, one P frame a second.
-  const auto shots = Shots(kStart, 1000, Repeat(10, "IPPPPPPPPP"));
-  Write(shots);
-  constexpr std::int64_t kMin = -2'147'483'648, kMax = 2'147'483'647;
-  const struct {
-    std::int64_t start, end;
-    int resolution;
-    int frames, first;  // played back; the first one's second
-    int thumbnail;
-  } cases[] = {
-      {kSecond0 + 40, kSecond0 + 41, 0, 1, 40, 0},  // on a key frame: no lead-in
-      {kSecond0 + 40, kSecond0 + 40, 0, 0, 0, 0},
-      {kSecond0 + 50, kSecond0 + 40, 0, 0, 0, 0},
-      {kMin, kMax, 0, 100, 0, 0},
-      {kMax, kMin, 0, 0, 0, 0},
-      {kMax, kMax, 0, 0, 0, 0},
-      {kSecond0, kSecond0 + 100, 99, 1, 0, 1},  // a picture per bucket
-      {kSecond0 + 5, kSecond0 + 100, 20, 5, 10, 1},
-      {kSecond0, kSecond0 + 100, 100, 100, 0, 0},  // no bucket shorter than the range
-      {kSecond0, kSecond0 + 100, -7, 10, 0, 1},
-  };
-  for (const auto& test : cases) {
-    SCOPED_TRACE(std::to_string(test.start) + " " + std::to_string(test.end) + " " +
-                 std::to_string(test.resolution));
-    Run(Request(1, test.start, test.end, test.resolution, {Video(0)}));
-    ASSERT_EQ(Played().size(), static_cast<std::size_t>(test.frames));
-    if (test.frames != 0) {
-      EXPECT_EQ(Played().front(), shots[static_cast<std::size_t>(test.first)].Payload());
-      const Line line = Results().front();
-      EXPECT_EQ(std::get<1>(line), kSecond0 + test.first);
-      EXPECT_EQ(std::get<3>(line), test.frames);
-    }
-    EXPECT_NE(ResultText().find("Thumbnail=\"" + std::to_string(test.thumbnail)),
-              std::string::npos);
-    EXPECT_TRUE(Order().ends_with("P"));
-    Run(Request(0, test.start, test.end, test.resolution, {Video(0)}));
-    const bool atPoint = test.start == test.end && test.start == kSecond0 + 40;
-    EXPECT_EQ(!Results().empty(), test.frames != 0 || atPoint);
-  }
-}
-
-TEST_F(SearchRun, PicturesAtMoments) {
-  auto shots = Shots(kStart, 1000, Repeat(6, "IPPPP"), 0);
-  const auto second = Shots(kStart + 500, 1000, Repeat(3, "IPPPPPPPPP"), 1);
-  shots.insert(shots.end(), second.begin(), second.end());
-  Write(shots);
-  Run(Request(1, kSecond0, kSecond0 + 200, 0,
-              {Video(0, {kSecond0 + 3}), Video(1, {kSecond0 + 15, kSecond0 + 900})}));
-  EXPECT_EQ(Played(), Payloads({shots[0], second[10]}));
-  EXPECT_NE(ResultText().find("Thumbnail=\"2\""), std::string::npos);
-}
-
-TEST_F(SearchRun, PicturesOfOneStreamLeaveTheOtherItsLine) {
-  auto shots = Shots(kStart, 1000, "IPPPPP", 0);
-  for (const Shot& shot : Shots(kStart + 500, 1000, "IPI", 1)) shots.push_back(shot);
-  Write(shots);
-  constexpr std::int64_t kFirst = kSecond0;
-  Run(Request(1, kSecond0, kSecond0 + 10, 0, {Video(0, {kSecond0 + 1}), Video(1)}));
-  EXPECT_EQ(Results(),
-            (std::vector<Line>{{0, kFirst, kFirst, 1, 0}, {1, kFirst, kFirst + 2, 0, 0}}));
-  // The bucket of second 2 falls to input 1, on top of its frames.
-  Run(Request(1, kSecond0, kSecond0 + 10, 2, {Video(0), Video(1)}));
-  EXPECT_EQ(Results(),
-            (std::vector<Line>{{0, kFirst, kFirst, 1, 0}, {1, kFirst, kFirst + 2, 4, 0}}));
-}
-
-TEST_F(SearchRun, FullerCopyOfAFileIsRead) {
-  for (const std::size_t fuller : {0, 1}) {
-    const UtcMs start = kStart + static_cast<UtcMs>(fuller) * 3'600'000;
-    auto wanted = Shots(start, 1000, Repeat(5, "IPPPP"), 0);
-    auto other = Shots(start, 1000, "IPP", 0);
-    const auto audio = Shots(start + 5'000, 100, Repeat(40, "A"), 16);
-    other.insert(other.end(), audio.begin(), audio.end());
-    Write(wanted, kDevice, fuller);
-    Write(other, kDevice, 1 - fuller);  // less video, but the sound
-    Run(Request(1, start / 1000, start / 1000 + 100, 0, {Video(0), Audio(0)}));
-    wanted.insert(wanted.end(), audio.begin(), audio.end());
-    EXPECT_TRUE(std::ranges::is_permutation(Played(), Payloads(wanted))) << fuller;
-  }
-}
-
-TEST_F(SearchRun, OpensOnlyFilesThatMayReachTheRange) {
-  const UtcMs hour = kStart - kStart % 3'600'000;
-  for (const int minute : {4, 6, 11, 16}) Write(Shots(hour + minute * 60'000, 1000, "IPP"));
-  const std::int64_t start = hour / 1000 + 10 * 60;
-  Run(Request(0, start, start + 60, 0, {Video(0)}));
-  EXPECT_EQ(bundle.files.Calls(qv::kelvo::FileCall::Open), 4u) << "two files and their indexes";
-}
-
-TEST_F(SearchRun, RunWithoutARealEndIsToldAndListed) {
-  std::string name = Write(Shots(kStart, 1000, "IPP")).substr(tree.Root().size() + 1) + "i";
-  std::string index = tree.Read(name);
-  // The last date of its run becomes the 31st of February, or nothing was ever written there.
-  index[index.size() - 10] = '\x5F';
-  tree.Write(name, index);
-  Run(Request(0, kSecond0, kSecond0 + 60, 0, {Video(0)}));
-  EXPECT_EQ(Results(), (std::vector<Line>{{0, kSecond0, -1, 0, 0}}));
-  EXPECT_EQ(host.CountLines(50, "SEARCH result out of range"), 1u);
-  Run(Request(0, kSecond0 - 60, kSecond0, 0, {Video(0)}));
-  EXPECT_TRUE(Results().empty());
-}
-
-TEST_F(SearchRun, WeeksOf2007BeginAnHourEarlier) {
-  const UtcMs time = 1'174'000'000'000;  // 2007-03-15
-  Write(Shots(time - 1800'000, 1000, "IPP"));
-  Run(Request(1, time / 1000, time / 1000 + 10, 0, {Video(0)}));
-  EXPECT_EQ(Played().size(), 3u);
-}
-
-TEST_F(SearchRun, FileOfOneInputGivesItsOwnStreams) {
-  auto shots = Shots(kStart, 1000, "IPP", 0);
-  shots.push_back({16, 0, kStart + 3000, 0});
-  shots.push_back({1, 1, kStart + 3000, 0});  // no such stream in files of this kind
-  Write(shots, 0x00110000);
-  Run(Request(0, kSecond0, kSecond0 + 60, 0, {Video(0), Video(1), Audio(0)}));
-  EXPECT_EQ(Results().size(), 2u);
-}
-
 TEST_F(SearchRun, ExceptionEndsTheSearchWithItsEndEvent) {
   struct Unreachable : qvArchiving::CLocalDiskScanner {
     using CLocalDiskScanner::CLocalDiskScanner;
@@ -235,6 +118,63 @@ TEST_F(SearchRun, ExceptionEndsTheSearchWithItsEndEvent) {
   Run(Request(0, kSecond0, kSecond0 + 10, 0, {Video(0)}));
   EXPECT_EQ(Order(), "P");
   EXPECT_EQ(host.CountLines(75, "search failed"), 1u);
+  Run("", 0);
+  EXPECT_EQ(Order(), "") << "nobody is there to be told";
+}
+
+TEST_F(SearchRun, ManyFilesAtOnceShareAFewDescriptors) {
+  std::vector<hostkit::SearchInput> inputs;
+  std::vector<Shot> all;
+  for (int device = 0; device < 100; ++device) {
+    auto shots = Shots(kStart + device, 1000, Repeat(4, "IPP"));
+    for (Shot& shot : shots) shot.padding = 30'000;  // more than is read at once
+    Write(shots, kDevice | static_cast<StreamID>(device) << 8);
+    all.insert(all.end(), shots.begin(), shots.end());
+    inputs.push_back(Video(0, {}, device));
+  }
+  std::ranges::sort(all, {}, &Shot::time);
+  std::size_t most = 0;
+  const int exhausted = qv::kelvo::kPathSeparator == '/' ? EMFILE : 4;
+  answer = [&](std::size_t number, char kind) {
+    most = std::max(most, bundle.files.OpenFiles());
+    // The whole process runs out of them.
+    if (kind == 'F' && number % 5 == 0) bundle.files.Fail(qv::kelvo::FileCall::Open, 1, exhausted);
+    return 0u;
+  };
+  Run(Request(1, kSecond0, kSecond0 + 60, 0, inputs));
+  ASSERT_EQ(Played().size(), all.size());
+  for (std::size_t n = 0; n < all.size(); ++n) EXPECT_EQ(Played()[n], all[n].Payload());
+  EXPECT_LE(most, 64u);
+  EXPECT_GT(bundle.files.FaultsFired(), 10u);
+}
+
+TEST_F(SearchRun, FileThatFailsOwesEmptyEventsAndCancelOrErrorAtAnyEventIsTheLast) {
+  const std::string path = Write(Shots(kStart, 1000, "IPPPP"));
+  Write(Shots(kStart + 20'000, 1000, "IP"));
+  boost::filesystem::resize_file(path, boost::filesystem::file_size(path) - 64 * 2);
+  const std::string request = Request(1, kSecond0, kSecond0 + 60, 0, {Video(0)});
+  Run(request);
+  const std::string whole = Order();
+  ASSERT_EQ(whole, "PRFFFEEFFP");
+  for (std::size_t n = 5; n < 7; ++n) {
+    KelvoHostRequest same = events[n].request;
+    EXPECT_EQ(same.Length, 0u);
+    same.Length = events[4].request.Length;
+    EXPECT_EQ(std::memcmp(&same, &events[4].request, sizeof same), 0);
+  }
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    for (const std::uint32_t status : {1u, 2u, 0xFFu}) {
+      host.ForgetTraffic();
+      returned = status == 0xFF ? 5 : 0;
+      answer = [&](std::size_t number, char) { return number == at ? status : 0; };
+      Run(request);
+      EXPECT_EQ(Order(), whole.substr(0, at + 1));
+      const std::size_t told = whole[at] != 'E';
+      const std::string error = " event ret " + std::to_string(returned) + " error ";
+      EXPECT_EQ(host.CountLines(0, "search canceled"), status == 1 ? told : 0);
+      EXPECT_EQ(host.CountLines(75, error), status == 1 ? 0 : told);
+    }
+  }
 }
 
 }  // namespace
