@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <boost/filesystem.hpp>
+#include <map>
 #include <random>
-#include <utility>
 
 #include "tests/media/PSFileFixture.h"
 
@@ -14,11 +14,8 @@ constexpr UtcMs kStart = 1'750'000'000'000;
 constexpr char kMedia[] = "0640-100101FF.ps";
 constexpr char kIndex[] = "0640-100101FF.psi";
 
-struct Made {
-  std::uint16_t stream = 0, type = 0;
-  UtcMs ms = 0;
-  std::uint8_t flags = 0;
-  std::string payload, userData;
+// A frame as the second reader tells it.
+struct Made : testsupport::PsFrame {
   std::uint32_t ordinal = 0;  // within its stream
 };
 
@@ -30,42 +27,43 @@ class PSReaderTest : public PSFileTest {
     ASSERT_EQ(Create(file), kPsOk);
     AddFrames(file, count);
     EXPECT_EQ(file.GetFrameCount(kWholeFile), count);
-    EXPECT_EQ(file.GetFrameCount(3), ordinals[3]);
+    EXPECT_EQ(file.GetFrameCount(3), written[3]);
     const std::size_t clips = file.ClipCount();
     file.Close();
-    // The parser compares links, groups, counts and runs with the frames.
-    const auto written = Read();
-    EXPECT_EQ(written.frames.size(), count);
-    EXPECT_EQ(written.runs.size(), clips);
-    runs = written.runs;
+    // It compares links, groups, counts and runs with the frames.
+    model = Model(testsupport::PsEnd::Closed);
+    EXPECT_EQ(model.size(), count);
+    EXPECT_EQ(runs.size(), clips);
+  }
+  std::vector<Made> Model(testsupport::PsEnd end) {
+    const auto recording = Read(end);
+    runs = recording.runs;
+    std::vector<Made> made;
+    std::map<unsigned, std::uint32_t> before;
+    for (const auto& frame : recording.frames) made.push_back({frame, before[frame.stream]++});
+    return made;
   }
 
   void AddFrames(PSFile& file, std::size_t count) {
     static constexpr std::uint16_t kStreams[] = {0, 0, 3, 16};
     static constexpr UtcMs kGaps[] = {1000, 1001, 86'400'040};
     while (count-- > 0) {
-      Made frame;
-      frame.stream = kStreams[random() % 4];
-      const std::uint32_t before = ordinals[frame.stream]++;
-      frame.ordinal = before;
-      frame.type = frame.stream == 16 ? 0 : before % 5 == 0 ? 1 : before % 5 < 3 ? 2 : 3;
+      const std::uint16_t stream = kStreams[random() % 4];
+      const std::uint32_t before = written[stream]++;
+      const int type = stream == 16 ? 0 : before % 5 == 0 ? 1 : before % 5 < 3 ? 2 : 3;
       now += random() % 20 == 0 ? kGaps[random() % 3] : random() % 50 == 0 ? -3 : 40;
-      frame.ms = now;
+      PSFrame frame = Frame(stream, static_cast<std::uint16_t>(type), now, Noise(300));
       frame.flags = static_cast<std::uint8_t>(before / 30 % 8 << 5);
-      frame.payload.resize(random() % 300);
-      frame.userData.resize(random() % 88);
-      for (char& c : frame.payload) c = static_cast<char>(random());
-      for (char& c : frame.userData) c = static_cast<char>(random());
-      PSFrame given = Frame(frame.stream, frame.type, frame.ms, frame.payload);
-      given.flags = frame.flags;
-      given.userData = AsBytes(frame.userData).data();
-      given.userDataSize = frame.userData.size();
-      ASSERT_EQ(file.WriteFrame(given), kPsOk);
-      // Whole triples are kept, but for the low bits of the third byte.
-      frame.userData.resize(frame.userData.size() / 3 * 3);
-      for (std::size_t n = 2; n < frame.userData.size(); n += 3) frame.userData[n] &= '\xFC';
-      model.push_back(frame);
+      const std::string metadata = Noise(88);
+      frame.userData = AsBytes(metadata).data();
+      frame.userDataSize = metadata.size();
+      ASSERT_EQ(file.WriteFrame(frame), kPsOk);
     }
+  }
+  std::string Noise(std::size_t below) {
+    std::string noise(random() % below, ' ');
+    for (char& c : noise) c = static_cast<char>(random());
+    return noise;
   }
 
   void Patch(const char* name, std::size_t at, const std::string& bytes) {
@@ -79,16 +77,15 @@ class PSReaderTest : public PSFileTest {
     EXPECT_EQ(frame.stream, wanted.stream);
     EXPECT_EQ(frame.frameType, wanted.type);
     EXPECT_EQ(frame.flags, wanted.flags);
-    EXPECT_EQ(frame.groupFrame, wanted.type < 2 ? 0u : wanted.ordinal % 5);
-    EXPECT_EQ(frame.Time(), kStart + wanted.ms);
-    EXPECT_EQ(FrameTicks(frame, 90'900),
-              (kStart + wanted.ms) * 90 + (kStart + wanted.ms) / 1000 * 900);
-    const auto* const metadata = reinterpret_cast<const char*>(userData.data());
-    EXPECT_EQ(std::string(metadata, frame.userDataSize), wanted.userData);
+    EXPECT_EQ(frame.groupFrame, wanted.groupFrame);
+    EXPECT_EQ(frame.Time(), wanted.timeMs);
+    EXPECT_EQ(FrameTicks(frame, 90'900), wanted.timeMs * 90 + wanted.timeMs / 1000 * 900);
+    EXPECT_EQ(Hex(ConstBytes(userData).first(frame.userDataSize)),
+              Hex(std::as_bytes(std::span(wanted.userData))));
     const std::size_t at = std::to_integer<std::size_t>(packet[8]) + 9;
     ASSERT_LE(at, frame.size);
-    const std::string payload(reinterpret_cast<const char*>(&packet[at]), frame.size - at);
-    EXPECT_EQ(payload, wanted.payload);
+    EXPECT_TRUE(std::ranges::equal(ConstBytes(packet).subspan(at, frame.size - at),
+                                   std::as_bytes(std::span(wanted.payload))));
   }
   PSReadFrame Ask(std::uint16_t stream, std::uint32_t index) {
     PSReadFrame frame;
@@ -128,7 +125,7 @@ class PSReaderTest : public PSFileTest {
     }
     for (int n = 0; n < 200; ++n) {
       const Made& wanted = model[n < 100 ? n % count : random() % count];
-      PSReadFrame frame = Ask(wanted.stream, wanted.ordinal);
+      PSReadFrame frame = Ask(static_cast<std::uint16_t>(wanted.stream), wanted.ordinal);
       ExpectFrame(frame, reader.GetFrame(frame), wanted);
     }
     for (std::uint32_t n = 0; n < count; n += 17) {
@@ -153,7 +150,7 @@ class PSReaderTest : public PSFileTest {
 
   std::mt19937 random{1};
   UtcMs now = 0;
-  std::array<std::uint32_t, kStreamCount> ordinals{};
+  std::array<std::uint32_t, kStreamCount> written{};
   std::vector<Made> model;
   std::vector<testsupport::PsRun> runs;
   PSReader reader{SystemPlatform().mediaFiles};
@@ -258,13 +255,12 @@ TEST_F(PSReaderTest, KeepsWhatItSawWhileTheFileGrows) {
   ASSERT_EQ(Create(file), kPsOk);
   AddFrames(file, 90);
   ASSERT_EQ(reader.Open(path), kPsOk);
-  const std::vector<Made> seen = model;
+  model = Model(testsupport::PsEnd::Unclosed);
   AddFrames(file, 2000);
-  std::vector<Made> all = std::exchange(model, seen);
   ExpectAll();
   file.Close();
   ExpectAll();
-  model = all;
+  model = Model(testsupport::PsEnd::Closed);
   ASSERT_EQ(reader.Open(path), kPsOk);
   ExpectAll();
 }
@@ -291,12 +287,7 @@ TEST_F(PSReaderTest, GivesWhatIsWholeOfAPairCutAtAnyByte) {
   MakeRecording(120);
   const std::string index = tree.Read(kIndex), media = tree.Read(kMedia);
   std::vector<std::size_t> ends;  // of the frames in the media file
-  ASSERT_EQ(reader.Open(path), kPsOk);
-  for (std::uint32_t n = 1; n < 120; ++n) {
-    ends.push_back(static_cast<std::size_t>(reader.GetFrameOffset(n)));
-  }
-  ends.push_back(media.size());
-  reader.Close();
+  for (const Made& frame : model) ends.push_back(frame.offset + frame.total);
   // Of `listed` frames the first `whole` are there with their content.
   const auto expect = [&](const char* name, std::size_t listed, std::size_t whole) {
     ASSERT_EQ(reader.Open(tree.Path(name)), kPsOk);
