@@ -10,44 +10,6 @@ namespace {
 // What becomes of a file without a volume or after a write error is seen in tests/plugin.
 using RecordFile = StreamTest;
 
-TEST_F(RecordFile, DescribesItsChannelsAndHoldsAReservation) {
-  slot0.Schedule = AllWeek(2);
-  slot0.Standard = 27;
-  slot0.Width = 1920;
-  slot0.Height = 1088;
-  slot0.Encoder = 1;
-  slot0.Input = 3;
-  slot0.Name = "north gate";
-  ChannelSlot& audio = stream->Slots[16];
-  audio.Schedule = AllWeek(2);
-  audio.Standard = 2;
-  audio.BufSizeSamples = 160;
-  audio.SampleRate = 8000;
-  stream->Slots[1].Standard = 0;
-  stream->OpenFile();
-  const std::string path = tree.Path("volume/2025/06/15/17/0640-00120180.ps");
-  EXPECT_EQ(stream->GetOpenTime(), start);
-  EXPECT_EQ(reservations.ReservedGB(storage.Volume), 1);
-  EXPECT_TRUE(reservations.HasReservation(path));
-  Feed("16:A5 I10 P20 I30 I1040 I1050 I1060");
-  stream->CloseFile();
-  EXPECT_EQ(stream->GetOpenTime(), std::nullopt);
-  EXPECT_EQ(reservations.ReservedGB(storage.Volume), 0);
-  EXPECT_EQ(host.CountLines(25, "Opened " + path + " (and PSI)."), 1u);
-  EXPECT_EQ(host.CountLines(25, "Closed " + path + " (and PSI) frames:4, clips:2."), 1u);
-
-  const auto file = testsupport::ReadPs(path);
-  EXPECT_EQ(file.fileInput, 0x80);
-  const testsupport::PsStream& video = file.streams[0];
-  const testsupport::PsStream& sound = file.streams[16];
-  EXPECT_EQ(std::tuple(video.type, video.id, video.width16, video.height16, video.name,
-                       video.encoder, video.channel),
-            std::tuple(27 + 128, 0xE0, 120, 68, "north gate", 1, 3));
-  EXPECT_EQ(file.streams[1].id, 0xD1);
-  EXPECT_EQ(std::tuple(sound.type, sound.id, sound.bufSizeSamples, sound.sampleRate),
-            std::tuple(2 + 144, 0xC0, 160, 8000));
-}
-
 class RecordFiles : public StreamTest {
  protected:
   RecordStream& Add(std::uint32_t id, int channels = 1) {

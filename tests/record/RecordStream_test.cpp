@@ -11,17 +11,6 @@ class RecordStreamTest : public StreamTest {
   }
 };
 
-TEST_F(RecordStreamTest, GroupWithoutSuccessorIsWrittenAfterFiveMinutes) {
-  Feed("I0 P40 1:A300000");
-  EXPECT_EQ(Waiting(), "I0 P40 1:A300000");
-  Feed("1:A300001 1:A300002");
-  EXPECT_EQ(Waiting(), "1:A300001 1:A300002");
-  EXPECT_EQ(stream->TakeWrittenBytes(), 5u);
-  EXPECT_EQ(stream->TakeWrittenBytes(), 0u) << "counted since the last call";
-  stream->CloseFile();
-  EXPECT_EQ(Written(), "I0 P40");
-}
-
 TEST_F(RecordStreamTest, ReadyMadePacketsAreTakenAsTheyAre) {
   slot0.Schedule = AllWeek(1);
   Feed("I0m I10 I20 I30");
@@ -51,6 +40,7 @@ TEST_F(RecordStreamTest, ReadyMadePacketsAreTakenAsTheyAre) {
   }
   stream->CloseFile();
   EXPECT_EQ(Written(), "I0m I0m");
+  EXPECT_EQ(host.CountLines(LogInfo, " (and PSI) frames:1, clips:1."), 2u);
   const auto second = testsupport::ReadPs(tree.Path(tree.FilesEndingIn(".ps").at(1)));
   EXPECT_EQ(second.frames.at(0).type, kFrameI);
   EXPECT_EQ(second.frames.at(0).flags, kFlagMotion);
@@ -59,9 +49,14 @@ TEST_F(RecordStreamTest, ReadyMadePacketsAreTakenAsTheyAre) {
 }
 
 TEST_F(RecordStreamTest, RefusesWhatItCannotHold) {
-  stream->ResetSlot(8);
-  EXPECT_FALSE(FeedOne("8:I0"));
+  ChannelSlot& sound = stream->Slots[18];
+  sound.SampleRate = sound.BufSizeSamples = sound.Standard = 160;
+  Feed("18:A0");
+  stream->ResetSlot(18);
+  EXPECT_EQ(Waiting(), "");
+  EXPECT_FALSE(FeedOne("18:A0"));
   EXPECT_EQ(stats.Ch, 1u);
+  EXPECT_EQ(sound.SampleRate + sound.BufSizeSamples + sound.Standard, 320) << "its format stays";
   for (const std::uint32_t subCode : {0u, KELVO_WRITE_SUB_PES}) {
     EXPECT_FALSE(stream->StreamAddFrame(kProvider, nullptr, 100, subCode, {}, false));
   }
@@ -98,19 +93,6 @@ TEST_F(RecordStreamTest, OddHeadersAreCutToWhatAFileHolds) {
   EXPECT_EQ(file.frames[0].userData.size(), 87u);
   EXPECT_EQ(file.frames[1].userData.size(), 6u);
   EXPECT_EQ(file.frames[1].payload.size(), 0u);
-}
-
-TEST_F(RecordStreamTest, ResetSlotReturnsItsFramesAndForgetsAllButTheSoundFormat) {
-  slot0.Schedule = AllWeek(2);
-  slot0.SampleRate = slot0.BufSizeSamples = 160;
-  slot0.Standard = slot0.PreAlarm = stream->Slots[1].PreAlarm = 100;
-  Feed("1:I0 I10m P20 1:P30");
-  stream->ResetSlot(0);
-  EXPECT_EQ(Waiting(), "1:I0 1:P30");
-  EXPECT_EQ(Join(core.Returned), "I10m P20");
-  EXPECT_EQ(slot0.SampleRate + slot0.BufSizeSamples, 320);
-  EXPECT_EQ(slot0.Standard + slot0.PreAlarm + slot0.Encoder, -1);
-  EXPECT_TRUE(slot0.Schedule.empty() && !slot0.MotionTime);
 }
 
 // The order of frames and their links is checked through the stream in FlushModelTest.cpp.
