@@ -9,7 +9,6 @@
 namespace qv::kelvo {
 namespace {
 
-constexpr char kMedia[] = "0640-100101FF.ps", kIndex[] = "0640-100101FF.psi";
 constexpr std::size_t kFrames = 380, kPage = 4096, kMediaHead = 1978, kIndexHead = 1088;
 
 // What a power cut left of a whole pair.
@@ -17,8 +16,7 @@ class CutPair : public PSFileTest {
  protected:
   // Writes the pair and keeps its bytes, as they are before its end or behind it.
   void Make(bool closed) {
-    PSFile file(files);
-    ASSERT_EQ(Create(file), kPsOk);
+    ASSERT_EQ(Create(), kPsOk);
     for (std::size_t n = 0; n < kFrames; ++n) {
       const bool audio = n % 4 == 3;
       const auto type = static_cast<std::uint16_t>(audio ? kFrameAudio : n % 10 == 0 ? 1 : 2);

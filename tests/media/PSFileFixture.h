@@ -30,6 +30,8 @@ inline ConstBytes AsBytes(const std::string& text) {
   return std::as_bytes(std::span(text.data(), text.size()));
 }
 
+constexpr char kMedia[] = "0640-100101FF.ps", kIndex[] = "0640-100101FF.psi";
+
 // A directory for one recording of a device, and frames for it.
 class PSFileTest : public testing::Test {
  protected:
@@ -42,7 +44,7 @@ class PSFileTest : public testing::Test {
                      payloads.emplace_back(std::move(payload)));
   }
 
-  [[nodiscard]] int Create(PSFile& file, std::uint64_t preallocate = 0) const {
+  [[nodiscard]] int Create(std::uint64_t preallocate = 0) {
     return file.Create(path, info, descriptors, preallocate);
   }
   [[nodiscard]] testsupport::PsRecording Read(
@@ -51,11 +53,8 @@ class PSFileTest : public testing::Test {
     for (const auto& fault : recording.faults) ADD_FAILURE() << fault;
     return recording;
   }
-  std::string Media(std::size_t offset, std::size_t size) const {
-    return Hex(AsBytes(tree.Read("0640-100101FF.ps").substr(offset, size)));
-  }
-  std::string Index(std::size_t offset, std::size_t size) const {
-    return Hex(AsBytes(tree.Read("0640-100101FF.psi").substr(offset, size)));
+  std::string HexOf(const char* name, std::size_t offset, std::size_t size) const {
+    return Hex(AsBytes(tree.Read(name).substr(offset, size)));
   }
 
   TempTree tree;
@@ -63,7 +62,8 @@ class PSFileTest : public testing::Test {
   FaultyFiles files{SystemPlatform().mediaFiles};
   PsFileInfo info;
   PsStreams descriptors = AllStreams();
-  std::string path = tree.Path("0640-100101FF.ps");
+  PSFile file{files};
+  std::string path = tree.Path(kMedia);
 };
 
 }  // namespace qv::kelvo

@@ -11,8 +11,7 @@ namespace {
 // The example at the end of docs/media-format.md.
 TEST_F(PSFileTest, WritesTheDocumentedExample) {
   info.fileInput[0] = 0;
-  PSFile file(files);
-  ASSERT_EQ(Create(file), kPsOk);
+  ASSERT_EQ(Create(), kPsOk);
   const std::string userData("\x01\x02\x03", 3);
   PSFrame first = Frame(0, kFrameI, 0, "ABC");
   first.flags = 0x80;
@@ -22,20 +21,20 @@ TEST_F(PSFileTest, WritesTheDocumentedExample) {
   EXPECT_EQ(file.WriteFrame(Frame(0, kFrameP, 40, "")), kPsOk);
   file.Close();
 
-  EXPECT_EQ(Media(1978, 64),
+  EXPECT_EQ(HexOf(kMedia, 1978, 64),
             "00 00 01 E0 00 3A 80 C1 1B 39 8F 4D 10 01 39 8F 4D 10 01 0F 8F FF FF FF 80 08 40 9D "
             "C0 D9 CF 32 01 03 01 01 41 42 43 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
             "00 00 00 00 00 00 00 00");
-  EXPECT_EQ(Media(2042, 40),
+  EXPECT_EQ(HexOf(kMedia, 2042, 40),
             "00 00 01 E0 00 1A 80 C1 17 39 8F 4D 2C 21 39 8F 4D 2C 21 0F 8B 80 08 40 80 08 20 1E "
             "C0 C0 CF 32");
-  EXPECT_EQ(Index(0, 96),
+  EXPECT_EQ(HexOf(kIndex, 0, 96),
             "01 00 00 00 40 00 00 00 20 00 00 00 20 00 00 00 20 00 00 00 02 00 00 00 CF 32 CF 32 "
             "00 14 3E 03 28 14 3E 03 10 00 00 00 02 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
             "00 00 00 00 00 00 00 00 "
             "02 00 00 00 00 00 00 00 01 00 00 00 CF 32 CF 32 00 14 3E 03 28 14 3E 03 00 80 00 00 "
             "00 00 00 00");
-  EXPECT_EQ(Index(1088, 96),
+  EXPECT_EQ(HexOf(kIndex, 1088, 96),
             "00 00 9D C0 02 00 CF 32 00 14 3E 03 00 00 00 00 FF FF FF FF 01 00 00 00 00 00 00 00 "
             "00 00 00 00 "
             "00 00 1E C0 01 00 CF 32 28 14 3E 03 02 00 00 00 00 00 00 00 FF FF FF FF 01 00 00 00 "
@@ -46,8 +45,7 @@ TEST_F(PSFileTest, WritesTheDocumentedExample) {
 }
 
 TEST_F(PSFileTest, FrameOrRunOfFramesCostsOneWriteOfEachFile) {
-  PSFile file(files);
-  ASSERT_EQ(Create(file), kPsOk);
+  ASSERT_EQ(Create(), kPsOk);
   const std::string payload(100, 'x');
   const auto writesFor = [&](std::uint16_t stream, UtcMs ms) {
     const std::size_t before = files.Calls(FileCall::WriteAt);
@@ -60,7 +58,7 @@ TEST_F(PSFileTest, FrameOrRunOfFramesCostsOneWriteOfEachFile) {
   EXPECT_EQ(writesFor(0, 80), 2u) << "the link to it, what lies between and its record at once";
   for (int i = 0; i < 200; ++i) writesFor(16, 90 + i);
   EXPECT_EQ(writesFor(0, 300), 3u) << "the stream's last record is long past";
-  EXPECT_EQ(Index(20, 4), "00 00 00 00");  // the head learns the count at the end
+  EXPECT_EQ(HexOf(kIndex, 20, 4), "00 00 00 00");  // the head learns the count at the end
 
   const auto writesForRun = [&](int count, std::size_t size) {
     std::vector<PSFrame> run;
@@ -97,8 +95,7 @@ TEST_F(PSFileTest, RunThatIsCutShortEndsBehindItsLastWholeFrame) {
               {"none", 0, 0, 5, kPsBadArgument}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.suffix + ' ' + std::to_string(row.shortBytes));
-    PSFile file(files);
-    ASSERT_EQ(Create(file), kPsOk);
+    ASSERT_EQ(Create(), kPsOk);
     std::vector<PSFrame> run;
     for (int i = 0; i < 8; ++i) {
       run.push_back(Frame(i % 2 == 0 ? 0 : 16, kFrameI, 1500 * i, "payload"));
@@ -123,10 +120,9 @@ TEST_F(PSFileTest, PathsWithoutRoomForTheIndexAreRefused) {
   // Characters are counted, not bytes.
   const std::string directory =
       tree.MakeDirectory(std::string(119, 'd') + "\xC3\xBC/" + std::string(80, 'e'));
-  PSFile file(files);
   for (const std::size_t length : {259, 260, 261}) {
     path = directory + std::string(length + 1 - directory.size(), 'n');
-    EXPECT_EQ(Create(file), length < 260 ? kPsOk : kPsOpenFailed);
+    EXPECT_EQ(Create(), length < 260 ? kPsOk : kPsOpenFailed);
     EXPECT_EQ(files.OpenFiles(), length < 260 ? 2u : 0u);
     EXPECT_EQ(boost::filesystem::exists(path), length < 260);
     EXPECT_EQ(boost::filesystem::exists(path + 'i'), length < 260);
@@ -134,8 +130,7 @@ TEST_F(PSFileTest, PathsWithoutRoomForTheIndexAreRefused) {
 }
 
 TEST_F(PSFileTest, FailedIndexWriteLeavesAPairThatIsGoodAndFailedPreallocationIsAFailedOpen) {
-  PSFile file(files);
-  ASSERT_EQ(Create(file), kPsOk);
+  ASSERT_EQ(Create(), kPsOk);
   ASSERT_EQ(file.WriteFrame(Frame(0, kFrameI, 0, "one")), kPsOk);
   files.Set({FileCall::WriteAt, 1, 1, 0, 40, ".psi"});  // link written, record torn
   EXPECT_EQ(file.WriteFrame(Frame(0, kFrameP, 40, "two")), kPsWriteFailed);
@@ -144,7 +139,7 @@ TEST_F(PSFileTest, FailedIndexWriteLeavesAPairThatIsGoodAndFailedPreallocationIs
   EXPECT_EQ(Read().frames.size(), 1u);  // a pair as if nothing had happened
 
   for (const std::size_t call : {1, 2}) {  // of the close: runs and head
-    ASSERT_EQ(Create(file), kPsOk);
+    ASSERT_EQ(Create(), kPsOk);
     for (int i = 0; i < 6; ++i) {
       ASSERT_EQ(file.WriteFrame(Frame(0, kFrameI, 2000 * i, "x")), kPsOk);
     }
@@ -155,7 +150,7 @@ TEST_F(PSFileTest, FailedIndexWriteLeavesAPairThatIsGoodAndFailedPreallocationIs
   for (const std::size_t call : {1, 2}) {  // media and index
     files.ClearFaults();
     files.Fail(FileCall::SetSize, call, ENOSPC);
-    EXPECT_EQ(Create(file, 100'000), kPsOpenFailed);
+    EXPECT_EQ(Create(100'000), kPsOpenFailed);
     EXPECT_FALSE(file.IsWriting());
     EXPECT_EQ(files.OpenFiles(), 0u);
   }
@@ -164,8 +159,7 @@ TEST_F(PSFileTest, FailedIndexWriteLeavesAPairThatIsGoodAndFailedPreallocationIs
 TEST_F(PSFileTest, EncoderComesFromTheInputByteOfASingleInputFile) {
   for (const auto& [input, wanted] : {std::pair{0x7E, 2u}, {0x80, 1u}}) {
     info.fileInput[0] = static_cast<std::uint8_t>(input);
-    PSFile file(files);
-    ASSERT_EQ(Create(file), kPsOk);
+    ASSERT_EQ(Create(), kPsOk);
     PSFrame frame = Frame(0, kFrameI, 0, "x");
     frame.encoder = descriptors[0].encoder = 5;
     ASSERT_EQ(file.WriteFrame(frame), kPsOk);
@@ -192,8 +186,7 @@ TEST_F(PSFileTest, SizesPadToThirtyTwoAndStopAtTheLimits) {
               {4'194'125, 87, -1, 0},
               {0xFFFFFFFF, 0, -1, 0}};
   for (const auto& row : rows) {
-    PSFile file(files);
-    ASSERT_EQ(Create(file), kPsOk);
+    ASSERT_EQ(Create(), kPsOk);
     PSFrame frame = Frame(0, kFrameI, 0, "");
     frame.payload = frame.userData = AsBytes(data).data();
     frame.payloadSize = row.payload;
@@ -210,9 +203,8 @@ TEST_F(PSFileTest, SizesPadToThirtyTwoAndStopAtTheLimits) {
 }
 
 TEST_F(PSFileTest, RefusedFramesLeaveNoTrace) {
-  PSFile file(files);
   EXPECT_EQ(file.WriteFrame(Frame(0, kFrameI, 0, "closed")), kPsBadArgument);
-  ASSERT_EQ(Create(file), kPsOk);
+  ASSERT_EQ(Create(), kPsOk);
   ASSERT_EQ(file.WriteFrame(Frame(0, kFrameI, 0, "x")), kPsOk);
   std::vector<PSFrame> bad(10, Frame(0, kFrameP, 40, "x"));
   bad[0].stream = 32;
@@ -237,17 +229,16 @@ TEST_F(PSFileTest, RefusedFramesLeaveNoTrace) {
 }
 
 TEST_F(PSFileTest, ReadyMadePacketsTakeOverTheirSlotKeepTheirTimeAndMustFit) {
-  PSFile file(files);
-  ASSERT_EQ(Create(file), kPsOk);
+  ASSERT_EQ(Create(), kPsOk);
   PSFrame frame = Frame(5, kFrameP, 0, "payload");
   frame.flags = 0x40;
   ASSERT_EQ(file.WriteFrame(frame), kPsOk);
   file.Close();
-  const std::string media = tree.Read("0640-100101FF.ps").substr(1978);
+  const std::string media = tree.Read(kMedia).substr(1978);
   const std::vector made(AsBytes(media).begin(), AsBytes(media).end());  // 25 bytes of padding
   descriptors[2].channel = 4;
   descriptors[2].encoder = 1;
-  ASSERT_EQ(Create(file), kPsOk);
+  ASSERT_EQ(Create(), kPsOk);
   const struct {
     std::uint32_t size;
     int padInfo, result;
@@ -285,7 +276,7 @@ TEST_F(PSFileTest, ReadyMadePacketsTakeOverTheirSlotKeepTheirTimeAndMustFit) {
   std::copy_n(made.begin() + 21, 3, final.begin() + 21);
   EXPECT_EQ(final, made) << "it got its previous size only";
 
-  ASSERT_EQ(Create(file), kPsOk);  // the smallest and the largest
+  ASSERT_EQ(Create(), kPsOk);  // the smallest and the largest
   final[29] = std::byte{0xC0};
   frame.packet = final.data();
   frame.size = 32;
@@ -294,11 +285,10 @@ TEST_F(PSFileTest, ReadyMadePacketsTakeOverTheirSlotKeepTheirTimeAndMustFit) {
 }
 
 TEST_F(PSFileTest, CreateEmptiesWhatStoodThereAndClosesWhatWasOpen) {
-  tree.Write("0640-100101FF.ps", std::string(9000, 'o'));
-  tree.Write("0640-100101FF.psi", std::string(9000, 'o'));
-  PSFile file(files);
+  tree.Write(kMedia, std::string(9000, 'o'));
+  tree.Write(kIndex, std::string(9000, 'o'));
   file.Close();  // harmless
-  ASSERT_EQ(Create(file), kPsOk);
+  ASSERT_EQ(Create(), kPsOk);
   EXPECT_EQ(file.GetDiskSize(), 1978u + 1088u);
   ASSERT_EQ(file.WriteFrame(Frame(0, kFrameI, 0, "x")), kPsOk);
   ASSERT_EQ(file.WriteFrame(Frame(0, kFrameI, 5000, "x")), kPsOk);
@@ -314,7 +304,7 @@ TEST_F(PSFileTest, CreateEmptiesWhatStoodThereAndClosesWhatWasOpen) {
   EXPECT_EQ(second.frames.at(0).groupFrame, 1u);
 
   info.level = 1;  // leaves an open file that takes no frames
-  EXPECT_EQ(Create(file), kPsBadArgument);
+  EXPECT_EQ(Create(), kPsBadArgument);
   EXPECT_TRUE(file.IsWriting());
   EXPECT_EQ(file.WriteFrame(Frame(0, kFrameI, 0, "x")), kPsBadArgument);
 }
@@ -328,8 +318,7 @@ TEST_F(PSFileTest, PreallocatedFilesAreCutAtTheirEnd) {
               {20'971'519, 20'963'328, 4096},
               {20'971'520, 10'485'760, 10'485'760}};
   for (const auto& row : rows) {
-    PSFile file(files);
-    ASSERT_EQ(Create(file, row.bytes), kPsOk);
+    ASSERT_EQ(Create(row.bytes), kPsOk);
     EXPECT_EQ(boost::filesystem::file_size(path), row.media) << row.bytes;
     EXPECT_EQ(boost::filesystem::file_size(path + 'i'), row.index) << row.bytes;
     for (int i = 0; i < 300; ++i) {  // beyond what the small ones hold

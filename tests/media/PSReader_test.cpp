@@ -11,8 +11,6 @@ namespace qv::kelvo {
 namespace {
 
 constexpr UtcMs kStart = 1'750'000'000'000;
-constexpr char kMedia[] = "0640-100101FF.ps";
-constexpr char kIndex[] = "0640-100101FF.psi";
 
 // A frame as the second reader tells it.
 struct Made : testsupport::PsFrame {
@@ -23,9 +21,8 @@ class PSReaderTest : public PSFileTest {
  protected:
   // Frames of streams 0, 3 and 16 in no particular order, with gaps and changes of flags.
   void MakeRecording(std::size_t count) {
-    PSFile file(files);
-    ASSERT_EQ(Create(file), kPsOk);
-    AddFrames(file, count);
+    ASSERT_EQ(Create(), kPsOk);
+    AddFrames(count);
     EXPECT_EQ(file.GetFrameCount(kWholeFile), count);
     EXPECT_EQ(file.GetFrameCount(3), written[3]);
     const std::size_t clips = file.ClipCount();
@@ -44,7 +41,7 @@ class PSReaderTest : public PSFileTest {
     return made;
   }
 
-  void AddFrames(PSFile& file, std::size_t count) {
+  void AddFrames(std::size_t count) {
     static constexpr std::uint16_t kStreams[] = {0, 0, 3, 16};
     static constexpr UtcMs kGaps[] = {1000, 1001, 86'400'040};
     while (count-- > 0) {
@@ -251,12 +248,11 @@ TEST_F(PSReaderTest, EndsWalksOverLinksInARing) {
 }
 
 TEST_F(PSReaderTest, KeepsWhatItSawWhileTheFileGrows) {
-  PSFile file(files);
-  ASSERT_EQ(Create(file), kPsOk);
-  AddFrames(file, 90);
+  ASSERT_EQ(Create(), kPsOk);
+  AddFrames(90);
   ASSERT_EQ(reader.Open(path), kPsOk);
   model = Model(testsupport::PsEnd::Unclosed);
-  AddFrames(file, 2000);
+  AddFrames(2000);
   ExpectAll();
   file.Close();
   ExpectAll();
@@ -273,7 +269,6 @@ TEST_F(PSReaderTest, SeeksTheKeyFrameAheadOfAMoment) {
   EXPECT_EQ(reader.SeekTime(0), 0u);
   std::vector<PSFrame> frames;  // one a second; key frames at 0, 4 and 8
   for (int n = 0; n < 10; ++n) frames.push_back(Frame(0, n % 4 == 0 ? 1 : 2, n * 1000, "x"));
-  PSFile file(files);
   WriteRecording(file, path, 0xFF, descriptors, frames);
   ASSERT_EQ(reader.Open(path), kPsOk);
   const std::pair<int, std::uint32_t> wanted[] = {{-1, 0}, {0, 0}, {4, 0},
