@@ -1,3 +1,4 @@
+#include <map>
 #include <random>
 #include <set>
 #include <utility>

@@ -6,7 +6,6 @@
 #include <boost/filesystem.hpp>
 #include <cstring>
 #include <deque>
-#include <map>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -49,15 +48,12 @@ struct TestFileSystem : qv::kelvo::FileSystemBase {
     lastFilter = filter == nullptr ? qv::kelvo::ArchiveFilter{} : *filter;
     list.clear();
     if ((flags & qv::kelvo::kVolumesLocal) != 0) list = volumes;
-    if ((flags & qv::kelvo::kVolumesArchive) != 0) {
-      list.insert(list.end(), mounted.begin(), mounted.end());
-    }
   }
   void GetTargets(qv::kelvo::TargetList& list, std::uint32_t flags,
                   const qv::kelvo::ArchiveFilter*) override {
     list = (flags & qv::kelvo::kVolumesArchive) != 0 ? targets : qv::kelvo::TargetList{};
   }
-  std::vector<std::string> volumes, mounted;
+  std::vector<std::string> volumes;
   qv::kelvo::TargetList targets;
   qv::kelvo::ArchiveFilter lastFilter;
 };
@@ -117,9 +113,6 @@ class SearchTest : public testing::Test {
   static hostkit::SearchInput Video(int number, const std::vector<std::int64_t>& moments = {},
                                     int device = 0) {
     return {.device = device, .number = number, .moments = moments};
-  }
-  static hostkit::SearchInput Audio(int number) {
-    return {.audio = true, .number = number, .moments = {}};
   }
   static std::string Request(int type, std::int64_t start, std::int64_t end, int resolution,
                              const std::vector<hostkit::SearchInput>& inputs) {

@@ -19,7 +19,8 @@ TEST_F(SearchRun, ListsWhatItKnowsWithoutOpeningItUntilItChanges) {
   for (const int resolution : {0, 10'000}) {
     const auto opensFor = [&](qv::kelvo::RunTables* with) {
       const std::size_t before = bundle.files.Calls(qv::kelvo::FileCall::Open);
-      const auto inputs = {Video(0), Video(2), Video(3), Video(18), Audio(1)};
+      const hostkit::SearchInput sound{.audio = true, .number = 1, .moments = {}};
+      const auto inputs = {Video(0), Video(2), Video(3), Video(18), sound};
       Run(Request(0, kSecond0, kSecond0 + 200, resolution, inputs), 7, with);
       return bundle.files.Calls(qv::kelvo::FileCall::Open) - before;
     };
