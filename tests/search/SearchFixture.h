@@ -78,8 +78,8 @@ class SearchTest : public testing::Test {
   std::string Write(std::vector<Shot> shots, StreamID id = kDevice, std::size_t volume = 0,
                     bool inOrderOfTime = true) {
     if (inOrderOfTime) std::ranges::stable_sort(shots, {}, &Shot::time);
-    const std::string path = qv::kelvo::MakePath(files.volumes[volume], shots.front().time, id,
-                                                 qv::kelvo::CreateDirectories::Yes);
+    std::string path = qv::kelvo::MakePath(files.volumes[volume], shots.front().time, id,
+                                           qv::kelvo::CreateDirectories::Yes);
     std::deque<std::string> payloads;
     std::vector<qv::kelvo::PSFrame> frames;
     for (const Shot& shot : shots) {
