@@ -8,34 +8,6 @@
 namespace qvsvr::kelvo {
 namespace {
 
-using Names = std::vector<std::string>;
-
-TEST(DriveTable, SystemDriveIsOffBesideOthersAndKeepsATenth) {
-  const struct {
-    Names names;
-    std::string system;  // directory
-    bool isSystem, disabled;
-  } rows[] = {
-      {{"/m/a/"}, "/m/a/os", true, false},
-      {{"/m/a/", "/m/b/"}, "/m/a/os", true, true},
-      {{"/m/a/", "/m/b/"}, "/m/b/os", false, false},
-      {{"/m/a/", "/m/b/"}, "", false, false},
-      // Anywhere in the text counts, not only at its start.
-      {{"/os/", "/m/b/"}, "/m/os/lib", true, true},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.names[0] + " with " + row.system);
-    DriveTable table;
-    table.drives["/left over/"].disabled = true;
-    table.Fill(row.names, row.system);
-    ASSERT_EQ(table.drives.size(), row.names.size());
-    const DriveRecord& record = table.drives.at(row.names[0]);
-    EXPECT_EQ(record.system, row.isSystem);
-    EXPECT_EQ(record.disabled, row.disabled);
-    EXPECT_EQ(record.reservePercent, row.isSystem ? 10 : 0);
-  }
-}
-
 TEST(RecordVolume, UsableSpaceLeavesReservationsAndReserve) {
   EXPECT_EQ(UsableGB(1000, 99, 0, 10), -1);
   EXPECT_EQ(UsableGB(1000, 500, 20, 10), 380);

@@ -1,9 +1,12 @@
 // Storage as a conversation: what the host, the recorder and the disks do, and what comes of it.
 // The conversations stand in conversations.txt, which says how it is read.
 #include <algorithm>
+#include <atomic>
+#include <boost/algorithm/string/replace.hpp>
 #include <optional>
 #include <sstream>
 
+#include "media/PSReader.h"
 #include "storage/Cleanup.h"
 #include "tests/storage/RecordingForest.h"
 #include "tests/support/Conversation.h"
@@ -21,6 +24,21 @@ using testsupport::Step;
 class StorageConversation : public RecordingForest,
                             public ::testing::WithParamInterface<Conversation> {
  protected:
+  StorageConversation() {
+    manager.onQuestion = [this] { clock.Advance(askTime); };
+    directories.onList = [this](const std::string& path) {
+      clock.Advance(listTime);
+      ++(path.size() > std::string("a/2025/06/15/").size() ? hours : others);
+    };
+    files.before = [this](qv::kelvo::FileCall call, const std::string& path) {
+      if (call == qv::kelvo::FileCall::Open && path.ends_with(".ps")) clock.Advance(headTime);
+    };
+  }
+  ~StorageConversation() override {
+    searched = nullptr;
+    storage = nullptr;  // whose threads use what stands here
+  }
+
   // What is answered, which recordings went and which settings are new.
   std::string Take(const Step& step) {
     const auto command = commands.find(step.command);
@@ -37,7 +55,7 @@ class StorageConversation : public RecordingForest,
       if (!Exists(file.second)) out << "gone: " << file.first << '\n';
       return !Exists(file.second);
     });
-    return out.str();
+    return qv::kelvo::Slashed(boost::replace_all_copy(out.str(), here, "$"));
   }
 
  private:
@@ -70,8 +88,9 @@ class StorageConversation : public RecordingForest,
     }
     return time;
   }
-  // Each @AGE in the text stands for the seconds of that moment.
+  // Each @AGE in the text stands for the seconds of that moment, and $ for the current directory.
   std::string WithTimes(std::string text) {
+    boost::replace_all(text, "$", here);
     for (std::size_t at = text.find('@'); at != std::string::npos; at = text.find('@')) {
       const std::size_t size = text.find_first_not_of("0123456789dhs+-", at + 1) - at;
       text.replace(at, size, std::to_string(Ago(text.substr(at + 1, size - 1))));
@@ -126,12 +145,13 @@ class StorageConversation : public RecordingForest,
     const std::int64_t time = Ago(Word());
     qv::kelvo::StreamID id = kCamera;
     std::size_t size = 1;
-    std::string head;
+    std::string head, hurt;
     for (std::string option = Word(); !option.empty(); option = Word()) {
       const std::string value = option.substr(option.find('=') + 1);
       if (option.starts_with("id=")) id = static_cast<unsigned>(std::stoul(value, nullptr, 16));
       if (option.starts_with("size=")) size = std::stoul(value);
       if (option.starts_with("head=")) head = value;
+      if (option.starts_with("hurt=")) hurt = value;
     }
     std::string& path = planted[name];
     if (head.empty()) {
@@ -144,7 +164,27 @@ class StorageConversation : public RecordingForest,
     std::string age;
     parts >> std::hex >> input >> comma >> channel >> comma >> age;
     path = PlantReal(drive, time, id, static_cast<std::uint8_t>(input),
-                     static_cast<std::uint8_t>(channel), age == "none" ? 0 : Ago(age));
+                     static_cast<std::uint8_t>(channel), age == "none" ? 0 : Ago(age), 3);
+    if (hurt == "index") WriteFile(path + "i", 0);
+    if (hurt == "record") {  // of the second frame
+      std::fstream index(path + "i", std::ios::binary | std::ios::in | std::ios::out);
+      index.seekp(1088 + 32) << std::string(32, '\0');
+    }
+    if (!hurt.empty()) unhealed.insert(name);
+  }
+
+  // Which of those that were hurt are so no more, once a line tells of the one given.
+  void PrintHealed(const std::string& path) {
+    EXPECT_TRUE(host.WaitForLine("Healing - " + path));
+    std::erase_if(unhealed, [this](const std::string& name) {
+      qv::kelvo::PSReader reader(files);
+      qv::kelvo::PSReadFrame second;
+      second.index = 1;
+      const bool whole = reader.Open(planted[name]) == 0 && reader.HasIndex();
+      if (!whole || reader.GetFrame(second) != 0) return false;
+      out << "healed: " << name << '\n';
+      return true;
+    });
   }
 
   // Which of the recordings might be removed. They stay, though those without their content.
@@ -179,24 +219,106 @@ class StorageConversation : public RecordingForest,
   }
 
   void Fault() {
-    const std::string call = Word(), suffix = Word();
-    files.Set({call == "open" ? qv::kelvo::FileCall::Open : qv::kelvo::FileCall::ReadAt, 1,
-               qv::kelvo::FileFault::kForGood, Number(), 0, suffix});
+    using qv::kelvo::FileCall;
+    const std::map<std::string, FileCall> calls = {
+        {"open", FileCall::Open}, {"size", FileCall::Size}, {"read", FileCall::ReadAt}};
+    const FileCall call = calls.at(Word());
+    const std::string suffix = Word(), error = Word();
+    const auto times = Number<std::size_t>();
+    files.Set({call, 1, times == 0 ? qv::kelvo::FileFault::kForGood : times,
+               error == "busy" ? qv::kelvo::kBusyError : std::stoi(error), 0, suffix});
+  }
+
+  // Recordings so far apart up to that age, on the drives by turns.
+  void PlantMany(bool kept) {
+    const int count = Number();
+    const std::int64_t now = Ago("0s"), apart = now - Ago(Word()), last = Ago(Word());
+    for (int i = count; i-- > 0;) {
+      const char* const drive = i % 2 == 0 ? "a/" : "b/";
+      const std::int64_t time = last - i * apart;
+      if (kept) {
+        planted["kept" + std::to_string(i)] = PlantReal(drive, time, kCamera, 0xFF, 5, now - kDay);
+      } else {
+        WriteFile(Plant(drive, time) + "m/in the way");
+      }
+    }
+  }
+
+  // No call takes long, nor does one that comes at once cost anything: the worker has its frames to
+  // handle first. Nobody is told before the end.
+  void SearchOn(int gigabytes) {
+    host.ForgetTraffic();
+    std::string volume;
+    for (int calls = 0; calls < 100; ++calls, clock.Advance(20)) {
+      const std::int64_t begin = clock.NowMs();
+      volume = storage->GetRecordVolume(&manager, gigabytes);
+      EXPECT_LE(clock.NowMs() - begin, 100);
+      EXPECT_LE(host.CountLines("GRV rm: "), 30u * static_cast<unsigned>(calls + 1));
+      if (!storage->StillSearching()) {
+        out << calls << " calls\n";
+        break;
+      }
+      EXPECT_TRUE(host.Events().empty());
+      const std::size_t opened = files.Calls(qv::kelvo::FileCall::Open);
+      EXPECT_EQ(storage->GetRecordVolume(&manager, gigabytes), "");
+      EXPECT_EQ(files.Calls(qv::kelvo::FileCall::Open), opened);
+    }
+    PrintVolume(volume);
+  }
+  void ReportOn() {
+    int calls = 0;
+    for (; host.Events().empty() && calls < 100; ++calls) {
+      clock.Advance(20);
+      const std::int64_t begin = clock.NowMs();
+      storage->ContinueReport();
+      EXPECT_LE(clock.NowMs() - begin, 100);
+    }
+    out << calls << " calls\n";
   }
 
   void PrintVolume(const std::string& volume) {
     out << (storage->StillSearching() ? "searching" : volume.empty() ? "none" : volume) << '\n';
   }
 
+  // What recording and searches are offered, and what was told on the way.
+  void PrintOffered() {
+    for (const std::uint32_t kind : {qv::kelvo::kVolumesLocal, qv::kelvo::kVolumesArchive, 0u}) {
+      std::vector<std::string> volumes{"left over"};
+      storage->GetVolumes(volumes, kind, &filter);
+      for (const std::string& volume : volumes) {
+        out << (kind == qv::kelvo::kVolumesLocal ? "drive "
+                : kind != 0                      ? "archive "
+                                                 : "none ")
+            << volume << '\n';
+      }
+    }
+    storage->GetTargets(targets, qv::kelvo::kVolumesArchive, &filter);
+    for (const auto& target : targets) {
+      out << "target";
+      for (const auto& [key, value] : target->Properties()) out << ' ' << key << '=' << value;
+      out << '\n';
+    }
+    for (const auto& line : host.Lines()) out << line.text << '\n';
+    for (const auto& event : host.Events()) out << event.text << '\n';
+  }
+
   std::istringstream in;
   std::ostringstream out;
+  qv::kelvo::ArchiveFilter filter;
+  qv::kelvo::TargetList targets;
   std::set<std::string> state;
   std::map<std::string, std::string> planted;  // by name
+  std::set<std::string> unhealed;              // of those
+  std::shared_ptr<const void> searched;
   std::vector<qv::kelvo::FakeDrive> unplugged;
+  qv::kelvo::DurableFiles::WriteResult written;
+  std::atomic<int> headTime{0}, listTime{0}, askTime{0}, hours{0}, others{0};
+  std::size_t openedBefore = 0;
 #ifndef _WIN32
   std::optional<qv::kelvo::Zone> zone;
 #endif
 
+  const std::string here = fs::current_path().string();
   const std::map<std::string, std::function<void()>> commands = {
       {"drive",
        [this] {
@@ -211,7 +333,19 @@ class StorageConversation : public RecordingForest,
       {"fill", [this] { drives.Fill(); }},
       {"broken", [this] { drives.faulty = Word(); }},
       {"fault", [this] { Fault(); }},
-      {"mend", [this] { files.ClearFaults(); }},
+      {"writing",
+       [this] {
+         const auto step = static_cast<qv::kelvo::DurableFiles::WriteStep>(Number());
+         const int error = Number();
+         written = {step, error, Number<std::size_t>()};
+         durable.writeFailure = &written;
+       }},
+      {"step", [this] { durable.Arm(Number(), false); }},
+      {"mend",
+       [this] {
+         files.ClearFaults();
+         durable.writeFailure = nullptr;
+       }},
       {"file",
        [this] {
          const std::string path = Word();
@@ -289,11 +423,35 @@ class StorageConversation : public RecordingForest,
          bool given = false;
          EXPECT_TRUE(storage->ApplyStorageXml(Xml().Root(), given, reply));
          if (given) out << "names drives\n";
-         PrintElements(TextOf(reply), "Drive ");
+         PrintElements(PrintXml(reply), "Drive ");
        }},
       {"cases", [this] { ApplyCases(Rest()); }},
+      {"message", [this] { storage->ApplyCasesXml(PrintXml(ParsedXml(Rest()).Root()), false); }},
+      {"system", [this] { drives.Change([this](auto& table) { table.system = Word(); }); }},
       {"prepare", [this] { Tell(storage->ApplyDiskPrep(*Xml().Root().FirstChildElement())); }},
-      {"archives", [this] { Tell(storage->ApplyArchivesXml(*Xml().Root().FirstChildElement())); }},
+      {"archives",
+       [this] {
+         host.ForgetTraffic();
+         const ParsedXml xml("<Archives>" + Rest() + "</Archives>");
+         const qv::kelvo::TargetList before = targets;
+         Tell(storage->ApplyArchivesXml(xml.Root()));
+         PrintOffered();
+         for (const auto& target : before) {  // searches alone keep what was replaced
+           EXPECT_TRUE(target.use_count() == 1 || std::ranges::count(targets, target) == 1);
+         }
+       }},
+      {"states",
+       [this] {
+         host.ForgetTraffic();
+         storage->ApplyArchiveStatus(ParsedXml("<Archives>" + Rest() + "</Archives>").Root());
+         PrintOffered();
+       }},
+      {"wanted",
+       [this] {
+         filter.clear();
+         for (int id = 0, wanted = 0; in >> id >> wanted;) filter[id] = wanted != 0;
+         PrintOffered();
+       }},
       {"rule",
        [this] {
          const unsigned input = Id();
@@ -314,13 +472,63 @@ class StorageConversation : public RecordingForest,
       {"free", [this] { PrintFree(); }},
       {"remove", [this] { out << (RemoveRecording(Word(), "a/") ? "done\n" : "failed\n"); }},
       {"room", [this] { PrintVolume(storage->GetRecordVolume(&manager, Number())); }},
+      {"rooms", [this] { SearchOn(Number()); }},
+      {"rest", [this] { ReportOn(); }},
+      {"kept", [this] { PlantMany(true); }},
+      {"stuck",
+       [this] {
+         PlantMany(false);
+         drives.count = [](const std::string&) { return 1u; };
+       }},
+      {"slow",
+       [this] {
+         const std::string what = Word();
+         (what == "head" ? headTime : what == "listing" ? listTime : askTime) = Number();
+       }},
+      {"stamps", [this] { directories.stampsKnown = true; }},
+      {"changed",
+       [this] {
+         const std::string drive = Word();
+         ++directories.changes[qv::kelvo::HourDirectory(drive, Ago(Word()) * 1000)];
+       }},
+      {"cost",
+       [this] {
+         const std::size_t opened = files.Calls(qv::kelvo::FileCall::Open);
+         out << hours.exchange(0) << " hours, " << others.exchange(0) << " others, "
+             << opened - std::exchange(openedBefore, opened) << " opened\n";
+       }},
       {"reserve", [this] { PrintVolume(storage->GetVolumeToReserve(&manager, Number())); }},
       {"reserved",
        [this] {
          manager.reservedOn = Word();
          manager.reserved = Number();
        }},
-      {"written", [this] { manager.open = planted.at(Word()); }},
+      {"written",
+       [this] {
+         manager.open = planted.at(Word());
+         storage->Disk().Opened("a/", manager.open, manager.open + 'i');
+       }},
+      {"heal",
+       [this] {
+         storage->HealRecordings();
+         PrintHealed("a/ in ");
+       }},
+      {"unreadable",
+       [this] {
+         std::string path;
+         for (std::string name; in >> name;) storage->NoteUnreadable(path = planted.at(name));
+         PrintHealed(path);
+       }},
+      {"search",
+       [this] {
+         const std::int64_t first = Ago(Word());
+         searched = storage->HoldRecordings(first, Ago(Word()));
+       }},
+      {"found",
+       [this] {
+         searched = nullptr;
+         PrintHealed(planted.at(Word()));
+       }},
       {"stopping", [this] { manager.stopping = Word() == "yes"; }},
   };
 };
@@ -328,7 +536,7 @@ class StorageConversation : public RecordingForest,
 TEST_P(StorageConversation, IsAnsweredAndRemembered) {
   for (const Step& step : GetParam().steps) {
     SCOPED_TRACE("conversations.txt:" + std::to_string(step.line) + " " + step.command);
-    const std::string answer = qv::kelvo::Slashed(Take(step));
+    const std::string answer = Take(step);
     if (IsSkipped()) return;
     if (!step.expected.empty()) {
       EXPECT_EQ(answer, step.expected == "-\n" ? "" : step.expected);

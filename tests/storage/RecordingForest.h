@@ -2,33 +2,40 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <atomic>
 #include <boost/filesystem/operations.hpp>
 #include <fstream>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "media/PSFile.h"
+#include "host/Xml.h"
 #include "platform/Platform.h"
 #include "storage/CFileSystem.h"
-#include "tests/storage/ParsedXml.h"
 #include "tests/support/FakeDrives.h"
 #include "tests/support/FakeHost.h"
 #include "tests/support/ManualClock.h"
+#include "tests/support/Recordings.h"
 #include "tests/support/ShakyFiles.h"
 #include "tests/support/TempTree.h"
 #include "tree/RecordPath.h"
 
 namespace qvsvr::kelvo {
 
-// Directory listings that are counted, with change stamps by hand.
-class CountedDirectories : public qv::kelvo::Directories {
+// The root element of a text, which must parse.
+class ParsedXml {
+ public:
+  explicit ParsedXml(const std::string& text) { EXPECT_TRUE(document.ParseText(text)) << text; }
+  [[nodiscard]] const TiXmlElement& Root() const { return *document.RootElement(); }
+
+ private:
+  XmlDocument document;
+};
+
+// Directory listings that are told of, with change stamps by hand.
+class ToldDirectories : public qv::kelvo::Directories {
  public:
   int List(const std::string& path, std::string_view pattern, qv::kelvo::ListSizes sizes,
            const std::function<bool(const qv::kelvo::DirectoryEntry&)>& visit) override {
-    ++lists;
     if (onList) onList(path);
     if (sizesAreOld) sizes = qv::kelvo::ListSizes::No;
     return qv::kelvo::SystemPlatform().directories.List(path, pattern, sizes, visit);
@@ -37,7 +44,6 @@ class CountedDirectories : public qv::kelvo::Directories {
     return stampsKnown ? std::hash<std::string>()(path) + changes[path] + 1 : 0;
   }
 
-  std::atomic<int> lists{0};
   bool stampsKnown = false;
   bool sizesAreOld = false;                      // every file is told to be empty
   std::map<std::string, std::uint64_t> changes;  // to be counted for each directory
@@ -70,8 +76,12 @@ struct TestManager : IRecordManager {
   std::int64_t ReservedGB(const std::string& volume) const override {
     return reservedOn.empty() || reservedOn == volume ? reserved : 0;
   }
-  bool IsBeingWritten(const std::string& path) const override { return path == open; }
+  bool IsBeingWritten(const std::string& path) const override {
+    if (onQuestion) onQuestion();
+    return path == open;
+  }
   bool IsStopping() const override { return stopping; }
+  std::function<void()> onQuestion;
   std::string open;
   std::int64_t reserved = 0;
   std::string reservedOn;  // one volume, or all
@@ -121,12 +131,6 @@ class RecordingForest : public ::testing::Test {
   void ApplyCases(const std::string& cases) {
     storage->ApplyCasesXml("<Cases ID='393216'>" + cases + "</Cases>", false);
   }
-  std::size_t CountEvents(const std::string& text) {
-    std::size_t found = 0;
-    for (const auto& event : host.Events()) found += event.text.find(text) != std::string::npos;
-    return found;
-  }
-
   static void WriteFile(const std::string& path, std::size_t size = 1) {
     boost::filesystem::create_directories(boost::filesystem::absolute(path).parent_path());
     std::ofstream(path, std::ios::binary) << std::string(size, 'x');
@@ -149,24 +153,16 @@ class RecordingForest : public ::testing::Test {
     std::string path =
         qv::kelvo::MakePath(drive, time * 1000, id, qv::kelvo::CreateDirectories::Yes);
     qv::kelvo::PSFile file(files);
-    std::array<qv::kelvo::PsStreamDescriptor, qv::kelvo::kStreamCount> descriptors;
-    descriptors[0].streamType = 130;
-    descriptors[0].streamId = 0xE0;
-    descriptors[0].channel = channel;
-    qv::kelvo::PsFileInfo info;
-    info.fileInput[0] = fileInput;
-    EXPECT_EQ(file.Create(path, info, descriptors, 0), 0);
+    qv::kelvo::PsStreams streams;
+    streams[0] = qv::kelvo::AllStreams()[0];
+    streams[0].channel = channel;
+    const std::string payload(64, '\0');
+    std::vector<qv::kelvo::PSFrame> content;
     for (int n = 0; last != 0 && n < frames; ++n) {
-      const std::array<std::byte, 64> payload{};
-      qv::kelvo::PSFrame frame;
-      frame.frameType = 1;
-      frame.channel = channel;
-      frame.payload = payload.data();
-      frame.payloadSize = payload.size();
-      frame.SetTime(last * 1000 + n);
-      EXPECT_EQ(file.WriteFrame(frame), 0);
+      content.push_back(qv::kelvo::MakeFrame(0, 1, last * 1000 + n, payload));
+      content.back().channel = channel;
     }
-    file.Close();
+    qv::kelvo::WriteRecording(file, path, fileInput, streams, content);
     return path;
   }
 
@@ -175,7 +171,7 @@ class RecordingForest : public ::testing::Test {
   FakeHost host;
   qv::kelvo::ManualClock clock;
   ForestDrives drives;
-  CountedDirectories directories;
+  ToldDirectories directories;
   qv::kelvo::FaultyFiles files{qv::kelvo::SystemPlatform().mediaFiles};
   qv::kelvo::ShakyFiles durable;
   qv::kelvo::Platform platform{clock, drives,  directories,

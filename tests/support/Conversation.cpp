@@ -37,6 +37,9 @@ std::vector<Conversation> ReadConversations(const std::string& path) {
     ++number;
     if (line.ends_with('\r')) line.pop_back();
     if (line.empty() || line.starts_with('%')) continue;
+    for (std::size_t at = line.find("\\x"); at != std::string::npos; at = line.find("\\x")) {
+      line.replace(at, 4, 1, static_cast<char>(std::stoi(line.substr(at + 2, 2), nullptr, 16)));
+    }
     if (line.starts_with("    ")) {
       found.back().steps.back().text += ' ' + Expand(macros, line.substr(4));
       continue;

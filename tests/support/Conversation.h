@@ -22,7 +22,8 @@ struct Conversation {
 
 // Conversations from a text file: a line that begins in the first column is a command with its
 // text, four blanks go on with that, two begin what is expected behind it, and % a comment. "let
-// NAME TEXT" makes [NAME argument] stand for the text, with the argument in place of each #.
+// NAME TEXT" makes [NAME argument] stand for the text, with the argument in place of each #. \xE9
+// is that byte.
 [[nodiscard]] std::vector<Conversation> ReadConversations(const std::string& path);
 
 }  // namespace testsupport

@@ -25,6 +25,7 @@ class FakeDrives : public Drives {
     std::vector<FakeDrive> drives;
     int drivesError = 0;  // FixedDrives tells the drives all the same
     int systemError = 0;
+    std::string system = "/usr";
   };
 
   // Adds a drive with plenty of room and a device number of its own.
@@ -63,7 +64,7 @@ class FakeDrives : public Drives {
 
   int SystemDirectory(std::string& path) override {
     const std::lock_guard lock(mutex);
-    path = table.systemError == 0 ? "/usr" : "";
+    path = table.systemError == 0 ? table.system : "";
     return table.systemError;
   }
 
