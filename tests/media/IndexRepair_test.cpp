@@ -29,6 +29,7 @@ class CutPair : public PSFileTest {
     frames = testsupport::ReadPs(path).frames;
     media = tree.Read(kMedia);
     index = tree.Read(kIndex);
+    file.Close();  // one in use can't be replaced everywhere
   }
   void Leave(const std::string& cutMedia, const std::string& cutIndex) {
     tree.Write(kMedia, cutMedia);
