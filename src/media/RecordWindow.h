@@ -13,8 +13,8 @@ namespace qv::kelvo {
 // thread at a time.
 class RecordWindow {
  public:
-  // Forgets what it holds and reads from `file` from now on, where the index begins at `base`. Null for
-  // none; borrowed until the next Reset.
+  // Forgets what it holds and reads from `file` from now on, where the index begins at `base`. Null
+  // for none; borrowed until the next Reset.
   void Reset(MediaFile* file, std::uint64_t base);
 
   // Takes the first records of the file, which somebody has read already.
