@@ -12,8 +12,8 @@ namespace qvsvr::kelvo {
 // it borrows for its life. CFilePlugin is one, and so is the core that tests of the layers use. Any
 // thread: a call lasts as long as the host takes for it; without a host function nothing is sent.
 //
-// What the host doesn't take is told in the log and otherwise lost: there is nobody else to turn to.
-// A reference counts as given back then, too, since a second attempt might give it back twice.
+// What the host doesn't take is told in the log and otherwise lost: there is nobody else to turn
+// to. A reference counts as given back then, too, since a second attempt might give it back twice.
 class HostLink : public ICoreEventer {
  public:
   explicit HostLink(qv::kelvo::Clock& time) : clock(time) {}
