@@ -115,6 +115,11 @@ bool AwsResult::LockForCompletion() {
 
 void AwsResult::ReleaseHandle() {
   SetHandle({});
+  if (landing != nullptr) landing->Forget();
+}
+
+std::span<const std::byte> AwsResult::Content() const {
+  return landing == nullptr ? std::span<const std::byte>() : landing->Content();
 }
 
 std::uint64_t AwsResult::GetBytesTransferred() const {

@@ -47,6 +47,7 @@ class AwsResult : public IResult, public Aws::Client::AsyncCallerContext {
   [[nodiscard]] std::map<std::string, std::string> GetMetadata() const override;
   [[nodiscard]] std::int64_t GetElapsedMs() const override;
   bool WaitFor(std::chrono::milliseconds patience) override;
+  [[nodiscard]] std::span<const std::byte> Content() const override;
 
   [[nodiscard]] const std::string& File() const { return file; }
   [[nodiscard]] const std::shared_ptr<Landing>& Download() const { return landing; }

@@ -163,6 +163,7 @@ class AwsScanner : public IScanner {
   mutable std::mutex workingLock;
   std::shared_ptr<AwsCache> cache;
   std::shared_ptr<TransferEvents> events;
+  const std::shared_ptr<Landing::Kept> keptBytes = std::make_shared<Landing::Kept>();
   mutable std::atomic<std::uint64_t> storeErrors{0};
   Background questions;
 };

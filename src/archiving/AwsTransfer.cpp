@@ -110,8 +110,8 @@ std::shared_ptr<IResult> AwsScanner::StartDownload(const fs::path& remote, const
     cache->MakeRoom(bytes);
     whenFull = [store = cache] { store->GiveUpTenth(); };
   }
-  const auto landing =
-      std::make_shared<Landing>(platform.mediaFiles, Landing::Place{file, first, bytes}, whenFull);
+  const auto landing = std::make_shared<Landing>(
+      platform.mediaFiles, Landing::Place{file, first, bytes}, whenFull, keptBytes);
   const auto stream = [landing] { return landing->NewStream(); };
   const auto result = NewResult(file, landing);
   if (whole) {

@@ -3,8 +3,10 @@
 #include <aws/transfer/TransferHandle.h>
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 
 namespace qvArchiving {
@@ -46,6 +48,8 @@ class IResult {
     Wait();
     return true;
   }
+  // The bytes of a range that has come, where they are in memory still; good until ReleaseHandle.
+  [[nodiscard]] virtual std::span<const std::byte> Content() const { return {}; }
 };
 
 }  // namespace qvArchiving

@@ -87,17 +87,20 @@ class Landing::Stream : public Aws::IOStream {
   Buffer buffer;
 };
 
-Landing::Landing(qv::kelvo::MediaFiles& mediaFiles, Place target, std::function<void()> makeRoom)
+Landing::Landing(qv::kelvo::MediaFiles& mediaFiles, Place target, std::function<void()> makeRoom,
+                 std::shared_ptr<Kept> keptBytes)
     : files(mediaFiles),
       place(std::move(target)),
       beside(NameBeside(place.file)),
-      whenFull(std::move(makeRoom)) {}
+      whenFull(std::move(makeRoom)),
+      allKept(std::move(keptBytes)) {}
 
 bool Landing::IsLeftover(const fs::path& file) {
   return file.extension() == kLeftover;
 }
 
 Landing::~Landing() {
+  Forget();
   if (aside == nullptr) return;
   aside.reset();
   boost::system::error_code ignored;
@@ -155,10 +158,31 @@ bool Landing::Settle() {
   if (!std::exchange(open, false)) return false;
   // A range never takes the place of a file: others may have come into it meanwhile.
   const bool settled = IsWhole() ? MoveAside() && MoveIntoPlace() : CopyIntoPlace();
+  if (settled && !IsWhole()) Keep();
   held = {};
   boost::system::error_code ignored;
   if (std::exchange(aside, nullptr) != nullptr) fs::remove(beside, ignored);
   return settled;
+}
+
+void Landing::Keep() {
+  const std::uint64_t size = held.size();
+  if (allKept->fetch_add(size) + size <= kMaxKept) {
+    kept = std::exchange(held, {});
+  } else {
+    *allKept -= size;
+  }
+}
+
+ConstBytes Landing::Content() {
+  const std::lock_guard guard(lock);
+  return std::as_bytes(std::span(kept));
+}
+
+void Landing::Forget() {
+  const std::lock_guard guard(lock);
+  *allKept -= kept.size();
+  kept = {};
 }
 
 bool Landing::MoveIntoPlace() {

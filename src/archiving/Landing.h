@@ -2,6 +2,7 @@
 
 #include <aws/core/utils/memory/stl/AWSStreamFwd.h>
 
+#include <atomic>
 #include <boost/filesystem/path.hpp>
 #include <cstdint>
 #include <functional>
@@ -32,8 +33,13 @@ class Landing : public std::enable_shared_from_this<Landing> {
   // Whether the file is what a landing leaves whose process died.
   [[nodiscard]] static bool IsLeftover(const boost::filesystem::path& file);
 
+  // Bytes that the landings of one target keep in memory behind their end, together.
+  using Kept = std::atomic<std::uint64_t>;
+  static constexpr std::uint64_t kMaxKept = 64u << 20;
+
   // `makeRoom` is called when the disk is full, before the only second attempt; it may be empty.
-  Landing(qv::kelvo::MediaFiles& mediaFiles, Place target, std::function<void()> makeRoom);
+  Landing(qv::kelvo::MediaFiles& mediaFiles, Place target, std::function<void()> makeRoom,
+          std::shared_ptr<Kept> keptBytes);
   // Removes what hasn't settled.
   ~Landing();
   Landing(const Landing&) = delete;
@@ -49,12 +55,18 @@ class Landing : public std::enable_shared_from_this<Landing> {
   // Puts in its place what came. False, with the local copy as good as before, when that fails.
   [[nodiscard]] bool Settle();
 
+  // The bytes of a range that has settled, so that they needn't be read again: until Forget. Empty
+  // where they weren't kept.
+  [[nodiscard]] qv::kelvo::ConstBytes Content();
+  void Forget();
+
  private:
   class Buffer;
   class Stream;
 
   [[nodiscard]] bool IsWhole() const { return place.offset == 0 && place.bytes == 0; }
   void Begin();
+  void Keep();
   bool Take(std::uint64_t at, std::string&& bytes);
   [[nodiscard]] bool MoveAside();
   [[nodiscard]] bool MoveIntoPlace();
@@ -68,9 +80,11 @@ class Landing : public std::enable_shared_from_this<Landing> {
   const Place place;
   const std::string beside;
   const std::function<void()> whenFull;
+  const std::shared_ptr<Kept> allKept;
   std::mutex lock;
   bool open = false;                            // from the first stream to the end
   std::string held;                             // what came, unless it is aside
+  std::string kept;                             // what settled
   std::unique_ptr<qv::kelvo::MediaFile> aside;  // may be null
 };
 

@@ -96,4 +96,13 @@ bool TransferDesk::Ticket::Succeeded() const {
   return transfer->result != nullptr && transfer->result->GetStatus() == TransferStatus::COMPLETED;
 }
 
+std::span<const std::byte> TransferDesk::Ticket::Content() const {
+  if (!Succeeded() || transfer == nullptr) return {};
+  return transfer->result->Content();
+}
+
+std::uint64_t TransferDesk::Ticket::Offset() const {
+  return transfer == nullptr ? 0 : std::get<1>(transfer->key);
+}
+
 }  // namespace qvArchiving

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <tuple>
 
@@ -47,6 +48,10 @@ class TransferDesk : public std::enable_shared_from_this<TransferDesk> {
     [[nodiscard]] bool WaitFor(std::chrono::milliseconds patience) const;
     // Whether the file, or the range, is here.
     [[nodiscard]] bool Succeeded() const;
+    // What has come of a range, if it is in memory: good for as long as the ticket.
+    [[nodiscard]] std::span<const std::byte> Content() const;
+    // Where it begins in the file.
+    [[nodiscard]] std::uint64_t Offset() const;
 
    private:
     friend class TransferDesk;

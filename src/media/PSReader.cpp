@@ -299,8 +299,15 @@ int PSReader::StreamRecord(std::uint16_t stream, std::uint32_t index, PsiFrameRe
   return kPsOk;
 }
 
-// Gets the frame's bytes, from what was read ahead if they are there.
+// Gets the frame's bytes, from what is in memory if they are there.
 bool PSReader::ReadPacket(PSReadFrame& frame, std::uint32_t total) {
+  for (const HeldBytes& stretch : frame.held) {
+    if (frame.fileOffset < stretch.offset) continue;
+    const std::uint64_t at = frame.fileOffset - stretch.offset;
+    if (at + total > stretch.bytes.size()) continue;
+    frame.content = stretch.bytes.subspan(at, total);
+    return true;
+  }
   std::size_t held = 0;  // of the frame's bytes
   if (ahead.data() == frame.packet.data() && frame.fileOffset >= aheadOffset &&
       frame.fileOffset - aheadOffset < ahead.size()) {

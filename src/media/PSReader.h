@@ -16,6 +16,12 @@
 
 namespace qv::kelvo {
 
+// A stretch of a media file that the caller has in memory.
+struct HeldBytes {
+  std::uint64_t offset = 0;  // in the file
+  ConstBytes bytes;
+};
+
 // One frame as the reader gives it.
 struct PSReadFrame {
   // Set by the caller. Empty buffers ask for less: without `packet` only the fields are filled,
@@ -26,10 +32,11 @@ struct PSReadFrame {
   // Bytes of `packet` to fill at once, if they are more than the frame. What lies behind it serves
   // the next calls with the same `packet`, which nobody else changes meanwhile.
   std::size_t readAhead = 0;
+  std::span<const HeldBytes> held;  // a frame that lies wholly in one of them isn't read
   MutableBytes userData;
 
   // Filled by the reader; after NextFrame `stream` and `index` name the frame within its stream.
-  ConstBytes content;      // the frame within `packet`, with its padding
+  ConstBytes content;      // the frame within `packet` or `held`, with its padding
   std::uint32_t size = 0;  // of the frame; without its padding once `packet` was filled
   std::uint16_t frameType = 0;
   std::uint16_t groupFrame = 0;

@@ -47,6 +47,7 @@ int SearchFile::ReadFrame() {
   frame.index = file.sendList.empty() ? position : file.sendList[position];
   frame.packet = {packetBuffer.get(), kPacketRoom};
   if (isHere) frame.readAhead = kReadAhead;
+  frame.held = held;
   frame.userData = userDataBuffer;
   return reader.NextFrame(frame, file.selectedMask);
 }
@@ -130,7 +131,7 @@ int SearchFile::FetchFrames(int error) {
     rangesAhead = 1;
     FetchAhead(holder);
   }
-  return Await(holder, fetch, last);
+  return Await(holder, std::move(fetch), last);
 }
 
 int SearchFile::StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& first,
@@ -175,16 +176,19 @@ void SearchFile::FetchAhead(const Scanner& holder) {
 }
 
 int SearchFile::AwaitFirstAhead() {
-  const Range range = std::move(ahead.front());
+  Range range = std::move(ahead.front());
   ahead.pop_front();
   rangesAhead = std::min(rangesAhead + 1, kMaxRangesAhead);
   FetchAhead(range.holder);
-  return Await(range.holder, range.fetch, range.last);
+  return Await(range.holder, std::move(range.fetch), range.last);
 }
 
-int SearchFile::Await(const Scanner& holder, const Fetch& fetch, std::uint32_t last) {
-  if (target.Buckets().Await(holder, fetch)) {
+int SearchFile::Await(const Scanner& holder, Fetch&& fetch, std::uint32_t last) {
+  held.clear();
+  playing = std::move(fetch);
+  if (target.Buckets().Await(holder, playing)) {
     fetchedEnd = std::max(fetchedEnd, last + 1);
+    for (const auto& ticket : playing) held.push_back({ticket.Offset(), ticket.Content()});
     return kPsOk;
   }
   ahead.clear();

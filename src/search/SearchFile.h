@@ -79,8 +79,9 @@ class SearchFile {
   [[nodiscard]] int StartFetch(const Scanner& holder, const qv::kelvo::PSReadFrame& first,
                                std::uint32_t last, Fetch& fetch);
   [[nodiscard]] int AwaitFirstAhead();
-  // Waits for the frames up to position `last`.
-  [[nodiscard]] int Await(const Scanner& holder, const Fetch& fetch, std::uint32_t last);
+  // Waits for the frames up to position `last`, which are played from memory as far as they are
+  // there.
+  [[nodiscard]] int Await(const Scanner& holder, Fetch&& fetch, std::uint32_t last);
   // False for a frame at `position` of which only the beginning may be here.
   [[nodiscard]] bool IsWhole();
   // Whether the stream begins behind the frame at `place`.
@@ -92,15 +93,17 @@ class SearchFile {
   std::array<std::uint32_t, qv::kelvo::kStreamCount> streamStart{};
   std::uint32_t position = 0;  // the next one
   std::uint32_t framesSent = 0;
-  bool mayBeCut = false;                // frames that follow each other, of a bucket
-  bool isHere = false;                  // frames that follow each other, of a local file
-  std::uint32_t fetchedEnd = 0;         // behind the last position that this search fetched
-  std::uint32_t fetchedTwiceEnd = 0;    // the same for those whose first fetch wasn't good
-  std::deque<Range> ahead;              // behind `position`, one behind the other
-  std::size_t rangesAhead = 0;          // grows while one range after the other is played
-  std::uint32_t framesAhead = 0;        // in the next one; grows likewise
-  std::uint32_t nextRange = 0;          // position of the first frame behind those asked for
-  qv::kelvo::PSReader::Place rangeEnd;  // of the last frame asked for
+  bool mayBeCut = false;                   // frames that follow each other, of a bucket
+  bool isHere = false;                     // frames that follow each other, of a local file
+  std::uint32_t fetchedEnd = 0;            // behind the last position that this search fetched
+  std::uint32_t fetchedTwiceEnd = 0;       // the same for those whose first fetch wasn't good
+  std::deque<Range> ahead;                 // behind `position`, one behind the other
+  std::size_t rangesAhead = 0;             // grows while one range after the other is played
+  std::uint32_t framesAhead = 0;           // in the next one; grows likewise
+  std::uint32_t nextRange = 0;             // position of the first frame behind those asked for
+  qv::kelvo::PSReader::Place rangeEnd;     // of the last frame asked for
+  Fetch playing;                           // what was waited for last
+  std::vector<qv::kelvo::HeldBytes> held;  // of it
   std::unique_ptr<std::byte[]> packetBuffer;
   std::array<std::byte, 128> userDataBuffer;
   qv::kelvo::PSReadFrame frame;
