@@ -16,15 +16,19 @@ PluginLife::Call::~Call() {
 }
 
 void PluginLife::Leave() {
-  if (inside.fetch_sub(1) == 1 && current.load() == nullptr) inside.notify_all();
+  if (inside.fetch_sub(1) != 1 || current.load() != nullptr) return;
+  const std::lock_guard guard(leaving);
+  allLeft.notify_all();
 }
 
-// From here on calls find no plug-in; those that found it before are counted.
+// From here on calls find no plug-in; those that found it before are counted. The counter itself
+// could be waited for, but where the system has no call for that the library loses wake-ups.
 void PluginLife::End() {
   const std::unique_ptr<CFilePlugin> last(current.exchange(nullptr));
   if (last == nullptr) return;
   last->Close();
-  for (std::uint32_t left = inside.load(); left != 0; left = inside.load()) inside.wait(left);
+  std::unique_lock guard(leaving);
+  allLeft.wait(guard, [this] { return inside.load() == 0; });
 }
 
 }  // namespace qvsvr::kelvo

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -12,7 +13,8 @@ namespace qvsvr::kelvo {
 
 // The plug-in between Load and Unload, and the host's calls that are inside it: it ends only after
 // the last of them has left, whatever order the host's threads call in. A call costs two additions
-// to one counter and takes no lock; only Load and Unload exclude each other. Blocks (Write, IOCTL)
+// to one counter and takes no lock, unless an end waits for it; only Load and Unload exclude each
+// other. Blocks (Write, IOCTL)
 // aren't among the calls, since their queue outlives the plug-in: they come from capture threads,
 // and many. One object per process (shell/exports). Any thread.
 class PluginLife {
@@ -50,6 +52,8 @@ class PluginLife {
   std::mutex changing;  // one Load or Unload at a time
   std::atomic<CFilePlugin*> current{nullptr};
   std::atomic<std::uint32_t> inside{0};
+  std::mutex leaving;  // for the last call only, when the plug-in ends
+  std::condition_variable allLeft;
 };
 
 // The operating system that this module runs on. Each module that has the exports defines it once.

@@ -19,15 +19,18 @@ using qvsvr::kelvo::RecordMessage;
 
 constexpr std::uint32_t kRefused = 0xFFFFFFFFu;
 
-// Closed while there is no plug-in, so that blocks need not ask for one. Never destroyed: a host
-// that ends its process without an Unload may have a worker waiting in it.
+// Never destroyed: a host that ends its process without an Unload may have threads waiting in it.
+template <class Object>
 union Forever {
-  Forever() : queue() {}
+  Forever() : object() {}
   ~Forever() {}
-  qvsvr::kelvo::RecordQueue queue;
-} forever;
-qvsvr::kelvo::RecordQueue& queue = forever.queue;
-PluginLife life;
+  Object object;
+};
+// Closed while there is no plug-in, so that blocks need not ask for one.
+Forever<qvsvr::kelvo::RecordQueue> foreverQueue;
+qvsvr::kelvo::RecordQueue& queue = foreverQueue.object;
+Forever<PluginLife> foreverLife;
+PluginLife& life = foreverLife.object;
 
 // Runs the body of an export; no exception reaches the host.
 template <typename Body>
