@@ -204,6 +204,10 @@ bool IsValid(const PsiFrameRecord& record) {
 }
 
 void PsiRuns::Add(const PsiFrameRecord& record) {
+  // All that are open can then be ended without memory.
+  if (closedRuns.capacity() - closedRuns.size() <= kStreamCount) {
+    closedRuns.reserve(2 * (closedRuns.size() + kStreamCount));
+  }
   PsiRunRecord& run = openRuns[record.stream];
   if (run.firstDate != 0 && !Continues(run, record)) {
     closedRuns.push_back(run);
@@ -233,6 +237,7 @@ std::size_t PsiRuns::OpenCount() const {
 }
 
 void PsiTables::Add(const PsiFrameRecord& record) {
+  runs.Add(record);  // may throw, and then nothing was added
   PsiStreamRecord& stream = streams[record.stream];
   if (stream.frameCount == 0) {
     stream.firstFrame = header.frameCount;
@@ -253,7 +258,6 @@ void PsiTables::Add(const PsiFrameRecord& record) {
   ++header.frameCount;
   header.lastDate = record.date;
   header.lastMs = record.ms;
-  runs.Add(record);
 }
 
 }  // namespace qv::kelvo

@@ -203,44 +203,53 @@ void RecordStream::WriteSoon(PendingFrame* frame, Counted counted) {
   }
   // What the write needs of it may have left the caches long ago; it comes back meanwhile.
   qv::kelvo::PrefetchToChange(&frame->Provider);
-  RunSlots.set(frame->Slot);
   Run.push_back(frame);
+  RunSlots.set(frame->Slot);
   Pending.Take(frame);
   if (Run.size() == media::FrameRun::kFrames) WriteRun(counted);
 }
 
-// Writes the run and gives its buffers back. Frames that don't reach the file are lost: kept, they
-// would hold up what comes behind them for as long as the disk fails.
+// Writes the run and gives its buffers back, whatever is thrown on the way: written again, its
+// frames would be in the file twice. Frames that don't reach the file are lost: kept, they would
+// hold up what comes behind them for as long as the disk fails.
 void RecordStream::WriteRun(Counted counted) {
   if (Run.empty()) return;
-  const std::size_t written = WriteStreamFrames();
-  for (std::size_t i = 0; i < Run.size(); ++i) {
-    if (i < written && counted == Counted::Yes) CountWritten(*Run[i]);
-    Services.Core.DecrementReference(Run[i]->Buffer);
-    Pending.Discard(Run[i]);
+  RunFrames.clear();
+  for (const PendingFrame* frame : Run) {
+    RunFrames.push_back(ToPSFrame(*frame, Slots[frame->Slot]));
+  }
+  struct Ending {
+    ~Ending() { stream.EndRun(); }
+    RecordStream& stream;
+  };
+  const Ending ending{*this};
+  WriteStreamFrames(counted);
+}
+
+void RecordStream::EndRun() {
+  for (PendingFrame* frame : Run) {
+    Services.Core.DecrementReference(frame->Buffer);
+    Pending.Discard(frame);
   }
   Run.clear();
   RunSlots.reset();
 }
 
-// Returns how many frames of the run are in the file. The first error ends it, since nobody knows
-// what is in it behind that place.
-std::size_t RecordStream::WriteStreamFrames() {
-  if (!Writer.IsWriting()) return 0;
-  RunFrames.clear();
-  for (const PendingFrame* frame : Run) {
-    RunFrames.push_back(ToPSFrame(*frame, Slots[frame->Slot]));
-  }
+// The first error ends the file, since nobody knows what is in it behind that place.
+void RecordStream::WriteStreamFrames(Counted counted) {
+  if (!Writer.IsWriting()) return;
   std::size_t written = 0;
   const int error = Writer.WriteFrames(RunFrames, written);
-  for (std::size_t i = 0; i < written; ++i) NoteWritten(*Run[i]);
+  for (std::size_t i = 0; i < written; ++i) {
+    NoteWritten(*Run[i]);
+    if (counted == Counted::Yes) CountWritten(*Run[i]);
+  }
   if (error != media::kPsOk) {
     const std::string path = CurrentPath;
     EndWriter();
     LogPrintf(LogError, "Closed %s (and PSI) - psfile write error %ld.", path.c_str(),
               static_cast<long>(error));
   }
-  return written;
 }
 
 void RecordStream::NoteWritten(const PendingFrame& frame) {

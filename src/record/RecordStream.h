@@ -148,7 +148,8 @@ class RecordStream {
   enum class Counted { No, Yes };
   void WriteSoon(PendingFrame* frame, Counted counted);
   void WriteRun(Counted counted);
-  [[nodiscard]] std::size_t WriteStreamFrames();
+  void EndRun();
+  void WriteStreamFrames(Counted counted);
   void NoteWritten(const PendingFrame& frame);
   void CountWritten(const PendingFrame& frame);
   [[nodiscard]] std::int64_t FlushNs();

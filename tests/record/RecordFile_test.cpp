@@ -86,6 +86,9 @@ TEST_F(RecordFiles, StreamsThatFailToOpenTakeTurnsAndKeepNobodyElseWaiting) {
 
 TEST_F(RecordFile, WhatIsWantedWaitsForTheEndOfASearchForRoom) {
   slot0.Schedule = AllWeek(1);
+  SProviderTuple camera;
+  camera.Provider = kProvider;
+  alarms.AddProviders({camera});
   const auto open = [this] {
     volumes.BeginMessage();
     stream->OpenFile();
@@ -99,8 +102,9 @@ TEST_F(RecordFile, WhatIsWantedWaitsForTheEndOfASearchForRoom) {
   EXPECT_EQ(Waiting(), "I20m P25m I30 I40m I50 I60");
   EXPECT_EQ(host.CountLines("volume"), 0u) << "nothing is known yet";
   storage.Searching = false;
-  open();
-  EXPECT_EQ(Waiting(), "I50 I60") << "written at once";
+  core.OutOfMemory = true;
+  EXPECT_THROW(open(), std::bad_alloc) << "when it was written at once, which isn't done twice";
+  EXPECT_EQ(Waiting(), "I50 I60");
 
   stream->CloseFile();
   storage.Searching = true;

@@ -51,6 +51,11 @@ class ListingCore : public FakeCore {
     if (auto named = Names.extract(buffer)) Returned.push_back(std::move(named.mapped()));
     FakeCore::DecrementReference(buffer);
   }
+  void SendXmlEvent(const std::string& text, std::uint32_t eventClass) override {
+    if (std::exchange(OutOfMemory, false)) throw std::bad_alloc();
+    FakeCore::SendXmlEvent(text, eventClass);
+  }
+  bool OutOfMemory = false;  // for the next event
   std::map<void*, std::string> Names;
   std::vector<std::string> Returned;
 };
