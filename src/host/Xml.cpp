@@ -383,6 +383,7 @@ XmlFileState XmlDocument::LoadFileWithBackup(const qv::kelvo::Platform& platform
   qv::kelvo::DurableFiles& durable = platform.durableFiles;
   const std::string backup = BackupOf(path);
   const XmlFileState state = LoadFile(platform, path);
+  firstText = ErrorDesc();
   if (state == XmlFileState::Good) (void)durable.Remove(backup);
   // What can't be read just now may be better than its backup.
   if (state == XmlFileState::Good || state == XmlFileState::Unreadable) return state;

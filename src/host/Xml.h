@@ -70,12 +70,13 @@ class XmlDocument : public TiXmlDocument {
 
   // Loads `path` or, when that is missing or damaged, its backup, which takes its place if it is
   // good. A good file makes a backup that was left over superfluous: it is removed. The error is
-  // that of the last attempt.
+  // that of the last attempt; FirstErrorDesc tells what was wrong with `path` itself.
   XmlFileState LoadFileWithBackup(const qv::kelvo::Platform& platform, const std::string& path);
 
   [[nodiscard]] bool Error() const { return ownError != 0 || TiXmlDocument::Error(); }
   [[nodiscard]] int ErrorId() const { return ownError != 0 ? ownError : TiXmlDocument::ErrorId(); }
   [[nodiscard]] const char* ErrorDesc() const;
+  [[nodiscard]] const std::string& FirstErrorDesc() const { return firstText; }
   [[nodiscard]] int ErrorRow() const { return ownError != 0 ? -1 : TiXmlDocument::ErrorRow(); }
   [[nodiscard]] int ErrorCol() const { return ownError != 0 ? -1 : TiXmlDocument::ErrorCol(); }
 
@@ -90,7 +91,8 @@ class XmlDocument : public TiXmlDocument {
                                          const std::string& path);
 
   int ownError = 0;
-  std::string ownText;  // of a file error
+  std::string ownText;    // of a file error
+  std::string firstText;  // of a load with a backup
 };
 
 // Starts an outgoing document: a declaration of empty strings and the root `qDVR`, which is

@@ -135,12 +135,14 @@ void StorageFile::Locate() {
 XmlFileState StorageFile::Load(XmlDocument& document) {
   document.nameAside = kCases;
   XmlFileState state = document.LoadFileWithBackup(platform, PathOf(kFileName));
-  const std::string cause = document.ErrorDesc();
-  if (state == XmlFileState::Damaged) state = PutAside(cause);
+  std::string cause = document.FirstErrorDesc();
+  const std::string last = document.ErrorDesc();
+  if (state == XmlFileState::Damaged) state = PutAside(cause, last);
   if (state != XmlFileState::Good) document = XmlDocument();
   document.nameAside = kCases;
   const bool unreadable = state == XmlFileState::Unreadable;
   if (unreadable && !readFailed) {
+    if (last != cause) cause += "; its backup: " + last;
     LogPrintf(LogError, "%s is there but can't be read, nothing is saved until it can: %s",
               kFileName, cause.c_str());
   } else if (!unreadable && readFailed) {
@@ -151,9 +153,10 @@ XmlFileState StorageFile::Load(XmlDocument& document) {
 }
 
 // The backup goes aside, too, or the next start would take it for the settings.
-XmlFileState StorageFile::PutAside(const std::string& cause) {
+XmlFileState StorageFile::PutAside(const std::string& cause, const std::string& backupCause) {
   qv::kelvo::DurableFiles& files = platform.durableFiles;
-  for (const char* name : {kFileName, kBackupName}) {
+  using File = std::pair<const char*, const std::string&>;
+  for (const auto& [name, why] : {File(kFileName, cause), File(kBackupName, backupCause)}) {
     std::string aside;
     int error = 0;
     for (int i = 1; i <= kMostAside; ++i) {
@@ -164,7 +167,7 @@ XmlFileState StorageFile::PutAside(const std::string& cause) {
     if (IsMissing(error)) continue;
     if (error != 0) return XmlFileState::Unreadable;
     LogPrintf(LogError, "%s is damaged and was put aside as %s: %s", name, aside.c_str(),
-              cause.c_str());
+              why.c_str());
   }
   return XmlFileState::Missing;
 }

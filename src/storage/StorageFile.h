@@ -54,8 +54,8 @@ class StorageFile {
 
  private:
   XmlFileState Load(XmlDocument& document);
-  // Missing when it is done, else Unreadable.
-  XmlFileState PutAside(const std::string& cause);
+  // Both files, each with its own cause. Missing when it is done, else Unreadable.
+  XmlFileState PutAside(const std::string& cause, const std::string& backupCause);
   bool Write(XmlDocument& document);
 
   [[nodiscard]] std::string PathOf(const std::string& name) const { return directory + name; }
