@@ -181,7 +181,8 @@ double SweepMs(Site& site, const std::vector<std::string>& volumes,
   std::atomic<std::int64_t> cpu{0};
   qvsvr::kelvo::Sweeper sweeper(site.platform,
                                 {.sendSizes = [&](const auto&) { cpu = ThreadCpuNs(); },
-                                 .cleanupRemoves = [] { return false; }});
+                                 .cleanupRemoves = [] { return false; },
+                                 .isWritten = [](const auto&) { return false; }});
   sweeper.Start({.volumes = volumes, .rules = {}, .bookmarks = table, .globalDays = -100});
   while (cpu == 0 && sweeper.Running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   sweeper.Stop();

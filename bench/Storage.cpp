@@ -166,8 +166,10 @@ void MeasureSlowingBySweep(Site& site) {
   MeasureSlowing(
       site, "a sweep", [] {},
       [&](const std::atomic<bool>& end) {
-        qvsvr::kelvo::Sweeper sweeper(site.platform, {.sendSizes = [](const auto&) {},
-                                                      .cleanupRemoves = [] { return false; }});
+        qvsvr::kelvo::Sweeper sweeper(site.platform,
+                                      {.sendSizes = [](const auto&) {},
+                                       .cleanupRemoves = [] { return false; },
+                                       .isWritten = [](const auto&) { return false; }});
         while (!end) {
           sweeper.Start(
               {.volumes = {"a/", "b/"}, .rules = {}, .bookmarks = {}, .globalDays = -100});
@@ -237,7 +239,8 @@ void MeasureSweep(Site& site) {
     std::atomic<std::int64_t> cpu{0};
     qvsvr::kelvo::Sweeper sweeper(site.platform,
                                   {.sendSizes = [&](const auto&) { cpu = ThreadCpuNs(); },
-                                   .cleanupRemoves = [] { return false; }});
+                                   .cleanupRemoves = [] { return false; },
+                                   .isWritten = [](const auto&) { return false; }});
     sweeper.Start({.volumes = {"a/", "b/"}, .rules = {}, .bookmarks = {}, .globalDays = -100});
     while (cpu == 0 && sweeper.Running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     sweeper.Stop();

@@ -46,6 +46,14 @@ void WriteBack::Closed(const std::string& media) {
   }
 }
 
+bool WriteBack::IsOpen(const std::string& media) {
+  const std::lock_guard lock(mutex);
+  return std::ranges::any_of(drives, [&media](const auto& entry) {
+    const auto pair = entry.second->pairs.find(media);
+    return pair != entry.second->pairs.end() && pair->second.open;
+  });
+}
+
 bool WriteBack::IsAtWork(const std::string& media) {
   const std::lock_guard lock(mutex);
   return std::ranges::any_of(

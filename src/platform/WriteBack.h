@@ -46,7 +46,8 @@ class WriteBack {
   void Opened(const std::string& root, const std::string& media, const std::string& index);
   void Closed(const std::string& media);
 
-  // Whether that recording is being written, or was and isn't on disk yet.
+  // Whether that recording is being written; whether it is, or was and isn't on disk yet.
+  [[nodiscard]] bool IsOpen(const std::string& media);
   [[nodiscard]] bool IsAtWork(const std::string& media);
 
   // Looks at the clock now. For tests, which have moved it.

@@ -23,7 +23,6 @@ CFileSystem::CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system)
       catalogue(system, protection),
       roomMaker(system, catalogue),
       readWriteTest(system),
-      sweeper(system, SweeperOwner()),
       disk(system,
            [](const std::string& root, int error) {
              if (error != 0) {
@@ -32,6 +31,7 @@ CFileSystem::CFileSystem(ICoreEventer& core, qv::kelvo::Platform& system)
                LogPrintf(LogInfo, "Write-back to %s works again", root.c_str());
              }
            }),
+      sweeper(system, SweeperOwner()),
       healer(system, disk) {}
 
 CFileSystem::~CFileSystem() = default;
@@ -323,14 +323,15 @@ bool CFileSystem::KickSweeper(bool stop) {
   return false;
 }
 
-// Called on the sweeper's thread: an event, and an atomic.
+// Called on the sweeper's thread: an event, an atomic, and a part for any thread.
 Sweeper::Owner CFileSystem::SweeperOwner() {
   return {.sendSizes =
               [this](const Bookmarks& table) {
                 const TiXmlElement cases = BookmarkSizes(table);
                 if (cases.FirstChild() != nullptr) SendStorageXml(cases);
               },
-          .cleanupRemoves = [this] { return cleanupRemoves.load(); }};
+          .cleanupRemoves = [this] { return cleanupRemoves.load(); },
+          .isWritten = [this](const std::string& media) { return disk.IsOpen(media); }};
 }
 
 void CFileSystem::SendStorageXml(const TiXmlElement& element) {

@@ -202,8 +202,8 @@ class CFileSystem : public qv::kelvo::FileSystemBase {
   std::uint64_t scanNs = 0;  // of the search for the oldest recording that is under way
   // As in `retention`, for the sweeper's thread.
   std::atomic<bool> cleanupRemoves{true};
-  Sweeper sweeper;  // ends before anything that it uses
   qv::kelvo::WriteBack disk;
+  Sweeper sweeper;  // ends before anything that it uses
   Healer healer;
 };
 

@@ -24,8 +24,9 @@ std::string Bare(const std::string& directory) {
 
 class Run {
  public:
-  Run(qv::kelvo::Platform& system, const std::atomic<bool>& stopFlag, bool removes)
-      : platform(system), stop(stopFlag), removing(removes) {}
+  Run(qv::kelvo::Platform& system, const std::atomic<bool>& stopFlag, bool removes,
+      const std::function<bool(const std::string&)>& written)
+      : platform(system), stop(stopFlag), removing(removes), isWritten(written) {}
 
   void CleanVolume(const std::string& root);
 
@@ -54,6 +55,7 @@ class Run {
   std::string volume;  // the one being cleaned
   const std::atomic<bool>& stop;
   bool removing;
+  const std::function<bool(const std::string&)>& isWritten;
 };
 
 // Levels of the tree: where its directories are counted, and how a removal that fails is told.
@@ -124,7 +126,7 @@ bool Run::VisitCompanion(const std::string& path) {
   std::uint64_t size = 0;
   const int error = qv::kelvo::FileSize(media, size);
   if (error == 0) {
-    if (size < kLeastMediaSize) RemoveEmptyMedia(media, size);
+    if (size < kLeastMediaSize && !isWritten(media)) RemoveEmptyMedia(media, size);
   } else if (IsMissing(error)) {
     RemoveOrphans(media);
   } else {
@@ -195,13 +197,14 @@ void LogCounts(const CleanupCounts& counts, std::int64_t elapsedNs) {
 }  // namespace
 
 CleanupCounts FsCleanup(qv::kelvo::Platform& platform, const std::vector<std::string>& volumes,
-                        const std::atomic<bool>& stop, bool removing) {
+                        const std::atomic<bool>& stop, bool removing,
+                        const std::function<bool(const std::string&)>& isWritten) {
   if (stop) return {};
   LogPrintf(LogInfo,
             "fs-cleanup - %s empty dirs, empty ps files, and orphaned index/metadata files.",
             removing ? "Removing" : "Reporting");
   const std::int64_t begin = platform.clock.SteadyNs();
-  Run run(platform, stop, removing);
+  Run run(platform, stop, removing, isWritten);
   run.counts.volumes = volumes.size();
   for (const std::string& volume : volumes) {
     if (stop) break;

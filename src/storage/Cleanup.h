@@ -21,12 +21,14 @@ struct CleanupCounts {
 
 // Looks for what crashes leave in the trees: media files that hold nothing, companions without a
 // media file, empty directories. No file of the current hour or of the five minutes before it is
-// touched, since it may be being written; nor one whose media can't be looked at, whatever the
-// reason. It finds files by their companions: media without an index can still be repaired and is
-// left alone. With `removing` it removes what it finds, else it only tells. Ends early when `stop`
-// is set. Any thread; in fact the sweeper's, at the end of a pass.
+// touched, since it may be being written; nor an older one of which `isWritten` says so, as one
+// that goes on for want of room; nor one whose media can't be looked at, whatever the reason. It
+// finds files by their companions: media without an index can still be repaired and is left alone.
+// With `removing` it removes what it finds, else it only tells. Ends early when `stop` is set. Any
+// thread; in fact the sweeper's, at the end of a pass.
 CleanupCounts FsCleanup(qv::kelvo::Platform& platform, const std::vector<std::string>& volumes,
-                        const std::atomic<bool>& stop, bool removing);
+                        const std::atomic<bool>& stop, bool removing,
+                        const std::function<bool(const std::string& media)>& isWritten);
 
 // Visits the paths of a directory's index and metadata files until `visit` returns false. Returns
 // 0; -1 when there is neither such a file nor a media file; -2 when the directory can't be listed.

@@ -100,7 +100,7 @@ void Sweeper::Run() {
   threadId = qv::kelvo::YieldToOtherThreads();
   try {
     Sweep();
-    FsCleanup(platform, work.volumes, stop, owner.cleanupRemoves());
+    FsCleanup(platform, work.volumes, stop, owner.cleanupRemoves(), owner.isWritten);
   } catch (const std::exception& error) {
     LogPrintf(LogError, "Sweeper - failed: %s", error.what());
   } catch (...) {
@@ -216,7 +216,7 @@ void Sweeper::VisitFile(HourWork& hour, const qv::kelvo::NamedRecording& recordi
 }
 
 void Sweeper::Expire(const std::string& path, const std::string& root, std::int64_t time) {
-  if (!IsExpired(path, time)) return;
+  if (owner.isWritten(path) || !IsExpired(path, time)) return;
   LogPrintf(LogTrace, "Sweeper - expiring %s", path.c_str());
   if (RemoveRecording(path, root)) ++expired;
 }

@@ -37,6 +37,8 @@ class Sweeper {
   struct Owner {
     std::function<void(const Bookmarks&)> sendSizes;  // at the end of a whole pass
     std::function<bool()> cleanupRemoves;
+    // Whether the recording at that path is open: it isn't removed, whatever its name's age.
+    std::function<bool(const std::string& media)> isWritten;
   };
 
   // Borrows the platform for its life. The owner's functions must work until Stop.

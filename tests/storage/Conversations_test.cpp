@@ -212,7 +212,8 @@ class StorageConversation : public RecordingForest,
 
   void Clean(bool removing) {
     const std::atomic<bool> stop{false};
-    const CleanupCounts seen = FsCleanup(platform, {"a/"}, stop, removing);
+    const CleanupCounts seen =
+        FsCleanup(platform, {"a/"}, stop, removing, [](const std::string&) { return false; });
     out << seen.emptyFiles << " empty, " << seen.orphanedFiles << " orphans, " << seen.emptyHours
         << " hours, " << seen.emptyDays << " days, " << seen.emptyMonths << " months, "
         << seen.emptyYears << " years\n";
