@@ -130,6 +130,10 @@ void Catalogue::Drop() {
 }
 
 bool Catalogue::ReadOn(WorkLimit& limit) {
+  if (cursor->ListAhead()) {
+    limit.Spend(WorkLimit::kDisk);
+    return true;
+  }
   // A stretch without an hour is passed in one go: a year of it costs 24 questions at most.
   limit.Spend(volumes.size());
   auto found = cursor->Next(platform.clock.NowMs());
@@ -188,7 +192,8 @@ void Catalogue::List(Hour& hour) {
 bool Catalogue::Judge(Hour& hour, const Question& question, WorkLimit& limit) {
   // What was judged under other rules, or before time changed a verdict, is judged anew.
   if (!hour.listed || hour.revision != revision || NowSeconds() >= hour.until) {
-    limit.Spend(WorkLimit::kListing);
+    if (limit.Met()) return false;
+    limit.Spend(WorkLimit::kDisk);
     List(hour);
   }
   for (; hour.next < hour.candidates.size(); ++hour.next) {
@@ -197,7 +202,7 @@ bool Catalogue::Judge(Hour& hour, const Question& question, WorkLimit& limit) {
     const RecordingEntry file{hour.path, candidate.name, hour.times->At(candidate.number)};
     const std::uint64_t heads = protection.HeadsRead();
     const Verdict verdict = protection.Check(file, hour.heads);
-    limit.Spend(1 + (protection.HeadsRead() - heads) * WorkLimit::kHead);
+    limit.Spend(1 + (protection.HeadsRead() - heads) * WorkLimit::kDisk);
     if (verdict.removable == Removable::Yes) {
       if (!question.except || !question.except(file.Path())) return true;
       hour.lasting = false;

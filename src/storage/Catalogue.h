@@ -18,15 +18,14 @@
 namespace qvsvr::kelvo {
 
 // How much one call may do before it leaves the rest to the next: the worker, which all cameras
-// share, is held up for 60 ms at most. A little is done behind the deadline, too: on a busy machine
-// time passes without work, and mostly that little is all there is to do. What was done counts in
-// steps, so that the clock need not be asked for each. One call, one thread.
+// share, is held up for 60 ms at most, and by the step that is under way then. One step is made in
+// any case, so that a busy machine, where time passes without work, gets on. What was done counts
+// in steps, so that the clock need not be asked for each. One call, one thread.
 class WorkLimit {
  public:
-  // What things cost, in steps to a further hour or file.
-  static constexpr std::uint64_t kListing = 64;
-  static constexpr std::uint64_t kHead = 256;
-  static constexpr std::uint64_t kRemoval = 64;
+  // What a look at the disk costs, a listing, a head or a removal, in steps to a further hour or
+  // file: behind each of them the clock is asked.
+  static constexpr std::uint64_t kDisk = 8;
 
   // How long one call may hold up the worker.
   static constexpr std::int64_t kCallNs = 60'000'000;
@@ -49,19 +48,16 @@ class WorkLimit {
   // Whether to leave off.
   [[nodiscard]] bool Met() {
     if (spent < nextLook) return false;
-    nextLook = spent + kLook;
-    return Stopped() || (spent >= kLeast && clock.SteadyNs() >= deadlineNs);
+    nextLook = spent + kDisk;
+    return Stopped() || clock.SteadyNs() >= deadlineNs;
   }
 
  private:
-  static constexpr std::uint64_t kLeast = 4 * kHead;
-  static constexpr std::uint64_t kLook = 8;  // the clock isn't asked at each step
-
   qv::kelvo::Clock& clock;
   const std::function<bool()> stop;
   const std::int64_t deadlineNs;
   std::uint64_t spent = 0;
-  std::uint64_t nextLook = 0;
+  std::uint64_t nextLook = kDisk;
 };
 
 // What the worker knows of the recordings on the drives, and the one answer that it is kept for:
@@ -77,9 +73,9 @@ class WorkLimit {
 // when it is known that nothing in it may go. The hours are read in the order of time, as far as a
 // question asks for, in a pass that begins at the oldest one. A pass serves the questions of five
 // seconds, one whose last question is still open those of two minutes, and within it no directory
-// is asked for its stamp twice. In the next one a directory with the same stamp costs that one
-// look. That something may go is never remembered, only that it may not: a verdict that is out of
-// date keeps a recording, for a while, and never loses one.
+// is asked for its stamp twice. In the next one a directory with
+// the same stamp costs that one look. That something may go is never remembered, only that it may
+// not: a verdict that is out of date keeps a recording, for a while, and never loses one.
 //
 // A question that meets its limit of work is answered with Unknown; put again, it goes on behind
 // what is known by then. Worker thread only.
@@ -156,7 +152,8 @@ class Catalogue {
   };
 
   void BeginPass(std::int64_t nowNs);
-  // Reads the next hour's directories; false when there are no more.
+  // Gets on to the next hour's directories, by one listing or all the way; false when there are no
+  // more.
   [[nodiscard]] bool ReadOn(WorkLimit& limit);
   void Meet(qv::kelvo::HourCursor::Directory directory, std::int64_t start);
   void List(Hour& hour);

@@ -42,7 +42,7 @@ std::string RoomMaker::MakeRoom(const Request& request) {
       return {};
     }
     nothingNs.reset();
-    limit.Spend(WorkLimit::kRemoval);
+    limit.Spend(WorkLimit::kDisk);
     if (!Remove(oldest)) continue;
     const std::int64_t usable = request.usableGB(oldest.root);
     if (usable >= request.desiredGB) return oldest.root;

@@ -1,6 +1,7 @@
 #include "tree/HourCursor.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "platform/Files.h"
 
@@ -20,22 +21,15 @@ UtcMs EndOf(UtcMs time, TreeLevel level) {
   }
 }
 
-// The oldest hour below `directory`, a path of the years, months and days in `date`.
-std::optional<UtcMs> OldestBelow(Directories& directories, const std::string& directory,
-                                 std::array<std::uint32_t, 4>& date, std::size_t level) {
-  const PartRange& range = kPartRanges[level];
-  for (const std::string& name : ListHourParts(directories, directory, range.low, range.high)) {
-    (void)ReadDecimal(name, date[level]);
-    if (level + 1 < date.size()) {
-      const std::string child = ChildDirectory(directory, name);
-      if (const auto oldest = OldestBelow(directories, child, date, level + 1)) return oldest;
-      continue;
-    }
-    const HourTimes hour(CalendarTime{static_cast<int>(date[0]), static_cast<int>(date[1]),
-                                      static_cast<int>(date[2]), static_cast<int>(date[3])});
-    if (hour.Exists()) return hour.Start().first * 1000;
-  }
-  return std::nullopt;
+// The hour that the names of a year, month, day and hour stand for, if there is such a one.
+template <class Levels>
+std::optional<UtcMs> HourOf(const Levels& way) {
+  std::array<std::uint32_t, 4> date{};
+  for (std::size_t i = 0; i < date.size(); ++i) (void)ReadDecimal(way[i].names.back(), date[i]);
+  const HourTimes hour(CalendarTime{static_cast<int>(date[0]), static_cast<int>(date[1]),
+                                    static_cast<int>(date[2]), static_cast<int>(date[3])});
+  if (!hour.Exists()) return std::nullopt;
+  return hour.Start().first * 1000;
 }
 
 }  // namespace
@@ -57,7 +51,10 @@ HourCursor::HourCursor(Directories& directories, std::vector<std::string> roots)
 
 std::optional<HourCursor::Hour> HourCursor::Next(UtcMs end) {
   if (!current) {
-    current = OldestHour();
+    while (ListAhead()) {
+    }
+    lookedAt = 0;
+    current = std::exchange(oldest, std::nullopt);
     if (!current) return std::nullopt;
     FindDirectories(*current);
     if (!found.empty()) return Hour{*current, std::move(found)};
@@ -71,14 +68,38 @@ std::optional<HourCursor::Hour> HourCursor::Next(UtcMs end) {
   return Hour{time, std::move(found)};
 }
 
-std::optional<UtcMs> HourCursor::OldestHour() const {
-  std::optional<UtcMs> oldest;
-  for (const std::string& volume : volumes) {
-    std::array<std::uint32_t, 4> date{};
-    const auto hour = OldestBelow(listings, volume, date, 0);
-    if (hour && (!oldest || *hour < *oldest)) oldest = hour;
+bool HourCursor::ListAhead() {
+  while (!current && lookedAt < volumes.size()) {
+    if (way.empty()) {
+      Enter(volumes[lookedAt]);
+      return true;
+    }
+    if (way.back().names.empty()) {
+      way.pop_back();
+      if (way.empty()) {
+        ++lookedAt;
+      } else {
+        way.back().names.pop_back();
+      }
+    } else if (way.size() < std::size(kPartRanges)) {
+      Enter(ChildDirectory(way.back().directory, way.back().names.back()));
+      return true;
+    } else if (const auto hour = HourOf(way)) {
+      oldest = std::min(oldest.value_or(*hour), *hour);
+      way.clear();
+      ++lookedAt;
+    } else {
+      way.back().names.pop_back();
+    }
   }
-  return oldest;
+  return false;
+}
+
+void HourCursor::Enter(std::string directory) {
+  const PartRange& range = kPartRanges[way.size()];
+  auto names = ListHourParts(listings, directory, range.low, range.high);
+  std::ranges::reverse(names);
+  way.push_back({std::move(directory), std::move(names)});
 }
 
 bool HourCursor::Exists(UtcMs time, TreeLevel level) {

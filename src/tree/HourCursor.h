@@ -40,13 +40,26 @@ class HourCursor {
   // when there is none, which a later call may change.
   [[nodiscard]] std::optional<Hour> Next(UtcMs end);
 
+  // To find the oldest hour takes some listings on each volume: makes one of them ahead of the
+  // first Next. False when there is none left to make.
+  [[nodiscard]] bool ListAhead();
+
  private:
-  [[nodiscard]] std::optional<UtcMs> OldestHour() const;
+  // On the way to a volume's oldest hour: a directory of years, months, days or hours with those
+  // that weren't entered yet, the oldest at the end.
+  struct Level {
+    std::string directory;
+    std::vector<std::string> names;
+  };
+  void Enter(std::string directory);
   [[nodiscard]] bool Exists(UtcMs time, TreeLevel level);
   void FindDirectories(UtcMs time);
 
   Directories& listings;
   const std::vector<std::string> volumes;
+  std::vector<Level> way;        // into the volume that is being looked at
+  std::size_t lookedAt = 0;      // volumes whose oldest hour is known
+  std::optional<UtcMs> oldest;   // of those
   std::optional<UtcMs> current;  // the hour that was given last
   std::vector<Directory> found;  // of the hour that was asked for last
   // The year, month and day known to exist end there: they aren't asked for again at each hour.
