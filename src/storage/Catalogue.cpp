@@ -11,9 +11,10 @@ namespace {
 using qv::kelvo::kNoTime;
 using qv::kelvo::kSecondsPerHour;
 
-// A pass serves the questions of so long, one that isn't over of the longer time.
+// A pass serves the questions of so long; one that isn't over, as long as the next question comes
+// within the longer time: begun anew, it might never get to its end on a slow disk.
 constexpr std::int64_t kPassNs = std::int64_t{5} * 1'000'000'000;
-constexpr std::int64_t kLongPassNs = std::int64_t{120} * 1'000'000'000;
+constexpr std::int64_t kAbandonedNs = std::int64_t{120} * 1'000'000'000;
 
 Catalogue::Answer NotFound(Catalogue::Outcome outcome, std::uint32_t protectedFiles = 0) {
   Catalogue::Answer answer;
@@ -45,8 +46,8 @@ void Catalogue::SetVolumes(const std::vector<std::string>& roots) {
 Catalogue::Answer Catalogue::Oldest(const Question& question, WorkLimit& limit) {
   const std::int64_t now = platform.clock.SteadyNs();
   if (unknown && now < resumeNs && !limit.Patient()) return NotFound(Outcome::Unknown);
-  const std::int64_t age = now - passNs;
-  if (!cursor || age >= (unknown ? kLongPassNs : kPassNs)) BeginPass(now);
+  const bool over = unknown ? now - resumeNs >= kAbandonedNs : now - passNs >= kPassNs;
+  if (!cursor || over) BeginPass(now);
   revision = protection.Revision();
   Answer answer = Search(question, limit);
   if (answer.outcome == Outcome::Nothing && (dropped || (!fresh && !question.mayBeOld))) {

@@ -72,8 +72,8 @@ class WorkLimit {
 // Per hour directory it holds the change stamp, what was read of the heads of its files, and until
 // when it is known that nothing in it may go. The hours are read in the order of time, as far as a
 // question asks for, in a pass that begins at the oldest one. A pass serves the questions of five
-// seconds, one whose last question is still open those of two minutes, and within it no directory
-// is asked for its stamp twice. In the next one a directory with
+// seconds, one whose last question is still open each that comes within two minutes of the one
+// before, and within it no directory is asked for its stamp twice. In the next one a directory with
 // the same stamp costs that one look. That something may go is never remembered, only that it may
 // not: a verdict that is out of date keeps a recording, for a while, and never loses one.
 //
