@@ -29,23 +29,18 @@ void MakeDirectories(const std::string& directory) {
   (void)MakeDirectory(directory);  // what fails is told when the file is opened
 }
 
-struct SplitPath {
-  std::vector<std::string_view> directories;
-  std::string_view name;
-};
-
-SplitPath Split(std::string_view path) {
-  SplitPath split;
+// Calls `visit` for each directory of `path`, outermost first, and gives the name behind the last.
+template <typename Visit>
+std::string_view VisitParts(std::string_view path, Visit visit) {
   std::size_t start = 0;
   for (std::size_t i = 0; i < path.size(); ++i) {
     if (!IsPathSeparator(path[i])) continue;
     const std::string_view part = path.substr(start, i - start);
     const bool volume = start == 0 && kPathSeparator == '\\' && part.ends_with(':');
-    if (!part.empty() && !volume) split.directories.push_back(part);
+    if (!part.empty() && !volume) visit(part);
     start = i + 1;
   }
-  split.name = path.substr(start);
-  return split;
+  return path.substr(start);
 }
 
 std::string HourDirectory(const std::string& root, const CalendarTime& local) {
@@ -89,16 +84,16 @@ std::string MakePath(const std::string& root, UtcMs time, StreamID id, CreateDir
 }
 
 bool ParsePath(std::string_view path, PathFields& fields) {
-  const SplitPath split = Split(path);
-  if (split.directories.size() >= kDateLevels) {
-    std::uint32_t* const dates[kDateLevels] = {&fields.year, &fields.month, &fields.day,
-                                               &fields.hour};
-    const auto first = split.directories.size() - kDateLevels;
-    for (std::size_t level = 0; level < kDateLevels; ++level) {
-      (void)ReadDecimal(split.directories[first + level], *dates[level]);
+  std::array<std::string_view, kDateLevels> last;  // directories, in a ring
+  std::size_t count = 0;
+  const std::string_view name =
+      VisitParts(path, [&](std::string_view part) { last[count++ % kDateLevels] = part; });
+  if (count >= kDateLevels) {
+    for (std::uint32_t* date : {&fields.year, &fields.month, &fields.day, &fields.hour}) {
+      (void)ReadDecimal(last[count++ % kDateLevels], *date);
     }
   }
-  const std::string_view stem = split.name.substr(0, split.name.rfind('.'));
+  const std::string_view stem = name.substr(0, name.rfind('.'));
   return ReadNameId(stem, fields.id) && ReadDecimal(stem.substr(0, 2), fields.minute) &&
          ReadDecimal(stem.substr(2, 2), fields.second);
 }
@@ -136,20 +131,19 @@ PathTime HourTimes::At(std::uint32_t number) const {
 
 PathTime TimeOfPath(std::string_view path, std::string_view root) {
   if (!path.starts_with(root)) return {};
-  const SplitPath split = Split(path.substr(root.size()));
   std::array<std::uint32_t, kDateLevels> date{0, 1, 1, 0};
   std::size_t parts = 0;
   std::uint32_t number = 0;
+  bool good = true;
   const auto take = [&](std::string_view part) {
     const std::size_t place = parts++;
-    if (place < kDateLevels) return ReadDecimal(part, date[place]) && date[place] <= kMaxPart;
-    return place == kDateLevels && ReadNameNumber(part, number) && number <= kMaxNumber;
+    good = good && (place < kDateLevels ? ReadDecimal(part, date[place]) && date[place] <= kMaxPart
+                                        : place == kDateLevels && ReadNameNumber(part, number) &&
+                                              number <= kMaxNumber);
   };
-  for (const std::string_view part : split.directories) {
-    if (!take(part)) return {};
-  }
-  if (!split.name.empty() && !take(split.name)) return {};
-  if (parts == 0) return {};
+  const std::string_view name = VisitParts(path.substr(root.size()), take);
+  if (!name.empty()) take(name);
+  if (!good || parts == 0) return {};
   const HourTimes hour(CalendarTime{static_cast<int>(date[0]), static_cast<int>(date[1]),
                                     static_cast<int>(date[2]), static_cast<int>(date[3])});
   if (!hour.Exists()) return {};
