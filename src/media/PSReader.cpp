@@ -10,7 +10,8 @@ namespace {
 
 constexpr std::size_t kMapHeadSize = 6;
 constexpr std::size_t kMaxMapLength = kProgramMapSize - kMapHeadSize;
-constexpr std::size_t kFirstIndexRead = 4096;  // the head and what fits behind it
+// The head and the first record: a listing asks for no more.
+constexpr std::size_t kFirstIndexRead = kPsiHeadSize + kPsiFrameRecordSize;
 constexpr std::size_t kRunsAtATime = 256;
 
 // Whether `buffer` was filled from `offset`.
