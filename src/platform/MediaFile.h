@@ -93,6 +93,11 @@ class MediaFiles {
                         std::span<FileStamp> stamps) {
     for (std::size_t i = 0; i < names.size(); ++i) stamps[i] = StampOf(directory + names[i]);
   }
+
+  // The same for one thread that opens one file after the other of a directory, and then of the
+  // next: the platform holds the directory meanwhile, so as not to go there for each. Null where it
+  // can't.
+  [[nodiscard]] virtual std::unique_ptr<MediaFiles> ByDirectory() { return nullptr; }
 };
 
 }  // namespace qv::kelvo

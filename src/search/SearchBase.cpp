@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <memory>
 #include <utility>
 
 #include "search/PrepareFile.h"
@@ -110,7 +111,8 @@ class Walk {
         range(searchRange),
         slack(slackSeconds),
         target(fileSystem),
-        reader(fileSystem.SingleFiles()),
+        byDirectory(fileSystem.SingleFiles().ByDirectory()),
+        reader(byDirectory != nullptr ? *byDirectory : fileSystem.SingleFiles()),
         results(found),
         files(playback) {}
 
@@ -293,6 +295,7 @@ class Walk {
   const TimeRange range;
   const std::int64_t slack;  // seconds
   SearchTargetFileSystem& target;
+  const std::unique_ptr<qv::kelvo::MediaFiles> byDirectory;  // null where there are none such
   qv::kelvo::PSReader reader;
   SearchResults& results;
   PlaybackFiles& files;

@@ -195,6 +195,19 @@ TEST_F(MediaFilesTest, OnlyRegularFilesAreToldOfAndOpened) {
   EXPECT_EQ(files.Open(tree.Path("b.ps"), OpenMode::CreateOrTruncate, file), ENOENT);
 }
 
+TEST_F(MediaFilesTest, FilesByDirectoryAreThoseOfTheirPaths) {
+  const auto byDirectory = files.ByDirectory();
+  std::unique_ptr<MediaFile> file;
+  EXPECT_EQ(byDirectory->Open(tree.Path("02/a.ps"), OpenMode::Read, file), ENOENT);
+  for (const char* name : {"01/a.ps", "01/b.ps", "02/a.ps"}) tree.Write(name, name);
+  for (const char* name : {"02/a.ps", "01/a.ps", "01/b.ps", "02/a.ps", "01/a.ps"}) {
+    ASSERT_EQ(byDirectory->Open(tree.Path(name), OpenMode::Read, file), 0) << name;
+    EXPECT_EQ(Read(*file, 0, 9), name);
+    EXPECT_EQ(file->OpenedAs(), files.StampOf(tree.Path(name)));
+  }
+  EXPECT_EQ(byDirectory->Open(tree.Path("01/c.ps"), OpenMode::Read, file), ENOENT);
+}
+
 TEST_F(DurableFilesTest, TellTheStepThatFailed) {
   ExpectWrite("none/kelvo.xml", "x", Step::Create, ENOENT, 0);
   tree.MakeDirectory("taken");

@@ -94,15 +94,38 @@ class MediaFileOnPosix : public MediaFile {
   int fd;
 };
 
+int OpenDirectory(const std::string& path) {
+  return open(path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+}
+
 class MediaFilesOnPosix : public MediaFiles {
  public:
   int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
+    return OpenAt(AT_FDCWD, path.c_str(), mode, file);
+  }
+
+  FileStamp StampOf(const std::string& path) override { return StampAt(AT_FDCWD, path); }
+
+  void StampsOf(const std::string& directory, std::span<const std::string> names,
+                std::span<FileStamp> stamps) override {
+    const int fd = OpenDirectory(directory);
+    for (std::size_t i = 0; i < names.size(); ++i) {
+      stamps[i] = fd < 0 ? FileStamp{} : StampAt(fd, names[i]);
+    }
+    if (fd >= 0) (void)close(fd);
+  }
+
+  std::unique_ptr<MediaFiles> ByDirectory() override;
+
+ protected:
+  static int OpenAt(int directory, const char* path, OpenMode mode,
+                    std::unique_ptr<MediaFile>& file) {
     file.reset();
     // A pipe without a writer must not hold up the caller; regular files don't mind.
     constexpr int kAlways = O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
     int flags = kAlways | (mode == OpenMode::Read ? O_RDONLY : O_RDWR | O_CREAT);
     if (mode == OpenMode::CreateOrTruncate) flags |= O_TRUNC;
-    const int fd = RetryInterrupted([&] { return open(path.c_str(), flags, kNewFileMode); });
+    const int fd = RetryInterrupted([&] { return openat(directory, path, flags, kNewFileMode); });
     if (fd < 0) return errno;
     auto opened = std::make_unique<MediaFileOnPosix>(fd);
     struct stat status {};
@@ -113,17 +136,6 @@ class MediaFilesOnPosix : public MediaFiles {
     return 0;
   }
 
-  FileStamp StampOf(const std::string& path) override { return StampAt(AT_FDCWD, path); }
-
-  void StampsOf(const std::string& directory, std::span<const std::string> names,
-                std::span<FileStamp> stamps) override {
-    const int fd = open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    for (std::size_t i = 0; i < names.size(); ++i) {
-      stamps[i] = fd < 0 ? FileStamp{} : StampAt(fd, names[i]);
-    }
-    if (fd >= 0) (void)close(fd);
-  }
-
  private:
   static FileStamp StampAt(int directory, const std::string& path) {
     struct stat status {};
@@ -131,6 +143,39 @@ class MediaFilesOnPosix : public MediaFiles {
     return StampIn(status);
   }
 };
+
+// Holds the directory of the file that was opened last.
+class FilesByDirectory : public MediaFilesOnPosix {
+ public:
+  FilesByDirectory() = default;
+  ~FilesByDirectory() override { LetGo(); }
+  FilesByDirectory(const FilesByDirectory&) = delete;
+  FilesByDirectory& operator=(const FilesByDirectory&) = delete;
+
+  int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
+    const std::size_t nameAt = path.rfind('/') + 1;
+    if (directory != std::string_view(path).substr(0, nameAt)) {
+      LetGo();
+      directory = path.substr(0, nameAt);
+      fd = OpenDirectory(directory);
+    }
+    // Why it can't be held, the whole path tells as well.
+    return fd < 0 ? MediaFilesOnPosix::Open(path, mode, file)
+                  : OpenAt(fd, path.c_str() + nameAt, mode, file);
+  }
+
+ private:
+  void LetGo() const {
+    if (fd >= 0) (void)close(fd);
+  }
+
+  std::string directory;
+  int fd = -1;
+};
+
+std::unique_ptr<MediaFiles> MediaFilesOnPosix::ByDirectory() {
+  return std::make_unique<FilesByDirectory>();
+}
 
 }  // namespace
 
