@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
 #include "host/Log.h"
 #include "platform/Files.h"
@@ -43,12 +42,19 @@ std::string_view VisitParts(std::string_view path, Visit visit) {
   return path.substr(start);
 }
 
+void AppendLevel(std::string& path, int value, std::size_t digits) {
+  const std::string text = std::to_string(value);
+  path.append(digits - std::min(digits, text.size()), '0').append(text) += kPathSeparator;
+}
+
 std::string HourDirectory(const std::string& root, const CalendarTime& local) {
-  char levels[64];
-  const char s = kPathSeparator;
-  std::snprintf(levels, sizeof levels, "%04d%c%02d%c%02u%c%02u%c", local.year, s, local.month, s,
-                static_cast<unsigned>(local.day), s, static_cast<unsigned>(local.hour), s);
-  return root + levels;
+  constexpr std::size_t kLevels = 14;  // what four of them take
+  std::string directory;
+  directory.reserve(root.size() + kLevels);
+  directory = root;
+  AppendLevel(directory, local.year, 4);
+  for (const int level : {local.month, local.day, local.hour}) AppendLevel(directory, level, 2);
+  return directory;
 }
 
 bool SameHour(const CalendarTime& a, const CalendarTime& b) {
