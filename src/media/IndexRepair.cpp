@@ -54,10 +54,7 @@ class OldIndex {
     headIsGood = IsValid(header) && header.streamCount == kStreamCount;
     if (!headIsGood) return;
     closedFrames = header.frameCount;
-    for (std::size_t i = 0; i < kStreamCount; ++i) {
-      const std::size_t at = kPsiHeaderSize + i * kPsiStreamRecordSize;
-      setup[i] = DecodeStream(std::span(bytes).subspan(at).first<kPsiStreamRecordSize>());
-    }
+    DecodeStreams(std::span(bytes).subspan(kPsiHeaderSize), setup);
   }
 
   [[nodiscard]] std::size_t Size() const { return bytes.size(); }

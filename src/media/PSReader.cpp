@@ -76,10 +76,6 @@ void PSReader::Close() {
   firstRun = 0;
   memoryFrames.clear();
   for (auto& frames : memoryStreamFrames) frames.clear();
-  streamCursors = {};
-  cursor = 0;
-  cursorStream = 0;
-  consumed = {};
 }
 
 void PSReader::NoteRefusal(int error) {
@@ -98,10 +94,8 @@ int PSReader::LoadIndex() {
   if (bytes.size() < kPsiHeaderSize + tables.header.streamCount * kPsiStreamRecordSize) {
     return kPsReadFailed;
   }
-  for (std::size_t i = 0; i < tables.header.streamCount; ++i) {
-    const std::size_t at = kPsiHeaderSize + i * kPsiStreamRecordSize;
-    tables.streams[i] = DecodeStream(bytes.subspan(at).first<kPsiStreamRecordSize>());
-  }
+  DecodeStreams(bytes.subspan(kPsiHeaderSize),
+                std::span(tables.streams).first(tables.header.streamCount));
 
   window.Reset(&file, indexBase);
   if (bytes.size() > kPsiHeadSize) window.Preload(bytes.subspan(kPsiHeadSize));
@@ -281,11 +275,11 @@ int PSReader::StreamRecord(std::uint16_t stream, std::uint32_t index, PsiFrameRe
   if (!HasIndex()) return ReadRecord(memoryStreamFrames[stream][index], record);
 
   StreamCursor& at = streamCursors[stream];
-  if (!at.loaded) {
+  if (!Has(loadedCursors, stream)) {
     if (const int result = ReadRecord(tables.streams[stream].firstFrame, at.record)) return result;
     if (at.record.stream != stream) return kPsBadArgument;
     at.position = 0;
-    at.loaded = true;
+    loadedCursors |= 1u << stream;
   }
   while (at.position != index) {
     const bool forward = index > at.position;
@@ -367,13 +361,16 @@ int PSReader::Rewind() {
   cursor = 0;
   cursorStream = 0;
   consumed = {};
-  streamCursors = {};
+  loadedCursors = 0;
   if (tables.header.frameCount == 0) return kPsOk;
   PsiFrameRecord record;
   if (const int result = ReadRecord(0, record)) return result;
   cursorStream = record.stream;
   consumed[cursorStream] = 1;
-  if (HasIndex()) streamCursors[cursorStream] = {true, 0, record};
+  if (HasIndex()) {
+    streamCursors[cursorStream] = {0, record};
+    loadedCursors = 1u << cursorStream;
+  }
   return kPsOk;
 }
 

@@ -203,12 +203,12 @@ class PSReader {
   std::vector<PsiFrameRecord> memoryFrames;
   std::array<std::vector<std::uint32_t>, kStreamCount> memoryStreamFrames;
 
-  // Cursor along each stream.
+  // Cursor along each stream whose bit is set.
   struct StreamCursor {
-    bool loaded = false;
     std::uint32_t position = 0;  // ordinal of `record` within the stream
     PsiFrameRecord record;
   };
+  std::uint32_t loadedCursors = 0;
   std::array<StreamCursor, kStreamCount> streamCursors;
 
   // Cursor in file order.

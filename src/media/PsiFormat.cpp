@@ -121,20 +121,22 @@ void Encode(const PsiStreamRecord& record, std::span<std::byte, kPsiStreamRecord
   PutU8(bytes, kEncoder, record.encoder);
 }
 
-PsiStreamRecord DecodeStream(std::span<const std::byte, kPsiStreamRecordSize> bytes) {
+// Each record is filled where it stands: many are decoded for each file that is listed.
+void DecodeStreams(std::span<const std::byte> bytes, std::span<PsiStreamRecord> records) {
   using namespace stream_at;
-  PsiStreamRecord record;
-  record.frameCount = GetLE32(bytes, kFrameCount);
-  record.firstFrame = GetLE32(bytes, kFirstFrame);
-  record.lastFrame = GetLE32(bytes, kLastFrame);
-  record.firstDate = GetLE16(bytes, kFirstDate);
-  record.lastDate = GetLE16(bytes, kLastDate);
-  record.firstMs = GetLE32(bytes, kFirstMs);
-  record.lastMs = GetLE32(bytes, kLastMs);
-  record.channel = GetU8(bytes, kChannel);
-  record.flags = GetU8(bytes, kFlags);
-  record.encoder = GetU8(bytes, kEncoder);
-  return record;
+  for (PsiStreamRecord& record : records) {
+    record.frameCount = GetLE32(bytes, kFrameCount);
+    record.firstFrame = GetLE32(bytes, kFirstFrame);
+    record.lastFrame = GetLE32(bytes, kLastFrame);
+    record.firstDate = GetLE16(bytes, kFirstDate);
+    record.lastDate = GetLE16(bytes, kLastDate);
+    record.firstMs = GetLE32(bytes, kFirstMs);
+    record.lastMs = GetLE32(bytes, kLastMs);
+    record.channel = GetU8(bytes, kChannel);
+    record.flags = GetU8(bytes, kFlags);
+    record.encoder = GetU8(bytes, kEncoder);
+    bytes = bytes.subspan(kPsiStreamRecordSize);
+  }
 }
 
 void Encode(const PsiFrameRecord& record, std::span<std::byte, kPsiFrameRecordSize> bytes) {

@@ -103,8 +103,10 @@ void Encode(const PsiRunRecord& record, std::span<std::byte, kPsiRunRecordSize> 
 
 // Any bytes decode; whether the result may be used, the functions below say.
 [[nodiscard]] PsiHeader DecodeHeader(std::span<const std::byte, kPsiHeaderSize> bytes);
-[[nodiscard]] PsiStreamRecord DecodeStream(std::span<const std::byte, kPsiStreamRecordSize> bytes);
 [[nodiscard]] PsiFrameRecord DecodeFrame(std::span<const std::byte, kPsiFrameRecordSize> bytes);
+
+// The stream records in `bytes`, one behind the other, as many as there are `records`.
+void DecodeStreams(std::span<const std::byte> bytes, std::span<PsiStreamRecord> records);
 
 // False, with `record` untouched, for a stream number of 32 or more or reserved bytes in use.
 [[nodiscard]] bool DecodeRun(std::span<const std::byte, kPsiRunRecordSize> bytes,
