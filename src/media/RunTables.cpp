@@ -26,7 +26,7 @@ std::size_t BytesOf(const RunTables::Names& names) {
 }  // namespace
 
 std::vector<RunTables::Known> RunTables::Find(const std::string& directory,
-                                              std::span<const std::string> names) {
+                                              std::span<const std::string_view> names) {
   std::vector<Known> found(names.size());
   const std::lock_guard guard(lock);
   const Hour* hour = FindHour(directory);
@@ -43,7 +43,8 @@ std::vector<RunTables::Known> RunTables::Find(const std::string& directory,
 
 void RunTables::Put(const std::string& path, const FileStamp& stamp, Table table) {
   if (!stamp.IsKnown()) return;
-  const std::size_t nameAt = path.find_last_of(kPathSeparators) + 1;
+  const auto nameAt = static_cast<std::size_t>(
+      std::find_if(path.rbegin(), path.rend(), IsPathSeparator).base() - path.begin());
   const std::string_view name = std::string_view(path).substr(nameAt);
   const std::lock_guard guard(lock);
   Hour& hour = TakeHour(std::string_view(path).substr(0, nameAt));
@@ -78,6 +79,7 @@ void RunTables::PutNames(const std::string& directory, std::uint64_t stamp, Name
 }
 
 RunTables::Hour* RunTables::FindHour(std::string_view directory) {
+  if (!hours.empty() && hours.front().directory == directory) return &hours.front();
   const auto found = byDirectory.find(directory);
   if (found == byDirectory.end()) return nullptr;
   hours.splice(hours.begin(), hours, found->second);

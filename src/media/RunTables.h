@@ -50,7 +50,7 @@ class RunTables {
   // The tables of the recordings `names` in `directory`, which ends with a separator, as they were
   // when their indexes had those stamps.
   [[nodiscard]] std::vector<Known> Find(const std::string& directory,
-                                        std::span<const std::string> names);
+                                        std::span<const std::string_view> names);
   // Remembers a table of the recording `path` that was good when its index had that stamp. A stamp
   // that can't be told is passed over.
   void Put(const std::string& path, const FileStamp& stamp, Table table);

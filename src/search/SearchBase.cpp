@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include "search/PrepareFile.h"
@@ -137,6 +138,7 @@ class Walk {
   std::vector<DueFile> FilesOf(UtcMs hour, const qv::kelvo::HourListing& listing) {
     const qv::kelvo::HourTimes times(hour);
     std::vector<DueFile> due;
+    due.reserve(listing.size());
     for (const ListedFile& listed : listing) {
       qv::kelvo::PathFields named;
       if (listed.volumes.empty() || !qv::kelvo::ParsePath(listed.name, named)) continue;
@@ -184,7 +186,7 @@ class Walk {
   void FindKnown(std::vector<DueFile>& due) {
     for (std::uint32_t volume = 0; volume < directories.size(); ++volume) {
       std::vector<DueFile*> single;
-      std::vector<std::string> names;
+      std::vector<std::string_view> names;
       for (DueFile& file : due) {
         if (file.listed->volumes.size() != 1 || file.listed->volumes.front() != volume) continue;
         single.push_back(&file);
@@ -249,7 +251,7 @@ class Walk {
     return choice;
   }
 
-  void VisitCopy(const std::string& path, const DueFile& file, const InputMasks& masks) {
+  void VisitCopy(std::string path, const DueFile& file, const InputMasks& masks) {
     const bool atMoments = !request.frameRequests.empty();
     // Only the moments of inputs that are read from this copy.
     MomentTable own{};
@@ -262,7 +264,7 @@ class Walk {
     }
     if (atMoments && !momentsLeft) return;
     CFileInfo info;
-    if (!info.ParsePath(path)) return;
+    if (!info.ParsePath(std::move(path))) return;
     if (request.type == 0) {
       List(info);
     } else if (!qv::kelvo::IsBucketSkipped(file.start, bucket, request.resolution, range.start,
@@ -275,7 +277,7 @@ class Walk {
       }
     }
     reader.Close();
-    target.NoteDamage(reader, path);
+    target.NoteDamage(reader, info.path);
   }
 
   void List(CFileInfo& info) {

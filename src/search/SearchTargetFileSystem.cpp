@@ -46,7 +46,7 @@ int SearchTargetFileSystem::Open(qv::kelvo::PSReader& reader, const std::string&
 }
 
 std::vector<qv::kelvo::RunTables::Table> SearchTargetFileSystem::FindTables(
-    const std::string& directory, std::span<const std::string> names) {
+    const std::string& directory, std::span<const std::string_view> names) {
   std::vector<qv::kelvo::RunTables::Table> tables(names.size());
   if (runTables == nullptr) return tables;
   const std::vector<qv::kelvo::RunTables::Known> found = runTables->Find(directory, names);
@@ -55,7 +55,7 @@ std::vector<qv::kelvo::RunTables::Table> SearchTargetFileSystem::FindTables(
   for (std::size_t i = 0; i < names.size(); ++i) {
     if (found[i].table == nullptr) continue;
     places.push_back(i);
-    indexNames.push_back(qv::kelvo::IndexPath(names[i]));
+    indexNames.push_back(qv::kelvo::IndexPath(std::string(names[i])));
   }
   if (places.empty()) return tables;
   std::vector<qv::kelvo::FileStamp> stamps(places.size());

@@ -37,7 +37,7 @@ class SearchTargetFileSystem : public qv::kelvo::FileSystemBase {
   // What is known of closed recordings in `directory` without opening them: for each of `names` its
   // table, or null.
   [[nodiscard]] std::vector<qv::kelvo::RunTables::Table> FindTables(
-      const std::string& directory, std::span<const std::string> names);
+      const std::string& directory, std::span<const std::string_view> names);
   // Remembers what `reader` has open under `path`.
   void KeepTable(const std::string& path, qv::kelvo::PSReader& reader);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <utility>
 
 #include "host/Log.h"
 
@@ -39,10 +40,10 @@ void FillRow(PSReader& reader, std::uint8_t fileInput, unsigned stream, StreamRo
 
 }  // namespace
 
-bool CFileInfo::ParsePath(std::string_view recordingPath) {
-  path = recordingPath;
+bool CFileInfo::ParsePath(std::string recordingPath) {
+  path = std::move(recordingPath);
   PathFields fields{year, month, day, hour, minute, second, id};
-  const bool parsed = qv::kelvo::ParsePath(recordingPath, fields);
+  const bool parsed = qv::kelvo::ParsePath(path, fields);
   year = fields.year;
   month = fields.month;
   day = fields.day;

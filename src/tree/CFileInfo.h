@@ -33,9 +33,9 @@ class CFileInfo {
  public:
   virtual ~CFileInfo() = default;
 
-  // Takes `path` and what it says of the hour, the moment and the stream. False when the name
+  // Takes the path and what it says of the hour, the moment and the stream. False when the name
   // isn't a recording's.
-  bool ParsePath(std::string_view recordingPath);
+  bool ParsePath(std::string recordingPath);
 
   // Whether the file or one of its streams ends ahead of its start, since the clock was set back
   // meanwhile: then their ends tell nothing of what lies between.

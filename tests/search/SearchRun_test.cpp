@@ -60,8 +60,9 @@ TEST(RunTables, HoldAsManyHoursAsTheyMayTheLastAskedForLongest) {
   const auto table = std::make_shared<qv::kelvo::RunTable>();
   qv::kelvo::RunTables tables(64 * 1024);
   const std::vector<std::string> names = {"b.ps", "a.ps", "c.ps"};
+  const std::vector<std::string_view> asked(names.begin(), names.end());
   const auto knownIn = [&](int hour) {
-    const auto found = tables.Find(std::to_string(hour) + "/", names);
+    const auto found = tables.Find(std::to_string(hour) + "/", asked);
     EXPECT_EQ(found[2].table, nullptr);
     return (found[0].table != nullptr ? 1 : 0) + (found[1].table != nullptr ? 1 : 0);
   };
@@ -79,7 +80,7 @@ TEST(RunTables, HoldAsManyHoursAsTheyMayTheLastAskedForLongest) {
   EXPECT_LT(count, 100);
   EXPECT_EQ(knownIn(1), 0);
   tables.Put("/x/a.ps", {1, 0, 1}, table);
-  EXPECT_EQ(tables.Find("/x/", names)[1].table, nullptr) << "a state that can't be told";
+  EXPECT_EQ(tables.Find("/x/", asked)[1].table, nullptr) << "a state that can't be told";
 }
 
 TEST(RunTables, TellTheNamesOfAnHourUntilItsDirectoryChanges) {
