@@ -44,7 +44,7 @@ int PSReader::OpenAt(const std::string& path, std::uint64_t mediaBase, std::uint
   Close();
   refusal = 0;
   damaged = false;
-  if (const int error = files.Open(path, OpenMode::Read, mediaFile); error != 0) {
+  if (const int error = files.OpenListed(path, mediaFile); error != 0) {
     NoteRefusal(error);
     return kPsOpenFailed;
   }

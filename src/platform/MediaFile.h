@@ -84,6 +84,12 @@ class MediaFiles {
   [[nodiscard]] virtual int Open(const std::string& path, OpenMode mode,
                                  std::unique_ptr<MediaFile>& file) = 0;
 
+  // The same for reading what a listing of its directory told of as a file: a platform needn't look
+  // at it again. Then its state is unknown, and if it has become something else, reading fails.
+  [[nodiscard]] virtual int OpenListed(const std::string& path, std::unique_ptr<MediaFile>& file) {
+    return Open(path, OpenMode::Read, file);
+  }
+
   // The state of a file, which isn't opened for it. Unknown for one that isn't there.
   [[nodiscard]] virtual FileStamp StampOf(const std::string&) { return {}; }
 

@@ -206,6 +206,11 @@ TEST_F(MediaFilesTest, FilesByDirectoryAreThoseOfTheirPaths) {
     EXPECT_EQ(file->OpenedAs(), files.StampOf(tree.Path(name)));
   }
   EXPECT_EQ(byDirectory->Open(tree.Path("01/c.ps"), OpenMode::Read, file), ENOENT);
+  ASSERT_EQ(byDirectory->OpenListed(tree.Path("01/b.ps"), file), 0);
+  EXPECT_EQ(Read(*file, 0, 9), "01/b.ps");
+  ASSERT_EQ(mkfifo(tree.Path("01/d.ps").c_str(), 0644), 0);
+  ASSERT_EQ(byDirectory->OpenListed(tree.Path("01/d.ps"), file), 0);
+  EXPECT_EQ(Read(*file, 0, 1), std::to_string(ESPIPE) + ':');
 }
 
 TEST_F(DurableFilesTest, TellTheStepThatFailed) {

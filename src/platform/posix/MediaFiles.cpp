@@ -101,7 +101,7 @@ int OpenDirectory(const std::string& path) {
 class MediaFilesOnPosix : public MediaFiles {
  public:
   int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
-    return OpenAt(AT_FDCWD, path.c_str(), mode, file);
+    return OpenAt(AT_FDCWD, path.c_str(), mode, Look::Yes, file);
   }
 
   FileStamp StampOf(const std::string& path) override { return StampAt(AT_FDCWD, path); }
@@ -118,7 +118,9 @@ class MediaFilesOnPosix : public MediaFiles {
   std::unique_ptr<MediaFiles> ByDirectory() override;
 
  protected:
-  static int OpenAt(int directory, const char* path, OpenMode mode,
+  enum class Look { Yes, No };  // whether it is a file, and in what state
+
+  static int OpenAt(int directory, const char* path, OpenMode mode, Look look,
                     std::unique_ptr<MediaFile>& file) {
     file.reset();
     // A pipe without a writer must not hold up the caller; regular files don't mind.
@@ -128,10 +130,12 @@ class MediaFilesOnPosix : public MediaFiles {
     const int fd = RetryInterrupted([&] { return openat(directory, path, flags, kNewFileMode); });
     if (fd < 0) return errno;
     auto opened = std::make_unique<MediaFileOnPosix>(fd);
-    struct stat status {};
-    if (fstat(fd, &status) != 0) return errno;
-    if (!S_ISREG(status.st_mode)) return ENOENT;
-    opened->opened = StampIn(status);
+    if (look == Look::Yes) {
+      struct stat status {};
+      if (fstat(fd, &status) != 0) return errno;
+      if (!S_ISREG(status.st_mode)) return ENOENT;
+      opened->opened = StampIn(status);
+    }
     file = std::move(opened);
     return 0;
   }
@@ -153,6 +157,16 @@ class FilesByDirectory : public MediaFilesOnPosix {
   FilesByDirectory& operator=(const FilesByDirectory&) = delete;
 
   int Open(const std::string& path, OpenMode mode, std::unique_ptr<MediaFile>& file) override {
+    return OpenHere(path, mode, Look::Yes, file);
+  }
+
+  int OpenListed(const std::string& path, std::unique_ptr<MediaFile>& file) override {
+    return OpenHere(path, OpenMode::Read, Look::No, file);
+  }
+
+ private:
+  int OpenHere(const std::string& path, OpenMode mode, Look look,
+               std::unique_ptr<MediaFile>& file) {
     const std::size_t nameAt = path.rfind('/') + 1;
     if (directory != std::string_view(path).substr(0, nameAt)) {
       LetGo();
@@ -160,11 +174,10 @@ class FilesByDirectory : public MediaFilesOnPosix {
       fd = OpenDirectory(directory);
     }
     // Why it can't be held, the whole path tells as well.
-    return fd < 0 ? MediaFilesOnPosix::Open(path, mode, file)
-                  : OpenAt(fd, path.c_str() + nameAt, mode, file);
+    return fd < 0 ? OpenAt(AT_FDCWD, path.c_str(), mode, look, file)
+                  : OpenAt(fd, path.c_str() + nameAt, mode, look, file);
   }
 
- private:
   void LetGo() const {
     if (fd >= 0) (void)close(fd);
   }
