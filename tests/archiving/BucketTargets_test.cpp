@@ -18,7 +18,7 @@ class Targets : public Bucket, public testing::WithParamInterface<Conversation> 
       });
     }
     if (command != "reply" && command != "endpoint") return Target::Do(command, words);
-    RedirectRequests(command == "reply" ? store.Url() : words.at(0));
+    testsupport::RedirectRequests(command == "reply" ? store.Url() : words.at(0));
     scanner = Open();
     return "yes";
   }

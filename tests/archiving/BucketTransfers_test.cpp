@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "tests/archiving/BucketFixture.h"
+#include "tests/store/ScriptedStore.h"
 #include "tests/support/S3Server.h"
 
 namespace qvArchiving {
@@ -58,7 +59,7 @@ class BucketTransfers : public Bucket {
 // An object of no bytes is our stand-in's case: the SDK may fail at it, and recordings have a head.
 TEST_F(BucketTransfers, RoundTripFilesOfAllKindsOfSizes) {
   for (const std::size_t size : {std::size_t{0}, std::size_t{1}, kPart, kPart + 1, 3 * kPart + 7}) {
-    const std::string content = SampleBytes(size, static_cast<unsigned>(size));
+    const std::string content = testsupport::SampleBytes(size, static_cast<unsigned>(size));
     Put(kObject, content);
     EXPECT_TRUE(Get(kObject) == content) << size;
     std::uint64_t stored = 1;
@@ -68,7 +69,7 @@ TEST_F(BucketTransfers, RoundTripFilesOfAllKindsOfSizes) {
 }
 
 TEST_F(BucketTransfers, TellWhatWasMoved) {
-  tree.Write("source", SampleBytes(1000));
+  tree.Write("source", testsupport::SampleBytes(1000));
   scanner = Open({{"CacheEnable", ""}}, listener.Callback());
   EXPECT_EQ(scanner->Upload(Path("none"), Path(kObject), {}), nullptr);
   EXPECT_EQ(host.CountLines(75, "] Upload error: "), 1u);
@@ -105,7 +106,7 @@ TEST_F(BucketTransfers, TellWhatWasMoved) {
 }
 
 TEST_F(BucketTransfers, RangesLandAtTheirPlaceAndLeaveTheRest) {
-  const std::string content = SampleBytes(2 * kPart + 100);
+  const std::string content = testsupport::SampleBytes(2 * kPart + 100);
   Put(kObject, content);
   const struct {
     std::size_t offset, size, moved;
@@ -131,7 +132,7 @@ TEST_F(BucketTransfers, RangesLandAtTheirPlaceAndLeaveTheRest) {
 }
 
 TEST_F(BucketTransfers, GoOnWhenTheServerComesBack) {
-  const std::string content = SampleBytes(6 * kPart + 11);
+  const std::string content = testsupport::SampleBytes(6 * kPart + 11);
   tree.Write("source", content);
   scanner = Open({{"CacheEnable", ""}}, listener.Callback());
   // Starts a transfer, whose server dies at its first progress.
@@ -170,7 +171,7 @@ TEST_F(BucketTransfers, GoOnWhenTheServerComesBack) {
 
 TEST_F(BucketTransfers, CheckTheCertificateIfAsked) {
   // A port with a certificate that nobody trusts.
-  RedirectRequests("https://localhost:" + testsupport::S3Setting("tls_port"));
+  testsupport::RedirectRequests("https://localhost:" + testsupport::S3Setting("tls_port"));
   for (const std::string verify : {"true", "True", ""}) {
     scanner = Open({{"VerifySSL", verify}});
     EXPECT_EQ(scanner->TestDirectory(tree.Root()), verify != "true") << verify;

@@ -6,7 +6,7 @@
 
 #include "archiving/AwsCache.h"
 #include "archiving/TransferDesk.h"
-#include "tests/archiving/BucketFixture.h"
+#include "tests/archiving/TargetFixture.h"
 #include "tests/store/ScriptedStore.h"
 
 namespace qvArchiving {
@@ -16,6 +16,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using testsupport::HttpReply;
 using testsupport::Listing;
+using testsupport::SampleBytes;
 using Turn = testsupport::ScriptedStore::Turn;
 using Request = testsupport::ScriptedStore::Request;
 
@@ -23,7 +24,7 @@ using Request = testsupport::ScriptedStore::Request;
 class HostileStore : public Target {
  protected:
   HostileStore() {
-    RedirectRequests(store.Url());
+    testsupport::RedirectRequests(store.Url());
     scanner = Open();
   }
 
@@ -163,7 +164,7 @@ TEST_F(HostileStore, SlowStoreIsWaitedForAndASilentOneIsGivenUp) {
 // Results may be asked when their scanner is gone. With the SDK they only end since it cancels
 // them.
 TEST_F(HostileStore, ScannerEndsSoonWhateverItsStoreDoes) {
-  setenv("AWS_MAX_ATTEMPTS", "30", 1);
+  testsupport::SetVariable("AWS_MAX_ATTEMPTS", "30");
   store.Put("a.ps", SampleBytes(100'000));
   for (const Turn& turn : {Turn{.stallAt = 10}, Turn{.bytesPerSecond = 10}, Turn{.status = 503}}) {
     Answer(turn);
@@ -185,7 +186,7 @@ TEST_F(HostileStore, ScannerEndsSoonWhateverItsStoreDoes) {
     EXPECT_FALSE(found);
     EXPECT_TRUE(tree.Files().empty());
   }
-  setenv("AWS_MAX_ATTEMPTS", "1", 1);
+  testsupport::SetVariable("AWS_MAX_ATTEMPTS", "1");
 }
 
 TEST_F(HostileStore, FetchOfMoreThanThereMayBeEnds) {
@@ -208,7 +209,10 @@ TEST_F(HostileStore, FullDiskLosesItsOldestCopiesAndTheFetchGoesOn) {
     boost::filesystem::last_write_time(Path(name), clock.NowMs() / 1000 - 1000 + n);
   }
   scanner = Open({{"CacheEnable", ""}});
-  bundle.files.Set({qv::kelvo::FileCall::WriteAt, 1, 1, ENOSPC, 0, ".part"});
+  int full = 1;  // as this system says it
+  const auto& category = boost::system::system_category();
+  while (category.default_error_condition(full) != boost::system::errc::no_space_on_device) ++full;
+  bundle.files.Set({qv::kelvo::FileCall::WriteAt, 1, 1, full, 0, ".part"});
   EXPECT_TRUE(Fetch());
   EXPECT_EQ(bundle.files.FaultsFired(), 1u);
   EXPECT_EQ(tree.Files().size(), 19u) << "a tenth went";

@@ -123,8 +123,10 @@ TEST_F(PSFileTest, PathsWithoutRoomForTheIndexAreRefused) {
   // Characters are counted, not bytes.
   const std::string directory =
       tree.MakeDirectory(std::string(119, 'd') + "\xC3\xBC/" + std::string(80, 'e'));
+  const auto characters = static_cast<std::size_t>(
+      std::ranges::count_if(directory, [](char byte) { return (byte & 0xC0) != 0x80; }));
   for (const std::size_t length : {259, 260, 261}) {
-    path = directory + std::string(length + 1 - directory.size(), 'n');
+    path = directory + std::string(length - characters, 'n');
     EXPECT_EQ(Create(), length < 260 ? kPsOk : kPsOpenFailed);
     EXPECT_EQ(files.OpenFiles(), length < 260 ? 2u : 0u);
     EXPECT_EQ(boost::filesystem::exists(path), length < 260);

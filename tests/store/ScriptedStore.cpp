@@ -1,16 +1,15 @@
 #include "tests/store/ScriptedStore.h"
 
-#include <arpa/inet.h>
 #include <aws/core/Aws.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/write.hpp>
 #include <cstdio>
+#include <cstdlib>
+#include <random>
 #include <set>
-#include <stdexcept>
 #include <utility>
 
 namespace testsupport {
@@ -20,9 +19,9 @@ namespace {
 class AwsApi : public testing::Environment {
  public:
   void SetUp() override {
-    setenv("AWS_EC2_METADATA_DISABLED", "true", 1);
-    setenv("AWS_RETRY_MODE", "standard", 1);
-    setenv("AWS_MAX_ATTEMPTS", "1", 1);
+    SetVariable("AWS_EC2_METADATA_DISABLED", "true");
+    SetVariable("AWS_RETRY_MODE", "standard");
+    SetVariable("AWS_MAX_ATTEMPTS", "1");
     Aws::InitAPI(options);
   }
   void TearDown() override { Aws::ShutdownAPI(options); }
@@ -33,14 +32,10 @@ class AwsApi : public testing::Environment {
 
 [[maybe_unused]] const auto* const api = testing::AddGlobalTestEnvironment(new AwsApi);
 
-bool SendAll(int socket, const char* data, std::size_t size) {
-  while (size > 0) {
-    const ssize_t sent = send(socket, data, size, MSG_NOSIGNAL);
-    if (sent <= 0) return false;
-    data += sent;
-    size -= static_cast<std::size_t>(sent);
-  }
-  return true;
+bool SendAll(boost::asio::ip::tcp::socket& socket, const char* data, std::size_t size) {
+  boost::system::error_code failed;
+  boost::asio::write(socket, boost::asio::buffer(data, size), failed);
+  return !failed;
 }
 
 std::string Decoded(const std::string& text) {
@@ -96,32 +91,49 @@ std::string Listing(const std::string& entries) {
   return "<?xml version=\"1.0\"?><ListBucketResult xmlns=\"x\">" + entries + "</ListBucketResult>";
 }
 
-ScriptedStore::ScriptedStore() : listening(socket(AF_INET, SOCK_STREAM, 0)) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof(address);
-  auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  if (bind(listening, generic, size) != 0 || listen(listening, 64) != 0 ||
-      getsockname(listening, generic, &size) != 0) {
-    throw std::runtime_error("cannot listen");
-  }
-  port = ntohs(address.sin_port);
-  acceptor = std::thread([this] { Accept(); });
+void SetVariable(const char* name, const std::string& value) {
+#ifdef _WIN32
+  _putenv_s(name, value.c_str());
+#else
+  setenv(name, value.c_str(), 1);
+#endif
 }
+
+void RedirectRequests(const std::string& url) {
+  SetVariable("AWS_ENDPOINT_URL_S3", url);
+}
+
+std::string SampleBytes(std::size_t size, unsigned seed) {
+  std::mt19937 random(seed);
+  std::string bytes(size, '\0');
+  std::ranges::generate(bytes, [&random] { return static_cast<char>(random()); });
+  return bytes;
+}
+
+// Used by its own thread only: not every system ends a call when another thread closes the socket.
+struct ScriptedStore::Connection {
+  boost::asio::io_context context;
+  Tcp::socket socket{context};
+};
+
+ScriptedStore::ScriptedStore()
+    : listening(context, Tcp::endpoint(boost::asio::ip::address_v4::loopback(), 0)),
+      acceptor([this] { Accept(); }) {}
 
 ScriptedStore::~ScriptedStore() {
   {
     const std::lock_guard guard(lock);
     stopping = true;
-    for (const int socket : sockets) shutdown(socket, SHUT_RDWR);
   }
   changed.notify_all();
-  shutdown(listening, SHUT_RDWR);
+  boost::system::error_code ignored;
+  Tcp::socket(context).connect(listening.local_endpoint(), ignored);  // ends the accepting
   acceptor.join();
   for (std::thread& connection : connections) connection.join();
-  for (const int socket : sockets) close(socket);
-  close(listening);
+}
+
+std::string ScriptedStore::Url() const {
+  return "http://127.0.0.1:" + std::to_string(listening.local_endpoint().port());
 }
 
 void ScriptedStore::Put(const std::string& key, const std::string& content) {
@@ -155,21 +167,33 @@ bool ScriptedStore::WaitFor(std::size_t count, const std::function<bool(const Re
 
 void ScriptedStore::Accept() {
   for (;;) {
-    const int socket = accept(listening, nullptr, nullptr);
-    if (socket < 0) return;
+    const auto connection = std::make_shared<Connection>();
+    boost::system::error_code ignored;
+    listening.accept(connection->socket, ignored);
     const std::lock_guard guard(lock);
-    sockets.push_back(socket);
     if (stopping) return;
-    connections.emplace_back([this, socket] {
-      Serve(socket);
-      shutdown(socket, SHUT_RDWR);
-    });
+    connections.emplace_back([this, connection] { Serve(*connection); });
   }
 }
 
-void ScriptedStore::Serve(int socket) {
+std::string ScriptedStore::Receive(Connection& connection) {
+  std::string bytes(16384, '\0');
+  bool over = false;
+  connection.socket.async_read_some(boost::asio::buffer(bytes),
+                                    [&](const boost::system::error_code&, std::size_t size) {
+                                      bytes.resize(size);
+                                      over = true;
+                                    });
+  while (!over) {
+    if (!Pause({})) connection.socket.close();
+    connection.context.restart();
+    connection.context.run_for(std::chrono::milliseconds(50));
+  }
+  return bytes;
+}
+
+void ScriptedStore::Serve(Connection& connection) {
   std::string text;
-  char buffer[16384];
   for (;;) {
     std::size_t end = 0;
     std::size_t length = 0;
@@ -180,11 +204,12 @@ void ScriptedStore::Serve(int socket) {
         length = at < end ? std::stoul(text.substr(at + 16)) : 0;
         if (text.size() >= end + 4 + length) break;
       }
-      const ssize_t got = recv(socket, buffer, sizeof(buffer), 0);
-      if (got <= 0) return;
-      text.append(buffer, static_cast<std::size_t>(got));
+      const std::string more = Receive(connection);
+      if (more.empty()) return;
+      text += more;
     }
-    if (!Answer(socket, Parse(text.substr(0, end)), text.substr(end + 4, length))) return;
+    const Request request = Parse(text.substr(0, end));
+    if (!Answer(connection.socket, request, text.substr(end + 4, length))) return;
     text.erase(0, end + 4 + length);
   }
 }
@@ -194,7 +219,7 @@ bool ScriptedStore::Pause(std::chrono::milliseconds time) {
   return !changed.wait_for(guard, time, [this] { return stopping; });
 }
 
-bool ScriptedStore::Answer(int socket, const Request& request, std::string body) {
+bool ScriptedStore::Answer(Tcp::socket& socket, const Request& request, std::string body) {
   Script asked;
   {
     const std::lock_guard guard(lock);
@@ -240,7 +265,7 @@ bool ScriptedStore::Answer(int socket, const Request& request, std::string body)
   return request.method == "HEAD" || SendBody(socket, turn, body);
 }
 
-bool ScriptedStore::SendBody(int socket, const Turn& turn, const std::string& body) {
+bool ScriptedStore::SendBody(Tcp::socket& socket, const Turn& turn, const std::string& body) {
   const bool drips = turn.bytesPerSecond != kNever;
   const std::size_t piece =
       drips ? std::max<std::size_t>(1, turn.bytesPerSecond / 10) : body.size();

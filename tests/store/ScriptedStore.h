@@ -1,5 +1,7 @@
 #pragma once
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -44,7 +46,7 @@ class ScriptedStore {
   ScriptedStore& operator=(const ScriptedStore&) = delete;
 
   // Buckets are part of the path; all of them hold the same.
-  [[nodiscard]] std::string Url() const { return "http://127.0.0.1:" + std::to_string(port); }
+  [[nodiscard]] std::string Url() const;
 
   void Put(const std::string& key, const std::string& content);
   [[nodiscard]] std::string Get(const std::string& key);
@@ -56,10 +58,15 @@ class ScriptedStore {
   bool WaitFor(std::size_t count, const std::function<bool(const Request&)>& passes);
 
  private:
+  using Tcp = boost::asio::ip::tcp;
+  struct Connection;
+
   void Accept();
-  void Serve(int socket);
-  [[nodiscard]] bool Answer(int socket, const Request& request, std::string body);
-  [[nodiscard]] bool SendBody(int socket, const Turn& turn, const std::string& body);
+  void Serve(Connection& connection);
+  // What comes, "" at the end.
+  std::string Receive(Connection& connection);
+  [[nodiscard]] bool Answer(Tcp::socket& socket, const Request& request, std::string body);
+  [[nodiscard]] bool SendBody(Tcp::socket& socket, const Turn& turn, const std::string& body);
   [[nodiscard]] std::string ListingFor(const Request& request);
   // False when the store ends meanwhile.
   bool Pause(std::chrono::milliseconds time);
@@ -71,10 +78,9 @@ class ScriptedStore {
   std::uint64_t scripts = 0;
   std::vector<Request> requests;
   bool stopping = false;
-  std::vector<int> sockets;
+  boost::asio::io_context context;
+  Tcp::acceptor listening;
   std::list<std::thread> connections;
-  int listening = -1;
-  int port = 0;
   std::thread acceptor;
 };
 
@@ -82,5 +88,13 @@ class ScriptedStore {
 [[nodiscard]] std::string HttpReply(const std::string& body, const std::string& status = "200 OK");
 // The document of a listing with these entries.
 [[nodiscard]] std::string Listing(const std::string& entries);
+
+// A variable of the process's environment.
+void SetVariable(const char* name, const std::string& value);
+// Sends the requests of clients that are made from now on to this address.
+void RedirectRequests(const std::string& url);
+
+// Bytes that differ from one place to the next.
+[[nodiscard]] std::string SampleBytes(std::size_t size, unsigned seed = 1);
 
 }  // namespace testsupport

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <boost/filesystem.hpp>
-#include <boost/filesystem/fstream.hpp>
+#include <filesystem>
+#include <fstream>
 #include <iterator>
 
 #include "platform/Platform.h"
@@ -46,7 +47,7 @@ std::vector<std::string> FilesBelow(const std::string& root, std::string_view su
 TempTree::TempTree() {
   fs::path base = fs::temp_directory_path();
   if (base.string().find('-') != std::string::npos) base = "/tmp";
-  root = (base / fs::unique_path("kelvo_test_%%%%%%%%%%%%")).string();
+  root = (base / fs::unique_path("kelvo_tëst日_%%%%%%%%%%")).string();
   fs::create_directories(root);
 }
 
@@ -67,12 +68,12 @@ std::string TempTree::MakeDirectory(std::string_view relative) const {
 void TempTree::Write(std::string_view relative, std::string_view content) const {
   const fs::path path = Path(relative);
   fs::create_directories(path.parent_path());
-  fs::ofstream(path, std::ios::binary)
+  std::ofstream(std::filesystem::path(path.native()), std::ios::binary)
       .write(content.data(), static_cast<std::streamsize>(content.size()));
 }
 
 std::string TempTree::Read(std::string_view relative) const {
-  fs::ifstream file(Path(relative), std::ios::binary);
+  std::ifstream file(std::filesystem::path(fs::path(Path(relative)).native()), std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
