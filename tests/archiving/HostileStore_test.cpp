@@ -200,6 +200,25 @@ TEST_F(HostileStore, FetchOfMoreThanThereMayBeEnds) {
   EXPECT_TRUE(tree.Files().empty());
 }
 
+TEST_F(HostileStore, RangesStayInMemoryUpToABoundUntilTheyAreReleased) {
+  constexpr std::size_t kRange = 5u << 20;
+  const std::string content = SampleBytes(kRange + 1);
+  store.Put("a.ps", content);
+  std::vector<std::shared_ptr<IResult>> results;
+  for (int n = 0; n < 14; ++n) {
+    results.push_back(Begin(1, kRange));
+    ASSERT_EQ(Finish(results.back()), TransferStatus::COMPLETED);
+    const auto held = results.back()->Content();
+    EXPECT_EQ(held.size(), n < 12 ? kRange : 0) << "64 MiB";
+    EXPECT_TRUE(
+        std::ranges::equal(held, std::as_bytes(std::span(content).subspan(1, held.size()))));
+  }
+  for (const auto& result : results) result->ReleaseHandle();
+  const auto next = Begin(1, kRange);
+  EXPECT_EQ(Finish(next), TransferStatus::COMPLETED);
+  EXPECT_EQ(next->Content().size(), kRange);
+}
+
 TEST_F(HostileStore, FullDiskLosesItsOldestCopiesAndTheFetchGoesOn) {
   const std::string content = SampleBytes(10'000);
   store.Put("a.ps", content);

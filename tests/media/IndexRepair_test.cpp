@@ -1,6 +1,7 @@
 #include "media/IndexRepair.h"
 
 #include <algorithm>
+#include <boost/filesystem/operations.hpp>
 
 #include "media/PSReader.h"
 #include "tests/media/PSFileFixture.h"
@@ -122,7 +123,7 @@ TEST_F(CutPair, PlaysEveryIntactFrameOnceItIsMended) {
       ExpectMended("media page zero, index empty", Zeroed(media, page, 2 * kPage), "");
     }
     Leave(media, "");
-    EXPECT_EQ(std::remove(tree.Path(kIndex).c_str()), 0);
+    EXPECT_TRUE(boost::filesystem::remove(tree.Path(kIndex)));
     EXPECT_TRUE(LooksDamaged(files, path));
     EXPECT_EQ(Mend().frames, kFrames);
     EXPECT_TRUE(Played() == Intact(media));

@@ -57,10 +57,11 @@ TEST_F(MediaFilesTest, AnyNameIsTheSameForEveryCall) {
 
 TEST_F(DurableFilesTest, ReadOnlyMarkIsNoObstacleButAHolderIs) {
   const std::string from = tree.Path("from"), to = tree.Path("to");
+  const std::wstring wide = boost::filesystem::path(to).wstring();
   const auto mark = [&] {
     tree.Write("from", "new");
     tree.Write("to", "old");
-    EXPECT_NE(SetFileAttributesA(to.c_str(), FILE_ATTRIBUTE_READONLY), 0);
+    EXPECT_NE(SetFileAttributesW(wide.c_str(), FILE_ATTRIBUTE_READONLY), 0);
   };
   mark();
   EXPECT_EQ(RemoveFile(to), 0);
@@ -70,7 +71,8 @@ TEST_F(DurableFilesTest, ReadOnlyMarkIsNoObstacleButAHolderIs) {
   EXPECT_EQ(files.Replace(from, to), 0);
   EXPECT_EQ(tree.Read("to"), "new");
   tree.Write("from", "newer");
-  const HANDLE held = CreateFileA(to.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  const HANDLE held =
+      CreateFileW(wide.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
   for (const int error : {RemoveFile(to), files.Remove(to), files.Replace(from, to)}) {
     EXPECT_TRUE(IsBusy(error)) << error;
   }

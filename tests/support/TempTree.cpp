@@ -47,7 +47,7 @@ std::vector<std::string> FilesBelow(const std::string& root, std::string_view su
 TempTree::TempTree() {
   fs::path base = fs::temp_directory_path();
   if (base.string().find('-') != std::string::npos) base = "/tmp";
-  root = (base / fs::unique_path("kelvo_tëst日_%%%%%%%%%%")).string();
+  root = (base / fs::unique_path("kelvo_t\xC3\xABst\xE6\x97\xA5_%%%%%%%%%%")).string();
   fs::create_directories(root);
 }
 
