@@ -70,7 +70,9 @@ void PSReader::Close() {
   indexBase = dataStart = 0;
   ahead = {};
   programMap.clear();
-  tables = {};
+  tables.header = {};
+  tables.streams = {};
+  tables.runs.Clear();
   window.Reset(nullptr, 0);
   runBytes.clear();
   firstRun = 0;

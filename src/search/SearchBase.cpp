@@ -205,6 +205,10 @@ class Walk {
         target.Mend(directories[volume] + file.listed->name);
       }
     }
+    if (file.listed->volumes.size() == 1) {
+      return VisitCopy(directories[file.listed->volumes.front()] + file.listed->name, file,
+                       file.wanted);
+    }
     const CopyChoice choice = ChooseCopies(*file.listed);
     for (const std::uint32_t volume : file.listed->volumes) {
       const InputMasks masks = choice.Of(volume, file.wanted);
@@ -231,7 +235,6 @@ class Walk {
 
   CopyChoice ChooseCopies(const ListedFile& file) {
     CopyChoice choice(file.volumes.front());
-    if (file.volumes.size() == 1) return choice;
     std::array<std::uint32_t, 32> bestVideo{}, bestAudio{};
     for (const std::uint32_t volume : file.volumes) {
       CFileInfo copy;
@@ -264,7 +267,8 @@ class Walk {
     }
     if (atMoments && !momentsLeft) return;
     CFileInfo info;
-    if (!info.ParsePath(std::move(path))) return;
+    info.path = std::move(path);
+    info.id = file.id;
     if (request.type == 0) {
       List(info);
     } else if (!qv::kelvo::IsBucketSkipped(file.start, bucket, request.resolution, range.start,
