@@ -54,7 +54,7 @@ class Background {
 // it. The archive targets own a scanner, with the tickets of searches that wait for it. Its end
 // cancels what is under way instead of waiting for the store: less than 2.5 seconds against stores
 // that stall, drip or refuse. A cold hour of one camera at 2 Mbit/s, 907 MB, took 240 requests and
-// 0.7 seconds of CPU.
+// half a second of CPU.
 class AwsScanner : public IScanner {
  public:
   // Throws std::invalid_argument for properties that name no bucket or no user, and what the cache
