@@ -21,8 +21,8 @@ namespace qvsvr::kelvo {
 // When one is missing, the stretch of about 150 frames from there on is asked for and waited for,
 // and the next one is on its way while it plays. The longer it plays, the more are (three at most)
 // and the longer they get: a look at one picture fetches little, and playing on is as fast as the
-// line. No place is asked for more than twice, however damaged what comes is. Dropping the object
-// gives up what is on its way.
+// line. What has just come is played from memory, where it still is. No place is asked for more
+// than twice, however damaged what comes is. Dropping the object gives up what is on its way.
 class SearchFile {
  public:
   // Borrows `target` for its life. Takes the file over.
