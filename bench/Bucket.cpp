@@ -98,16 +98,18 @@ class Store {
     std::ofstream list("urls");
     if (way != Way::LikeAPlayer) list << login;
     for (const auto& [key, size] : objects) {
-      const std::string url =
-          "url = " + Setting("AWS_ENDPOINT_URL_S3") + "/" + kBucket + "/" + key + "\noutput = ";
       const std::string file = "fetched/" + fs::path(key).filename().string();
+      const auto name = [&, key = key]() -> std::ostream& {
+        return list << "url = " << Setting("AWS_ENDPOINT_URL_S3") << "/" << kBucket << "/" << key
+                    << "\noutput = ";
+      };
       if (way != Way::LikeAPlayer) {
-        list << url << (way == Way::IntoFiles ? file : "/dev/null") << "\n";
+        name() << (way == Way::IntoFiles ? file : "/dev/null") << "\n";
         continue;
       }
       for (std::uint64_t at = 0; at < size; at += kPart) {
-        list << (list.tellp() == 0 ? "" : "next\n") << login << url << file << at
-             << "\nrange = " << at << "-" << at + kPart - 1 << "\n";
+        list << (list.tellp() == 0 ? "" : "next\n") << login;
+        name() << file << at << "\nrange = " << at << "-" << at + kPart - 1 << "\n";
       }
     }
     list.close();
