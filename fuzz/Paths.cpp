@@ -1,6 +1,7 @@
 // Names of recordings and their order.
 
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
 #include "tree/CFileInfo.h"
@@ -11,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   const ParsedName name = ParseName(text);
   CFileInfo info;
-  const bool parsed = info.ParsePath(text);
+  const bool parsed = info.ParsePath(std::string(text));
   const bool bare = text.find_first_of("/\\") == std::string_view::npos;
   if (name.valid && bare && name.suffix.find('.') == std::string_view::npos &&
       (!parsed || info.id != name.id || info.minute != name.minute)) {
