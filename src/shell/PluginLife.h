@@ -14,9 +14,8 @@ namespace qvsvr::kelvo {
 // The plug-in between Load and Unload, and the host's calls that are inside it: it ends only after
 // the last of them has left, whatever order the host's threads call in. A call costs two additions
 // to one counter and takes no lock, unless an end waits for it; only Load and Unload exclude each
-// other. Blocks (Write, IOCTL)
-// aren't among the calls, since their queue outlives the plug-in: they come from capture threads,
-// and many. One object per process (shell/exports). Any thread.
+// other. Blocks (Write, IOCTL) aren't among the calls, since their queue outlives the plug-in: they
+// come from capture threads, and many. One object per process (shell/exports). Any thread.
 class PluginLife {
  public:
   // One call's hold on the plug-in; empty without a plug-in.
