@@ -21,6 +21,9 @@ namespace qvArchiving {
 // in one piece: a frame whose beginning can be read is whole, for who reads meanwhile and after the
 // death of the process. In larger pieces that wouldn't hold, and cost the write a fifth less.
 //
+// A range that has settled stays in memory, too, until its result is released, as far as the
+// target's bound allows: whoever waited for it is going to read it.
+//
 // Its result owns it, with the library's streams; hence always held by a shared pointer. Any
 // thread.
 class Landing : public std::enable_shared_from_this<Landing> {

@@ -12,7 +12,8 @@ namespace qv::kelvo {
 // Files below `root` whose names end so, relative to it, with `/`, ascending.
 [[nodiscard]] std::vector<std::string> FilesBelow(const std::string& root, std::string_view suffix);
 
-// A directory of a test's own, without a `-` in its path, removed with all below at the end.
+// A directory of a test's own, without a `-` in its path and with letters beyond any code page,
+// removed with all below at the end.
 class TempTree {
  public:
   TempTree();
